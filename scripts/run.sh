@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Sets up a fresh Debian 12 machine, builds, and runs Vexa on the built-in
+# demo backend. Without a display it runs under Xvfb, saves a screenshot of
+# the window and prints the file's path.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/setup.sh build
+
+export VEXA_DATA_DIR="${VEXA_DATA_DIR:-$PWD/build/demo-data}"
+export VEXA_SHARED_DIR="${VEXA_SHARED_DIR:-$PWD/build/demo-shared}"
+mkdir -p "$VEXA_DATA_DIR" "$VEXA_SHARED_DIR"
+
+if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then
+  exec build/bin/vexa "$@"
+fi
+
+shot="$PWD/build/vexa-screenshot.png"
+xvfb-run -a -s "-screen 0 1280x1400x24" bash -c '
+  build/bin/vexa "$@" &
+  pid=$!
+  sleep "${VEXA_SCREENSHOT_DELAY:-6}"
+  import -window root "'"$shot"'"
+  kill -TERM $pid
+  wait $pid || true
+' _ "$@"
+echo "screenshot: $shot"
