@@ -1,0 +1,3 @@
+#include "platform/toaster.h"
+
+Toaster::~Toaster() = default;
