@@ -1,0 +1,251 @@
+#include "backend_link/event_intake.h"
+
+#include "backend_link/app_log.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonParseError>
+#include <QProcess>
+#include <QTimer>
+
+#include <algorithm>
+
+EventIntake::EventIntake(AppLog *log, QObject *parent) : QObject(parent), m_log(log) {}
+
+bool EventIntake::isPollTimerActive() const
+{
+    return m_pollTimer && m_pollTimer->isActive();
+}
+
+void EventIntake::resetOffsets()
+{
+    m_tdlibLog.skipToEnd();
+    m_events.skipToEnd();
+}
+
+void EventIntake::startPolling()
+{
+    if (!m_pollTimer) {
+        m_pollTimer = new QTimer(this);
+        connect(m_pollTimer, &QTimer::timeout, this, &EventIntake::onPoll);
+    }
+    m_pollTimer->start(m_currentPollInterval);
+}
+
+void EventIntake::setPollInterval(int ms, bool forceRestart)
+{
+    if (ms == m_currentPollInterval && !forceRestart)
+        return;
+    m_currentPollInterval = ms;
+    if (m_pollTimer)
+        m_pollTimer->start(ms);
+}
+
+void EventIntake::onAppThumbnailed()
+{
+    m_appInBackground = true;
+    m_pollingSuspended = false;
+    m_activeTicksLeft = 0;
+    setPollInterval(kBackgroundIdleMinMs, true);
+}
+
+void EventIntake::onAppFullscreen()
+{
+    m_appInBackground = false;
+    m_pollingSuspended = false;
+    m_activeTicksLeft = kActiveTicks;
+    if (m_idlePollInterval <= 0)
+        m_idlePollInterval = kIdlePollMs;
+    setPollInterval(m_idlePollInterval, true);
+}
+
+void EventIntake::onLowMemory()
+{
+    if (m_pollingSuspended)
+        return;
+    m_activeTicksLeft = 0;
+    setPollInterval(kLowMemoryPollMs, true);
+}
+
+void EventIntake::onStdout()
+{
+    if (!m_process)
+        return;
+    const QByteArray bytes = m_process->readAllStandardOutput();
+    if (!bytes.isEmpty())
+        handleOutput(QString::fromUtf8(bytes));
+}
+
+void EventIntake::onStderr()
+{
+    if (!m_process)
+        return;
+    const QByteArray bytes = m_process->readAllStandardError();
+    if (!bytes.isEmpty())
+        handleOutput(QString::fromUtf8(bytes));
+}
+
+void EventIntake::handleOutput(const QString &chunk)
+{
+    int start = 0;
+    for (;;) {
+        const int nl = chunk.indexOf(QLatin1Char('\n'), start);
+        if (nl < 0) {
+            const int rest = chunk.size() - start;
+            if (m_discardingOutputLine || rest == 0)
+                break;
+            if (m_outputLineBuffer.size() + rest > kMaxOutputLineChars) {
+                // A child that never ends its line must not grow this buffer without end.
+                m_outputLineBuffer.clear();
+                m_discardingOutputLine = true;
+                m_log->appendLog(QStringLiteral("backend: output line too long\n"));
+            } else {
+                m_outputLineBuffer.append(chunk.midRef(start, rest));
+            }
+            break;
+        }
+        const int len = nl - start;
+        if (m_discardingOutputLine) {
+            m_discardingOutputLine = false;
+            start = nl + 1;
+            continue;
+        }
+        if (m_outputLineBuffer.size() + len > kMaxOutputLineChars) {
+            m_outputLineBuffer.clear();
+            start = nl + 1;
+            m_log->appendLog(QStringLiteral("backend: output line too long\n"));
+            continue;
+        }
+        m_outputLineBuffer.append(chunk.midRef(start, len));
+        const QString line = m_outputLineBuffer.trimmed();
+        m_outputLineBuffer.clear();
+        start = nl + 1;
+
+        if (line.startsWith(QLatin1String("AUTH_STATE "))) {
+            Q_EMIT statusTextChanged(QStringLiteral("Auth: ") + line.mid(11));
+        } else if (line.startsWith(QLatin1String("NEED "))) {
+            Q_EMIT statusTextChanged(QStringLiteral("Need: ") + line.mid(5));
+        } else if (line.startsWith(QLatin1String("ME "))) {
+            Q_EMIT statusTextChanged(line);
+        } else if (line.startsWith(QLatin1String("BACKEND_READY "))) {
+            Q_EMIT statusTextChanged(QStringLiteral("Backend ready"));
+        } else if (line.startsWith(QLatin1String("FATAL "))) {
+            m_log->appendLog(line + QLatin1Char('\n'));
+            Q_EMIT statusTextChanged(line);
+        }
+    }
+}
+
+bool EventIntake::drainProcessOutput()
+{
+    if (!m_process || m_process->state() != QProcess::Running)
+        return false;
+    bool activity = false;
+    const QByteArray out = m_process->readAllStandardOutput();
+    if (!out.isEmpty()) {
+        activity = true;
+        handleOutput(QString::fromUtf8(out));
+    }
+    // handleOutput only emits status texts, so the child is still ours here.
+    if (!m_process)
+        return activity;
+    const QByteArray err = m_process->readAllStandardError();
+    if (!err.isEmpty()) {
+        activity = true;
+        handleOutput(QString::fromUtf8(err));
+    }
+    return activity;
+}
+
+void EventIntake::handleEventLine(const QByteArray &raw)
+{
+    const QByteArray line = raw.trimmed();
+    if (line.isEmpty())
+        return;
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(line, &error);
+    if (error.error != QJsonParseError::NoError) {
+        // The reader only takes objects and arrays at the top level; a bare number, string or
+        // literal is valid JSON that is merely not an event, and is dropped without a message.
+        QJsonParseError wrappedError;
+        const QJsonDocument wrapped = QJsonDocument::fromJson('[' + line + ']', &wrappedError);
+        if (wrappedError.error != QJsonParseError::NoError || wrapped.array().size() != 1)
+            m_log->appendLog(QStringLiteral("[event] json parse error\n"));
+        return;
+    }
+    if (!doc.isObject())
+        return;
+    Q_EMIT eventReceived(doc.object().toVariantMap());
+}
+
+void EventIntake::onPoll()
+{
+    if (m_pollingSuspended)
+        return;
+
+    bool activity = drainProcessOutput();
+
+    const FileTail::ReadResult events =
+        m_events.readNew([this](const QByteArray &line) { handleEventLine(line); },
+                         [this]() { m_log->appendLog(QStringLiteral("[event] line too long\n")); });
+    if (events == FileTail::ReadResult::NewBytes)
+        activity = true;
+
+    if (m_log->isViewVisible() && tailTdlibLog())
+        activity = true;
+
+    const int backgroundActive = std::max(m_activePollInterval, kBackgroundActiveMinMs);
+    int next;
+    if (activity) {
+        m_activeTicksLeft = kActiveTicks;
+        next = m_appInBackground ? backgroundActive : m_activePollInterval;
+    } else if (m_activeTicksLeft > 0 && --m_activeTicksLeft >= 1) {
+        next = m_appInBackground ? backgroundActive : m_activePollInterval;
+    } else {
+        next = m_appInBackground ? std::max(m_idlePollInterval, kBackgroundIdleMinMs)
+                                 : m_idlePollInterval;
+    }
+    setPollInterval(next, false);
+}
+
+void EventIntake::handleTdlibLogLine(const QByteArray &raw)
+{
+    static const QByteArray tag("[backend]");
+    if (!raw.startsWith(tag))
+        return;
+    const QString line = QString::fromUtf8(raw);
+    m_log->appendLog(line + QLatin1Char('\n'));
+    const QString rest = line.mid(tag.size()).trimmed();
+    if (rest.startsWith(QLatin1String("AUTH_STATE "))) {
+        Q_EMIT statusTextChanged(QStringLiteral("Auth: ") + rest.mid(11));
+    } else if (rest.startsWith(QLatin1String("NEED "))) {
+        Q_EMIT statusTextChanged(QStringLiteral("Need: ") + rest.mid(5));
+    } else if (rest.startsWith(QLatin1String("ME "))) {
+        Q_EMIT statusTextChanged(rest);
+    } else if (rest == QLatin1String("BACKEND_READY")) {
+        Q_EMIT statusTextChanged(QStringLiteral("Backend ready"));
+    } else if (rest.startsWith(QLatin1String("FATAL "))) {
+        Q_EMIT statusTextChanged(rest);
+    }
+}
+
+bool EventIntake::tailTdlibLog()
+{
+    const FileTail::ReadResult result =
+        m_tdlibLog.readNew([this](const QByteArray &line) { handleTdlibLogLine(line); }, []() {});
+    return result == FileTail::ReadResult::NewBytes;
+}
+
+void EventIntake::onToggleDebugLog()
+{
+    const bool show = !m_log->isViewVisible();
+    m_log->setViewVisible(show);
+    if (!show)
+        return;
+    QFile file(m_tdlibLog.path());
+    if (!m_tdlibLog.path().isEmpty() && file.open(QIODevice::ReadOnly))
+        m_tdlibLog.skipToEnd();
+    m_activeTicksLeft = kActiveTicks;
+}
