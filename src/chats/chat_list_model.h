@@ -1,0 +1,109 @@
+#pragma once
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QSet>
+#include <QString>
+#include <QVariantMap>
+
+class ArrayDataModel;
+
+// One-line preview of a last message: CR and LF become blanks, and text
+// longer than 240 characters is cut to 240 plus "...".
+QString chat_list_preview_text(const QString &text);
+
+// The ordered chat list. Rows are QVariantMaps with string values stored in
+// an ArrayDataModel; this class is the only writer of that model.
+//
+// Placement follows the linear rule "insert before the first row that the new
+// row precedes". Outside a bulk load the rows are always sorted by
+// chatRowPrecedes, which is a strict total order (ids are unique), so that
+// first row is found by binary search and a chat's current row by binary
+// search on its cached sort key. During a bulk load rows are only appended,
+// and an id -> row hash locates them.
+class ChatListModel : public QObject
+{
+    Q_OBJECT
+public:
+    // rows may be null: every operation then does nothing.
+    explicit ChatListModel(ArrayDataModel *rows, QObject *parent = nullptr);
+
+    ArrayDataModel *model() const { return m_rows; }
+    int size() const;
+    QVariantMap rowAt(int index) const;
+
+    static bool chatRowPrecedes(const QVariantMap &a, const QVariantMap &b);
+    static qint64 chatRowId(const QVariantMap &row);
+    static qint64 chatRowLastDate(const QVariantMap &row);
+
+    void upsertChatRow(const QVariantMap &row);
+    void sortChatsModelByOrder();
+    int findChatIndexById(qint64 chatId) const;
+    QVariantMap chatRowById(qint64 chatId) const;
+    bool containsChat(qint64 chatId) const { return findChatIndexById(chatId) >= 0; }
+    void removeChatById(qint64 chatId);
+    void clear();
+
+    // Bulk load between "chats_begin" and "chats_end": new chats are appended,
+    // known ones merged in place; ending it sorts once.
+    void beginBulkLoad();
+    void endBulkLoad();
+    bool isBulkLoading() const { return m_bulk; }
+
+    bool isAvatarFileIdUsed(qint64 fileId) const;
+    // Stores "avatar_path" on every row showing that photo; returns the number
+    // of rows written back.
+    int setAvatarPathForFile(qint64 fileId, const QString &path);
+
+    // Side tables kept with the rows.
+    qint64 lastMessageIdForChat(qint64 chatId) const { return m_lastMessageId.value(chatId); }
+    QString titleForChat(qint64 chatId) const { return m_titles.value(chatId); }
+    void setTitleForChat(qint64 chatId, const QString &title) { m_titles.insert(chatId, title); }
+    qint64 lastReadOutboxForChat(qint64 chatId) const { return m_lastReadOutbox.value(chatId); }
+    void setLastReadOutboxForChat(qint64 chatId, qint64 messageId)
+    {
+        m_lastReadOutbox.insert(chatId, messageId);
+    }
+
+    bool isAtBeginning() const { return m_atBeginning; }
+
+public Q_SLOTS:
+    void onChatsAtBeginningChanged(bool atBeginning) { m_atBeginning = atBeginning; }
+    // The chat list's reload action.
+    void onLoadChats();
+
+Q_SIGNALS:
+    // A row arrived at index 0 while the list showed its beginning.
+    void scrollToBeginningRequested();
+    void sendLineRequested(const QString &line);
+    void logLine(const QString &line);
+
+private:
+    struct SortKey
+    {
+        qint64 order = 0;
+        qint64 date = 0; // already clamped to >= 0
+        qint64 id = 0;
+    };
+    static SortKey keyOf(const QVariantMap &row);
+    static bool keyPrecedes(const SortKey &a, const SortKey &b);
+
+    int lowerBoundFor(const SortKey &key) const;
+    void insertAt(int index, const QVariantMap &row, const SortKey &key);
+    void removeAt(int index);
+    void rebuildIndex();
+    void placeNewRow(const QVariantMap &row, const SortKey &key);
+
+    ArrayDataModel *m_rows = nullptr;
+    bool m_bulk = false;
+    bool m_sorted = true; // rows are in chatRowPrecedes order
+    bool m_atBeginning = true;
+    QList<qint64> m_ids;                        // row -> chat id, parallel to the model
+    QHash<qint64, SortKey> m_keys;              // chat id -> sort key of its row
+    QHash<qint64, int> m_rowById;               // chat id -> row, valid while !m_sorted
+    QHash<qint64, QSet<qint64>> m_chatsByPhoto; // photo file id -> chat ids
+    QHash<qint64, qint64> m_lastMessageId;
+    QHash<qint64, QString> m_titles;
+    QHash<qint64, qint64> m_lastReadOutbox;
+};
