@@ -1,0 +1,78 @@
+#pragma once
+
+#include "media/media_services.h"
+
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QSet>
+#include <QString>
+#include <QTimer>
+
+// MIME type for opening a file, from the lower-cased suffix of its name;
+// "application/octet-stream" for anything unknown.
+QString mime_type_for_file_name(const QString &fileName);
+
+// The media download queue (one "download" request per 400 ms tick), the
+// file the user waits for, saving finished files into the shared downloads
+// folder and opening files in other applications.
+class MediaDownloads : public QObject
+{
+    Q_OBJECT
+public:
+    static constexpr int kDownloadIntervalMs = 400;
+
+    // downloadsDir: the shared downloads folder ("downloads/quillo");
+    // sharedPrefix: root of the shared area, whose files are opened in place.
+    // listView receives the published file_pending_* properties (may be null).
+    MediaDownloads(const MediaServices &services, const QString &downloadsDir,
+                   const QString &sharedPrefix, QObject *listView, QObject *parent = nullptr);
+
+    void setListView(QObject *listView) { m_listView = listView; }
+
+    void enqueueMediaDownload(long long fileId, bool front);
+    void setFilePendingFileId(long long fileId);
+    long long filePendingFileId() const { return m_filePendingFileId; }
+    // Byte counts of the pending file (from "file_progress").
+    void setFilePendingProgress(long long downloaded, long long total);
+
+    QString copyFileToSharedDownloads(long long fileId, const QString &sourcePath,
+                                      const QString &suggestedName);
+    void postFileDownloadedNotification(const QString &path, const QString &displayName);
+    void invokeOpenFile(const QString &path);
+
+    // Tap handlers of the message list: path is the local file known for
+    // the message (may be empty).
+    void onVideoTapped(const QString &path, long long fileId);
+    void onFileIconTapped(const QString &path, long long fileId);
+    void onFileTapped(const QString &path, long long fileId);
+
+    bool isQueued(long long fileId) const { return m_queued.contains(fileId); }
+    QList<long long> queue() const { return m_queue; }
+    bool timerActive() const { return m_timer.isActive(); }
+    QString downloadsDir() const { return m_downloadsDir; }
+
+public Q_SLOTS:
+    void onMediaDownloadTimeout();
+
+Q_SIGNALS:
+    // The message rows showing this file must redraw.
+    void mediaRowsNeedRefresh(long long fileId);
+    // A saved copy of the file now exists at path.
+    void fileSharedPathChanged(long long fileId, const QString &path);
+    // A local video was tapped: the viewer opens it.
+    void videoViewerRequested(const QString &path);
+
+private:
+    void waitForDownload(long long fileId);
+    bool isLocalFile(const QString &path) const;
+
+    MediaServices m_services;
+    QString m_downloadsDir;
+    QString m_sharedPrefix;
+    QPointer<QObject> m_listView;
+    QList<long long> m_queue;
+    QSet<long long> m_queued;
+    QTimer m_timer;
+    long long m_filePendingFileId = 0;
+};

@@ -1,0 +1,245 @@
+#include "media/voice_player.h"
+
+#include "media/media_downloads.h"
+#include "media/ogg_opus_decoder.h"
+#include "platform/media_player.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QUrl>
+#include <QVariant>
+
+namespace {
+
+bool is_regular_file(const QString &path)
+{
+    if (path.isEmpty())
+        return false;
+    const QFileInfo fi(path);
+    return fi.exists() && fi.isFile();
+}
+
+} // namespace
+
+VoicePlayer::VoicePlayer(OpusLib &opus, MediaDownloads *downloads, const QString &mediaCacheDir,
+                         const MediaServices &services, QObject *listView, QObject *parent)
+    : QObject(parent), m_opus(opus), m_downloads(downloads), m_mediaCacheDir(mediaCacheDir),
+      m_services(services), m_listView(listView)
+{
+    m_factory = [](QObject *p) -> MediaPlayer * { return new QtMediaPlayer(p); };
+}
+
+QString VoicePlayer::wavFolder() const
+{
+    return QDir(m_mediaCacheDir).absoluteFilePath(QStringLiteral("voice-wav"));
+}
+
+void VoicePlayer::publish(const char *name, const QVariant &value)
+{
+    if (m_listView)
+        m_listView->setProperty(name, value);
+}
+
+void VoicePlayer::publishPosition()
+{
+    publish("voice_play_pos_ms", m_positionMs);
+    publish("voice_play_dur_ms", m_durationMs);
+}
+
+void VoicePlayer::touchPlaying()
+{
+    if (m_playingFileId >= 1)
+        Q_EMIT mediaRowsNeedRefresh(m_playingFileId);
+}
+
+void VoicePlayer::setPlayingFileId(long long fileId)
+{
+    if (fileId == m_playingFileId)
+        return;
+    const long long old = m_playingFileId;
+    m_playingFileId = fileId;
+    publish("voice_playing_file_id", fileId);
+    if (old >= 1)
+        Q_EMIT mediaRowsNeedRefresh(old);
+    if (fileId >= 1)
+        Q_EMIT mediaRowsNeedRefresh(fileId);
+}
+
+void VoicePlayer::setPendingFileId(long long fileId)
+{
+    if (fileId == m_pendingFileId)
+        return;
+    const long long old = m_pendingFileId;
+    m_pendingFileId = fileId;
+    publish("voice_pending_file_id", fileId);
+    if (old >= 1)
+        Q_EMIT mediaRowsNeedRefresh(old);
+    if (fileId >= 1)
+        Q_EMIT mediaRowsNeedRefresh(fileId);
+}
+
+QString VoicePlayer::ensureWavForVoiceFile(long long fileId, const QString &path)
+{
+    const QString folder = wavFolder();
+    QDir().mkpath(folder);
+    const QString wav =
+        folder + QLatin1Char('/') + QString::number(fileId) + QStringLiteral(".wav");
+    const QFileInfo fi(wav);
+    if (fi.exists() && fi.isFile() && fi.size() >= 45)
+        return wav;
+
+    const QString tmp = wav + QStringLiteral(".tmp");
+    QFile::remove(tmp);
+    m_services.log(QStringLiteral("voice: decoding opus->wav file_id=%1\n").arg(fileId));
+    QString error;
+    if (!decodeOgaOpusToWav(m_opus, path, tmp, error)) {
+        m_services.log(QStringLiteral("voice: decode failed: %1\n").arg(error));
+        QFile::remove(tmp);
+        return QString();
+    }
+    QFile::remove(wav);
+    if (!QFile::rename(tmp, wav)) {
+        m_services.log(QStringLiteral("voice: rename wav tmp failed\n"));
+        QFile::remove(tmp);
+        return QString();
+    }
+    return wav;
+}
+
+void VoicePlayer::startVoicePlayback(long long fileId, const QString &path)
+{
+    if (fileId < 1 || !is_regular_file(path))
+        return;
+    if (!m_player) {
+        m_player = m_factory(this);
+        m_player->setAudioOutput(true);
+        m_player->setVideoOutput(false);
+        m_player->setStatusInterval(200);
+        m_player->setVolume(1.0);
+        connect(m_player, &MediaPlayer::mediaStateChanged, this,
+                &VoicePlayer::onVoiceMediaStateChanged);
+        connect(m_player, &MediaPlayer::durationChanged, this,
+                &VoicePlayer::onVoiceDurationChanged);
+        connect(m_player, &MediaPlayer::positionChanged, this,
+                &VoicePlayer::onVoicePositionChanged);
+        connect(m_player, &MediaPlayer::error, this, &VoicePlayer::onVoiceError);
+    }
+
+    if (fileId == m_playingFileId) {
+        if (m_player->mediaState() == MediaPlayer::Started)
+            m_player->pause();
+        else
+            m_player->play();
+        if (m_pendingFileId == fileId)
+            setPendingFileId(0);
+        return;
+    }
+
+    Q_EMIT videoNotePlaybackStopRequested();
+    setPlayingFileId(0);
+    publish("voice_media_state", int(MediaPlayer::Stopped));
+    m_player->stop();
+    m_player->reset();
+    m_positionMs = 0;
+    m_durationMs = 0;
+    publishPosition();
+
+    QString playPath = path;
+    const QString lower = path.toLower();
+    if (lower.endsWith(QLatin1String(".oga")) || lower.endsWith(QLatin1String(".ogg")) ||
+        lower.endsWith(QLatin1String(".opus"))) {
+        playPath = ensureWavForVoiceFile(fileId, path);
+        if (playPath.isEmpty()) {
+            m_services.log(
+                QStringLiteral("voice: opus decode unavailable; cannot play this file\n"));
+            if (m_pendingFileId == fileId)
+                setPendingFileId(0);
+            return;
+        }
+    }
+
+    m_player->setSourceUrl(QUrl::fromLocalFile(playPath));
+    const int rc = m_player->play();
+    if (rc != 0) {
+        m_services.log(QStringLiteral("voice: play error=%1\n").arg(rc));
+        setPlayingFileId(0);
+    } else if (fileId != m_playingFileId) {
+        setPlayingFileId(fileId);
+    }
+    if (m_pendingFileId == fileId)
+        setPendingFileId(0);
+}
+
+void VoicePlayer::onVoiceTapped(const QString &path, long long fileId)
+{
+    if (fileId < 1)
+        return;
+    if (is_regular_file(path)) {
+        startVoicePlayback(fileId, path);
+        return;
+    }
+    const QString known = m_lookup ? m_lookup(fileId) : QString();
+    if (is_regular_file(known)) {
+        startVoicePlayback(fileId, known);
+        return;
+    }
+    m_services.log(QStringLiteral("ui: voice download file_id=%1\n").arg(fileId));
+    setPendingFileId(fileId);
+    if (m_downloads)
+        m_downloads->enqueueMediaDownload(fileId, false);
+}
+
+void VoicePlayer::onVoicePositionChanged(unsigned int ms)
+{
+    m_positionMs = ms;
+    publishPosition();
+    touchPlaying();
+}
+
+void VoicePlayer::onVoiceDurationChanged(unsigned int ms)
+{
+    m_durationMs = ms;
+    publishPosition();
+    touchPlaying();
+}
+
+void VoicePlayer::onVoiceMediaStateChanged(int state)
+{
+    m_services.log(QStringLiteral("voice: state=%1 (%2)\n")
+                       .arg(state)
+                       .arg(MediaPlayer::mediaStateName(state)));
+    publish("voice_media_state", state);
+    touchPlaying();
+    if (state == MediaPlayer::Stopped && m_playingFileId >= 1) {
+        setPlayingFileId(0);
+        m_positionMs = 0;
+        m_durationMs = 0;
+        publishPosition();
+    }
+}
+
+void VoicePlayer::onVoiceError(int error, unsigned int position)
+{
+    m_services.log(QStringLiteral("voice: error=%1 pos=%2\n").arg(error).arg(position));
+    setPendingFileId(0);
+    setPlayingFileId(0);
+    m_positionMs = 0;
+    m_durationMs = 0;
+    publishPosition();
+    publish("voice_media_state", int(MediaPlayer::Stopped));
+}
+
+void VoicePlayer::stopVoicePlayback()
+{
+    setPendingFileId(0);
+    setPlayingFileId(0);
+    publish("voice_media_state", int(MediaPlayer::Stopped));
+    m_positionMs = 0;
+    m_durationMs = 0;
+    publishPosition();
+    if (m_player) {
+        m_player->stop();
+        m_player->reset();
+    }
+}

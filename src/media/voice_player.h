@@ -1,0 +1,79 @@
+#pragma once
+
+#include "media/media_services.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QString>
+
+#include <functional>
+
+class MediaDownloads;
+class MediaPlayer;
+class OpusLib;
+
+// Plays voice notes: Ogg Opus files are converted once into a cached WAV
+// ("voice-wav/<file id>.wav" under the media cache folder) that the platform
+// player can play; other files play as they are. The playing and pending
+// file ids, position, duration and state are published as properties of the
+// message list view.
+class VoicePlayer : public QObject
+{
+    Q_OBJECT
+public:
+    using PlayerFactory = std::function<MediaPlayer *(QObject *parent)>;
+    using LocalPathLookup = std::function<QString(long long fileId)>;
+
+    VoicePlayer(OpusLib &opus, MediaDownloads *downloads, const QString &mediaCacheDir,
+                const MediaServices &services, QObject *listView, QObject *parent = nullptr);
+
+    void setListView(QObject *listView) { m_listView = listView; }
+    // The player is created on first use; the default is QtMediaPlayer.
+    void setPlayerFactory(const PlayerFactory &factory) { m_factory = factory; }
+    // Known local media paths by file id (filled from "file" events).
+    void setLocalPathLookup(const LocalPathLookup &lookup) { m_lookup = lookup; }
+
+    void startVoicePlayback(long long fileId, const QString &path);
+    void onVoiceTapped(const QString &path, long long fileId);
+    void stopVoicePlayback();
+
+    // The cached WAV for an Ogg Opus voice file, decoding it when needed;
+    // empty when it cannot be made.
+    QString ensureWavForVoiceFile(long long fileId, const QString &path);
+
+    long long playingFileId() const { return m_playingFileId; }
+    long long pendingFileId() const { return m_pendingFileId; }
+    void setPendingFileId(long long fileId);
+    MediaPlayer *player() const { return m_player; }
+    QString wavFolder() const;
+
+public Q_SLOTS:
+    void onVoiceMediaStateChanged(int state);
+    void onVoiceDurationChanged(unsigned int ms);
+    void onVoicePositionChanged(unsigned int ms);
+    void onVoiceError(int error, unsigned int position);
+
+Q_SIGNALS:
+    void mediaRowsNeedRefresh(long long fileId);
+    // Playing a voice note stops a running video-note playback.
+    void videoNotePlaybackStopRequested();
+
+private:
+    void setPlayingFileId(long long fileId);
+    void publish(const char *name, const QVariant &value);
+    void publishPosition();
+    void touchPlaying();
+
+    OpusLib &m_opus;
+    QPointer<MediaDownloads> m_downloads;
+    QString m_mediaCacheDir;
+    MediaServices m_services;
+    QPointer<QObject> m_listView;
+    PlayerFactory m_factory;
+    LocalPathLookup m_lookup;
+    MediaPlayer *m_player = nullptr;
+    long long m_playingFileId = 0;
+    long long m_pendingFileId = 0;
+    unsigned int m_positionMs = 0;
+    unsigned int m_durationMs = 0;
+};
