@@ -1,0 +1,94 @@
+#include "shell/style_sheet.h"
+
+#include "shell/theme.h"
+#include "shell/ui_scale.h"
+
+namespace {
+
+QString css(ThemeGroup g, bool dark)
+{
+    return theme_color_css(g, dark);
+}
+
+} // namespace
+
+QString shell_style_sheet(bool dark, float scale)
+{
+    auto px = [scale](int design) { return QString::number(scaled_px(design, scale)) + "px"; };
+
+    // Input fields sit on panels (E); they take the main background in the
+    // dark theme and the warm content colour in the bright one.
+    const QString fieldBg = dark ? css(ThemeGroup::A, dark) : css(ThemeGroup::B, dark);
+    // Text on a highlight fill: the darkest colour in the dark theme, the
+    // panel colour in the bright one.
+    const QString onHighlight = dark ? css(ThemeGroup::A, dark) : css(ThemeGroup::E, dark);
+
+    QString s;
+    s += QStringLiteral("QWidget { font-size: %1; color: %2; }\n")
+             .arg(px(30), css(ThemeGroup::C, dark));
+    for (const char *g : {"A", "B", "E", "G", "H", "I"}) {
+        const ThemeGroup group = ThemeGroup(int(*g - 'A'));
+        s += QStringLiteral("*[bg=\"%1\"] { background-color: %2; }\n").arg(g, css(group, dark));
+    }
+    s += QStringLiteral("*[bg=\"viewer\"] { background-color: #000000; }\n");
+    for (const char *g : {"C", "D", "F", "H", "I"}) {
+        const ThemeGroup group = ThemeGroup(int(*g - 'A'));
+        s += QStringLiteral("*[fg=\"%1\"] { color: %2; }\n").arg(g, css(group, dark));
+    }
+    s += QStringLiteral("*[fg=\"viewer\"] { color: #FFFFFF; }\n");
+    s += QStringLiteral("*[textsize=\"title\"] { font-size: %1; font-weight: 600; }\n").arg(px(40));
+    s += QStringLiteral("*[textsize=\"heading\"] { font-size: %1; font-weight: 600; }\n")
+             .arg(px(32));
+    s += QStringLiteral("*[textsize=\"body\"] { font-size: %1; }\n").arg(px(30));
+    s += QStringLiteral("*[textsize=\"secondary\"] { font-size: %1; }\n").arg(px(26));
+    s += QStringLiteral("*[textsize=\"small\"] { font-size: %1; }\n").arg(px(22));
+    s += QStringLiteral("*[textsize=\"log\"] { font-family: monospace; font-size: %1; }\n")
+             .arg(px(20));
+
+    s += QStringLiteral("QLineEdit[role=\"field\"], QPlainTextEdit[role=\"field\"] {"
+                        " background-color: %1; color: %2; border: %3 solid %4;"
+                        " border-radius: %5; padding: 0px %6; font-size: %7;"
+                        " selection-background-color: %8; }\n")
+             .arg(fieldBg, css(ThemeGroup::C, dark), px(2), css(ThemeGroup::D, dark), px(16),
+                  px(20), px(30), css(ThemeGroup::H, dark));
+    s += QStringLiteral("QLineEdit[role=\"field\"]:focus, QPlainTextEdit[role=\"field\"]:focus {"
+                        " border-color: %1; }\n")
+             .arg(css(ThemeGroup::H, dark));
+
+    s += QStringLiteral("QPushButton[role=\"primary\"] { background-color: %1; color: %2;"
+                        " border: none; border-radius: %3; padding: 0px %4; font-size: %5;"
+                        " font-weight: 600; }\n")
+             .arg(css(ThemeGroup::H, dark), onHighlight, px(22), px(24), px(28));
+    s += QStringLiteral("QPushButton[role=\"primary\"]:pressed { background-color: %1; }\n")
+             .arg(css(ThemeGroup::D, dark));
+    s += QStringLiteral("QPushButton[role=\"plain\"] { background-color: transparent; color: %1;"
+                        " border: %2 solid %1; border-radius: %3; padding: 0px %4;"
+                        " font-size: %5; }\n")
+             .arg(css(ThemeGroup::H, dark), px(2), px(22), px(24), px(28));
+    s += QStringLiteral("QPushButton[role=\"plain\"]:pressed { background-color: %1; }\n")
+             .arg(css(ThemeGroup::G, dark));
+    s += QStringLiteral("QPushButton[role=\"row\"] { background-color: transparent; color: %1;"
+                        " border: none; text-align: left; padding: 0px %2; font-size: %3; }\n")
+             .arg(css(ThemeGroup::C, dark), px(28), px(30));
+    s += QStringLiteral("QPushButton[role=\"row\"]:pressed { background-color: %1; }\n")
+             .arg(css(ThemeGroup::G, dark));
+    s += QStringLiteral("QToolButton[role=\"icon\"] { background-color: transparent; border: none;"
+                        " border-radius: %1; }\n")
+             .arg(px(44));
+    s += QStringLiteral("QToolButton[role=\"icon\"]:pressed { background-color: %1; }\n")
+             .arg(css(ThemeGroup::G, dark));
+    s += QStringLiteral("QToolButton[role=\"fab\"] { background-color: %1; border: none;"
+                        " border-radius: %2; }\n")
+             .arg(css(ThemeGroup::E, dark), px(40));
+    s += QStringLiteral("*[shape=\"card\"] { border-radius: %1; }\n").arg(px(24));
+    s += QStringLiteral("*[shape=\"letter\"] { border-radius: %1; color: #FFFFFF;"
+                        " font-size: %2; font-weight: 600; background-color: %3; }\n")
+             .arg(px(40), px(34), css(ThemeGroup::H, dark));
+    s += QStringLiteral("QScrollBar:vertical { background: transparent; width: %1; }\n"
+                        "QScrollBar::handle:vertical { background: %2; border-radius: %3;"
+                        " min-height: %4; }\n"
+                        "QScrollBar::add-line, QScrollBar::sub-line { height: 0px; }\n"
+                        "QScrollBar::add-page, QScrollBar::sub-page { background: none; }\n")
+             .arg(px(10), css(ThemeGroup::D, dark), px(5), px(40));
+    return s;
+}
