@@ -1,0 +1,367 @@
+#include "chats/avatar_download_queue.h"
+#include "chats/avatars.h"
+
+#include <QCryptographicHash>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QImage>
+#include <QLocale>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+QString writeImage(const QString &path, int w, int h, const QColor &color)
+{
+    QImage img(w, h, QImage::Format_RGB32);
+    img.fill(color);
+    return img.save(path, "PNG") ? path : QString();
+}
+
+qint64 localSecs(int y, int m, int d, int hh, int mm)
+{
+    return QDateTime(QDate(y, m, d), QTime(hh, mm), Qt::LocalTime).toSecsSinceEpoch();
+}
+
+} // namespace
+
+class TestAvatars : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void placeholderColor_data();
+    void placeholderColor();
+    void placeholderColorFromTitle();
+    void monthShort_data();
+    void monthShort();
+    void timeText_data();
+    void timeText();
+    void roundedAvatar_data();
+    void roundedAvatar();
+    void roundedAvatarUnusableInput_data();
+    void roundedAvatarUnusableInput();
+    void roundedAvatarCacheFreshness();
+    void bubbleBackground_data();
+    void bubbleBackground();
+    void unreadBadge();
+    void downloadQueue_data();
+    void downloadQueue();
+    void downloadQueueClear();
+};
+
+void TestAvatars::placeholderColor_data()
+{
+    QTest::addColumn<qint64>("id");
+    QTest::addColumn<QColor>("expected");
+    // Palette entries worked out by hand from the mixer.
+    QTest::newRow("1") << qint64(1) << QColor(43, 124, 255);
+    QTest::newRow("2") << qint64(2) << QColor(0, 191, 165);
+    QTest::newRow("3") << qint64(3) << QColor(216, 27, 96);
+    QTest::newRow("7") << qint64(7) << QColor(84, 110, 122);
+    QTest::newRow("100") << qint64(100) << QColor(84, 110, 122);
+    QTest::newRow("-1 halves cancel") << qint64(-1) << QColor(43, 124, 255);
+    QTest::newRow("-5") << qint64(-5) << QColor(0, 191, 165);
+    QTest::newRow("halves xor to 2") << ((qint64(1) << 32) | 3) << QColor(0, 191, 165);
+}
+
+void TestAvatars::placeholderColor()
+{
+    QFETCH(qint64, id);
+    QFETCH(QColor, expected);
+    QCOMPARE(placeholder_avatar_color(id, QStringLiteral("ignored")), expected);
+    QCOMPARE(placeholder_avatar_color(id, QString()).alpha(), 255);
+}
+
+void TestAvatars::placeholderColorFromTitle()
+{
+    // Without an id the title decides, so equal titles share a colour, and
+    // the eight entries are all reachable.
+    QCOMPARE(placeholder_avatar_color(0, QStringLiteral("Alice")),
+             placeholder_avatar_color(0, QStringLiteral("Alice")));
+    QSet<QRgb> seen;
+    for (int i = 0; i < 200; ++i) {
+        seen.insert(placeholder_avatar_color(0, QStringLiteral("t%1").arg(i)).rgba());
+    }
+    QCOMPARE(seen.size(), 8);
+}
+
+void TestAvatars::monthShort_data()
+{
+    QTest::addColumn<int>("month");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("0") << 0 << "";
+    QTest::newRow("1") << 1 << "Jan";
+    QTest::newRow("3") << 3 << "Mar";
+    QTest::newRow("9") << 9 << "Sep";
+    QTest::newRow("12") << 12 << "Dec";
+    QTest::newRow("13") << 13 << "";
+}
+
+void TestAvatars::monthShort()
+{
+    QFETCH(int, month);
+    QFETCH(QString, expected);
+    QCOMPARE(month_short_en(month), expected);
+}
+
+void TestAvatars::timeText_data()
+{
+    QTest::addColumn<qint64>("date");
+    QTest::addColumn<QString>("expected");
+    // "now" is Sunday 2026-03-15 12:00 local time.
+    const QString today = QLocale::system().toString(QTime(9, 30), QLocale::ShortFormat);
+    QTest::newRow("none") << qint64(0) << "";
+    QTest::newRow("negative") << qint64(-5) << "";
+    QTest::newRow("today") << localSecs(2026, 3, 15, 9, 30) << today;
+    QTest::newRow("yesterday") << localSecs(2026, 3, 14, 23, 59) << "Sat";
+    QTest::newRow("three days") << localSecs(2026, 3, 12, 8, 0) << "Thu";
+    QTest::newRow("seven days shows today's weekday") << localSecs(2026, 3, 8, 8, 0) << "Sun";
+    QTest::newRow("eight days") << localSecs(2026, 3, 7, 8, 0) << "7 Mar";
+    QTest::newRow("exactly a year") << localSecs(2025, 3, 15, 8, 0) << "15 Mar";
+    QTest::newRow("a year and a day") << localSecs(2025, 3, 14, 8, 0) << "14 Mar 2025";
+    QTest::newRow("two years") << localSecs(2024, 3, 5, 8, 0) << "5 Mar 2024";
+    QTest::newRow("tomorrow") << localSecs(2026, 3, 16, 8, 0) << "16 Mar";
+}
+
+void TestAvatars::timeText()
+{
+    QFETCH(qint64, date);
+    QFETCH(QString, expected);
+    const QDateTime now(QDate(2026, 3, 15), QTime(12, 0), Qt::LocalTime);
+    QCOMPARE(chat_list_time_text(date, now), expected);
+}
+
+void TestAvatars::roundedAvatar_data()
+{
+    QTest::addColumn<int>("width");
+    QTest::addColumn<int>("height");
+    QTest::newRow("wide") << 300 << 200;
+    QTest::newRow("tall") << 100 << 400;
+    QTest::newRow("small square") << 50 << 50;
+    QTest::newRow("exact") << 144 << 144;
+}
+
+void TestAvatars::roundedAvatar()
+{
+    QFETCH(int, width);
+    QFETCH(int, height);
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    const QString source =
+        writeImage(dir.filePath(QStringLiteral("photo.png")), width, height, QColor(200, 30, 40));
+    QVERIFY(!source.isEmpty());
+
+    const QString out = ensureRoundedAvatarPng(5, source, dir.path());
+    const QString digest = QString::fromLatin1(
+        QCryptographicHash::hash(source.toUtf8(), QCryptographicHash::Sha1).toHex());
+    QCOMPARE(out,
+             dir.path() + QStringLiteral("/avatar-cache/") + digest + QStringLiteral("-144.png"));
+    QImage img;
+    QVERIFY(img.load(out));
+    QCOMPARE(img.size(), QSize(144, 144));
+    QVERIFY(img.hasAlphaChannel());
+    for (const QPoint corner : {QPoint(0, 0), QPoint(143, 0), QPoint(0, 143), QPoint(143, 143)}) {
+        QCOMPARE(qAlpha(img.pixel(corner)), 0);
+    }
+    const QColor centre = img.pixelColor(72, 72);
+    QCOMPARE(centre.alpha(), 255);
+    QVERIFY(qAbs(centre.red() - 200) <= 2);
+    QVERIFY(qAbs(centre.green() - 30) <= 2);
+    // Points on the edges between the corners are inside the rounded shape.
+    QCOMPARE(qAlpha(img.pixel(72, 0)), 255);
+    QCOMPARE(qAlpha(img.pixel(0, 72)), 255);
+}
+
+void TestAvatars::roundedAvatarUnusableInput_data()
+{
+    QTest::addColumn<qint64>("fileId");
+    QTest::addColumn<QString>("name"); // relative to the temp dir; "" = empty path
+    QTest::newRow("file id 0") << qint64(0) << "photo.png";
+    QTest::newRow("negative file id") << qint64(-3) << "photo.png";
+    QTest::newRow("empty path") << qint64(4) << "";
+    QTest::newRow("missing file") << qint64(4) << "missing.png";
+    QTest::newRow("folder") << qint64(4) << "sub";
+    QTest::newRow("not an image") << qint64(4) << "notes.txt";
+}
+
+void TestAvatars::roundedAvatarUnusableInput()
+{
+    QFETCH(qint64, fileId);
+    QFETCH(QString, name);
+    QTemporaryDir dir;
+    QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("sub")));
+    QVERIFY(!writeImage(dir.filePath(QStringLiteral("photo.png")), 20, 20, Qt::blue).isEmpty());
+    QFile text(dir.filePath(QStringLiteral("notes.txt")));
+    QVERIFY(text.open(QIODevice::WriteOnly));
+    text.write("not a picture");
+    text.close();
+
+    const QString path = name.isEmpty() ? QString() : dir.filePath(name);
+    QCOMPARE(ensureRoundedAvatarPng(fileId, path, dir.path()), path);
+    QVERIFY(!QFileInfo::exists(rounded_avatar_cache_path(path, dir.path())));
+}
+
+void TestAvatars::roundedAvatarCacheFreshness()
+{
+    QTemporaryDir dir;
+    const QString source = dir.filePath(QStringLiteral("p.png"));
+    QVERIFY(!writeImage(source, 200, 200, QColor(0, 0, 255)).isEmpty());
+    const QString out = ensureRoundedAvatarPng(9, source, dir.path());
+    QVERIFY(out != source);
+
+    // A fresh cache file is reused as it is: prove it by planting a marker
+    // image there, newer than the source.
+    QVERIFY(!writeImage(out, 144, 144, QColor(0, 255, 0)).isEmpty());
+    QFile planted(out);
+    QVERIFY(planted.open(QIODevice::ReadWrite));
+    QVERIFY(planted.setFileTime(QDateTime::currentDateTime().addSecs(60),
+                                QFileDevice::FileModificationTime));
+    planted.close();
+    QCOMPARE(ensureRoundedAvatarPng(9, source, dir.path()), out);
+    QCOMPARE(QImage(out).pixelColor(72, 72), QColor(0, 255, 0));
+
+    // A source newer than the cache (a new download) is drawn again.
+    QVERIFY(!writeImage(source, 200, 200, QColor(255, 0, 0)).isEmpty());
+    QFile src(source);
+    QVERIFY(src.open(QIODevice::ReadWrite));
+    QVERIFY(src.setFileTime(QDateTime::currentDateTime().addSecs(120),
+                            QFileDevice::FileModificationTime));
+    src.close();
+    QCOMPARE(ensureRoundedAvatarPng(9, source, dir.path()), out);
+    const QColor centre = QImage(out).pixelColor(72, 72);
+    QVERIFY(centre.red() > 250 && centre.green() < 5);
+}
+
+void TestAvatars::bubbleBackground_data()
+{
+    QTest::addColumn<int>("w");
+    QTest::addColumn<int>("h");
+    QTest::addColumn<int>("r");
+    QTest::addColumn<QColor>("color");
+    QTest::addColumn<QString>("expectedName");
+    QTest::newRow("white bubble") << 300 << 80 << 12 << QColor(255, 255, 255)
+                                  << "bubble_bg_300x80_r12_cffffffff.png";
+    QTest::newRow("avatar tile") << 144 << 144 << 24 << QColor(43, 124, 255)
+                                 << "bubble_bg_144x144_r24_cff2b7cff.png";
+    QTest::newRow("translucent, small components")
+        << 10 << 2048 << 1 << QColor(1, 2, 10, 128) << "bubble_bg_10x2048_r1_c8001020a.png";
+    QTest::newRow("too wide") << 2049 << 80 << 12 << QColor(Qt::white) << "";
+    QTest::newRow("zero height") << 20 << 0 << 12 << QColor(Qt::white) << "";
+    QTest::newRow("zero radius") << 20 << 20 << 0 << QColor(Qt::white) << "";
+}
+
+void TestAvatars::bubbleBackground()
+{
+    QFETCH(int, w);
+    QFETCH(int, h);
+    QFETCH(int, r);
+    QFETCH(QColor, color);
+    QFETCH(QString, expectedName);
+    QTemporaryDir dir;
+    const QString cache = dir.filePath(QStringLiteral("ui-cache"));
+    const QString path = ensure_bubble_bg_png(w, h, r, color, cache);
+    if (expectedName.isEmpty()) {
+        QVERIFY(path.isEmpty());
+        QVERIFY(!QFileInfo::exists(cache) || QDir(cache).isEmpty());
+        return;
+    }
+    QCOMPARE(path, cache + QLatin1Char('/') + expectedName);
+    QImage img(path);
+    QCOMPARE(img.size(), QSize(w, h));
+    if (r > 2) {
+        QCOMPARE(qAlpha(img.pixel(0, 0)), 0);
+    }
+    const QColor mid = img.pixelColor(w / 2, h / 2);
+    QVERIFY(qAbs(mid.alpha() - color.alpha()) <= 1);
+    // The second request reuses the file.
+    const QDateTime made = QFileInfo(path).lastModified();
+    QCOMPARE(ensure_bubble_bg_png(w, h, r, color, cache), path);
+    QCOMPARE(QFileInfo(path).lastModified(), made);
+}
+
+void TestAvatars::unreadBadge()
+{
+    QTemporaryDir dir;
+    const QString cache = dir.filePath(QStringLiteral("ui-cache"));
+    const QString path = ensure_unread_badge_png(cache);
+    QCOMPARE(path, cache + QStringLiteral("/unread_badge_bg_rr_56_r10_a128.png"));
+    QImage img(path);
+    QCOMPARE(img.size(), QSize(56, 56));
+    QCOMPARE(qAlpha(img.pixel(0, 0)), 0);
+    const QColor mid = img.pixelColor(28, 28);
+    QVERIFY(qAbs(mid.alpha() - 128) <= 1);
+    QVERIFY(qAbs(mid.blue() - 255) <= 2);
+    QCOMPARE(ensure_unread_badge_png(cache), path);
+}
+
+void TestAvatars::downloadQueue_data()
+{
+    QTest::addColumn<QList<qint64>>("enqueued");
+    QTest::addColumn<QList<qint64>>("expected");
+    QTest::newRow("one") << QList<qint64>{11} << QList<qint64>{11};
+    QTest::newRow("three in order") << QList<qint64>{11, 12, 13} << QList<qint64>{11, 12, 13};
+    QTest::newRow("duplicates asked once") << QList<qint64>{7, 7, 8, 7, 8} << QList<qint64>{7, 8};
+    QTest::newRow("invalid ids ignored") << QList<qint64>{0, -4, 5} << QList<qint64>{5};
+}
+
+void TestAvatars::downloadQueue()
+{
+    QFETCH(QList<qint64>, enqueued);
+    QFETCH(QList<qint64>, expected);
+    QStringList sent;
+    QStringList logged;
+    QList<qint64> at;
+    QElapsedTimer clock;
+    AvatarDownloadQueue queue(
+        [&](const QString &line) {
+            sent.append(line);
+            at.append(clock.elapsed());
+        },
+        [&](const QString &line) { logged.append(line); });
+    clock.start();
+    for (qint64 id : enqueued) {
+        queue.enqueueAvatarDownload(id);
+    }
+    QTRY_COMPARE_WITH_TIMEOUT(sent.size(), expected.size(), 5000);
+    // Nothing more comes once the queue has drained.
+    QTest::qWait(700);
+    QCOMPARE(sent.size(), expected.size());
+    QVERIFY(!queue.isTimerActive());
+
+    QStringList expectedSent;
+    QStringList expectedLog;
+    for (qint64 id : expected) {
+        expectedSent.append(QStringLiteral("download %1").arg(id));
+        expectedLog.append(QStringLiteral("ui: download avatar file_id=%1\n").arg(id));
+    }
+    QCOMPARE(sent, expectedSent);
+    QCOMPARE(logged, expectedLog);
+    // Paced: the first after one tick, each next one a tick later (coarse
+    // timers may fire up to 5% early).
+    QVERIFY2(at.first() >= 370, qPrintable(QString::number(at.first())));
+    for (int i = 1; i < at.size(); ++i) {
+        QVERIFY2(at.at(i) - at.at(i - 1) >= 370,
+                 qPrintable(QString::number(at.at(i) - at.at(i - 1))));
+    }
+}
+
+void TestAvatars::downloadQueueClear()
+{
+    QStringList sent;
+    AvatarDownloadQueue queue([&](const QString &line) { sent.append(line); }, nullptr);
+    queue.enqueueAvatarDownload(1);
+    queue.enqueueAvatarDownload(2);
+    QVERIFY(queue.isTimerActive());
+    queue.clear();
+    QVERIFY(!queue.isTimerActive());
+    QTest::qWait(600);
+    QVERIFY(sent.isEmpty());
+    // After a clear the same photo may be asked for again, once.
+    queue.enqueueAvatarDownload(2);
+    queue.enqueueAvatarDownload(2);
+    QTRY_COMPARE_WITH_TIMEOUT(sent.size(), 1, 3000);
+    QCOMPARE(sent.first(), QStringLiteral("download 2"));
+}
+
+QTEST_MAIN(TestAvatars)
+#include "test_avatars.moc"
