@@ -1,9 +1,48 @@
+#include "platform/folders.h"
+#include "platform/instance_channel.h"
+#include "ui_main/ui/ui_tdlib_spike.h"
+
 #include <QApplication>
+#include <QProcess>
+#include <QProcessEnvironment>
 #include <cstdio>
+
+namespace {
+
+// A URL on the command line ("tg:..." from the desktop) goes to a vexa that
+// already runs on the same data folder; true when that one took it.
+bool handedToRunningInstance(const QString &url)
+{
+    const AppFolders folders = resolve_app_folders(QCoreApplication::applicationDirPath(),
+                                                   QProcessEnvironment::systemEnvironment());
+    InstanceChannel channel(InstanceChannel::server_name_for(folders.dataDir));
+    QString error;
+    return channel.sendToRunning(url, 2000, &error);
+}
+
+} // namespace
 
 int main(int argc, char *argv[])
 {
     std::fputs("Vexa: starting\n", stderr);
-    QApplication app(argc, argv);
-    return 0;
+    std::fflush(stderr);
+
+    auto *app = new QApplication(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("vexa"));
+
+    const QStringList args = QCoreApplication::arguments();
+    const QString url = args.size() > 1 ? args.at(1) : QString();
+    if (!url.isEmpty() && handedToRunningInstance(url)) {
+        delete app;
+        return 0;
+    }
+
+    auto *spike =
+        new UiTdlibSpike(QCoreApplication::applicationDirPath(), QProcess::systemEnvironment());
+    if (!url.isEmpty())
+        spike->onInvoked(url);
+    const int rc = QApplication::exec();
+    delete spike;
+    delete app;
+    return rc;
 }

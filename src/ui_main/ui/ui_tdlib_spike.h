@@ -1,0 +1,111 @@
+#pragma once
+
+#include "platform/folders.h"
+
+#include <QObject>
+#include <QStringList>
+
+#include <memory>
+
+class AppLifecycle;
+class AppLog;
+class ArrayDataModel;
+class AvatarDownloadQueue;
+class BackendLink;
+class ChatListModel;
+class EventDispatcher;
+class EventIntake;
+class InstanceChannel;
+class Invoker;
+class ShellScreens;
+class Toaster;
+class QWidget;
+
+// The application controller: builds every collaborator in a fixed order,
+// owns them for the life of the process and wires them together. Later
+// steps of the constructor use what earlier ones set up (folders before the
+// marker, theme and scale before the screens, screens before the first
+// backend attempt, which fills the phone field).
+class UiTdlibSpike : public QObject
+{
+    Q_OBJECT
+public:
+    // appDir: the folder of the executable (td_backend lies beside it).
+    // environment: the process environment as "KEY=VALUE" entries; it picks
+    // the folders, the transport, QUILLO_UI_SCALE and the emulated display.
+    UiTdlibSpike(const QString &appDir, const QStringList &environment, QObject *parent = nullptr);
+    ~UiTdlibSpike() override;
+
+    const AppFolders &folders() const { return folders_; }
+    bool darkTheme() const { return darkTheme_; }
+    bool disableBubbles() const { return disableBubbles_; }
+    float uiScale() const { return uiScale_; }
+    bool isAppActive() const { return appActive_; }
+    QString themeFilePath() const;
+
+    ShellScreens *screens() const { return screens_; }
+    QWidget *window() const { return window_.get(); }
+    AppLog *appLog() const { return log_; }
+    EventIntake *eventIntake() const { return intake_; }
+    BackendLink *backendLink() const { return link_; }
+    EventDispatcher *dispatcher() const { return dispatcher_; }
+    ChatListModel *chatList() const { return chats_; }
+    AppLifecycle *lifecycle() const { return lifecycle_; }
+
+    // Theme: read the file, then recolour whatever exists.
+    void loadThemeSetting();
+    void applyTheme();
+    // QUILLO_UI_SCALE or the emulated display's size; logs its choice.
+    float detectUiScale();
+
+    void appendLog(const QString &text);
+    void sendLine(const QString &line);
+
+public Q_SLOTS:
+    void onToggleTheme();
+    void onToggleDebugLog();
+
+    void onSendPhone();
+    void onSendCode();
+    void onResendCode();
+    void onSendPassword();
+
+    void onAppThumbnailed();
+    void onAppFullscreen();
+    void onAppAboutToQuit();
+    void onLowMemory(int level);
+    void onInitNotifications();
+
+    void onBackToChats();
+    // A "tg" link or other URL handed to this instance.
+    void onInvoked(const QString &url);
+
+private:
+    void buildScreens();
+    void connectScreens();
+    void setStatusText(const QString &text);
+    void showSignedInView(bool authorised);
+
+    QStringList environment_;
+    AppFolders folders_;
+    bool appActive_ = true;
+    bool darkTheme_ = true;
+    bool disableBubbles_ = false;
+    float uiScale_ = 1.0f;
+
+    AppLog *log_ = nullptr;
+    EventIntake *intake_ = nullptr;
+    BackendLink *link_ = nullptr;
+    std::unique_ptr<Invoker> invoker_;
+    std::unique_ptr<Toaster> toaster_;
+    AppLifecycle *lifecycle_ = nullptr;
+    InstanceChannel *instance_ = nullptr;
+    ArrayDataModel *chatRows_ = nullptr;
+    ChatListModel *chats_ = nullptr;
+    AvatarDownloadQueue *avatars_ = nullptr;
+    EventDispatcher *dispatcher_ = nullptr;
+
+    // The top-level window; the screens live inside it.
+    std::unique_ptr<QWidget> window_;
+    ShellScreens *screens_ = nullptr; // owned by window_
+};
