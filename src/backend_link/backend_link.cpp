@@ -228,9 +228,11 @@ void BackendLink::onBackendStateChanged(QProcess::ProcessState state)
 
 void BackendLink::onBackendFinished(int exitCode, QProcess::ExitStatus exitStatus)
 {
-    Q_UNUSED(exitStatus)
     m_log->appendLog(QStringLiteral("backend: finished exitCode=%1\n").arg(exitCode));
-    if (exitCode == kLockedExitCode && m_retryTimer && m_retryCount < kMaxLockRetries) {
+    // QProcess reports the signal number as the exit code of a killed child; SIGKILL (9), from
+    // our own restart or from the system, must not pass for a locked database.
+    const bool lockedExit = exitStatus == QProcess::NormalExit && exitCode == kLockedExitCode;
+    if (lockedExit && m_retryTimer && m_retryCount < kMaxLockRetries) {
         const int delay = 250 * (m_retryCount + 1);
         m_log->appendLog(QStringLiteral("backend: tdlib db locked, retry in %1 ms\n").arg(delay));
         ++m_retryCount;
