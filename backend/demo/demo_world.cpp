@@ -290,6 +290,7 @@ void DemoWorld::buildChats()
             c.id = -Q_INT64_C(1001000000000) - superK++;
             c.title = QStringLiteral("Vexa Archive ⚡");
             c.username = QStringLiteral("vexa_archive");
+            c.link = QStringLiteral("https://t.me/vexa_archive");
             c.about = QStringLiteral("Twenty thousand messages of history. Scroll up! 📜");
             c.baseCount = 20000;
             c.stepSeconds = 1500;

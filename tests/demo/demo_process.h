@@ -1,0 +1,177 @@
+#pragma once
+
+// Runs the demo backend as a real child process on private folders and reads
+// its events file the way the user interface does: new bytes from an offset,
+// whole lines only.
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <functional>
+
+inline QString demo_backend_program()
+{
+    const QByteArray dir = qgetenv("VEXA_BIN_DIR");
+    if (!dir.isEmpty())
+        return QDir(QString::fromLocal8Bit(dir)).filePath(QStringLiteral("td_backend"));
+    return QStringLiteral(TD_BACKEND_PATH);
+}
+
+class DemoProcess
+{
+public:
+    explicit DemoProcess(const QString &root) : m_root(root)
+    {
+        QDir().mkpath(dbDir());
+        QDir().mkpath(filesDir());
+    }
+    ~DemoProcess()
+    {
+        if (m_proc.state() != QProcess::NotRunning) {
+            m_proc.kill();
+            m_proc.waitForFinished(3000);
+        }
+    }
+
+    QString dbDir() const { return m_root + QStringLiteral("/tdlib-db"); }
+    QString filesDir() const { return m_root + QStringLiteral("/cache/tdlib-files"); }
+    QString eventsPath() const { return m_root + QStringLiteral("/backend_events.jsonl"); }
+    QString logPath() const { return m_root + QStringLiteral("/tdlib.log"); }
+    QProcess &process() { return m_proc; }
+
+    void setEnv(const QString &key, const QString &value) { m_extraEnv.insert(key, value); }
+
+    bool start(const QStringList &args = {})
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("TDLIB_DB_DIR"), dbDir());
+        env.insert(QStringLiteral("TDLIB_FILES_DIR"), filesDir());
+        env.insert(QStringLiteral("BACKEND_EVENTS_FILE"), eventsPath());
+        env.insert(QStringLiteral("TDLIB_LOG_FILE"), logPath());
+        env.insert(QStringLiteral("TDLIB_LOG_VERBOSITY"), QStringLiteral("2"));
+        env.insert(QStringLiteral("TG_AUTO_SEND_PHONE"), QStringLiteral("0"));
+        env.insert(QStringLiteral("DEMO_SPEED"), QStringLiteral("0"));
+        env.insert(QStringLiteral("DEMO_SEED"), QStringLiteral("7"));
+        for (auto it = m_extraEnv.cbegin(); it != m_extraEnv.cend(); ++it)
+            env.insert(it.key(), it.value());
+        m_proc.setProcessEnvironment(env);
+        // Like the user interface, skip what an earlier run wrote.
+        m_offset = QFileInfo(eventsPath()).size();
+        m_partial.clear();
+        m_proc.setProcessChannelMode(QProcess::SeparateChannels);
+        m_proc.start(demo_backend_program(), args);
+        return m_proc.waitForStarted(5000);
+    }
+
+    void send(const QByteArray &line)
+    {
+        m_proc.write(line + '\n');
+        m_proc.waitForBytesWritten(5000);
+    }
+
+    // Closes standard input and waits for the exit; returns the exit code or
+    // -1 when the process crashed or did not end.
+    int finish(int timeoutMs = 20000)
+    {
+        m_proc.closeWriteChannel();
+        if (!m_proc.waitForFinished(timeoutMs))
+            return -1;
+        m_stdout += m_proc.readAllStandardOutput();
+        return m_proc.exitStatus() == QProcess::NormalExit ? m_proc.exitCode() : -1;
+    }
+
+    QByteArray standardOutput()
+    {
+        m_stdout += m_proc.readAllStandardOutput();
+        return m_stdout;
+    }
+
+    // Reads complete new lines of the events file into the event list.
+    void poll()
+    {
+        QFile f(eventsPath());
+        if (!f.open(QIODevice::ReadOnly))
+            return;
+        f.seek(m_offset);
+        const QByteArray bytes = f.readAll();
+        m_offset += bytes.size();
+        m_partial += bytes;
+        int nl;
+        while ((nl = m_partial.indexOf('\n')) >= 0) {
+            const QByteArray line = m_partial.left(nl);
+            m_partial.remove(0, nl + 1);
+            QJsonParseError err;
+            const QJsonDocument doc = QJsonDocument::fromJson(line, &err);
+            if (err.error != QJsonParseError::NoError || !doc.isObject())
+                ++m_badLines;
+            else
+                m_events.append(doc.object());
+        }
+    }
+
+    const QList<QJsonObject> &events() const { return m_events; }
+    int badLines() const { return m_badLines; }
+    int mark() const { return m_events.size(); }
+
+    // Index of the first event at or after `from` that matches, or -1 after
+    // the time-out.
+    int waitFor(int from, const std::function<bool(const QJsonObject &)> &match,
+                int timeoutMs = 10000)
+    {
+        QElapsedTimer t;
+        t.start();
+        for (;;) {
+            poll();
+            for (int i = from; i < m_events.size(); ++i) {
+                if (match(m_events.at(i)))
+                    return i;
+            }
+            if (t.elapsed() > timeoutMs)
+                return -1;
+            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+            QThread::msleep(3);
+        }
+    }
+
+    int waitType(int from, const QString &type, int timeoutMs = 10000)
+    {
+        return waitFor(
+            from, [&type](const QJsonObject &e) { return e.value(QStringLiteral("type")) == type; },
+            timeoutMs);
+    }
+
+    QList<QJsonObject> between(int from, int to) const { return m_events.mid(from, to - from); }
+
+private:
+    QString m_root;
+    QProcess m_proc;
+    QHash<QString, QString> m_extraEnv;
+    QByteArray m_stdout;
+    qint64 m_offset = 0;
+    QByteArray m_partial;
+    QList<QJsonObject> m_events;
+    int m_badLines = 0;
+};
+
+inline QString ev_type(const QJsonObject &e)
+{
+    return e.value(QStringLiteral("type")).toString();
+}
+inline qint64 ev_i64(const QJsonObject &e, const char *key)
+{
+    const QJsonValue v = e.value(QLatin1String(key));
+    return v.isString() ? v.toString().toLongLong() : qint64(v.toDouble());
+}
+inline QJsonObject td_error_json(const QJsonObject &e)
+{
+    return QJsonDocument::fromJson(e.value(QStringLiteral("json")).toString().toUtf8()).object();
+}
