@@ -46,7 +46,7 @@ BackendLink::BackendLink(const AppFolders &folders, AppLog *log, EventIntake *in
 BackendLink::~BackendLink()
 {
     // The child may still report while it goes; this object is half gone by then.
-    m_process.disconnect(this);
+    m_process.disconnect();
     if (m_intake)
         m_intake->setProcess(nullptr);
     if (m_process.state() != QProcess::NotRunning) {

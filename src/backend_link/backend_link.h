@@ -3,12 +3,14 @@
 #include "platform/folders.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QProcess>
 #include <QString>
 #include <QStringList>
 
+#include "backend_link/event_intake.h"
+
 class AppLog;
-class EventIntake;
 class Invoker;
 class QTimer;
 
@@ -126,7 +128,7 @@ private:
     QString m_dataDir;
     QString m_miscDir;
     AppLog *m_log;
-    EventIntake *m_intake;
+    QPointer<EventIntake> m_intake;
     Invoker *m_invoker;
     QStringList m_uiEnvironment;
     QStringList m_childEnvironment;

@@ -8,11 +8,46 @@
 #include <QJsonObject>
 #include <QJsonParseError>
 #include <QProcess>
+#include <QTextCodec>
+#include <QTextDecoder>
 #include <QTimer>
 
 #include <algorithm>
 
-EventIntake::EventIntake(AppLog *log, QObject *parent) : QObject(parent), m_log(log) {}
+EventIntake::EventIntake(AppLog *log, QObject *parent) : QObject(parent), m_log(log)
+{
+    setProcess(nullptr);
+}
+
+EventIntake::~EventIntake() = default;
+
+void EventIntake::setProcess(QProcess *process)
+{
+    m_process = process;
+    QTextCodec *utf8 = QTextCodec::codecForName("UTF-8");
+    m_stdoutDecoder.reset(utf8->makeDecoder());
+    m_stderrDecoder.reset(utf8->makeDecoder());
+}
+
+bool EventIntake::readChannel(int channel)
+{
+    // Read in slices so that a chatty child never turns into one huge string here.
+    constexpr qint64 kSlice = 1024 * 1024;
+    QTextDecoder *decoder =
+        channel == QProcess::StandardOutput ? m_stdoutDecoder.get() : m_stderrDecoder.get();
+    bool any = false;
+    while (m_process) {
+        m_process->setReadChannel(QProcess::ProcessChannel(channel));
+        const QByteArray bytes = m_process->read(kSlice);
+        if (bytes.isEmpty())
+            break;
+        any = true;
+        const QString text = decoder->toUnicode(bytes);
+        if (!text.isEmpty())
+            handleOutput(text);
+    }
+    return any;
+}
 
 bool EventIntake::isPollTimerActive() const
 {
@@ -71,20 +106,12 @@ void EventIntake::onLowMemory()
 
 void EventIntake::onStdout()
 {
-    if (!m_process)
-        return;
-    const QByteArray bytes = m_process->readAllStandardOutput();
-    if (!bytes.isEmpty())
-        handleOutput(QString::fromUtf8(bytes));
+    readChannel(QProcess::StandardOutput);
 }
 
 void EventIntake::onStderr()
 {
-    if (!m_process)
-        return;
-    const QByteArray bytes = m_process->readAllStandardError();
-    if (!bytes.isEmpty())
-        handleOutput(QString::fromUtf8(bytes));
+    readChannel(QProcess::StandardError);
 }
 
 void EventIntake::handleOutput(const QString &chunk)
@@ -142,21 +169,9 @@ bool EventIntake::drainProcessOutput()
 {
     if (!m_process || m_process->state() != QProcess::Running)
         return false;
-    bool activity = false;
-    const QByteArray out = m_process->readAllStandardOutput();
-    if (!out.isEmpty()) {
-        activity = true;
-        handleOutput(QString::fromUtf8(out));
-    }
-    // handleOutput only emits status texts, so the child is still ours here.
-    if (!m_process)
-        return activity;
-    const QByteArray err = m_process->readAllStandardError();
-    if (!err.isEmpty()) {
-        activity = true;
-        handleOutput(QString::fromUtf8(err));
-    }
-    return activity;
+    const bool out = readChannel(QProcess::StandardOutput);
+    const bool err = readChannel(QProcess::StandardError);
+    return out || err;
 }
 
 void EventIntake::handleEventLine(const QByteArray &raw)

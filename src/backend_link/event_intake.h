@@ -7,8 +7,11 @@
 #include <QString>
 #include <QVariantMap>
 
+#include <memory>
+
 class AppLog;
 class QProcess;
+class QTextDecoder;
 class QTimer;
 
 // Reads what the backend reports: JSON event lines appended to "backend_events.jsonl" (polled
@@ -31,6 +34,7 @@ public:
     static constexpr int kMaxOutputLineChars = 16 * 1024 * 1024;
 
     explicit EventIntake(AppLog *log, QObject *parent = nullptr);
+    ~EventIntake() override;
 
     void setEventsFilePath(const QString &path) { m_events.setPath(path); }
     QString eventsFilePath() const { return m_events.path(); }
@@ -38,7 +42,7 @@ public:
     QString tdlibLogPath() const { return m_tdlibLog.path(); }
 
     // The local-mode child whose output onPoll() also drains; null in service mode.
-    void setProcess(QProcess *process) { m_process = process; }
+    void setProcess(QProcess *process);
 
     // Skips everything already in the events file and the TDLib log (each backend start
     // attempt): lines written before this call are never delivered.
@@ -85,6 +89,7 @@ private:
     void handleEventLine(const QByteArray &line);
     void handleTdlibLogLine(const QByteArray &line);
     bool drainProcessOutput();
+    bool readChannel(int channel);
     void setPollInterval(int ms, bool forceRestart);
 
     AppLog *m_log;
@@ -94,6 +99,9 @@ private:
     FileTail m_events;
     FileTail m_tdlibLog;
     QString m_outputLineBuffer;
+    // One decoder per stream, so that a character split between two reads survives.
+    std::unique_ptr<QTextDecoder> m_stdoutDecoder;
+    std::unique_ptr<QTextDecoder> m_stderrDecoder;
     bool m_discardingOutputLine = false;
 
     int m_currentPollInterval = kIdlePollMs;

@@ -604,6 +604,10 @@ void TestBackendLink::childOutput_reachesStatus()
     m_link->sendLine("say " + QByteArray("FATAL out of disk\n").toBase64());
     QTRY_VERIFY(statusTexts(status).contains("FATAL out of disk"));
     QVERIFY(!statusTexts(status).contains("Backend ready"));
+    // A character split between two writes of the child arrives whole.
+    m_link->sendLine("say " + QByteArray("ME 7 Zo\xc3").toBase64());
+    m_link->sendLine("say " + QByteArray("\xab\n").toBase64());
+    QTRY_VERIFY(statusTexts(status).contains(QStringLiteral("ME 7 Zoë")));
     QVERIFY(m_log->buffer().contains("FATAL out of disk\n"));
 }
 
