@@ -4,6 +4,7 @@
 
 #include <QHash>
 #include <QList>
+#include <QMetaType>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -29,6 +30,7 @@ struct OwnProfile
     qint64 photoSmallId = 0;
     QString avatarPath; // round PNG once downloaded
 };
+Q_DECLARE_METATYPE(OwnProfile)
 
 struct EventDispatcherDeps
 {

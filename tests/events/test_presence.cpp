@@ -1,0 +1,162 @@
+#include "events/presence.h"
+#include "platform/array_data_model.h"
+
+#include <QtTest>
+
+namespace {
+
+qint64 localSecs(int y, int m, int d, int hh, int mm)
+{
+    return QDateTime(QDate(y, m, d), QTime(hh, mm), Qt::LocalTime).toSecsSinceEpoch();
+}
+
+} // namespace
+
+class TestPresence : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void statusText_data();
+    void statusText();
+    void subtitle_data();
+    void subtitle();
+    void senderUpdate_data();
+    void senderUpdate();
+};
+
+void TestPresence::statusText_data()
+{
+    QTest::addColumn<QString>("type");
+    QTest::addColumn<qint64>("wasOnline");
+    QTest::addColumn<QString>("expected");
+    // "now" is 2026-03-15 18:00 local time.
+    QTest::newRow("online") << "online" << qint64(0) << "online";
+    QTest::newRow("online padded, any case") << "  Online " << qint64(0) << "online";
+    QTest::newRow("recently") << "recently" << qint64(0) << "last seen recently";
+    QTest::newRow("last_week") << "last_week" << qint64(0) << "last seen within a week";
+    QTest::newRow("last_month") << "LAST_MONTH" << qint64(0) << "last seen within a month";
+    QTest::newRow("empty") << "empty" << qint64(0) << "last seen long ago";
+    QTest::newRow("offline unknown time") << "offline" << qint64(0) << "offline";
+    QTest::newRow("offline negative time") << "offline" << qint64(-7) << "offline";
+    QTest::newRow("offline today")
+        << "offline" << localSecs(2026, 3, 15, 9, 5) << "last seen at 09:05";
+    QTest::newRow("offline yesterday")
+        << "offline" << localSecs(2026, 3, 14, 23, 59) << "last seen 2026-03-14 23:59";
+    QTest::newRow("offline long ago")
+        << "offline" << localSecs(2024, 1, 2, 3, 4) << "last seen 2024-01-02 03:04";
+    QTest::newRow("unknown type") << "bot" << qint64(0) << "";
+    QTest::newRow("blank type") << "" << qint64(5) << "";
+}
+
+void TestPresence::statusText()
+{
+    QFETCH(QString, type);
+    QFETCH(qint64, wasOnline);
+    QFETCH(QString, expected);
+    const QDateTime now(QDate(2026, 3, 15), QTime(18, 0), Qt::LocalTime);
+    QCOMPARE(Presence::formatUserStatusText(type, wasOnline, 123456, now), expected);
+    // The expiry takes no part in the text.
+    QCOMPARE(Presence::formatUserStatusText(type, wasOnline, 0, now), expected);
+}
+
+void TestPresence::subtitle_data()
+{
+    QTest::addColumn<QString>("chatType");
+    QTest::addColumn<QVariantMap>("info");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("private with presence")
+        << "private" << QVariantMap{{"peer_user_id", 42}} << "last seen recently";
+    QTest::newRow("secret with presence")
+        << "secret" << QVariantMap{{"peer_user_id", "42"}} << "last seen recently";
+    QTest::newRow("private unknown peer") << "private" << QVariantMap{{"peer_user_id", 43}} << "";
+    QTest::newRow("private no record") << "private" << QVariantMap{} << "";
+    QTest::newRow("group with online")
+        << "supergroup" << QVariantMap{{"member_count", 12}, {"online_count", 3}}
+        << "12 members, 3 online";
+    QTest::newRow("group none online")
+        << "basic_group" << QVariantMap{{"member_count", 12}, {"online_count", 0}} << "12 members";
+    QTest::newRow("group without members")
+        << "supergroup" << QVariantMap{{"member_count", 0}, {"online_count", 5}} << "";
+    QTest::newRow("channel") << "channel" << QVariantMap{{"member_count", 1500}}
+                             << "1500 subscribers";
+    QTest::newRow("channel without members") << "channel" << QVariantMap{} << "";
+    QTest::newRow("unknown type") << "bot" << QVariantMap{{"member_count", 9}} << "";
+}
+
+void TestPresence::subtitle()
+{
+    QFETCH(QString, chatType);
+    QFETCH(QVariantMap, info);
+    QFETCH(QString, expected);
+    Presence p;
+    p.setStatusText(42, QStringLiteral(" last seen recently "));
+    QCOMPARE(p.chatHeaderSubtitle(chatType, info), expected);
+}
+
+void TestPresence::senderUpdate_data()
+{
+    QTest::addColumn<qint64>("userId");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<qint64>("photo");
+    QTest::addColumn<int>("changed");
+    QTest::addColumn<QString>("firstName");
+    QTest::addColumn<QString>("firstPhoto");
+    QTest::addColumn<QString>("firstAvatar");
+    QTest::newRow("new name") << qint64(42) << "Neo" << qint64(0) << 2 << "Neo"
+                              << "5"
+                              << "";
+    QTest::newRow("same name") << qint64(42) << "Old" << qint64(0) << 0 << "Old"
+                               << "5"
+                               << "";
+    QTest::newRow("empty name") << qint64(42) << "" << qint64(0) << 0 << "Old"
+                                << "5"
+                                << "";
+    QTest::newRow("new photo with round png") << qint64(42) << "" << qint64(66) << 2 << "Old"
+                                              << "66"
+                                              << "/r/66.png";
+    QTest::newRow("new photo not yet made") << qint64(42) << "" << qint64(67) << 2 << "Old"
+                                            << "67"
+                                            << "";
+    QTest::newRow("same photo") << qint64(42) << "" << qint64(5) << 0 << "Old"
+                                << "5"
+                                << "";
+    QTest::newRow("other user") << qint64(44) << "Neo" << qint64(66) << 0 << "Old"
+                                << "5"
+                                << "";
+    QTest::newRow("user 0 touches nothing") << qint64(0) << "Neo" << qint64(66) << 0 << "Old"
+                                            << "5"
+                                            << "";
+}
+
+void TestPresence::senderUpdate()
+{
+    QFETCH(qint64, userId);
+    QFETCH(QString, name);
+    QFETCH(qint64, photo);
+    QFETCH(int, changed);
+    QFETCH(QString, firstName);
+    QFETCH(QString, firstPhoto);
+    QFETCH(QString, firstAvatar);
+    Presence p;
+    p.setAvatarPath(66, QStringLiteral("/r/66.png"));
+    ArrayDataModel model;
+    const QVariantMap mine{{"id", "1"},
+                           {"sender_user_id", "42"},
+                           {"sender_name", "Old"},
+                           {"sender_photo_small_id", "5"}};
+    model.append(mine);
+    model.append(QVariantMap{{"id", "2"}, {"text", "no sender"}});
+    QList<QVariantMap> buffered{mine};
+    QCOMPARE(p.updateSenderInfoForUser(&model, &buffered, userId, name, photo), changed);
+    const QVariantMap row = model.value(0);
+    QCOMPARE(row.value(QStringLiteral("sender_name")).toString(), firstName);
+    QCOMPARE(row.value(QStringLiteral("sender_photo_small_id")).toString(), firstPhoto);
+    QCOMPARE(row.value(QStringLiteral("sender_avatar_path")).toString(), firstAvatar);
+    QCOMPARE(buffered.at(0), row);
+    QCOMPARE(model.value(1), (QVariantMap{{"id", "2"}, {"text", "no sender"}}));
+    // Without any rows nothing breaks.
+    QCOMPARE(p.updateSenderInfoForUser(nullptr, nullptr, userId, name, photo), 0);
+}
+
+QTEST_GUILESS_MAIN(TestPresence)
+#include "test_presence.moc"
