@@ -259,7 +259,13 @@ void ListView::doLayout()
     m_inLayout = true;
     m_layoutPending = false;
 
-    const int n = qMin(rowCount(), m_heights.size());
+    if (rowCount() != m_heights.size()) {
+        // Out of step with the model (a change we could not follow):
+        // start the heights afresh but keep the place.
+        releaseAll();
+        m_heights.reset(rowCount(), m_estimate);
+    }
+    const int n = m_heights.size();
     const int width = viewport()->width();
     const int vh = viewport()->height();
 
