@@ -231,16 +231,11 @@ void DemoBackend::tdError(const QString &extra, int code, const QString &message
 void DemoBackend::later(int ms, std::function<void()> fn)
 {
     const qint64 scaled = qint64(double(ms) * m_config.speed);
-    if (scaled <= 0 && m_tasks.isEmpty()) {
+    if (scaled <= 0) {
         fn();
         return;
     }
-    // Due times never run backwards, so answers keep the order they were
-    // scheduled in even when a shorter delay follows a longer one.
-    qint64 due = monotonicMs() + scaled;
-    if (!m_tasks.isEmpty())
-        due = qMax(due, m_tasks.lastKey());
-    m_tasks.insert(due, Task{m_taskSeq++, std::move(fn)});
+    m_tasks.insert(TaskKey(monotonicMs() + scaled, m_taskSeq++), std::move(fn));
     armScheduler();
 }
 
@@ -250,16 +245,16 @@ void DemoBackend::armScheduler()
         m_scheduler->stop();
         return;
     }
-    const qint64 wait = qMax<qint64>(0, m_tasks.firstKey() - monotonicMs());
+    const qint64 wait = qMax<qint64>(0, m_tasks.firstKey().first - monotonicMs());
     m_scheduler->start(int(qMin<qint64>(wait, 3600000)));
 }
 
 void DemoBackend::onSchedulerTimeout()
 {
     const qint64 now = monotonicMs();
-    while (!m_tasks.isEmpty() && m_tasks.firstKey() <= now) {
-        Task t = m_tasks.take(m_tasks.firstKey());
-        t.fn();
+    while (!m_tasks.isEmpty() && m_tasks.firstKey().first <= now) {
+        const std::function<void()> fn = m_tasks.take(m_tasks.firstKey());
+        fn();
     }
     armScheduler();
 }
@@ -277,8 +272,8 @@ void DemoBackend::drainPending()
     }
     int guard = 100000;
     while (!m_tasks.isEmpty() && guard-- > 0) {
-        Task t = m_tasks.take(m_tasks.firstKey());
-        t.fn();
+        const std::function<void()> fn = m_tasks.take(m_tasks.firstKey());
+        fn();
     }
     m_scheduler->stop();
 }
@@ -1227,6 +1222,10 @@ void DemoBackend::cmdOpen(const QStringList &a)
     emitPinnedState(ci);
     if (const DemoUser *u = m_world.userById(chat(ci).peerUserId))
         emitEvent(userJson(*u));
+    for (qint64 member : chat(ci).members) {
+        if (const DemoUser *u = m_world.userById(member))
+            emitEvent(userJson(*u));
+    }
 }
 
 void DemoBackend::cmdClose(const QStringList &a)
@@ -2295,7 +2294,7 @@ void DemoBackend::finishDownload(qint64 fileId, const QString &path, bool priori
     const int parts = total > 65536 ? 3 : 1;
     for (int i = 1; i <= parts; ++i) {
         const qint64 done = i == parts ? total : total * i / (parts + 1);
-        later(step, [this, fileId, done, total] {
+        later(step * i, [this, fileId, done, total] {
             QJsonObject e;
             e.insert(QStringLiteral("type"), QStringLiteral("file_progress"));
             e.insert(QStringLiteral("id"), fileId);
@@ -2304,7 +2303,7 @@ void DemoBackend::finishDownload(qint64 fileId, const QString &path, bool priori
             emitEvent(e);
         });
     }
-    later(step, [this, fileId, path, total] {
+    later(step * parts + 1, [this, fileId, path, total] {
         m_downloading.remove(fileId);
         QJsonObject e;
         e.insert(QStringLiteral("type"), QStringLiteral("file"));

@@ -59,11 +59,8 @@ private:
         int gen = 0;
         bool replyPending = false;
     };
-    struct Task
-    {
-        quint64 seq;
-        std::function<void()> fn;
-    };
+    // Due time and sequence number: equal due times run first in, first out.
+    using TaskKey = QPair<qint64, quint64>;
 
     // Output.
     void emitEvent(const QJsonObject &event);
@@ -170,7 +167,7 @@ private:
     qint64 m_logSize = 0;
     QTimer *m_scheduler = nullptr;
     QTimer *m_life = nullptr;
-    QMultiMap<qint64, Task> m_tasks;
+    QMap<TaskKey, std::function<void()>> m_tasks;
     quint64 m_taskSeq = 0;
     qint64 m_clockMs = 0;
     DemoRng m_lifeRng;

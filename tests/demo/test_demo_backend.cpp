@@ -1053,6 +1053,354 @@ private Q_SLOTS:
         QCOMPARE(p.finish(), 0);
     }
 
+    // Sends a text and returns the final message id, 0 on failure.
+    static qint64 sendText(DemoProcess &p, qint64 chatId, const QString &text,
+                           int *doneIndex = nullptr)
+    {
+        const int m = p.mark();
+        p.send("send64 " + QByteArray::number(chatId) + ' ' + b64(text));
+        const int done = p.waitType(m, QStringLiteral("message_send_succeeded"));
+        if (doneIndex)
+            *doneIndex = done;
+        return done < 0 ? 0 : ev_i64(p.events().at(done), "new_id");
+    }
+
+    void openSendsHistoryAndPinnedState()
+    {
+        DemoProcess p(freshRoot());
+        QVERIFY(p.start());
+        QVERIFY(signIn(p));
+        qint64 lastGen = 0;
+        for (int round = 0; round < 2; ++round) {
+            const int m = p.mark();
+            p.send("open 1003");
+            const int begin = p.waitType(m, QStringLiteral("history_begin"));
+            const int end = p.waitType(m, QStringLiteral("history_end"));
+            QVERIFY(begin >= 0 && end > begin);
+            QVERIFY(p.events().at(begin).value(QStringLiteral("clear")).toBool());
+            const qint64 gen = ev_i64(p.events().at(begin), "gen");
+            QVERIFY(gen > lastGen);
+            lastGen = gen;
+            QVERIFY(end - begin - 1 > 0);
+            QVERIFY(p.waitFor(end, [](const QJsonObject &e) {
+                return ev_type(e) == QLatin1String("pinned_message") ||
+                       ev_type(e) == QLatin1String("pinned_none");
+            }) >= 0);
+            QVERIFY(p.waitFor(end, [](const QJsonObject &e) {
+                return ev_type(e) == QLatin1String("user") && ev_i64(e, "id") == 1003;
+            }) >= 0);
+        }
+        // Older pages keep the generation of the open.
+        int end = -1;
+        const QList<QJsonObject> page = history(p, "history_more 1003 5 10", &end);
+        QCOMPARE(ev_i64(p.events().at(end), "gen"), lastGen);
+        QCOMPARE(page.size(), 4);
+        QCOMPARE(p.finish(), 0);
+    }
+
+    void pinnedList()
+    {
+        DemoProcess p(freshRoot());
+        QVERIFY(p.start());
+        QVERIFY(signIn(p));
+        qint64 chatId = 0;
+        qint64 pinnedId = 0;
+        for (const QJsonObject &c : loadChats(p, 1000)) {
+            const int m = p.mark();
+            p.send("open " + QByteArray::number(ev_i64(c, "id")));
+            const int i = p.waitFor(m, [](const QJsonObject &e) {
+                return ev_type(e).startsWith(QLatin1String("pinned_"));
+            });
+            QVERIFY(i >= 0);
+            if (ev_type(p.events().at(i)) == QLatin1String("pinned_message")) {
+                chatId = ev_i64(c, "id");
+                pinnedId = ev_i64(p.events().at(i), "id");
+                break;
+            }
+        }
+        QVERIFY(chatId != 0);
+        const int m = p.mark();
+        p.send("pinned_list " + QByteArray::number(chatId) + " 100");
+        const int end = p.waitType(m, QStringLiteral("pinned_list_end"));
+        const int begin = p.waitType(m, QStringLiteral("pinned_list_begin"));
+        QVERIFY(begin >= 0 && end > begin + 1);
+        const QJsonObject first = p.events().at(begin + 1);
+        QCOMPARE(ev_type(first), QStringLiteral("pinned_list_item"));
+        QCOMPARE(ev_i64(first, "id"), pinnedId);
+        QCOMPARE(p.finish(), 0);
+    }
+
+    void readPersists()
+    {
+        const QString root = freshRoot();
+        qint64 chatId = 0;
+        {
+            DemoProcess p(root);
+            QVERIFY(p.start());
+            QVERIFY(signIn(p));
+            qint64 last = 0;
+            for (const QJsonObject &c : loadChats(p, 1000)) {
+                if (ev_i64(c, "unread_count") > 0 && ev_i64(c, "last_message_id") < 20000) {
+                    chatId = ev_i64(c, "id");
+                    last = ev_i64(c, "last_message_id");
+                    break;
+                }
+            }
+            QVERIFY(chatId != 0);
+            const int m = p.mark();
+            p.send("read " + QByteArray::number(chatId) + ' ' + QByteArray::number(last));
+            const int i = p.waitType(m, QStringLiteral("chat_unread"));
+            QVERIFY(i >= 0);
+            QCOMPARE(ev_i64(p.events().at(i), "unread_count"), qint64(0));
+            QCOMPARE(p.finish(), 0);
+        }
+        DemoProcess p(root);
+        QVERIFY(p.start());
+        bool found = false;
+        for (const QJsonObject &c : loadChats(p, 1000)) {
+            if (ev_i64(c, "id") == chatId) {
+                found = true;
+                QCOMPARE(ev_i64(c, "unread_count"), qint64(0));
+            }
+        }
+        QVERIFY(found);
+        QCOMPARE(p.finish(), 0);
+    }
+
+    void editPersists()
+    {
+        const QString root = freshRoot();
+        qint64 id = 0;
+        const QString edited = QStringLiteral("Edited ✎ text");
+        {
+            DemoProcess p(root);
+            QVERIFY(p.start());
+            QVERIFY(signIn(p));
+            id = sendText(p, 1003, QStringLiteral("first version"));
+            QVERIFY(id > 0);
+            const int m = p.mark();
+            p.send("edit64 1003 " + QByteArray::number(id) + ' ' + b64(edited));
+            const int i = p.waitType(m, QStringLiteral("message_update"));
+            QVERIFY(i >= 0);
+            QCOMPARE(ev_i64(p.events().at(i), "id"), id);
+            QCOMPARE(p.events().at(i).value(QStringLiteral("text")).toString(), edited);
+            QCOMPARE(p.finish(), 0);
+        }
+        DemoProcess p(root);
+        QVERIFY(p.start());
+        bool found = false;
+        for (const QJsonObject &m : history(p, "history 1003 10")) {
+            if (ev_i64(m, "id") == id) {
+                found = true;
+                QCOMPARE(m.value(QStringLiteral("text")).toString(), edited);
+                QVERIFY(ev_i64(m, "edit_date") > 0);
+            }
+        }
+        QVERIFY(found);
+        QCOMPARE(p.finish(), 0);
+    }
+
+    void peerAnswersAndReads()
+    {
+        const QString root = freshRoot();
+        qint64 replyId = 0;
+        {
+            DemoProcess p(root);
+            QVERIFY(p.start());
+            QVERIFY(signIn(p));
+            int done = -1;
+            const qint64 sent = sendText(p, 1003, QStringLiteral("Are you there?"), &done);
+            QVERIFY(sent > 0);
+            const int read = p.waitFor(done, [](const QJsonObject &e) {
+                return ev_type(e) == QLatin1String("chat_read_outbox") &&
+                       ev_i64(e, "chat_id") == 1003;
+            });
+            QVERIFY(read >= 0);
+            QCOMPARE(ev_i64(p.events().at(read), "last_read_outbox_message_id"), sent);
+            const int reply = p.waitFor(done, [](const QJsonObject &e) {
+                return ev_type(e) == QLatin1String("message_new") && ev_i64(e, "chat_id") == 1003 &&
+                       !e.value(QStringLiteral("outgoing")).toBool();
+            });
+            QVERIFY(reply >= 0);
+            replyId = ev_i64(p.events().at(reply), "id");
+            QVERIFY(replyId > sent);
+            QCOMPARE(ev_i64(p.events().at(reply), "sender_user_id"), qint64(1003));
+            QCOMPARE(p.finish(), 0);
+        }
+        DemoProcess p(root);
+        QVERIFY(p.start());
+        const QList<QJsonObject> page = history(p, "history 1003 3");
+        QVERIFY(!page.isEmpty());
+        QCOMPARE(ev_i64(page.last(), "id"), replyId);
+        QCOMPARE(p.finish(), 0);
+    }
+
+    void forwardMessages()
+    {
+        DemoProcess p(freshRoot());
+        QVERIFY(p.start());
+        QVERIFY(signIn(p));
+        const qint64 big = bigChatId(loadChats(p, 1000));
+        const QList<QJsonObject> source = history(p, "history " + QByteArray::number(big) + " 2");
+        QCOMPARE(source.size(), 2);
+        const int m = p.mark();
+        p.send("forward 1003 " + QByteArray::number(big) + ' ' +
+               QByteArray::number(ev_i64(source.at(0), "id")) + ' ' +
+               QByteArray::number(ev_i64(source.at(1), "id")));
+        QList<QJsonObject> pending;
+        QVERIFY(p.waitFor(m, [&pending](const QJsonObject &e) {
+            if (ev_type(e) == QLatin1String("message_new") && ev_i64(e, "chat_id") == 1003 &&
+                e.value(QStringLiteral("outgoing")).toBool())
+                pending.append(e);
+            return pending.size() == 2;
+        }) >= 0);
+        for (int i = 0; i < 2; ++i) {
+            QVERIFY(!pending.at(i).value(QStringLiteral("forwarded")).toString().isEmpty());
+            QCOMPARE(pending.at(i).value(QStringLiteral("content_type")),
+                     source.at(i).value(QStringLiteral("content_type")));
+            QCOMPARE(pending.at(i).value(QStringLiteral("media_file_id")),
+                     source.at(i).value(QStringLiteral("media_file_id")));
+        }
+        qint64 previous = 0;
+        for (int i = 0; i < 2; ++i) {
+            const qint64 oldId = ev_i64(pending.at(i), "id");
+            const int done = p.waitFor(m, [oldId](const QJsonObject &e) {
+                return ev_type(e) == QLatin1String("message_send_succeeded") &&
+                       ev_i64(e, "old_id") == oldId;
+            });
+            QVERIFY(done >= 0);
+            QVERIFY(ev_i64(p.events().at(done), "new_id") > previous);
+            previous = ev_i64(p.events().at(done), "new_id");
+        }
+        QCOMPARE(p.finish(), 0);
+    }
+
+    void deleteMessages_data()
+    {
+        QTest::addColumn<bool>("inBigGroup");
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<bool>("deleted");
+        QTest::newRow("private, for self") << false << "self" << true;
+        QTest::newRow("private, for everyone") << false << "all" << true;
+        QTest::newRow("someone else's in a supergroup, for everyone") << true << "all" << false;
+        QTest::newRow("someone else's in a supergroup, for self") << true << "self" << false;
+    }
+
+    void deleteMessages()
+    {
+        QFETCH(bool, inBigGroup);
+        QFETCH(QString, mode);
+        QFETCH(bool, deleted);
+        const QString root = freshRoot();
+        qint64 chatId = 1003;
+        qint64 target = 0;
+        {
+            DemoProcess p(root);
+            QVERIFY(p.start());
+            QVERIFY(signIn(p));
+            if (inBigGroup)
+                chatId = bigChatId(loadChats(p, 1000));
+            for (const QJsonObject &m :
+                 history(p, "history " + QByteArray::number(chatId) + " 30")) {
+                if (!m.value(QStringLiteral("outgoing")).toBool())
+                    target = ev_i64(m, "id");
+            }
+            QVERIFY(target > 0);
+            const int m = p.mark();
+            p.send("delete " + QByteArray::number(chatId) + ' ' + mode.toUtf8() + ' ' +
+                   QByteArray::number(target) + " 99999999");
+            // The missing second id is always refused on its own.
+            const int missing = p.waitFor(m, [](const QJsonObject &e) {
+                return ev_type(e) == QLatin1String("delete_error") &&
+                       e.value(QStringLiteral("code")).toInt() == 404;
+            });
+            QVERIFY(missing >= 0);
+            const QList<QJsonObject> answers = p.between(m, missing + 1);
+            QCOMPARE(hasType(answers, QStringLiteral("messages_deleted")), deleted);
+            bool refused = false;
+            for (const QJsonObject &e : answers)
+                refused |= ev_type(e) == QLatin1String("delete_error") &&
+                           e.value(QStringLiteral("code")).toInt() == 403;
+            QCOMPARE(refused, !deleted);
+            QCOMPARE(p.finish(), 0);
+        }
+        DemoProcess p(root);
+        QVERIFY(p.start());
+        bool present = false;
+        for (const QJsonObject &m : history(p, "history " + QByteArray::number(chatId) + " 30"))
+            present |= ev_i64(m, "id") == target;
+        QCOMPARE(present, !deleted);
+        QCOMPARE(p.finish(), 0);
+    }
+
+    void clearHistoryAndDeleteChatPersist()
+    {
+        const QString root = freshRoot();
+        qint64 group = 0;
+        {
+            DemoProcess p(root);
+            QVERIFY(p.start());
+            QVERIFY(signIn(p));
+            for (const QJsonObject &c : loadChats(p, 1000)) {
+                if (c.value(QStringLiteral("chat_type")) == QLatin1String("basic_group")) {
+                    group = ev_i64(c, "id");
+                    break;
+                }
+            }
+            QVERIFY(group != 0);
+            int m = p.mark();
+            p.send("clear_history 1003");
+            QVERIFY(p.waitType(m, QStringLiteral("history_cleared")) >= 0);
+            const int last = p.waitType(m, QStringLiteral("chat_last_message"));
+            QVERIFY(last >= 0);
+            QCOMPARE(ev_i64(p.events().at(last), "message_id"), qint64(0));
+            m = p.mark();
+            p.send("delete_chat " + QByteArray::number(group));
+            QVERIFY(p.waitType(m, QStringLiteral("chat_deleted")) >= 0);
+            QCOMPARE(p.finish(), 0);
+        }
+        DemoProcess p(root);
+        QVERIFY(p.start());
+        QVERIFY(history(p, "history 1003 30").isEmpty());
+        for (const QJsonObject &c : loadChats(p, 1000))
+            QVERIFY(ev_i64(c, "id") != group);
+        // New messages still work in the cleared chat.
+        QVERIFY(sendText(p, 1003, QStringLiteral("after the clear")) > 0);
+        QCOMPARE(history(p, "history 1003 30").size(), 2); // the message and the peer's answer
+        QCOMPARE(p.finish(), 0);
+    }
+
+    void lifeGoesOn()
+    {
+        DemoProcess p(freshRoot());
+        p.setEnv(QStringLiteral("DEMO_SPEED"), QStringLiteral("0.02"));
+        QVERIFY(p.start());
+        QVERIFY(signIn(p));
+        const int m = p.mark();
+        // Nothing is asked: other chats receive messages and people come and go.
+        const int incoming = p.waitFor(
+            m,
+            [](const QJsonObject &e) {
+                return ev_type(e) == QLatin1String("message_new") &&
+                       !e.value(QStringLiteral("outgoing")).toBool();
+            },
+            30000);
+        QVERIFY(incoming >= 0);
+        const qint64 chatId = ev_i64(p.events().at(incoming), "chat_id");
+        QVERIFY(p.waitFor(incoming, [chatId](const QJsonObject &e) {
+            return ev_type(e) == QLatin1String("chat_position") && ev_i64(e, "chat_id") == chatId;
+        }) >= 0);
+        QVERIFY(p.waitFor(
+                    m, [](const QJsonObject &e) { return ev_type(e) == QLatin1String("user"); },
+                    30000) >= 0);
+        // The message went into the account.
+        bool stored = false;
+        for (const QJsonObject &msg : history(p, "history " + QByteArray::number(chatId) + " 5"))
+            stored |= ev_i64(msg, "id") == ev_i64(p.events().at(incoming), "id");
+        QVERIFY(stored);
+        QCOMPARE(p.finish(), 0);
+    }
+
     void searchOnServer()
     {
         DemoProcess p(freshRoot());
