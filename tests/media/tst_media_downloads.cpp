@@ -1,0 +1,401 @@
+// The download queue, the file the user waits for, saving into the shared
+// downloads folder, the notification and opening files by MIME type.
+
+#include "audio_test_util.h"
+#include "media/media_downloads.h"
+
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace testaudio;
+
+class TstMediaDownloads : public QObject
+{
+    Q_OBJECT
+private:
+    QTemporaryDir m_dir;
+    QStringList m_lines;
+    QList<qint64> m_lineTimes;
+    QStringList m_log;
+    RecordingToaster m_toaster;
+    RecordingInvoker m_invoker;
+    QElapsedTimer m_clock;
+
+    QString shared() const { return m_dir.filePath(QStringLiteral("shared")); }
+    QString downloads() const { return shared() + QStringLiteral("/downloads/quillo"); }
+    MediaServices services()
+    {
+        MediaServices s;
+        s.sendLine = [this](const QString &l) {
+            m_lines.append(l);
+            m_lineTimes.append(m_clock.elapsed());
+        };
+        s.appendLog = [this](const QString &l) { m_log.append(l); };
+        s.toaster = &m_toaster;
+        s.invoker = &m_invoker;
+        return s;
+    }
+    QString makeFile(const QString &relative, const QByteArray &content = "data")
+    {
+        const QString p = m_dir.filePath(relative);
+        QDir().mkpath(QFileInfo(p).path());
+        write_file(p, content);
+        return p;
+    }
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void pacingAndOrder_data();
+    void pacingAndOrder();
+    void priorityForTheAwaitedFile();
+    void pendingFilePublishes();
+    void savedNames_data();
+    void savedNames();
+    void saveNeverOverwrites();
+    void notification_data();
+    void notification();
+    void mimeTable_data();
+    void mimeTable();
+    void openFile_data();
+    void openFile();
+    void tapHandlers();
+};
+
+void TstMediaDownloads::initTestCase()
+{
+    QVERIFY(m_dir.isValid());
+    m_clock.start();
+}
+
+void TstMediaDownloads::init()
+{
+    m_lines.clear();
+    m_lineTimes.clear();
+    m_log.clear();
+    m_toaster.clear();
+    m_invoker.clear();
+    m_invoker.setOpenResult(true);
+}
+
+void TstMediaDownloads::pacingAndOrder_data()
+{
+    QTest::addColumn<QList<qint64>>("ids");
+    QTest::addColumn<QList<bool>>("front");
+    QTest::addColumn<QStringList>("expected");
+    QTest::newRow("in order") << QList<qint64>{1, 2, 3} << QList<bool>{false, false, false}
+                              << QStringList{"download 1", "download 2", "download 3"};
+    QTest::newRow("front first") << QList<qint64>{1, 2, 3} << QList<bool>{false, false, true}
+                                 << QStringList{"download 3", "download 1", "download 2"};
+    QTest::newRow("once only") << QList<qint64>{4, 4, 5, 4} << QList<bool>{false, true, false, true}
+                               << QStringList{"download 4", "download 5"};
+    QTest::newRow("ids below 1 ignored")
+        << QList<qint64>{0, -3, 6} << QList<bool>{false, true, false} << QStringList{"download 6"};
+}
+
+void TstMediaDownloads::pacingAndOrder()
+{
+    QFETCH(QList<qint64>, ids);
+    QFETCH(QList<bool>, front);
+    QFETCH(QStringList, expected);
+    MediaDownloads dl(services(), downloads(), shared(), nullptr);
+    const qint64 start = m_clock.elapsed();
+    for (int i = 0; i < ids.size(); ++i)
+        dl.enqueueMediaDownload(ids[i], front[i]);
+    QVERIFY(m_lines.isEmpty());
+    QTRY_COMPARE_WITH_TIMEOUT(m_lines.size(), expected.size(), 5000);
+    QTest::qWait(600);
+    QCOMPARE(m_lines, expected);
+    QVERIFY(!dl.timerActive());
+    // One request per 400 ms tick, the first one tick after queuing.
+    QVERIFY(m_lineTimes[0] - start >= 390);
+    for (int i = 1; i < m_lineTimes.size(); ++i)
+        QVERIFY2(m_lineTimes[i] - m_lineTimes[i - 1] >= 390,
+                 qPrintable(QString::number(m_lineTimes[i] - m_lineTimes[i - 1])));
+    for (const QString &l : expected)
+        QVERIFY(m_log.contains(QStringLiteral("ui: download media file_id=%1\n").arg(l.mid(9))));
+    // Sent ids stay known: queuing them again requests nothing.
+    for (qint64 id : ids)
+        dl.enqueueMediaDownload(id, false);
+    QTest::qWait(500);
+    QCOMPARE(m_lines.size(), expected.size());
+}
+
+void TstMediaDownloads::priorityForTheAwaitedFile()
+{
+    MediaDownloads dl(services(), downloads(), shared(), nullptr);
+    dl.enqueueMediaDownload(20, false);
+    dl.setFilePendingFileId(21);
+    dl.enqueueMediaDownload(21, false);
+    QTRY_COMPARE_WITH_TIMEOUT(m_lines.size(), 2, 3000);
+    QCOMPARE(m_lines, (QStringList{"download 20", "downloadp 21"}));
+}
+
+void TstMediaDownloads::pendingFilePublishes()
+{
+    QObject view;
+    MediaDownloads dl(services(), downloads(), shared(), &view);
+    QSignalSpy rows(&dl, &MediaDownloads::mediaRowsNeedRefresh);
+    dl.setFilePendingFileId(30);
+    QCOMPARE(view.property("file_pending_file_id").toLongLong(), 30LL);
+    QCOMPARE(view.property("file_pending_downloaded").toLongLong(), 0LL);
+    QCOMPARE(rows.count(), 1);
+    dl.setFilePendingProgress(500, 1000);
+    QCOMPARE(view.property("file_pending_downloaded").toLongLong(), 500LL);
+    QCOMPARE(view.property("file_pending_total").toLongLong(), 1000LL);
+    rows.clear();
+    dl.setFilePendingFileId(30); // unchanged: nothing happens
+    QCOMPARE(rows.count(), 0);
+    QCOMPARE(view.property("file_pending_downloaded").toLongLong(), 500LL);
+    dl.setFilePendingFileId(31);
+    QCOMPARE(view.property("file_pending_file_id").toLongLong(), 31LL);
+    QCOMPARE(view.property("file_pending_downloaded").toLongLong(), 0LL);
+    QCOMPARE(view.property("file_pending_total").toLongLong(), 0LL);
+    QCOMPARE(rows.count(), 2);
+    QCOMPARE(rows.at(0).at(0).toLongLong(), 30LL);
+    QCOMPARE(rows.at(1).at(0).toLongLong(), 31LL);
+    dl.setFilePendingFileId(0);
+    QCOMPARE(rows.count(), 3);
+}
+
+void TstMediaDownloads::savedNames_data()
+{
+    QTest::addColumn<QStringList>("existing");
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<QString>("suggested");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("free name") << QStringList() << "src/a/notes.txt"
+                               << ""
+                               << "notes.txt";
+    QTest::newRow("suggested wins") << QStringList() << "src/b/123.bin"
+                                    << "Report.pdf"
+                                    << "Report.pdf";
+    QTest::newRow("numbered after two")
+        << QStringList{"report.pdf", "report (1).pdf"} << "src/c/x.pdf"
+        << "report.pdf"
+        << "report (2).pdf";
+    QTest::newRow("no suffix") << QStringList{"README"} << "src/d/README"
+                               << ""
+                               << "README (1)";
+    QTest::newRow("double suffix") << QStringList{"a.tar.gz"} << "src/e/a.tar.gz"
+                                   << ""
+                                   << "a.tar (1).gz";
+    QTest::newRow("names without a name") << QStringList() << "src/f/  "
+                                          << "  "
+                                          << "file_77";
+    QTest::newRow("suggested path is cut to its name") << QStringList() << "src/g/x"
+                                                       << "../../../escape.txt"
+                                                       << "escape.txt";
+    QTest::newRow("trimmed") << QStringList() << "src/h/x"
+                             << "  spaced.txt  "
+                             << "spaced.txt";
+}
+
+void TstMediaDownloads::savedNames()
+{
+    QFETCH(QStringList, existing);
+    QFETCH(QString, source);
+    QFETCH(QString, suggested);
+    QFETCH(QString, expected);
+    const QString folder = downloads();
+    QDir(folder).removeRecursively();
+    QDir().mkpath(folder);
+    for (const QString &e : existing)
+        QVERIFY(write_file(folder + QLatin1Char('/') + e, "old"));
+    const QString src = makeFile(source, "new content");
+    MediaDownloads dl(services(), folder, shared(), nullptr);
+    const QString got = dl.copyFileToSharedDownloads(77, src, suggested);
+    QCOMPARE(got, folder + QLatin1Char('/') + expected);
+    QCOMPARE(read_file(got), QByteArray("new content"));
+    QVERIFY(QFileInfo::exists(src));
+    for (const QString &e : existing)
+        QCOMPARE(read_file(folder + QLatin1Char('/') + e), QByteArray("old"));
+    QCOMPARE(QDir(folder).entryList(QDir::Files).size(), existing.size() + 1);
+}
+
+void TstMediaDownloads::saveNeverOverwrites()
+{
+    const QString folder = downloads();
+    QDir(folder).removeRecursively();
+    MediaDownloads dl(services(), folder, shared(), nullptr);
+    const QString src = makeFile(QStringLiteral("src/z/song.mp3"));
+    // Refusals.
+    QCOMPARE(dl.copyFileToSharedDownloads(0, src, QString()), QString());
+    QCOMPARE(dl.copyFileToSharedDownloads(5, QString(), QString()), QString());
+    QCOMPARE(dl.copyFileToSharedDownloads(5, m_dir.filePath("nothing.mp3"), QString()), QString());
+    QCOMPARE(dl.copyFileToSharedDownloads(5, m_dir.filePath("src"), QString()), QString());
+    QVERIFY(!QFileInfo::exists(folder));
+    // A file already in the folder is returned as it is, with no copy.
+    const QString first = dl.copyFileToSharedDownloads(5, src, QString());
+    QCOMPARE(first, folder + QStringLiteral("/song.mp3"));
+    QCOMPARE(dl.copyFileToSharedDownloads(5, first, QString()), first);
+    QCOMPARE(QDir(folder).entryList(QDir::Files).size(), 1);
+    // With every numbered name taken the copy fails.
+    for (int n = 1; n <= 999; ++n)
+        QVERIFY(write_file(folder + QStringLiteral("/song (%1).mp3").arg(n), "taken"));
+    QCOMPARE(dl.copyFileToSharedDownloads(5, src, QString()), QString());
+    QCOMPARE(read_file(folder + QStringLiteral("/song (999).mp3")), QByteArray("taken"));
+    // A folder that cannot be made.
+    const QString blocker = makeFile(QStringLiteral("blocker"));
+    MediaDownloads blocked(services(), blocker + QStringLiteral("/quillo"), shared(), nullptr);
+    QCOMPARE(blocked.copyFileToSharedDownloads(5, src, QString()), QString());
+}
+
+void TstMediaDownloads::notification_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("displayName");
+    QTest::addColumn<QString>("toast");
+    QTest::newRow("saved copy") << "shared/downloads/quillo/a.pdf"
+                                << ""
+                                << "File saved: a.pdf";
+    QTest::newRow("other downloads folder") << "shared/downloads/other/b.pdf"
+                                            << ""
+                                            << "File saved: b.pdf";
+    QTest::newRow("cache file") << "data/cache/c.bin"
+                                << ""
+                                << "File downloaded: c.bin";
+    QTest::newRow("display name") << "data/cache/d.bin"
+                                  << "  some/Nice name.doc "
+                                  << "File downloaded: Nice name.doc";
+}
+
+void TstMediaDownloads::notification()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, displayName);
+    QFETCH(QString, toast);
+    const QString path = makeFile(file);
+    MediaDownloads dl(services(), downloads(), shared(), nullptr);
+    dl.postFileDownloadedNotification(path, displayName);
+    QCOMPARE(m_toaster.shown(), QStringList{toast});
+    dl.postFileDownloadedNotification(path + QStringLiteral(".gone"), displayName);
+    QCOMPARE(m_toaster.shown().size(), 1);
+    QCOMPARE(m_log, QStringList{QStringLiteral("ui: notify missing file: %1.gone\n").arg(path)});
+}
+
+void TstMediaDownloads::mimeTable_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("mime");
+    const QList<QPair<const char *, const char *>> rows = {
+        {"a.pdf", "application/pdf"},
+        {"a.png", "image/png"},
+        {"photo.JPG", "image/jpeg"},
+        {"a.jpeg", "image/jpeg"},
+        {"a.gif", "image/gif"},
+        {"a.txt", "text/plain"},
+        {"debug.log", "text/plain"},
+        {"a.html", "text/html"},
+        {"a.HTM", "text/html"},
+        {"a.json", "application/json"},
+        {"a.xml", "application/xml"},
+        {"a.csv", "text/csv"},
+        {"a.mp3", "audio/mpeg"},
+        {"a.ogg", "audio/ogg"},
+        {"a.wav", "audio/wav"},
+        {"a.m4a", "audio/mp4"},
+        {"a.mp4", "video/mp4"},
+        {"a.mov", "video/quicktime"},
+        {"a.zip", "application/zip"},
+        {"a.tar.gz", "application/gzip"},
+        {"a.7z", "application/x-7z-compressed"},
+        {"a.rar", "application/x-rar-compressed"},
+        {"a.doc", "application/msword"},
+        {"a.docx", "application/vnd.openxmlformats-officedocument.wordprocessingml.document"},
+        {"a.xls", "application/vnd.ms-excel"},
+        {"a.xlsx", "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet"},
+        {"a.ppt", "application/vnd.ms-powerpoint"},
+        {"a.pptx", "application/vnd.openxmlformats-officedocument.presentationml.presentation"},
+        {"a.oga", "application/octet-stream"},
+        {"Makefile", "application/octet-stream"},
+        {"archive.pdf.exe", "application/octet-stream"},
+    };
+    for (const auto &r : rows)
+        QTest::newRow(r.first) << QString::fromLatin1(r.first) << QString::fromLatin1(r.second);
+}
+
+void TstMediaDownloads::mimeTable()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, mime);
+    QCOMPARE(mime_type_for_file_name(name), mime);
+}
+
+void TstMediaDownloads::openFile_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<bool>("accepted");
+    QTest::addColumn<QString>("mime");
+    QTest::addColumn<QString>("mode");
+    QTest::newRow("shared file in place") << "shared/documents/x.PDF" << true << "application/pdf"
+                                          << "1";
+    QTest::newRow("private file as a copy") << "data/cache/y.png" << true << "image/png"
+                                            << "2";
+    QTest::newRow("nothing takes it") << "data/cache/z.bin" << false << "application/octet-stream"
+                                      << "2";
+}
+
+void TstMediaDownloads::openFile()
+{
+    QFETCH(QString, file);
+    QFETCH(bool, accepted);
+    QFETCH(QString, mime);
+    QFETCH(QString, mode);
+    const QString path = makeFile(file);
+    m_invoker.setOpenResult(accepted);
+    MediaDownloads dl(services(), downloads(), shared(), nullptr);
+    dl.invokeOpenFile(path);
+    QCOMPARE(m_invoker.requests().size(), 1);
+    const RecordingInvoker::Request r = m_invoker.requests().first();
+    QCOMPARE(r.url, QUrl::fromLocalFile(path));
+    QCOMPARE(r.mimeType, mime);
+    QCOMPARE(r.transferMode, mode);
+    QCOMPARE(m_log.contains(QStringLiteral("ui: invoke failed (no reply) path=%1\n").arg(path)),
+             !accepted);
+    m_invoker.clear();
+    m_log.clear();
+    dl.invokeOpenFile(path + QStringLiteral(".missing"));
+    QVERIFY(m_invoker.requests().isEmpty());
+    QCOMPARE(m_log, QStringList{QStringLiteral("ui: invoke missing file: %1.missing\n").arg(path)});
+}
+
+void TstMediaDownloads::tapHandlers()
+{
+    QObject view;
+    const QString folder = downloads();
+    QDir(folder).removeRecursively();
+    MediaDownloads dl(services(), folder, shared(), &view);
+    QSignalSpy saved(&dl, &MediaDownloads::fileSharedPathChanged);
+    QSignalSpy video(&dl, &MediaDownloads::videoViewerRequested);
+    const QString doc = makeFile(QStringLiteral("data/files/doc.txt"));
+    const QString clip = makeFile(QStringLiteral("data/files/clip.mp4"));
+
+    dl.onFileTapped(doc, 0); // ignored
+    dl.onFileTapped(doc, 60);
+    QCOMPARE(saved.count(), 1);
+    QCOMPARE(saved.at(0).at(1).toString(), folder + QStringLiteral("/doc.txt"));
+    QVERIFY(m_log.contains(QStringLiteral("ui: file saved: %1/doc.txt\n").arg(folder)));
+    QCOMPARE(m_toaster.shown(), QStringList{QStringLiteral("File saved: doc.txt")});
+
+    dl.onFileIconTapped(doc, 61);
+    QCOMPARE(m_invoker.requests().size(), 1);
+    dl.onVideoTapped(clip, 62);
+    QCOMPARE(video.count(), 1);
+    QVERIFY(m_lines.isEmpty());
+
+    dl.onFileTapped(QString(), 63);
+    QCOMPARE(view.property("file_pending_file_id").toLongLong(), 63LL);
+    dl.onFileIconTapped(QStringLiteral("/no/such/file"), 64);
+    dl.onVideoTapped(QString(), 65);
+    QCOMPARE(view.property("file_pending_file_id").toLongLong(), 65LL);
+    QVERIFY(m_log.contains(QStringLiteral("ui: file download file_id=63\n")));
+    QVERIFY(m_log.contains(QStringLiteral("ui: file download file_id=64\n")));
+    QVERIFY(m_log.contains(QStringLiteral("ui: video download file_id=65\n")));
+    QTRY_COMPARE_WITH_TIMEOUT(m_lines.size(), 3, 3000);
+    QCOMPARE(m_lines, (QStringList{"download 63", "download 64", "downloadp 65"}));
+}
+
+QTEST_GUILESS_MAIN(TstMediaDownloads)
+#include "tst_media_downloads.moc"
