@@ -35,6 +35,8 @@ BackendLink::BackendLink(const AppFolders &folders, AppLog *log, EventIntake *in
 
     m_retryTimer = new QTimer(this);
     m_retryTimer->setSingleShot(true);
+    // A coarse timer may fire up to 5 % early; the back-off steps are meant as written.
+    m_retryTimer->setTimerType(Qt::PreciseTimer);
     connect(m_retryTimer, &QTimer::timeout, this, &BackendLink::onBackendRetryTimeout);
 
     m_log->setUiDebugLogPath(uiDebugLogPath());
