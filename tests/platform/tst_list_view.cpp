@@ -139,6 +139,11 @@ private Q_SLOTS:
     void viewPropertiesReachProvider();
     void stickToEndFollowsAppends();
     void resetAndEmptyModel();
+    void itemGrowingLaterIsRemeasured();
+    void movedRowsShowTheirData_data();
+    void movedRowsShowTheirData();
+    void endRequestedWhileHidden();
+    void removeAboveKeepsPosition();
 };
 
 void TestListView::onlyVisibleRowsGetWidgets_data()
@@ -460,6 +465,82 @@ void TestListView::resetAndEmptyModel()
     f.view.layoutNow();
     QVERIFY(f.view.visibleRows().isEmpty());
     QCOMPARE(f.view.firstVisibleItem(), QVariantList());
+}
+
+// An item whose content grows after updateItem (an image arriving) asks
+// for a new layout; rows below move down, rows above stay.
+void TestListView::itemGrowingLaterIsRemeasured()
+{
+    Fixture f(100);
+    auto *w = static_cast<RowWidget *>(f.view.itemWidget(1));
+    const int y2 = f.yOf(2);
+    const int y0 = f.yOf(0);
+    w->h += 40;
+    w->updateGeometry();
+    QTRY_COMPARE(f.view.itemWidget(1)->height(), heightFor(1) + 40);
+    QCOMPARE(f.yOf(2), y2 + 40);
+    QCOMPARE(f.yOf(0), y0);
+}
+
+void TestListView::movedRowsShowTheirData_data()
+{
+    QTest::addColumn<int>("from");
+    QTest::addColumn<int>("to");
+    QTest::newRow("down within view") << 0 << 3;
+    QTest::newRow("up within view") << 4 << 0;
+    QTest::newRow("from far below to top") << 500 << 0;
+    QTest::newRow("from top to far below") << 1 << 700;
+}
+
+void TestListView::movedRowsShowTheirData()
+{
+    QFETCH(int, from);
+    QFETCH(int, to);
+    Fixture f(1000);
+    const QVariant movedId = f.model.value(from).value("id");
+    f.model.move(from, to);
+    QCOMPARE(f.model.value(to).value("id"), movedId);
+    f.view.layoutNow();
+    checkTiling(f); // heights follow the ids, widgets their rows
+    if (to < 3)
+        QCOMPARE(static_cast<RowWidget *>(f.view.itemWidget(to))->h, heightFor(movedId.toInt()));
+}
+
+void TestListView::endRequestedWhileHidden()
+{
+    ArrayDataModel model;
+    CountingProvider provider;
+    QWidget holder;
+    auto *view = new ListView(&holder);
+    view->setListItemProvider(&provider);
+    model.append(makeRows(500));
+    view->setDataModel(&model);
+    holder.resize(300, 1000);
+    view->setGeometry(0, 0, 300, 1000);
+    holder.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&holder));
+    view->hide(); // another screen is in front
+    view->scrollToPosition(ListView::End, false);
+    // Shown later and smaller, it still opens at the end.
+    view->setGeometry(0, 0, 300, 400);
+    view->show();
+    QTRY_VERIFY(view->isAtEnd());
+    QWidget *last = view->itemWidget(499);
+    QVERIFY(last);
+    QCOMPARE(last->geometry().bottom() + 1, view->viewport()->height());
+}
+
+void TestListView::removeAboveKeepsPosition()
+{
+    Fixture f(1000);
+    f.view.scrollToItem({300}, false);
+    QWidget *before = f.view.itemWidget(300);
+    f.model.removeRange(10, 50);
+    f.view.layoutNow();
+    QCOMPARE(f.view.itemWidget(250), before);
+    QCOMPARE(f.yOf(250), 0);
+    QCOMPARE(f.view.firstVisibleItem(), QVariantList{250});
+    checkTiling(f);
 }
 
 QTEST_MAIN(TestListView)

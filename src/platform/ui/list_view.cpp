@@ -360,8 +360,10 @@ void ListView::doLayout()
 
     const qint64 maxTop = qMax<qint64>(0, m_heights.total() - vh);
     updateScrollBar(maxTop);
-    if (m_pinEnd || m_stickToEnd)
-        m_pinEnd = m_stickToEnd && m_top >= maxTop;
+    if (m_stickToEnd)
+        m_pinEnd = m_top >= maxTop;
+    else if (m_pinEnd && isVisible())
+        m_pinEnd = false; // a request made while hidden waits for the real size
     updateState(maxTop);
     m_inLayout = false;
 }
