@@ -13,6 +13,9 @@
 #include "platform/instance_channel.h"
 #include "platform/invoker.h"
 #include "platform/toaster.h"
+#include "platform/ui/list_view.h"
+#include "platform/ui/phone_window.h"
+#include "platform/ui/toast_overlay.h"
 #include "shell/debug_flags.h"
 #include "shell/osicons.h"
 #include "shell/sign_in.h"
@@ -44,20 +47,6 @@ QProcessEnvironment toProcessEnvironment(const QStringList &entries)
     }
     return env;
 }
-
-// Until the toast overlay is part of the window, toasts go to the in-app log.
-class LogToaster : public Toaster
-{
-public:
-    explicit LogToaster(AppLog *log) : log_(log) {}
-    void showToast(const QString &text) override
-    {
-        log_->appendLog(QStringLiteral("ui: toast ") + text + QLatin1Char('\n'));
-    }
-
-private:
-    AppLog *log_;
-};
 
 } // namespace
 
@@ -102,8 +91,10 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
         log_->appendUiFileLog(QStringLiteral("app: instance channel: ") + error);
     connect(instance_, &InstanceChannel::urlReceived, this, &UiTdlibSpike::onInvoked);
 
-    // Models and event dispatch, needed by the screens.
-    toaster_ = std::make_unique<LogToaster>(log_);
+    // 7. Screens with their initial texts, then the models and the event
+    //    dispatch that fill them, wired to the slots.
+    buildScreens();
+    toaster_ = new ToastOverlay(window_->screenHost(), this);
     chatRows_ = new ArrayDataModel(this);
     chats_ = new ChatListModel(chatRows_, this);
     auto send = [this](const QString &line) { sendLine(line); };
@@ -112,20 +103,22 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     EventDispatcherDeps deps;
     deps.chats = chats_;
     deps.avatars = avatars_;
-    deps.toaster = toaster_.get();
+    deps.toaster = toaster_;
     deps.log = log_;
     deps.sendLine = send;
     deps.dataDir = folders_.dataDir;
     dispatcher_ = new EventDispatcher(deps, this);
     connect(intake_, &EventIntake::eventReceived, dispatcher_, &EventDispatcher::handleEventMap);
-
-    // 7. Screens with their initial texts, wired to the slots.
-    buildScreens();
+    chatListView_->setDataModel(chatRows_);
     connectScreens();
+    window_->show();
 
     // 8. Application lifecycle.
     connect(lifecycle_, &AppLifecycle::thumbnailed, this, &UiTdlibSpike::onAppThumbnailed);
-    connect(lifecycle_, &AppLifecycle::fullscreen, this, &UiTdlibSpike::onAppFullscreen);
+    connect(lifecycle_, &AppLifecycle::fullscreen, this, [this] {
+        if (!pinnedToBackground_)
+            onAppFullscreen();
+    });
     connect(lifecycle_, &AppLifecycle::aboutToQuit, this, &UiTdlibSpike::onAppAboutToQuit);
 
     // 9. The retry, avatar and download timers belong to the link and the
@@ -139,6 +132,13 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
 
     // 12. The headless service request, once, half a second later.
     QTimer::singleShot(500, this, &UiTdlibSpike::onInitNotifications);
+
+    // Developer switch for measurements: behave as if sent to the background
+    // right after start, whatever the window system reports later.
+    if (env.value(QStringLiteral("VEXA_START_IN_BACKGROUND")) == QLatin1String("1")) {
+        pinnedToBackground_ = true;
+        QTimer::singleShot(0, this, &UiTdlibSpike::onAppThumbnailed);
+    }
 }
 
 UiTdlibSpike::~UiTdlibSpike()
@@ -147,10 +147,16 @@ UiTdlibSpike::~UiTdlibSpike()
     // link, whose destructor ends the child while the log still exists.
     window_.reset();
     screens_ = nullptr;
+    chatListView_ = nullptr;
     delete dispatcher_;
     delete link_;
     delete intake_;
     delete log_;
+}
+
+Toaster *UiTdlibSpike::toaster() const
+{
+    return toaster_;
 }
 
 QString UiTdlibSpike::themeFilePath() const
@@ -165,11 +171,16 @@ void UiTdlibSpike::loadThemeSetting()
 
 void UiTdlibSpike::applyTheme()
 {
-    // Message rows read the theme from the list that shows them.
-    if (screens_) {
-        screens_->conversationScreen()->messageListHost()->setProperty("ui_dark_theme", darkTheme_);
-        screens_->applyTheme(darkTheme_);
+    if (!screens_)
+        return;
+    screens_->applyTheme(darkTheme_);
+    // Rows read the theme from the list that shows them, and redraw.
+    const QList<ListView *> lists = screens_->findChildren<ListView *>();
+    for (ListView *list : lists) {
+        list->setProperty("ui_dark_theme", darkTheme_);
+        list->updateVisibleItems();
     }
+    screens_->conversationScreen()->messageListHost()->setProperty("ui_dark_theme", darkTheme_);
 }
 
 float UiTdlibSpike::detectUiScale()
@@ -198,12 +209,17 @@ void UiTdlibSpike::sendLine(const QString &line)
 void UiTdlibSpike::buildScreens()
 {
     const DisplayInfo display(toProcessEnvironment(environment_));
-    screens_ = new ShellScreens(darkTheme_, uiScale_);
-    screens_->conversationScreen()->messageListHost()->setProperty("ui_dark_theme", darkTheme_);
-    window_.reset(screens_);
+    window_ = std::make_unique<PhoneWindow>(display);
     window_->setWindowTitle(QStringLiteral("Vexa"));
-    window_->resize(display.pixelSize());
-    window_->show();
+    screens_ = new ShellScreens(darkTheme_, uiScale_);
+    window_->setScreen(screens_);
+
+    chatListView_ = new ListView;
+    chatListView_->setObjectName(QStringLiteral("chat_list_view"));
+    chatListView_->setFrameShape(QFrame::NoFrame);
+    chatListView_->setEstimatedRowHeight(scaled_px(188, uiScale_));
+    screens_->mainScreen()->setChatListView(chatListView_);
+    applyTheme();
 }
 
 void UiTdlibSpike::connectScreens()
@@ -357,6 +373,7 @@ void UiTdlibSpike::onInvoked(const QString &url)
 {
     appendLog(QStringLiteral("ui: invoked %1\n").arg(url));
     if (window_) {
+        window_->show();
         window_->raise();
         window_->activateWindow();
     }

@@ -16,6 +16,9 @@ class ChatListModel;
 class EventDispatcher;
 class EventIntake;
 class InstanceChannel;
+class ListView;
+class PhoneWindow;
+class ToastOverlay;
 class Invoker;
 class ShellScreens;
 class Toaster;
@@ -44,7 +47,9 @@ public:
     QString themeFilePath() const;
 
     ShellScreens *screens() const { return screens_; }
-    QWidget *window() const { return window_.get(); }
+    PhoneWindow *window() const { return window_.get(); }
+    ListView *chatListView() const { return chatListView_; }
+    Toaster *toaster() const;
     AppLog *appLog() const { return log_; }
     EventIntake *eventIntake() const { return intake_; }
     BackendLink *backendLink() const { return link_; }
@@ -89,6 +94,7 @@ private:
     QStringList environment_;
     AppFolders folders_;
     bool appActive_ = true;
+    bool pinnedToBackground_ = false;
     bool darkTheme_ = true;
     bool disableBubbles_ = false;
     float uiScale_ = 1.0f;
@@ -97,7 +103,7 @@ private:
     EventIntake *intake_ = nullptr;
     BackendLink *link_ = nullptr;
     std::unique_ptr<Invoker> invoker_;
-    std::unique_ptr<Toaster> toaster_;
+    ToastOverlay *toaster_ = nullptr;
     AppLifecycle *lifecycle_ = nullptr;
     InstanceChannel *instance_ = nullptr;
     ArrayDataModel *chatRows_ = nullptr;
@@ -106,6 +112,7 @@ private:
     EventDispatcher *dispatcher_ = nullptr;
 
     // The top-level window; the screens live inside it.
-    std::unique_ptr<QWidget> window_;
-    ShellScreens *screens_ = nullptr; // owned by window_
+    std::unique_ptr<PhoneWindow> window_;
+    ShellScreens *screens_ = nullptr;  // owned by window_
+    ListView *chatListView_ = nullptr; // owned by the screens
 };
