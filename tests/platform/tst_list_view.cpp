@@ -144,6 +144,7 @@ private Q_SLOTS:
     void movedRowsShowTheirData();
     void endRequestedWhileHidden();
     void removeAboveKeepsPosition();
+    void indexPathForChildWidget();
 };
 
 void TestListView::onlyVisibleRowsGetWidgets_data()
@@ -541,6 +542,21 @@ void TestListView::removeAboveKeepsPosition()
     QCOMPARE(f.yOf(250), 0);
     QCOMPARE(f.view.firstVisibleItem(), QVariantList{250});
     checkTiling(f);
+}
+
+void TestListView::indexPathForChildWidget()
+{
+    Fixture f(100);
+    auto *button = new QWidget(f.view.itemWidget(4));
+    QCOMPARE(f.view.indexPathForWidget(button), QVariantList{4});
+    QCOMPARE(f.view.indexPathForWidget(f.view.itemWidget(2)), QVariantList{2});
+    // After rows are inserted above, the same control reports its new row.
+    f.model.insert(0, makeRows(3, 5000));
+    f.view.layoutNow();
+    QCOMPARE(f.view.indexPathForWidget(button), QVariantList{7});
+    QWidget stranger;
+    QCOMPARE(f.view.indexPathForWidget(&stranger), QVariantList());
+    QCOMPARE(f.view.indexPathForWidget(nullptr), QVariantList());
 }
 
 QTEST_MAIN(TestListView)

@@ -94,6 +94,20 @@ QWidget *ListView::itemWidget(int row) const
     return it == m_active.constEnd() ? nullptr : it->widget;
 }
 
+QVariantList ListView::indexPathForWidget(const QWidget *widget) const
+{
+    const QWidget *vp = viewport();
+    while (widget && widget->parentWidget() != vp)
+        widget = widget->parentWidget();
+    if (!widget)
+        return QVariantList();
+    for (auto it = m_active.constBegin(); it != m_active.constEnd(); ++it) {
+        if (it->widget == widget)
+            return QVariantList{it.key()};
+    }
+    return QVariantList();
+}
+
 int ListView::rowAt(const QPoint &viewportPos) const
 {
     const int n = m_heights.size();

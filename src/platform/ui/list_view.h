@@ -64,6 +64,10 @@ public:
     QList<int> visibleRows() const;
     // The widget that shows row, or null when the row is out of view.
     QWidget *itemWidget(int row) const;
+    // The index path of the row whose item holds widget (the item itself or
+    // any control inside it), or an empty list. Lets a button inside an
+    // item find its row at the time it is pressed.
+    QVariantList indexPathForWidget(const QWidget *widget) const;
     // The row under a point of the viewport, or -1.
     int rowAt(const QPoint &viewportPos) const;
     // Content offset of the viewport's top edge.
