@@ -57,7 +57,7 @@ void TestServices::desktopInvoker()
 {
     DesktopInvoker inv;
     // No headless services on this system: always "no reply".
-    QVERIFY(!inv.invokeService("vexa.backend", "bb.action.START", "text/plain"));
+    QVERIFY(!inv.invokeService("vexa.backend", "start", "text/plain"));
     QVERIFY(!inv.openUrl(QUrl(), "text/plain", "Share"));
 }
 

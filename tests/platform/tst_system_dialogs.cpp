@@ -53,6 +53,7 @@ private Q_SLOTS:
     void selectedIndicesBounded();
     void promptText_data();
     void promptText();
+    void withoutParentIsAWindow();
 
 private:
     QWidget *m_host = nullptr;
@@ -296,6 +297,20 @@ void TestSystemDialogs::promptText()
     QTest::keyClicks(field, typed);
     QTest::keyClick(field, Qt::Key_Return);
     QCOMPARE(got, initial + typed);
+}
+
+void TestSystemDialogs::withoutParentIsAWindow()
+{
+    SystemDialog d("OK", "Cancel");
+    d.setTitle("Update available");
+    QSignalSpy fin(&d, &SystemUiDialog::finished);
+    d.show();
+    QVERIFY(d.isWindow());
+    QVERIFY(d.isVisible());
+    QCOMPARE(d.windowTitle(), QStringLiteral("Update available"));
+    QTest::mouseClick(d.findChild<QPushButton *>("dialog_confirm"), Qt::LeftButton);
+    QCOMPARE(fin.count(), 1);
+    QCOMPARE(fin.at(0).at(0).toInt(), 2);
 }
 
 QTEST_MAIN(TestSystemDialogs)

@@ -31,6 +31,8 @@ ListView::~ListView()
     stopAnimation();
     for (const auto &c : qAsConst(m_modelConnections))
         disconnect(c);
+    // Item widgets go first, while this object can still hear from them.
+    destroyAllWidgets();
 }
 
 void ListView::setDataModel(QAbstractItemModel *model)
