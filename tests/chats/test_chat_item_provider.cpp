@@ -238,6 +238,15 @@ void TestChatItemProvider::insideListView()
     QVERIFY(second);
     QCOMPARE(child(second, "preview")->maximumWidth(), rowWidth - 18 - 144 - 14 - 16);
 
+    // The theme comes from the list's property.
+    QCOMPARE(child<QLabel>(first, "title")->palette().color(QPalette::WindowText),
+             QColor(Qt::white));
+    view.setProperty("ui_dark_theme", false);
+    view.updateVisibleItems();
+    view.layoutNow();
+    QCOMPARE(child<QLabel>(view.itemWidget(0), "title")->palette().color(QPalette::WindowText),
+             QColor(0x20, 0x20, 0x20));
+
     // A merge that moves a chat redraws the rows through the provider.
     chats.upsertChatRow(QVariantMap{{"id", "10"}, {"order", "99"}});
     view.layoutNow();

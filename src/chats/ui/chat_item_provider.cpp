@@ -182,7 +182,6 @@ QWidget *ChatItemProvider::createItem(ListView *listView, const QString &type)
 void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QString &type,
                                   const QVariantList &indexPath, const QVariantMap &data)
 {
-    Q_UNUSED(listView)
     Q_UNUSED(type)
     Q_UNUSED(indexPath)
     if (!item) {
@@ -202,6 +201,13 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
 
     const QString titleText = data.value(QStringLiteral("title")).toString();
     title->setText(titleText);
+    // The list carries the theme; without a list the dark theme is assumed.
+    const QVariant dark = listView ? listView->property("ui_dark_theme") : QVariant();
+    const bool darkTheme = !dark.isValid() || dark.toBool();
+    if (title->property("ui_dark_theme") != QVariant(darkTheme)) {
+        setTextColor(title, darkTheme ? QColor(Qt::white) : QColor(0x20, 0x20, 0x20));
+        title->setProperty("ui_dark_theme", darkTheme);
+    }
 
     const QString avatarPath = data.value(QStringLiteral("avatar_path")).toString();
     const qint64 id = data.value(QStringLiteral("id")).toLongLong();
