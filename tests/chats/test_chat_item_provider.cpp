@@ -165,6 +165,9 @@ void TestChatItemProvider::fill()
     QCOMPARE(child(item.get(), "avatar_img")->isHidden(), !photoShown);
     QCOMPARE(child(item.get(), "avatar_img")->property("image_path").toString(),
              photoShown ? photo : QString());
+    auto *avatar = child<QLabel>(item.get(), "avatar");
+    QCOMPARE(avatar->autoFillBackground(), false);
+    QCOMPARE(avatar->pixmap(Qt::ReturnByValue).isNull(), photoShown);
     QCOMPARE(child(item.get(), "badge")->isHidden(), badge.isEmpty());
     QCOMPARE(child<QLabel>(item.get(), "badge_num")->text(), badge);
     QCOMPARE(child<QLabel>(item.get(), "time")->text(), time);

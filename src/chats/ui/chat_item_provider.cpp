@@ -229,6 +229,11 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
         avatarImg->hide();
         letter->show();
     } else {
+        // The round photo's corners show what is behind: nothing.
+        avatar->clear();
+        avatar->setAutoFillBackground(false);
+        avatar->setProperty("background_path", QString());
+        avatar->setProperty("background_color", QString());
         avatarImg->setPixmap(QPixmap(avatarPath));
         avatarImg->setProperty("image_path", avatarPath);
         avatarImg->show();
