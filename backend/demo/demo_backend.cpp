@@ -2143,10 +2143,10 @@ bool DemoBackend::fileSpec(qint64 fileId, QString *path, QString *error, bool *n
     };
     switch (ref.kind) {
     case DemoFileRef::ChatPhoto:
-        return picture(files.filePath(QStringLiteral("profile_photos/chat_%1.jpg").arg(fileId)),
+        return picture(files.filePath(QStringLiteral("profile_photos/chat_%1.png").arg(fileId)),
                        160, 160);
     case DemoFileRef::UserPhoto:
-        return picture(files.filePath(QStringLiteral("profile_photos/user_%1.jpg").arg(fileId)),
+        return picture(files.filePath(QStringLiteral("profile_photos/user_%1.png").arg(fileId)),
                        160, 160);
     case DemoFileRef::Stored: {
         const auto it = m_files.constFind(fileId);
@@ -2172,10 +2172,10 @@ bool DemoBackend::fileSpec(qint64 fileId, QString *path, QString *error, bool *n
         if (ref.kind == DemoFileRef::MessageThumb) {
             const int w = m.mediaW >= m.mediaH ? 160 : qMax(8, 160 * m.mediaW / qMax(1, m.mediaH));
             const int h = m.mediaW >= m.mediaH ? qMax(8, 160 * m.mediaH / qMax(1, m.mediaW)) : 160;
-            return picture(files.filePath(QStringLiteral("thumbnails/%1.jpg").arg(fileId)), w, h);
+            return picture(files.filePath(QStringLiteral("thumbnails/%1.png").arg(fileId)), w, h);
         }
         if (m.mediaType == QLatin1String("photo"))
-            return picture(files.filePath(QStringLiteral("photos/%1.jpg").arg(fileId)), m.mediaW,
+            return picture(files.filePath(QStringLiteral("photos/%1.png").arg(fileId)), m.mediaW,
                            m.mediaH);
         if (m.mediaType == QLatin1String("file")) {
             *path = files.filePath(

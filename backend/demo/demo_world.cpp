@@ -480,7 +480,7 @@ DemoMessage DemoWorld::generateMessage(const DemoChat &chat, qint64 id, qint64 e
     if (kind < 70) {
         m.contentType = QStringLiteral("messageText");
     } else if (kind < 79) {
-        static const int dims[][2] = {{1280, 960}, {960, 1280}, {1280, 720}, {800, 800}};
+        static const int dims[][2] = {{960, 720}, {720, 960}, {960, 540}, {720, 720}};
         const int d = rng.below(4);
         m.contentType = QStringLiteral("messagePhoto");
         m.mediaType = QStringLiteral("photo");

@@ -10,6 +10,7 @@
 #include <QHostAddress>
 #include <QNetworkDatagram>
 #include <QSocketNotifier>
+#include <QThreadPool>
 #include <QUdpSocket>
 
 #include <cerrno>
@@ -224,6 +225,9 @@ int main(int argc, char **argv)
     }
 
     exitCode = app.exec();
+    // Image work may have started pool threads; end them before exit so
+    // nothing runs while the process tears down.
+    QThreadPool::globalInstance()->waitForDone();
     store.close();
     ::close(lockFd);
     return exitCode;

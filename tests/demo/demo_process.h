@@ -86,7 +86,11 @@ public:
         if (!m_proc.waitForFinished(timeoutMs))
             return -1;
         m_stdout += m_proc.readAllStandardOutput();
-        return m_proc.exitStatus() == QProcess::NormalExit ? m_proc.exitCode() : -1;
+        const int code = m_proc.exitStatus() == QProcess::NormalExit ? m_proc.exitCode() : -1;
+        if (code != 0)
+            qWarning("td_backend exited with %d: %s", code,
+                     m_proc.readAllStandardError().right(4000).constData());
+        return code;
     }
 
     QByteArray standardOutput()
