@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QHostAddress>
 #include <QNetworkDatagram>
 #include <QSocketNotifier>
@@ -121,6 +122,9 @@ int main(int argc, char **argv)
         return 1;
     }
     QDir().mkpath(cfg.filesDir);
+    QDir().mkpath(QFileInfo(cfg.eventsPath).absolutePath());
+    if (!cfg.logPath.isEmpty())
+        QDir().mkpath(QFileInfo(cfg.logPath).absolutePath());
 
     // One process per database folder: the lock lives as long as the file
     // descriptor, which is never handed to child processes.

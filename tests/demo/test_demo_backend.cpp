@@ -309,6 +309,27 @@ private Q_SLOTS:
         QCOMPARE(p.finish(), 0);
     }
 
+    void logFileIsTaggedAndBounded()
+    {
+        DemoProcess p(freshRoot());
+        p.setEnv(QStringLiteral("TDLIB_LOG_VERBOSITY"), QStringLiteral("3"));
+        p.setEnv(QStringLiteral("TDLIB_LOG_MAX_FILE_SIZE"), QStringLiteral("4000"));
+        QVERIFY(p.start());
+        for (int i = 0; i < 300; ++i)
+            p.send("state");
+        QCOMPARE(p.finish(), 0);
+        QFile log(p.logPath());
+        QVERIFY(log.open(QIODevice::ReadOnly));
+        const QByteArray text = log.readAll();
+        QVERIFY(text.size() <= 4000);
+        QVERIFY(QFileInfo(p.logPath() + QStringLiteral(".old")).size() > 0);
+        const QList<QByteArray> lines = text.split('\n');
+        QVERIFY(lines.size() > 10);
+        for (const QByteArray &line : lines)
+            QVERIFY2(line.isEmpty() || line.startsWith("[backend] "), line.constData());
+        QVERIFY(lines.contains("[backend] cmd state"));
+    }
+
     void commandsBeforeSignIn_data()
     {
         QTest::addColumn<QByteArray>("command");
