@@ -29,13 +29,16 @@ SystemUiDialog::SystemUiDialog(QWidget *parent) : QWidget(parent)
     panelLayout->setContentsMargins(32, 28, 32, 24);
     panelLayout->setSpacing(20);
 
+    // Sizes are design pixels of the phone screen, not desktop points.
+    m_panel->setStyleSheet(
+        QStringLiteral("* { font-size: 30px; }"
+                       " QLabel#dialog_title { font-size: 36px; font-weight: bold; }"
+                       " QCheckBox::indicator { width: 36px; height: 36px; }"
+                       " QListWidget::item { padding: 14px 8px; }"));
+
     m_titleLabel = new QLabel(m_panel);
     m_titleLabel->setObjectName(QStringLiteral("dialog_title"));
     m_titleLabel->setWordWrap(true);
-    QFont tf = m_titleLabel->font();
-    tf.setBold(true);
-    tf.setPointSizeF(tf.pointSizeF() * 1.3);
-    m_titleLabel->setFont(tf);
     m_bodyLabel = new QLabel(m_panel);
     m_bodyLabel->setObjectName(QStringLiteral("dialog_body"));
     m_bodyLabel->setWordWrap(true);
@@ -57,6 +60,8 @@ SystemUiDialog::SystemUiDialog(QWidget *parent) : QWidget(parent)
     m_confirmButton = new QPushButton(m_panel);
     m_confirmButton->setObjectName(QStringLiteral("dialog_confirm"));
     m_confirmButton->setDefault(true);
+    for (QPushButton *b : {m_customButton, m_cancelButton, m_confirmButton})
+        b->setMinimumSize(160, 72);
     buttons->addWidget(m_customButton);
     buttons->addWidget(m_cancelButton);
     buttons->addWidget(m_confirmButton);
@@ -320,6 +325,12 @@ void SystemListDialog::rebuild()
             item->setSelected(true);
         }
     }
+    // Tall enough for every item, up to most of the screen; then it scrolls.
+    m_list->ensurePolished();
+    int h = 2 * m_list->frameWidth();
+    for (int i = 0; i < m_list->count() && h < 800; ++i)
+        h += m_list->sizeHintForRow(i);
+    m_list->setMinimumHeight(qMin(h, 800));
     m_rebuilding = false;
 }
 
