@@ -143,9 +143,10 @@ void EventDispatcher::handleEventMap(const QVariantMap &event)
         return;
     }
     const QString type = event.value(QStringLiteral("type")).toString();
-    for (int i = 0; i < kTableSize; ++i) {
-        if (type == QLatin1String(kTable[i].type)) {
-            (this->*kTable[i].handler)(event);
+    for (const Entry &entry : kTable) {
+        if (type == QLatin1String(entry.type)) {
+            const Handler handler = entry.handler;
+            (this->*handler)(event);
             return;
         }
     }
