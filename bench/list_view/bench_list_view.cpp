@@ -7,6 +7,7 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QHBoxLayout>
+#include <QImage>
 #include <QLabel>
 #include <QRandomGenerator>
 #include <QScrollBar>
@@ -115,6 +116,18 @@ int main(int argc, char *argv[])
     const double upMs = ms(t);
     std::printf("scroll back to start: %.2f ms (%d steps, %.3f ms/step)\n", upMs, steps,
                 upMs / qMax(1, steps));
+
+    // Frames as the user sees them: scroll a step, then paint the viewport.
+    QImage frame(view.viewport()->size(), QImage::Format_ARGB32_Premultiplied);
+    steps = 0;
+    t.restart();
+    for (; steps < 1000 && !view.isAtEnd(); ++steps) {
+        sb->setValue(sb->value() + 60);
+        view.viewport()->render(&frame);
+    }
+    const double paintMs = ms(t);
+    std::printf("scroll and paint: %.2f ms for %d frames (%.3f ms/frame)\n", paintMs, steps,
+                paintMs / qMax(1, steps));
 
     // Touch 1,000 rows around the view, as redraw requests do.
     view.scrollToItem({5000}, false);
