@@ -85,7 +85,9 @@ bool OggOpusWriter::openForWrite(const QString &path, QString &error)
     granuleTotal = 0;
     pageSequence = 0;
     setFileName(path);
-    if (!open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    // Unbuffered: one write per page, so a full disk shows up on that page
+    // instead of at close.
+    if (!open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
         error = QStringLiteral("ogg: cannot open output");
         return false;
     }

@@ -131,6 +131,40 @@ inline double estimate_frequency(const QVector<qint16> &mono, int rate)
     return double(crossings - 1) * rate / double(last - first);
 }
 
+// Power of one frequency in a signal (Goertzel).
+inline double tone_power(const QVector<qint16> &s, int from, int count, double freq, int rate)
+{
+    const double w = 2.0 * M_PI * freq / rate;
+    const double c = 2.0 * std::cos(w);
+    double s1 = 0;
+    double s2 = 0;
+    for (int i = from; i < from + count && i < s.size(); ++i) {
+        const double s0 = s[i] + c * s1 - s2;
+        s2 = s1;
+        s1 = s0;
+    }
+    return s1 * s1 + s2 * s2 - c * s1 * s2;
+}
+
+// The strongest frequency between lo and hi Hz (1 Hz steps) in up to one
+// second from the middle of the signal. Unlike counting zero crossings it
+// is not thrown off by short gaps or noise.
+inline double dominant_frequency(const QVector<qint16> &s, int rate, double lo, double hi)
+{
+    const int count = qMin(s.size(), rate);
+    const int from = (s.size() - count) / 2;
+    double best = 0;
+    double bestPower = -1;
+    for (double f = lo; f <= hi; f += 1.0) {
+        const double p = tone_power(s, from, count, f, rate);
+        if (p > bestPower) {
+            bestPower = p;
+            best = f;
+        }
+    }
+    return best;
+}
+
 // Root mean square of a stretch of samples.
 inline double rms(const QVector<qint16> &s, int from, int count)
 {

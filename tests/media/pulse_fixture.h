@@ -75,8 +75,10 @@ public:
             ::kill(pid_t(m_pid), SIGTERM);
             QElapsedTimer t;
             t.start();
-            while (::kill(pid_t(m_pid), 0) == 0 && t.elapsed() < 3000)
+            while (running(m_pid) && t.elapsed() < 3000)
                 QThread::msleep(20);
+            if (running(m_pid))
+                ::kill(pid_t(m_pid), SIGKILL);
             m_pid = 0;
         }
         if (m_envSet) {
@@ -105,6 +107,19 @@ public:
     }
 
 private:
+    // Alive and not merely waiting to be reaped by its new parent.
+    static bool running(qint64 pid)
+    {
+        if (::kill(pid_t(pid), 0) != 0)
+            return false;
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (!stat.open(QIODevice::ReadOnly))
+            return false;
+        const QByteArray text = stat.readAll();
+        const int close = text.lastIndexOf(')');
+        return close < 0 || text.mid(close + 2, 1) != "Z";
+    }
+
     static void restore(const char *name, const QByteArray &old)
     {
         if (old.isNull())

@@ -44,6 +44,7 @@ private Q_SLOTS:
     void pageFilling_data();
     void pageFilling();
     void lastPageOnlyWithPendingAudio();
+    void fullDiskFailsThePage();
 
     void dlsymRequired();
     void opusLoading_data();
@@ -310,6 +311,25 @@ void TstOggOpus::lastPageOnlyWithPendingAudio()
     QCOMPARE(pages.size(), 3);
     QCOMPARE(pages.last().headerType, 4);
     QCOMPARE(pages.last().granule, 0);
+}
+
+void TstOggOpus::fullDiskFailsThePage()
+{
+    if (!QFileInfo::exists(QStringLiteral("/dev/full")))
+        QSKIP("no /dev/full");
+    OggOpusWriter w;
+    QString error;
+    QVERIFY(w.openForWrite(QStringLiteral("/dev/full"), error));
+    QVERIFY(!w.writeHeaders(1, error));
+    QCOMPARE(error, QStringLiteral("ogg: write failed"));
+    // Audio pages fail the same way once the pending page is flushed.
+    for (int i = 0; i < 40; ++i)
+        QVERIFY(w.appendAudioPacket(QByteArray(100, 'a'), error));
+    QVERIFY(!w.appendAudioPacket(QByteArray(100, 'a'), error));
+    QCOMPARE(error, QStringLiteral("ogg: write failed"));
+    QVERIFY(!w.finish(error));
+    QCOMPARE(error, QStringLiteral("ogg: write failed"));
+    QVERIFY(!w.isOpened());
 }
 
 void TstOggOpus::dlsymRequired()
