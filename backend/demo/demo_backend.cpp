@@ -351,6 +351,11 @@ bool DemoBackend::start(QString *error)
         if (ci >= 0 && m.id > 0)
             m_rt[ci].stored.insert(m.id, m);
     }
+    const QHash<QString, QString> titles = m_store->metaWithPrefix(QStringLiteral("title:"));
+    for (auto it = titles.cbegin(); it != titles.cend(); ++it) {
+        if (!it.value().isEmpty())
+            m_titles.insert(it.key().toLongLong(), it.value());
+    }
     m_files = m_store->loadFiles();
     for (auto it = m_files.cbegin(); it != m_files.cend(); ++it)
         m_nextStoredFileId = qMax(m_nextStoredFileId, it.key() + 1);
@@ -819,7 +824,7 @@ QJsonObject DemoBackend::chatJson(int ci) const
     QJsonObject o;
     o.insert(QStringLiteral("type"), QStringLiteral("chat"));
     o.insert(QStringLiteral("id"), c.id);
-    o.insert(QStringLiteral("title"), c.title);
+    o.insert(QStringLiteral("title"), titleOf(ci));
     o.insert(QStringLiteral("chat_type"), c.type);
     o.insert(QStringLiteral("muted_known"), true);
     o.insert(QStringLiteral("muted"), rt.state.muted);
@@ -1572,7 +1577,7 @@ void DemoBackend::addIncomingFrom(int ci, qint64 sender, const QString &text)
     m.contentType = QStringLiteral("messageText");
     m.text = text;
     if (c.type == QLatin1String("channel")) {
-        m.senderName = c.title;
+        m.senderName = titleOf(ci);
         m.senderPhotoId = c.photoFileId;
     } else if (const DemoUser *u = m_world.userById(sender)) {
         m.senderUserId = u->id;
@@ -1599,7 +1604,7 @@ void DemoBackend::addIncomingFrom(int ci, qint64 sender, const QString &text)
         h.insert(QStringLiteral("type"), QStringLiteral("hub_notify_message"));
         h.insert(QStringLiteral("chat_id"), c.id);
         h.insert(QStringLiteral("id"), m.id);
-        h.insert(QStringLiteral("title"), c.title);
+        h.insert(QStringLiteral("title"), titleOf(ci));
         h.insert(QStringLiteral("text"), m.text);
         emitEvent(h);
     }
@@ -1614,7 +1619,7 @@ void DemoBackend::onLifeTick()
             const int ci = list.at(m_lifeRng.below(qMin(list.size(), 80)));
             if (chat(ci).canSend || chat(ci).type == QLatin1String("channel"))
                 addIncoming(ci, m_world.phrase(m_lifeRng));
-        } else if (r < 85) {
+        } else if (r < 80) {
             const DemoUser &u = m_world.users().at(m_lifeRng.below(m_world.users().size()));
             const bool online = !(m_presence.value(u.id).first == QLatin1String("online"));
             m_presence.insert(
@@ -1631,6 +1636,8 @@ void DemoBackend::onLifeTick()
                     emitEvent(o);
                 }
             }
+        } else if (r < 88) {
+            renameSomeGroup();
         } else {
             QJsonObject e;
             e.insert(QStringLiteral("type"), QStringLiteral("connection_state"));
@@ -1645,6 +1652,41 @@ void DemoBackend::onLifeTick()
         }
     }
     m_life->start(int((4000 + m_lifeRng.below(8000)) * m_config.speed));
+}
+
+QString DemoBackend::titleOf(int ci) const
+{
+    return m_titles.value(chat(ci).id, chat(ci).title);
+}
+
+void DemoBackend::renameSomeGroup()
+{
+    // Someone in a basic group decorates its name, or takes the decoration off.
+    QVector<int> groups;
+    for (int ci : mainList()) {
+        if (chat(ci).type == QLatin1String("basic_group"))
+            groups.append(ci);
+    }
+    if (groups.isEmpty())
+        return;
+    const int ci = groups.at(m_lifeRng.below(groups.size()));
+    static const QStringList marks = {QStringLiteral("✨"), QStringLiteral("🎈"), QStringLiteral("🌻"),
+                                      QStringLiteral("🍕")};
+    const QString base = chat(ci).title;
+    const QString title = m_titles.contains(chat(ci).id)
+                              ? base
+                              : base + QLatin1Char(' ') + marks.at(m_lifeRng.below(marks.size()));
+    if (title == base)
+        m_titles.remove(chat(ci).id);
+    else
+        m_titles.insert(chat(ci).id, title);
+    m_store->setMeta(QStringLiteral("title:%1").arg(chat(ci).id),
+                     title == base ? QString() : title);
+    QJsonObject e;
+    e.insert(QStringLiteral("type"), QStringLiteral("chat_title"));
+    e.insert(QStringLiteral("chat_id"), chat(ci).id);
+    e.insert(QStringLiteral("title"), title);
+    emitEvent(e);
 }
 
 // ---------------------------------------------------------------- message actions
@@ -1960,7 +2002,7 @@ void DemoBackend::cmdSearch(const QStringList &a)
             const QString needle = q.startsWith(QLatin1Char('@')) ? q.mid(1) : q;
             for (int ci = 0; ci < m_rt.size() && idx < limit; ++ci) {
                 const DemoChat &c = chat(ci);
-                if (!c.title.contains(needle, Qt::CaseInsensitive) &&
+                if (!titleOf(ci).contains(needle, Qt::CaseInsensitive) &&
                     !(c.username.size() > 0 && c.username.contains(needle, Qt::CaseInsensitive)))
                     continue;
                 QJsonObject o;
@@ -1968,7 +2010,7 @@ void DemoBackend::cmdSearch(const QStringList &a)
                 o.insert(QStringLiteral("req"), req);
                 o.insert(QStringLiteral("idx"), idx++);
                 o.insert(QStringLiteral("id"), c.id);
-                o.insert(QStringLiteral("title"), c.title);
+                o.insert(QStringLiteral("title"), titleOf(ci));
                 o.insert(QStringLiteral("chat_type"), c.type);
                 o.insert(QStringLiteral("photo_small_id"), c.photoFileId);
                 emitEvent(o);
@@ -2119,7 +2161,7 @@ void DemoBackend::cmdResolve(const QStringList &a)
         e.insert(QStringLiteral("type"), QStringLiteral("tg_resolve"));
         e.insert(QStringLiteral("username"), name);
         e.insert(QStringLiteral("chat_id"), c.id);
-        e.insert(QStringLiteral("title"), c.title);
+        e.insert(QStringLiteral("title"), titleOf(found));
         e.insert(QStringLiteral("chat_type"), c.type);
         e.insert(QStringLiteral("photo_small_id"), c.photoFileId);
         emitEvent(e);

@@ -73,6 +73,8 @@ private:
     void onSchedulerTimeout();
     void armScheduler();
     void onLifeTick();
+    void renameSomeGroup();
+    QString titleOf(int ci) const;
 
     // Authorisation.
     void announceAuthState();
@@ -155,6 +157,7 @@ private:
     int m_codeSends = 0;
     QVector<ChatRuntime> m_rt;
     QHash<qint64, DemoStoredFile> m_files;
+    QHash<qint64, QString> m_titles; // groups renamed while the account lived
     qint64 m_nextStoredFileId = DemoWorld::kStoredFileBase;
     qint64 m_nextPendingId = Q_INT64_C(1) << 40;
     qint64 m_searchReq = 0;

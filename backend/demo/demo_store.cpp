@@ -91,6 +91,20 @@ bool DemoStore::setMeta(const QString &key, const QString &value)
                 {key, value});
 }
 
+QHash<QString, QString> DemoStore::metaWithPrefix(const QString &prefix) const
+{
+    QHash<QString, QString> out;
+    QSqlQuery q(QSqlDatabase::database(m_connection, false));
+    if (!q.exec(QStringLiteral("SELECT key, value FROM meta")))
+        return out;
+    while (q.next()) {
+        const QString key = q.value(0).toString();
+        if (key.startsWith(prefix))
+            out.insert(key.mid(prefix.size()), q.value(1).toString());
+    }
+    return out;
+}
+
 QHash<qint64, DemoChatState> DemoStore::loadChatStates() const
 {
     QHash<qint64, DemoChatState> out;

@@ -53,6 +53,8 @@ public:
 
     QString meta(const QString &key, const QString &fallback = QString()) const;
     bool setMeta(const QString &key, const QString &value);
+    // Meta entries whose key starts with prefix, keyed by the rest of the key.
+    QHash<QString, QString> metaWithPrefix(const QString &prefix) const;
 
     QHash<qint64, DemoChatState> loadChatStates() const;
     bool saveChatState(qint64 chatId, const DemoChatState &s);

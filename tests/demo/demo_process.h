@@ -86,6 +86,7 @@ public:
         if (!m_proc.waitForFinished(timeoutMs))
             return -1;
         m_stdout += m_proc.readAllStandardOutput();
+        poll(); // everything the process wrote before it ended
         const int code = m_proc.exitStatus() == QProcess::NormalExit ? m_proc.exitCode() : -1;
         if (code != 0)
             qWarning("td_backend exited with %d: %s", code,

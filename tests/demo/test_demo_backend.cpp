@@ -239,6 +239,12 @@ private Q_SLOTS:
             p.send("phone " + phone.toUtf8());
             QVERIFY(p.waitFor(m, stateIs("WaitCode")) >= 0);
             QVERIFY(hasType(p.events().mid(m), QStringLiteral("code_info")));
+            m = p.mark();
+            p.send("resend");
+            const int resent = p.waitType(m, QStringLiteral("code_info"));
+            QVERIFY(resent >= 0);
+            QCOMPARE(p.events().at(resent).value(QStringLiteral("delivery")).toString(),
+                     QStringLiteral("sms"));
 
             m = p.mark();
             p.send("code 12345");
@@ -424,6 +430,18 @@ private Q_SLOTS:
         if (requested >= 120) {
             QCOMPARE(seenTypes, types);
             QVERIFY(muted && pinned && unread && nonLatin && photo);
+            // The peers' presence follows the list and covers every kind.
+            QSet<QString> statuses;
+            p.send("ping");
+            p.waitType(m, QStringLiteral("backend_ready"));
+            for (const QJsonObject &e : p.events().mid(m)) {
+                if (ev_type(e) == QLatin1String("user"))
+                    statuses.insert(e.value(QStringLiteral("status_type")).toString());
+            }
+            QCOMPARE(statuses,
+                     (QSet<QString>{QStringLiteral("online"), QStringLiteral("offline"),
+                                    QStringLiteral("recently"), QStringLiteral("last_week"),
+                                    QStringLiteral("last_month"), QStringLiteral("empty")}));
         }
         QCOMPARE(p.finish(), 0);
     }
@@ -507,16 +525,23 @@ private Q_SLOTS:
 
     void historyJumpWindow_data()
     {
+        QTest::addColumn<QByteArray>("verb");
         QTest::addColumn<qint64>("target");
         QTest::addColumn<qint64>("first");
         QTest::addColumn<qint64>("last");
-        QTest::newRow("middle") << qint64(10000) << qint64(9960) << qint64(10040);
-        QTest::newRow("near the start") << qint64(3) << qint64(1) << qint64(43);
-        QTest::newRow("newest") << qint64(20000) << qint64(19960) << qint64(20000);
+        QTest::newRow("middle") << QByteArray("history_jump") << qint64(10000) << qint64(9960)
+                                << qint64(10040);
+        QTest::newRow("near the start")
+            << QByteArray("history_jump") << qint64(3) << qint64(1) << qint64(43);
+        QTest::newRow("newest") << QByteArray("history_jump") << qint64(20000) << qint64(19960)
+                                << qint64(20000);
+        QTest::newRow("open with anchor")
+            << QByteArray("open") << qint64(15000) << qint64(14960) << qint64(15040);
     }
 
     void historyJumpWindow()
     {
+        QFETCH(QByteArray, verb);
         QFETCH(qint64, target);
         QFETCH(qint64, first);
         QFETCH(qint64, last);
@@ -524,11 +549,50 @@ private Q_SLOTS:
         QVERIFY(p.start());
         QVERIFY(signIn(p));
         const qint64 big = bigChatId(loadChats(p, 1000));
-        const QList<QJsonObject> page = history(p, "history_jump " + QByteArray::number(big) + ' ' +
-                                                       QByteArray::number(target) + " 40 40");
+        QByteArray line = verb + ' ' + QByteArray::number(big) + ' ' + QByteArray::number(target);
+        if (verb == "history_jump")
+            line += " 40 40";
+        int end = -1;
+        const QList<QJsonObject> page = history(p, line, &end);
+        QVERIFY(p.events().at(end).value(QStringLiteral("clear")).toBool());
         QCOMPARE(page.size(), int(last - first + 1));
         QCOMPARE(ev_i64(page.first(), "id"), first);
         QCOMPARE(ev_i64(page.last(), "id"), last);
+        QCOMPARE(p.finish(), 0);
+    }
+
+    void historyHasVariety()
+    {
+        DemoProcess p(freshRoot());
+        QVERIFY(p.start());
+        QVERIFY(signIn(p));
+        const qint64 big = bigChatId(loadChats(p, 1000));
+        QSet<QString> media;
+        bool reply = false, forward = false, edited = false, chosen = false, link = false,
+             lines = false, script = false, emoji = false;
+        for (const QJsonObject &m : history(p, "history " + QByteArray::number(big) + " 200")) {
+            media.insert(m.value(QStringLiteral("media_type")).toString());
+            reply |= ev_i64(m, "reply_to_message_id") > 0;
+            forward |= !m.value(QStringLiteral("forwarded")).toString().isEmpty();
+            edited |= ev_i64(m, "edit_date") > 0;
+            for (const QJsonValue &r : m.value(QStringLiteral("reactions")).toArray())
+                chosen |= r.toObject().value(QStringLiteral("chosen")).toBool();
+            const QString text = m.value(QStringLiteral("text")).toString();
+            link |= text.contains(QLatin1String("https://"));
+            lines |= text.contains(QLatin1Char('\n'));
+            for (const QChar c : text) {
+                script |= c.isLetter() && c.unicode() > 0x24F;
+                emoji |= c.isSurrogate();
+            }
+        }
+        const QSet<QString> all = {QString(),
+                                   QStringLiteral("photo"),
+                                   QStringLiteral("file"),
+                                   QStringLiteral("voice"),
+                                   QStringLiteral("video_note"),
+                                   QStringLiteral("video")};
+        QCOMPARE(media, all);
+        QVERIFY(reply && forward && edited && chosen && link && lines && script && emoji);
         QCOMPARE(p.finish(), 0);
     }
 
@@ -1393,33 +1457,60 @@ private Q_SLOTS:
 
     void lifeGoesOn()
     {
-        DemoProcess p(freshRoot());
-        p.setEnv(QStringLiteral("DEMO_SPEED"), QStringLiteral("0.02"));
-        QVERIFY(p.start());
-        QVERIFY(signIn(p));
-        const int m = p.mark();
-        // Nothing is asked: other chats receive messages and people come and go.
-        const int incoming = p.waitFor(
-            m,
-            [](const QJsonObject &e) {
-                return ev_type(e) == QLatin1String("message_new") &&
-                       !e.value(QStringLiteral("outgoing")).toBool();
-            },
-            30000);
-        QVERIFY(incoming >= 0);
-        const qint64 chatId = ev_i64(p.events().at(incoming), "chat_id");
-        QVERIFY(p.waitFor(incoming, [chatId](const QJsonObject &e) {
-            return ev_type(e) == QLatin1String("chat_position") && ev_i64(e, "chat_id") == chatId;
-        }) >= 0);
-        QVERIFY(p.waitFor(
-                    m, [](const QJsonObject &e) { return ev_type(e) == QLatin1String("user"); },
-                    30000) >= 0);
-        // The message went into the account.
-        bool stored = false;
-        for (const QJsonObject &msg : history(p, "history " + QByteArray::number(chatId) + " 5"))
-            stored |= ev_i64(msg, "id") == ev_i64(p.events().at(incoming), "id");
-        QVERIFY(stored);
-        QCOMPARE(p.finish(), 0);
+        const QString root = freshRoot();
+        qint64 renamed = 0;
+        QString lastTitle;
+        {
+            DemoProcess p(root);
+            p.setEnv(QStringLiteral("DEMO_SPEED"), QStringLiteral("0.02"));
+            QVERIFY(p.start());
+            QVERIFY(signIn(p));
+            const int m = p.mark();
+            // Nothing is asked: other chats receive messages and people come and go.
+            const int incoming = p.waitFor(
+                m,
+                [](const QJsonObject &e) {
+                    return ev_type(e) == QLatin1String("message_new") &&
+                           !e.value(QStringLiteral("outgoing")).toBool();
+                },
+                30000);
+            QVERIFY(incoming >= 0);
+            const qint64 chatId = ev_i64(p.events().at(incoming), "chat_id");
+            QVERIFY(p.waitFor(incoming, [chatId](const QJsonObject &e) {
+                return ev_type(e) == QLatin1String("chat_position") &&
+                       ev_i64(e, "chat_id") == chatId;
+            }) >= 0);
+            QVERIFY(p.waitFor(
+                        m, [](const QJsonObject &e) { return ev_type(e) == QLatin1String("user"); },
+                        30000) >= 0);
+            // The message went into the account.
+            bool stored = false;
+            for (const QJsonObject &msg :
+                 history(p, "history " + QByteArray::number(chatId) + " 5"))
+                stored |= ev_i64(msg, "id") == ev_i64(p.events().at(incoming), "id");
+            QVERIFY(stored);
+            // Now and then a group gets a new name.
+            const int title = p.waitType(m, QStringLiteral("chat_title"), 60000);
+            QVERIFY(title >= 0);
+            renamed = ev_i64(p.events().at(title), "chat_id");
+            QCOMPARE(p.finish(), 0);
+            for (const QJsonObject &e : p.events()) {
+                if (ev_type(e) == QLatin1String("chat_title") && ev_i64(e, "chat_id") == renamed)
+                    lastTitle = e.value(QStringLiteral("title")).toString();
+            }
+        }
+        // The name survives a restart.
+        DemoProcess again(root);
+        QVERIFY(again.start());
+        bool found = false;
+        for (const QJsonObject &c : loadChats(again, 1000)) {
+            if (ev_i64(c, "id") == renamed) {
+                found = true;
+                QCOMPARE(c.value(QStringLiteral("title")).toString(), lastTitle);
+            }
+        }
+        QVERIFY(found);
+        QCOMPARE(again.finish(), 0);
     }
 
     void searchOnServer()
