@@ -145,6 +145,7 @@ private Q_SLOTS:
     void endRequestedWhileHidden();
     void removeAboveKeepsPosition();
     void indexPathForChildWidget();
+    void handlersMayScroll();
 };
 
 void TestListView::onlyVisibleRowsGetWidgets_data()
@@ -557,6 +558,22 @@ void TestListView::indexPathForChildWidget()
     QWidget stranger;
     QCOMPARE(f.view.indexPathForWidget(&stranger), QVariantList());
     QCOMPARE(f.view.indexPathForWidget(nullptr), QVariantList());
+}
+
+// A signal handler that scrolls (for example back to the top when the user
+// leaves it) must take effect at once.
+void TestListView::handlersMayScroll()
+{
+    Fixture f(500);
+    connect(&f.view, &ListView::atBeginningChanged, &f.view, [&f](bool atBeginning) {
+        if (!atBeginning)
+            f.view.scrollToPosition(ListView::Beginning, false);
+    });
+    f.view.scrollToItem({300}, false);
+    QVERIFY(f.view.isAtBeginning());
+    QCOMPARE(f.view.firstVisibleItem(), QVariantList{0});
+    QCOMPARE(f.yOf(0), 0);
+    checkTiling(f);
 }
 
 QTEST_MAIN(TestListView)

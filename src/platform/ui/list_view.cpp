@@ -270,8 +270,12 @@ void ListView::scheduleLayout()
 
 void ListView::doLayout()
 {
-    if (m_inLayout)
+    if (m_inLayout) {
+        // Asked from inside a layout (a provider's updateItem): run again
+        // once this pass is over.
+        scheduleLayout();
         return;
+    }
     m_inLayout = true;
     m_layoutPending = false;
 
@@ -291,8 +295,8 @@ void ListView::doLayout()
         m_anchorRow = 0;
         m_anchorOffset = 0;
         updateScrollBar(0);
-        updateState(0);
         m_inLayout = false;
+        updateState();
         return;
     }
     if (width <= 0) {
@@ -380,8 +384,9 @@ void ListView::doLayout()
         m_pinEnd = m_top >= maxTop;
     else if (m_pinEnd && isVisible())
         m_pinEnd = false; // a request made while hidden waits for the real size
-    updateState(maxTop);
     m_inLayout = false;
+    // Last, so that handlers may scroll or change the model.
+    updateState();
 }
 
 void ListView::updateScrollBar(qint64 maxTop)
@@ -394,20 +399,22 @@ void ListView::updateScrollBar(qint64 maxTop)
     m_settingScrollBar = false;
 }
 
-void ListView::updateState(qint64 maxTop)
+void ListView::updateState()
 {
-    const int n = m_heights.size();
+    // Each value is read afresh: a handler of an earlier signal may have
+    // scrolled or changed the model already.
     const bool atBeginning = m_top <= 0;
-    const bool atEnd = n == 0 || m_top >= maxTop;
-    const QVariantList first = n == 0 ? QVariantList() : QVariantList{m_anchorRow};
     if (atBeginning != m_atBeginning) {
         m_atBeginning = atBeginning;
         Q_EMIT atBeginningChanged(atBeginning);
     }
+    const qint64 maxTop = qMax<qint64>(0, m_heights.total() - viewport()->height());
+    const bool atEnd = m_heights.size() == 0 || m_top >= maxTop;
     if (atEnd != m_atEnd) {
         m_atEnd = atEnd;
         Q_EMIT atEndChanged(atEnd);
     }
+    const QVariantList first = m_heights.size() == 0 ? QVariantList() : QVariantList{m_anchorRow};
     if (first != m_firstVisible) {
         m_firstVisible = first;
         Q_EMIT firstVisibleItemChanged(first);

@@ -129,7 +129,7 @@ private:
     int rowCount() const;
     void setTop(qint64 top);
     void updateScrollBar(qint64 maxTop);
-    void updateState(qint64 maxTop);
+    void updateState();
     void maybeAdoptEstimate();
     void stopAnimation();
     void startAnimation(qint64 target);
