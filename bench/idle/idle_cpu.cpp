@@ -38,6 +38,23 @@ long long cpuTicks(qint64 pid)
     return fields.at(11).toLongLong() + fields.at(12).toLongLong();
 }
 
+// Nanoseconds on the CPU summed over all threads (/proc/<pid>/task/*/schedstat,
+// first field); finer than the clock ticks of stat. -1 when gone.
+long long cpuNanos(qint64 pid)
+{
+    const QDir tasks(QStringLiteral("/proc/%1/task").arg(pid));
+    if (!tasks.exists())
+        return -1;
+    long long sum = 0;
+    for (const QString &tid : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile f(tasks.filePath(tid + QStringLiteral("/schedstat")));
+        if (!f.open(QIODevice::ReadOnly))
+            continue;
+        sum += f.readAll().split(' ').value(0).toLongLong();
+    }
+    return sum;
+}
+
 QList<qint64> children(qint64 pid)
 {
     QList<qint64> out;
@@ -57,6 +74,7 @@ struct Result
 {
     double vexaSeconds = -1;
     double backendSeconds = -1;
+    double vexaSchedMs = -1;
 };
 
 Result measure(const QString &vexa, int seconds, bool background)
@@ -87,12 +105,16 @@ Result measure(const QString &vexa, int seconds, bool background)
     const qint64 backend = kids.isEmpty() ? -1 : kids.first();
     const long long v0 = cpuTicks(pid);
     const long long b0 = backend > 0 ? cpuTicks(backend) : -1;
+    const long long n0 = cpuNanos(pid);
     QThread::sleep(unsigned(seconds));
+    const long long n1 = cpuNanos(pid);
     const long long v1 = cpuTicks(pid);
     const long long b1 = backend > 0 ? cpuTicks(backend) : -1;
     const double tick = double(sysconf(_SC_CLK_TCK));
     if (v0 >= 0 && v1 >= 0)
         r.vexaSeconds = double(v1 - v0) / tick;
+    if (n0 >= 0 && n1 >= 0)
+        r.vexaSchedMs = double(n1 - n0) / 1e6;
     if (b0 >= 0 && b1 >= 0)
         r.backendSeconds = double(b1 - b0) / tick;
     proc.terminate();
@@ -107,6 +129,8 @@ void print(const char *regime, const Result &r, int seconds)
 {
     std::printf("%-10s vexa: %.2f s CPU in %d s (%.3f %% of one core)", regime, r.vexaSeconds,
                 seconds, 100.0 * r.vexaSeconds / seconds);
+    if (r.vexaSchedMs >= 0)
+        std::printf(" [scheduler: %.1f ms, %.2f ms/s]", r.vexaSchedMs, r.vexaSchedMs / seconds);
     if (r.backendSeconds >= 0)
         std::printf("; backend: %.2f s", r.backendSeconds);
     std::printf("\n");

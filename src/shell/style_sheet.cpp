@@ -3,6 +3,8 @@
 #include "shell/theme.h"
 #include "shell/ui_scale.h"
 
+#include <QColor>
+
 namespace {
 
 QString css(ThemeGroup g, bool dark)
@@ -24,8 +26,9 @@ QString shell_style_sheet(bool dark, float scale)
     const QString onHighlight = dark ? css(ThemeGroup::A, dark) : css(ThemeGroup::E, dark);
 
     QString s;
-    s += QStringLiteral("QWidget { font-size: %1; color: %2; }\n")
-             .arg(px(30), css(ThemeGroup::C, dark));
+    // No rule for every widget: item providers colour and size their own
+    // rows through palettes and fonts, which a universal rule would override.
+    // The defaults come from the root's palette and font (shell_palette).
     for (const char *g : {"A", "B", "E", "G", "H", "I"}) {
         const ThemeGroup group = ThemeGroup(int(*g - 'A'));
         s += QStringLiteral("*[bg=\"%1\"] { background-color: %2; }\n").arg(g, css(group, dark));
@@ -91,4 +94,30 @@ QString shell_style_sheet(bool dark, float scale)
                         "QScrollBar::add-page, QScrollBar::sub-page { background: none; }\n")
              .arg(px(10), css(ThemeGroup::D, dark), px(5), px(40));
     return s;
+}
+
+QPalette shell_palette(bool dark)
+{
+    auto color = [dark](ThemeGroup g) { return QColor::fromRgba(theme_color(g, dark)); };
+    QPalette p;
+    for (QPalette::ColorGroup group : {QPalette::Active, QPalette::Inactive, QPalette::Disabled}) {
+        p.setColor(group, QPalette::Window, color(ThemeGroup::A));
+        p.setColor(group, QPalette::Base, color(ThemeGroup::E));
+        p.setColor(group, QPalette::AlternateBase, color(ThemeGroup::B));
+        p.setColor(group, QPalette::Button, color(ThemeGroup::E));
+        p.setColor(group, QPalette::WindowText, color(ThemeGroup::C));
+        p.setColor(group, QPalette::Text, color(ThemeGroup::C));
+        p.setColor(group, QPalette::ButtonText, color(ThemeGroup::C));
+        p.setColor(group, QPalette::PlaceholderText, color(ThemeGroup::D));
+        p.setColor(group, QPalette::Highlight, color(ThemeGroup::H));
+        p.setColor(group, QPalette::Link, color(ThemeGroup::H));
+    }
+    p.setColor(QPalette::Disabled, QPalette::WindowText, color(ThemeGroup::D));
+    p.setColor(QPalette::Disabled, QPalette::Text, color(ThemeGroup::D));
+    return p;
+}
+
+int shell_font_pixel_size(float scale)
+{
+    return scaled_px(30, scale);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPalette>
 #include <QString>
 
 // Style sheet of the whole phone screen for one theme and UI scale.
@@ -12,3 +13,10 @@
 //   role = "primary", "plain", "icon", "row" (buttons), "field" (inputs)
 // Font and corner sizes are design pixels multiplied by scale.
 QString shell_style_sheet(bool dark, float scale);
+
+// Colours that controls without a style property inherit from the root:
+// window = A, base = E, text = C, placeholder = D, highlight = H.
+QPalette shell_palette(bool dark);
+
+// The default font of the screens: 30 design pixels.
+int shell_font_pixel_size(float scale);

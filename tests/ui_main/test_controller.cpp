@@ -3,6 +3,9 @@
 #include "backend_link/app_log.h"
 #include "backend_link/backend_link.h"
 #include "backend_link/event_intake.h"
+#include "platform/array_data_model.h"
+#include "platform/ui/list_view.h"
+#include "platform/ui/phone_window.h"
 #include "shell/ui/screens.h"
 #include "shell/ui/shell_screens.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
@@ -13,6 +16,7 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QTemporaryDir>
+#include <QToolButton>
 #include <QtTest>
 
 #include <memory>
@@ -40,6 +44,8 @@ private Q_SLOTS:
     void scaleAndBubblesFromEnvironment_data();
     void scaleAndBubblesFromEnvironment();
     void logToggleShowsLog();
+    void chatListOpensConversation_data();
+    void chatListOpensConversation();
 
 private:
     void makeController(const QStringList &extraEnv = {});
@@ -333,6 +339,44 @@ void TestController::logToggleShowsLog()
     QVERIFY(screens->logView()->toPlainText().contains(QStringLiteral("backend: starting")));
     screens->menuScreen()->logToggleButton()->click();
     QVERIFY(!screens->isLogViewVisible());
+}
+
+void TestController::chatListOpensConversation_data()
+{
+    QTest::addColumn<QByteArray>("chatEvent");
+    QTest::addColumn<QString>("title");
+    QTest::newRow("group") << QByteArray(R"({"type":"chat","id":-1001,"title":"Hikers",)"
+                                         R"("chat_type":"supergroup","order":"900"})")
+                           << QStringLiteral("Hikers");
+    QTest::newRow("untitled private") << QByteArray(R"({"type":"chat","id":77,)"
+                                                    R"("chat_type":"private","order":"5"})")
+                                      << QStringLiteral("Chat");
+}
+
+void TestController::chatListOpensConversation()
+{
+    QFETCH(QByteArray, chatEvent);
+    QFETCH(QString, title);
+    makeController();
+    m_spike->window()->resize(720, 1280);
+    QVERIFY(waitReceived(QStringLiteral("ping")));
+    emitEvent(R"({"type":"auth_state","state":"Ready"})");
+    emitEvent(chatEvent);
+    ListView *list = m_spike->chatListView();
+    QVERIFY(waitFor([&] { return list->dataModel() && list->dataModel()->rowCount() == 1; }, 5000));
+    QVERIFY(waitFor([&] { return !list->visibleRows().isEmpty(); }, 5000));
+    QVERIFY(list->itemWidget(0));
+
+    // Tapping the row opens the conversation with the chat's title; back
+    // returns to the list.
+    const QRect first = list->itemWidget(0)->geometry();
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, first.center());
+    QVERIFY(waitFor(
+        [&] { return m_spike->screens()->currentScreen() == ShellScreens::Screen::Conversation; },
+        3000));
+    QCOMPARE(m_spike->screens()->conversationScreen()->titleLabel()->text(), title);
+    m_spike->screens()->conversationScreen()->backButton()->click();
+    QCOMPARE(m_spike->screens()->currentScreen(), ShellScreens::Screen::Main);
 }
 
 QTEST_MAIN(TestController)

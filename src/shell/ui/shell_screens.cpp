@@ -133,6 +133,10 @@ void ShellScreens::showMainScreen()
 void ShellScreens::applyTheme(bool dark)
 {
     dark_ = dark;
+    setPalette(shell_palette(dark_));
+    QFont f = font();
+    f.setPixelSize(shell_font_pixel_size(scale_));
+    setFont(f);
     setStyleSheet(shell_style_sheet(dark_, scale_));
     menu_->themeButton()->setText(theme_button_text(dark_));
 }

@@ -6,6 +6,7 @@
 #include "backend_link/event_intake.h"
 #include "chats/avatar_download_queue.h"
 #include "chats/chat_list_model.h"
+#include "chats/ui/chat_item_provider.h"
 #include "events/event_dispatcher.h"
 #include "platform/app_lifecycle.h"
 #include "platform/array_data_model.h"
@@ -109,7 +110,9 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     deps.dataDir = folders_.dataDir;
     dispatcher_ = new EventDispatcher(deps, this);
     connect(intake_, &EventIntake::eventReceived, dispatcher_, &EventDispatcher::handleEventMap);
+    chatItems_ = new ChatItemProvider(folders_.dataDir + QStringLiteral("/ui-cache"), this);
     chatListView_->setDataModel(chatRows_);
+    chatListView_->setListItemProvider(chatItems_);
     connectScreens();
     window_->show();
 
@@ -217,6 +220,8 @@ void UiTdlibSpike::buildScreens()
     chatListView_ = new ListView;
     chatListView_->setObjectName(QStringLiteral("chat_list_view"));
     chatListView_->setFrameShape(QFrame::NoFrame);
+    chatListView_->setProperty("bg", QStringLiteral("E"));
+
     chatListView_->setEstimatedRowHeight(scaled_px(188, uiScale_));
     screens_->mainScreen()->setChatListView(chatListView_);
     applyTheme();
@@ -262,6 +267,14 @@ void UiTdlibSpike::connectScreens()
             [this](bool) { showSignedInView(true); });
     connect(dispatcher_, &EventDispatcher::backToChatsRequested, this,
             &UiTdlibSpike::onBackToChats);
+
+    // Chat list <-> conversation: the header follows the open chat.
+    connect(chatListView_, &ListView::triggered, this, &UiTdlibSpike::onChatTriggered);
+    ConversationScreen *conversation = screens_->conversationScreen();
+    connect(dispatcher_, &EventDispatcher::currentChatTitleChanged, conversation,
+            [conversation](const QString &title) { conversation->titleLabel()->setText(title); });
+    connect(dispatcher_, &EventDispatcher::chatHeaderSubtitleChanged, conversation,
+            &ConversationScreen::setSubtitle);
 }
 
 void UiTdlibSpike::setStatusText(const QString &text)
@@ -365,8 +378,29 @@ void UiTdlibSpike::onInitNotifications()
 
 void UiTdlibSpike::onBackToChats()
 {
+    dispatcher_->setCurrentChat(0, QString());
     if (screens_)
         screens_->showMainScreen();
+}
+
+void UiTdlibSpike::onChatTriggered(const QVariantList &indexPath)
+{
+    if (indexPath.isEmpty() || !screens_)
+        return;
+    const int row = indexPath.first().toInt();
+    if (row < 0 || row >= chatRows_->size())
+        return;
+    const QVariantMap chat = chatRows_->value(row);
+    const qint64 id = chat.value(QStringLiteral("id")).toString().toLongLong();
+    if (id == 0)
+        return;
+    ConversationScreen *conversation = screens_->conversationScreen();
+    const QString title = chat.value(QStringLiteral("title")).toString();
+    conversation->titleLabel()->setText(title.isEmpty() ? QStringLiteral("Chat") : title);
+    conversation->setSubtitle(QString());
+    dispatcher_->setCurrentChat(id, chat.value(QStringLiteral("chat_type")).toString());
+    dispatcher_->updateChatHeaderSubtitleForCurrentChat();
+    screens_->showScreen(ShellScreens::Screen::Conversation);
 }
 
 void UiTdlibSpike::onInvoked(const QString &url)

@@ -4,6 +4,7 @@
 
 #include <QObject>
 #include <QStringList>
+#include <QVariantList>
 
 #include <memory>
 
@@ -12,6 +13,7 @@ class AppLog;
 class ArrayDataModel;
 class AvatarDownloadQueue;
 class BackendLink;
+class ChatItemProvider;
 class ChatListModel;
 class EventDispatcher;
 class EventIntake;
@@ -82,6 +84,8 @@ public Q_SLOTS:
     void onInitNotifications();
 
     void onBackToChats();
+    // A row of the chat list was tapped: show its conversation.
+    void onChatTriggered(const QVariantList &indexPath);
     // A "tg" link or other URL handed to this instance.
     void onInvoked(const QString &url);
 
@@ -110,6 +114,7 @@ private:
     ChatListModel *chats_ = nullptr;
     AvatarDownloadQueue *avatars_ = nullptr;
     EventDispatcher *dispatcher_ = nullptr;
+    ChatItemProvider *chatItems_ = nullptr;
 
     // The top-level window; the screens live inside it.
     std::unique_ptr<PhoneWindow> window_;
