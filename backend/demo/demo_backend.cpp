@@ -2170,8 +2170,8 @@ void DemoBackend::cmdResolve(const QStringList &a)
 
 // ---------------------------------------------------------------- downloads
 
-bool DemoBackend::fileSpec(qint64 fileId, QString *path, QString *error, bool *needsVideo,
-                           int *videoW, int *videoH, int *videoSeconds)
+bool DemoBackend::prepareFile(qint64 fileId, QString *path, QString *error, bool *needsVideo,
+                              int *videoW, int *videoH, int *videoSeconds)
 {
     *needsVideo = false;
     const DemoFileRef ref = m_world.resolveFileId(fileId);
@@ -2269,7 +2269,7 @@ void DemoBackend::startDownload(qint64 fileId, bool priority)
     int w = 0;
     int h = 0;
     int seconds = 0;
-    if (!fileSpec(fileId, &path, &error, &needsVideo, &w, &h, &seconds)) {
+    if (!prepareFile(fileId, &path, &error, &needsVideo, &w, &h, &seconds)) {
         tdError(QStringLiteral("download:%1").arg(fileId), 404, error);
         return;
     }

@@ -120,8 +120,8 @@ private:
     // Files.
     void startDownload(qint64 fileId, bool priority);
     void finishDownload(qint64 fileId, const QString &path, bool priority);
-    bool fileSpec(qint64 fileId, QString *path, QString *error, bool *needsVideo, int *videoW,
-                  int *videoH, int *videoSeconds);
+    bool prepareFile(qint64 fileId, QString *path, QString *error, bool *needsVideo, int *videoW,
+                     int *videoH, int *videoSeconds);
 
     // Commands.
     void cmdPhone(const QString &text);
