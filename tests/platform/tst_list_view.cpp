@@ -146,6 +146,8 @@ private Q_SLOTS:
     void removeAboveKeepsPosition();
     void indexPathForChildWidget();
     void handlersMayScroll();
+    void stickToBeginning_data();
+    void stickToBeginning();
 };
 
 void TestListView::onlyVisibleRowsGetWidgets_data()
@@ -573,6 +575,31 @@ void TestListView::handlersMayScroll()
     QVERIFY(f.view.isAtBeginning());
     QCOMPARE(f.view.firstVisibleItem(), QVariantList{0});
     QCOMPARE(f.yOf(0), 0);
+    checkTiling(f);
+}
+
+void TestListView::stickToBeginning_data()
+{
+    QTest::addColumn<bool>("stick");
+    QTest::addColumn<int>("scrolledBy");
+    QTest::addColumn<int>("expectedFirst");
+    QTest::newRow("off: rows in view stay") << false << 0 << 2;
+    QTest::newRow("on, at the top: new rows show") << true << 0 << 0;
+    QTest::newRow("on, scrolled a little: rows stay") << true << 5 << 2;
+}
+
+void TestListView::stickToBeginning()
+{
+    QFETCH(bool, stick);
+    QFETCH(int, scrolledBy);
+    QFETCH(int, expectedFirst);
+    Fixture f(100);
+    f.view.setStickToBeginning(stick);
+    f.view.verticalScrollBar()->setValue(scrolledBy);
+    f.model.insert(0, makeRows(2, 900));
+    f.view.layoutNow();
+    QCOMPARE(f.view.firstVisibleItem(), QVariantList{expectedFirst});
+    QCOMPARE(f.yOf(expectedFirst), -scrolledBy);
     checkTiling(f);
 }
 

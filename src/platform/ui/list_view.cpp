@@ -574,7 +574,8 @@ void ListView::onRowsInserted(const QModelIndex &parent, int first, int last)
         }
     }
     m_active.swap(shifted);
-    if (wasEmpty) {
+    if (wasEmpty || (m_stickToBeginning && first == 0 && m_anchorRow == 0 && m_anchorOffset == 0 &&
+                     !m_pinEnd)) {
         m_anchorRow = 0;
         m_anchorOffset = 0;
     } else if (first <= m_anchorRow) {

@@ -80,6 +80,11 @@ public:
     // as long as it was at the end.
     void setStickToEnd(bool on) { m_stickToEnd = on; }
     bool stickToEnd() const { return m_stickToEnd; }
+    // When on, rows inserted at the top of a view scrolled to the very top
+    // show up instead of pushing the old rows down out of sight unseen (a
+    // chat list). Off, the rows in view stay put (a history being paged).
+    void setStickToBeginning(bool on) { m_stickToBeginning = on; }
+    bool stickToBeginning() const { return m_stickToBeginning; }
 
     // Runs updateItem again for every row in view (after a view property
     // that items show has changed).
@@ -161,6 +166,7 @@ private:
     int m_anchorOffset = 0;
     bool m_pinEnd = false;
     bool m_stickToEnd = false;
+    bool m_stickToBeginning = false;
     qint64 m_top = 0;
 
     bool m_layoutPending = false;
