@@ -1721,7 +1721,7 @@ private Q_SLOTS:
                     if (c == '\n')
                         c = ' ';
                 }
-            } else if (kind < 97) {
+            } else if (kind < 99) {
                 line = verbs.at(rng.bounded(verbs.size()));
                 const int args = rng.bounded(6);
                 for (int k = 0; k < args; ++k)
