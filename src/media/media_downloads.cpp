@@ -53,6 +53,8 @@ MediaDownloads::MediaDownloads(const MediaServices &services, const QString &dow
       m_sharedPrefix(sharedPrefix), m_listView(listView)
 {
     m_timer.setSingleShot(true);
+    // Requests must stay at least 400 ms apart; a coarse timer may fire early.
+    m_timer.setTimerType(Qt::PreciseTimer);
     connect(&m_timer, &QTimer::timeout, this, &MediaDownloads::onMediaDownloadTimeout);
 }
 
@@ -107,14 +109,33 @@ void MediaDownloads::setFilePendingFileId(long long fileId)
         Q_EMIT mediaRowsNeedRefresh(fileId);
 }
 
-void MediaDownloads::setFilePendingProgress(long long downloaded, long long total)
+void MediaDownloads::onFileProgress(long long fileId, long long downloaded, long long total)
 {
+    if (fileId < 1 || fileId != m_filePendingFileId)
+        return;
     if (m_listView) {
         m_listView->setProperty("file_pending_downloaded", downloaded);
         m_listView->setProperty("file_pending_total", total);
     }
     if (m_filePendingFileId >= 1)
         Q_EMIT mediaRowsNeedRefresh(m_filePendingFileId);
+}
+
+bool MediaDownloads::onPendingFileDownloaded(long long fileId, const QString &path,
+                                             const QString &displayName)
+{
+    if (fileId < 1 || fileId != m_filePendingFileId)
+        return false;
+    setFilePendingFileId(0);
+    const QString copy = copyFileToSharedDownloads(fileId, path, displayName);
+    if (copy.isEmpty()) {
+        m_services.log(QStringLiteral("ui: file download save failed file_id=%1\n").arg(fileId));
+        return true;
+    }
+    Q_EMIT fileSharedPathChanged(fileId, copy);
+    m_services.log(QStringLiteral("ui: file downloaded: %1\n").arg(copy));
+    postFileDownloadedNotification(copy, displayName);
+    return true;
 }
 
 QString MediaDownloads::copyFileToSharedDownloads(long long fileId, const QString &sourcePath,

@@ -33,8 +33,14 @@ public:
     void enqueueMediaDownload(long long fileId, bool front);
     void setFilePendingFileId(long long fileId);
     long long filePendingFileId() const { return m_filePendingFileId; }
-    // Byte counts of the pending file (from "file_progress").
-    void setFilePendingProgress(long long downloaded, long long total);
+    // "file_progress": publishes the byte counts when fileId is the file the
+    // user waits for; other files are ignored.
+    void onFileProgress(long long fileId, long long downloaded, long long total);
+    // The waiting part of the "file" event: when fileId is the file the user
+    // waits for, the wait ends and the file is saved into the shared
+    // downloads folder (under displayName when given) with its toast.
+    // Returns true when fileId was that file.
+    bool onPendingFileDownloaded(long long fileId, const QString &path, const QString &displayName);
 
     QString copyFileToSharedDownloads(long long fileId, const QString &sourcePath,
                                       const QString &suggestedName);
