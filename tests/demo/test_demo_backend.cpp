@@ -1710,6 +1710,7 @@ private Q_SLOTS:
                 return QByteArray::number(rng.bounded(1, 120));
             }
         };
+        const int fuzzStart = p.mark();
         int sent = 0;
         for (int i = 0; i < 4000; ++i) {
             QByteArray line;
@@ -1746,6 +1747,16 @@ private Q_SLOTS:
                                    QLatin1String("fuzz_done_marker");
                     },
                     120000) >= 0);
+        // The random input was read and answered, not dropped: every kind of
+        // refusal shows up.
+        QSet<QString> answered;
+        for (const QJsonObject &e : p.events().mid(fuzzStart))
+            answered.insert(ev_type(e));
+        for (const char *kind : {"td_error", "action_error", "edit_error", "delete_error",
+                                 "chat_info_error", "message_properties_error", "reaction_error",
+                                 "tg_resolve_error", "history_begin", "chats_begin"})
+            QVERIFY2(answered.contains(QLatin1String(kind)), kind);
+
         const int m = p.mark();
         p.send("ping");
         p.send("state");
