@@ -56,7 +56,7 @@ private Q_SLOTS:
 
     void toolRoundTrip_data();
     void toolRoundTrip();
-    void opusdecReadsStandardGranuleFiles();
+    void opusdecPlaysToolOutput();
     void opusencFilesDecodeLikeOpusdec_data();
     void opusencFilesDecodeLikeOpusdec();
     void stereoDownMixRoundsTowardZero();
@@ -464,7 +464,8 @@ void TstOggOpus::toolRoundTrip()
     const QString wavOut = path(tag + QStringLiteral("-out.wav"));
     QVERIFY(write_file(wavIn, wav_bytes(tone(freq, 2.0, rate, channels), rate, channels)));
 
-    RunResult r = run(vexa_opus(), {QStringLiteral("encode"), wavIn, ogg});
+    RunResult r = run(vexa_opus(), {QStringLiteral("encode"),
+                                    QStringLiteral("--voice-note-granules"), wavIn, ogg});
     QVERIFY2(r.started, "vexa-opus did not start (VEXA_BIN_DIR?)");
     QVERIFY2(r.exitCode == 0, qPrintable(r.output));
 
@@ -517,16 +518,20 @@ void TstOggOpus::toolRoundTrip()
              qPrintable(QString::number(estimate_frequency(middle, 48000))));
 }
 
-void TstOggOpus::opusdecReadsStandardGranuleFiles()
+void TstOggOpus::opusdecPlaysToolOutput()
 {
     if (!haveTool("opusdec"))
         QSKIP("opusdec is not installed");
     const QString wavIn = path("std-in.wav");
     const QString ogg = path("std.ogg");
     QVERIFY(write_file(wavIn, wav_bytes(tone(440, 3.0, 48000, 1), 48000, 1)));
-    RunResult r = run(
-        vexa_opus(), {QStringLiteral("encode"), QStringLiteral("--standard-granules"), wavIn, ogg});
+    RunResult r = run(vexa_opus(), {QStringLiteral("encode"), wavIn, ogg});
     QVERIFY2(r.exitCode == 0, qPrintable(r.output));
+    // The tool's default: the same pages with the plain running count.
+    QVector<OggPage> pages;
+    QVERIFY(parse_pages(read_file(ogg), pages));
+    QCOMPARE(pages.last().granule, qint64(150 * 960));
+    QCOMPARE(pages.last().headerType, 4);
     if (haveTool("opusinfo")) {
         const RunResult info = run(QStringLiteral("opusinfo"), {ogg});
         QVERIFY2(info.exitCode == 0, qPrintable(info.output));
