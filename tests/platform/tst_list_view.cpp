@@ -148,6 +148,8 @@ private Q_SLOTS:
     void handlersMayScroll();
     void stickToBeginning_data();
     void stickToBeginning();
+    void flick_data();
+    void flick();
 };
 
 void TestListView::onlyVisibleRowsGetWidgets_data()
@@ -600,6 +602,39 @@ void TestListView::stickToBeginning()
     f.view.layoutNow();
     QCOMPARE(f.view.firstVisibleItem(), QVariantList{expectedFirst});
     QCOMPARE(f.yOf(expectedFirst), -scrolledBy);
+    checkTiling(f);
+}
+
+void TestListView::flick_data()
+{
+    QTest::addColumn<int>("pauseMs");
+    QTest::addColumn<bool>("glides");
+    QTest::newRow("released while moving") << 0 << true;
+    QTest::newRow("held still before release") << 200 << false;
+}
+
+void TestListView::flick()
+{
+    QFETCH(int, pauseMs);
+    QFETCH(bool, glides);
+    Fixture f(1000);
+    QWidget *vp = f.view.viewport();
+    QTest::mousePress(vp, Qt::LeftButton, Qt::NoModifier, QPoint(50, 350));
+    for (int y = 330; y >= 150; y -= 30) {
+        QMouseEvent move(QEvent::MouseMove, QPoint(50, y), Qt::NoButton, Qt::LeftButton,
+                         Qt::NoModifier);
+        QApplication::sendEvent(vp, &move);
+    }
+    QCOMPARE(f.view.scrollOffset(), qint64(200));
+    if (pauseMs > 0)
+        QTest::qWait(pauseMs);
+    QTest::mouseRelease(vp, Qt::LeftButton, Qt::NoModifier, QPoint(50, 150));
+    if (glides) {
+        QTRY_VERIFY(f.view.scrollOffset() > 400);
+    } else {
+        QTest::qWait(100);
+        QCOMPARE(f.view.scrollOffset(), qint64(200));
+    }
     checkTiling(f);
 }
 

@@ -507,12 +507,12 @@ void ListView::scrollToPosition(ScrollPosition position, bool animated)
     doLayout();
 }
 
-void ListView::startAnimation(qint64 target)
+void ListView::startAnimation(qint64 target, int durationMs)
 {
     const qint64 maxTop = qMax<qint64>(0, m_heights.total() - viewport()->height());
     target = qBound<qint64>(0, target, maxTop);
     m_animation = new QVariantAnimation(this);
-    m_animation->setDuration(250);
+    m_animation->setDuration(durationMs);
     m_animation->setEasingCurve(QEasingCurve::OutCubic);
     m_animation->setStartValue(double(m_top));
     m_animation->setEndValue(double(target));
@@ -729,6 +729,7 @@ void ListView::mousePressEvent(QMouseEvent *event)
     m_pressPos = event->pos();
     m_pressRow = rowAt(event->pos());
     m_dragging = false;
+    m_dragClock.start();
     event->accept();
 }
 
@@ -742,10 +743,15 @@ void ListView::mouseMoveEvent(QMouseEvent *event)
     if (!m_dragging && qAbs(dy) >= QApplication::startDragDistance()) {
         m_dragging = true;
         m_lastDragY = m_pressPos.y();
+        m_dragVelocity = 0;
     }
     // Dragging the content scrolls it, as a finger does on the phone.
     if (m_dragging) {
-        setTop(m_top - (event->pos().y() - m_lastDragY));
+        const int step = event->pos().y() - m_lastDragY;
+        const qint64 dt = qMax<qint64>(1, m_dragClock.restart());
+        // Smoothed finger speed in pixels per millisecond, for the flick.
+        m_dragVelocity = 0.6 * (-double(step) / dt) + 0.4 * m_dragVelocity;
+        setTop(m_top - step);
         m_lastDragY = event->pos().y();
     }
     event->accept();
@@ -759,6 +765,12 @@ void ListView::mouseReleaseEvent(QMouseEvent *event)
     }
     const int row = m_pressRow;
     const bool tap = !m_dragging && row >= 0 && rowAt(event->pos()) == row;
+    // A drag released while moving keeps gliding, as on a touch screen.
+    if (m_dragging && m_dragClock.isValid() && m_dragClock.elapsed() < 80 &&
+        qAbs(m_dragVelocity) > 0.5) {
+        m_animationRow = -1;
+        startAnimation(m_top + qint64(m_dragVelocity * 350), 700);
+    }
     m_pressRow = -1;
     m_dragging = false;
     event->accept();

@@ -4,6 +4,7 @@
 
 #include <QAbstractItemModel>
 #include <QAbstractScrollArea>
+#include <QElapsedTimer>
 #include <QHash>
 #include <QPointer>
 #include <QVariantList>
@@ -137,7 +138,7 @@ private:
     void updateState();
     void maybeAdoptEstimate();
     void stopAnimation();
-    void startAnimation(qint64 target);
+    void startAnimation(qint64 target, int durationMs = 250);
     void onAnimationFinished();
 
     void onRowsInserted(const QModelIndex &parent, int first, int last);
@@ -183,6 +184,8 @@ private:
     int m_pressRow = -1;
     bool m_dragging = false;
     int m_lastDragY = 0;
+    double m_dragVelocity = 0;
+    QElapsedTimer m_dragClock;
 
     int m_created = 0;
     int m_updates = 0;
