@@ -263,6 +263,9 @@ QVariantMap EventDispatcher::chatRowFromEvent(const QVariantMap &e) const
     if (order != 0) {
         row.insert(QStringLiteral("order"), num(order));
     }
+    if (e.contains(QStringLiteral("pinned"))) {
+        row.insert(QStringLiteral("pinned"), boolText(flag(e, "pinned")));
+    }
     if (e.contains(QStringLiteral("unread_count"))) {
         row.insert(QStringLiteral("unread_count"), num(i32(e, "unread_count")));
     }

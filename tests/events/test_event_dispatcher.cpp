@@ -385,10 +385,10 @@ void TestEventDispatcher::events_data()
     QTest::newRow("chat new")
         << ""
         << R"({"type":"chat","id":300,"title":"Gamma","chat_type":"channel","order":"60","photo_small_id":3000,
-               "unread_count":2,"last_text":"a\nb","last_date":1700000000,"last_outgoing":false,"muted_known":true,"muted":false})"
+               "unread_count":2,"pinned":true,"last_text":"a\nb","last_date":1700000000,"last_outgoing":false,"muted_known":true,"muted":false})"
         << L{} << L{} << L{} << L{} << L{"hubOpenRequestCheckRequested"}
         << "ids=300,100,200;row:300:last_text=a b;row:300:unread_count=2;row:300:muted=false;"
-           "row:300:last_outgoing=false;row:300:order=60;requested=3000";
+           "row:300:last_outgoing=false;row:300:order=60;row:300:pinned=true;requested=3000";
     QTest::newRow("chat order 0 not written")
         << ""
         << R"({"type":"chat","id":301,"title":"Delta","order":0})" << L{} << L{} << L{} << L{}
