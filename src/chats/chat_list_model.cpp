@@ -17,6 +17,33 @@ QString chat_list_preview_text(const QString &text)
     return out;
 }
 
+QString chat_list_content_label(const QString &contentType)
+{
+    static const struct
+    {
+        const char *type;
+        const char *label;
+    } labels[] = {
+        {"messagePhoto", "Photo"},
+        {"messageVideo", "Video"},
+        {"messageVoiceNote", "Voice message"},
+        {"messageVideoNote", "Video message"},
+        {"messageDocument", "File"},
+        {"messageAudio", "Audio"},
+        {"messageSticker", "Sticker"},
+        {"messageAnimation", "GIF"},
+        {"messageLocation", "Location"},
+        {"messageContact", "Contact"},
+        {"messagePoll", "Poll"},
+    };
+    for (const auto &entry : labels) {
+        if (contentType == QLatin1String(entry.type)) {
+            return QString::fromLatin1(entry.label);
+        }
+    }
+    return QString();
+}
+
 namespace {
 
 qint64 photoIdOf(const QVariantMap &row)

@@ -13,6 +13,11 @@ class ArrayDataModel;
 // longer than 240 characters is cut to 240 plus "...".
 QString chat_list_preview_text(const QString &text);
 
+// What a row shows for a last message without text, from the backend's
+// content type word ("messagePhoto" -> "Photo"); empty for text and for
+// types it does not know.
+QString chat_list_content_label(const QString &contentType);
+
 // The ordered chat list. Rows are QVariantMaps with string values stored in
 // an ArrayDataModel; this class is the only writer of that model.
 //

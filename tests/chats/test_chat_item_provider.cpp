@@ -121,6 +121,26 @@ void TestChatItemProvider::fill_data()
                                << "C" << false << ""
                                << "Sat"
                                << "";
+    QTest::newRow("voice note without text")
+        << QVariantMap{{"id", "6"},
+                       {"title", "e"},
+                       {"last_text", ""},
+                       {"last_content_type", "messageVoiceNote"}}
+        << "E" << false << ""
+        << ""
+        << "Voice message";
+    QTest::newRow("photo with caption") << QVariantMap{{"id", "6"},
+                                                       {"title", "e"},
+                                                       {"last_text", "look"},
+                                                       {"last_content_type", "messagePhoto"}}
+                                        << "E" << false << ""
+                                        << ""
+                                        << "look";
+    QTest::newRow("unknown type without text")
+        << QVariantMap{{"id", "6"}, {"title", "e"}, {"last_content_type", "messageDice"}} << "E"
+        << false << ""
+        << ""
+        << "";
     QTest::newRow("photo") << QVariantMap{{"id", "5"}, {"title", "d"}, {"avatar_path", "$PHOTO"}}
                            << "D" << true << ""
                            << ""

@@ -1,6 +1,7 @@
 #include "chats/ui/chat_item_provider.h"
 
 #include "chats/avatars.h"
+#include "chats/chat_list_model.h"
 
 #include <QEvent>
 #include <QFont>
@@ -255,7 +256,12 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
     time->setText(
         chat_list_time_text(data.value(QStringLiteral("last_date")).toLongLong(), m_clock()));
 
-    preview->setText(data.value(QStringLiteral("last_text")).toString());
+    QString previewText = data.value(QStringLiteral("last_text")).toString();
+    if (previewText.isEmpty()) {
+        previewText =
+            chat_list_content_label(data.value(QStringLiteral("last_content_type")).toString());
+    }
+    preview->setText(previewText);
     preview->setProperty("content_type", data.value(QStringLiteral("last_content_type")));
     applyPreviewWidth(item);
 }
