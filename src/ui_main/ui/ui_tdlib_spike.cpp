@@ -8,6 +8,11 @@
 #include "chats/chat_list_model.h"
 #include "chats/ui/chat_item_provider.h"
 #include "events/event_dispatcher.h"
+#include "media/audio_libs.h"
+#include "media/media_downloads.h"
+#include "media/media_services.h"
+#include "media/voice_player.h"
+#include "media/voice_recorder.h"
 #include "platform/app_lifecycle.h"
 #include "platform/array_data_model.h"
 #include "platform/display_info.h"
@@ -28,6 +33,7 @@
 #include <QDir>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPixmapCache>
 #include <QPlainTextEdit>
 #include <QProcessEnvironment>
 #include <QPushButton>
@@ -110,6 +116,20 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     deps.dataDir = folders_.dataDir;
     dispatcher_ = new EventDispatcher(deps, this);
     connect(intake_, &EventIntake::eventReceived, dispatcher_, &EventDispatcher::handleEventMap);
+    // Voice notes and downloads; the libraries load on first use.
+    opus_ = std::make_unique<OpusLib>();
+    openal_ = std::make_unique<OpenAlLib>();
+    MediaServices media;
+    media.sendLine = send;
+    media.appendLog = log;
+    media.toaster = toaster_;
+    media.invoker = invoker_.get();
+    downloads_ =
+        new MediaDownloads(media, folders_.downloadsDir, folders_.sharedPrefix, nullptr, this);
+    voicePlayer_ = new VoicePlayer(*opus_, downloads_, folders_.dataDir + QStringLiteral("/cache"),
+                                   media, nullptr, this);
+    voiceRecorder_ = new VoiceRecorder(*opus_, *openal_, folders_.dataDir, media, this);
+
     chatItems_ = new ChatItemProvider(folders_.dataDir + QStringLiteral("/ui-cache"), this);
     chatListView_->setDataModel(chatRows_);
     chatListView_->setListItemProvider(chatItems_);
@@ -151,6 +171,10 @@ UiTdlibSpike::~UiTdlibSpike()
     window_.reset();
     screens_ = nullptr;
     chatListView_ = nullptr;
+    // The media objects hold references to the libraries.
+    delete voiceRecorder_;
+    delete voicePlayer_;
+    delete downloads_;
     delete dispatcher_;
     delete link_;
     delete intake_;
@@ -340,11 +364,19 @@ void UiTdlibSpike::onSendPassword()
                   screens_->mainScreen()->signInForm()->passwordField()->text());
 }
 
+void UiTdlibSpike::stopMedia()
+{
+    if (voiceRecorder_->voiceRecording())
+        voiceRecorder_->stopVoiceRecording(false);
+    voicePlayer_->stopVoicePlayback();
+}
+
 void UiTdlibSpike::onAppThumbnailed()
 {
     appendLog(QStringLiteral("app: thumbnailed\n"));
     appActive_ = false;
     link_->onAppThumbnailed();
+    stopMedia();
     intake_->onAppThumbnailed();
 }
 
@@ -359,11 +391,14 @@ void UiTdlibSpike::onAppFullscreen()
 void UiTdlibSpike::onAppAboutToQuit()
 {
     appendLog(QStringLiteral("app: aboutToQuit\n"));
+    stopMedia();
     link_->onAppAboutToQuit();
 }
 
 void UiTdlibSpike::onLowMemory(int level)
 {
+    stopMedia();
+    QPixmapCache::clear();
     avatars_->clear();
     log_->clear();
     intake_->onLowMemory();

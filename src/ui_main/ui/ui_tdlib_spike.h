@@ -19,6 +19,11 @@ class EventDispatcher;
 class EventIntake;
 class InstanceChannel;
 class ListView;
+class MediaDownloads;
+class OpenAlLib;
+class OpusLib;
+class VoicePlayer;
+class VoiceRecorder;
 class PhoneWindow;
 class ToastOverlay;
 class Invoker;
@@ -58,6 +63,9 @@ public:
     EventDispatcher *dispatcher() const { return dispatcher_; }
     ChatListModel *chatList() const { return chats_; }
     AppLifecycle *lifecycle() const { return lifecycle_; }
+    MediaDownloads *mediaDownloads() const { return downloads_; }
+    VoicePlayer *voicePlayer() const { return voicePlayer_; }
+    VoiceRecorder *voiceRecorder() const { return voiceRecorder_; }
 
     // Theme: read the file, then recolour whatever exists.
     void loadThemeSetting();
@@ -94,6 +102,8 @@ private:
     void connectScreens();
     void setStatusText(const QString &text);
     void showSignedInView(bool authorised);
+    // Ends voice recording (unsent) and playback.
+    void stopMedia();
 
     QStringList environment_;
     AppFolders folders_;
@@ -115,6 +125,11 @@ private:
     AvatarDownloadQueue *avatars_ = nullptr;
     EventDispatcher *dispatcher_ = nullptr;
     ChatItemProvider *chatItems_ = nullptr;
+    std::unique_ptr<OpusLib> opus_;
+    std::unique_ptr<OpenAlLib> openal_;
+    MediaDownloads *downloads_ = nullptr;
+    VoicePlayer *voicePlayer_ = nullptr;
+    VoiceRecorder *voiceRecorder_ = nullptr;
 
     // The top-level window; the screens live inside it.
     std::unique_ptr<PhoneWindow> window_;
