@@ -20,6 +20,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <limits>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -174,10 +175,30 @@ void DemoBackend::emitEvent(const QJsonObject &event)
 {
     QByteArray line = QJsonDocument(event).toJson(QJsonDocument::Compact);
     line.append('\n');
+    reopenEventsIfReplaced();
     if (m_eventsFd >= 0 && !writeFully(m_eventsFd, line))
         logLine(1, QStringLiteral("events write failed errno=%1").arg(errno));
     if (m_config.verbosity >= 4)
         logLine(4, QStringLiteral("event %1").arg(event.value(QStringLiteral("type")).toString()));
+}
+
+void DemoBackend::reopenEventsIfReplaced()
+{
+    // A reader may remove or replace the file; events then go to the file
+    // that is there now, not to an unlinked one.
+    struct stat open = {};
+    struct stat named = {};
+    const QByteArray path = QFile::encodeName(m_config.eventsPath);
+    if (m_eventsFd >= 0 && ::fstat(m_eventsFd, &open) == 0 &&
+        ::stat(path.constData(), &named) == 0 && open.st_ino == named.st_ino &&
+        open.st_dev == named.st_dev)
+        return;
+    const int fd = ::open(path.constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return;
+    if (m_eventsFd >= 0)
+        ::close(m_eventsFd);
+    m_eventsFd = fd;
 }
 
 void DemoBackend::statusLine(const QString &line)

@@ -64,6 +64,7 @@ private:
 
     // Output.
     void emitEvent(const QJsonObject &event);
+    void reopenEventsIfReplaced();
     void statusLine(const QString &line);
     void logLine(int level, const QString &text);
     void tdError(const QString &extra, int code, const QString &message);

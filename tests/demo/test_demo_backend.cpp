@@ -336,6 +336,23 @@ private Q_SLOTS:
         QVERIFY(lines.contains("[backend] cmd state"));
     }
 
+    void eventsFileRemovedWhileRunning()
+    {
+        DemoProcess p(freshRoot());
+        QVERIFY(p.start());
+        QVERIFY(p.waitType(0, QStringLiteral("auth_state")) >= 0);
+        QVERIFY(QFile::remove(p.eventsPath()));
+        p.send("ping");
+        p.send("state");
+        QCOMPARE(p.finish(), 0);
+        QFile f(p.eventsPath());
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        const QList<QByteArray> lines = f.readAll().split('\n');
+        QVERIFY(lines.size() >= 3);
+        QCOMPARE(QJsonDocument::fromJson(lines.first()).object().value(QStringLiteral("pong")),
+                 QJsonValue(true));
+    }
+
     void commandsBeforeSignIn_data()
     {
         QTest::addColumn<QByteArray>("command");
