@@ -185,6 +185,27 @@ private:
         return out;
     }
 
+    static QString integrity(const QString &dbDir)
+    {
+        const QStringList files = QDir(dbDir).entryList({QStringLiteral("*.sqlite")}, QDir::Files);
+        if (files.size() != 1)
+            return QStringLiteral("no database");
+        QString result;
+        {
+            QSqlDatabase db =
+                QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("check"));
+            db.setDatabaseName(QDir(dbDir).filePath(files.first()));
+            if (db.open()) {
+                QSqlQuery q(db);
+                if (q.exec(QStringLiteral("PRAGMA integrity_check")) && q.next())
+                    result = q.value(0).toString();
+                db.close();
+            }
+        }
+        QSqlDatabase::removeDatabase(QStringLiteral("check"));
+        return result;
+    }
+
     static qint64 bigChatId(const QList<QJsonObject> &chats)
     {
         for (const QJsonObject &c : chats) {
@@ -1645,6 +1666,29 @@ private Q_SLOTS:
         QCOMPARE(third.finish(), 0);
     }
 
+    void killedWhileWritingKeepsDatabase()
+    {
+        const QString root = freshRoot();
+        {
+            DemoProcess p(root);
+            QVERIFY(p.start());
+            QVERIFY(signIn(p));
+            for (int i = 0; i < 400; ++i) {
+                p.send("send64 1003 " + b64(QStringLiteral("burst %1").arg(i)));
+                if (i % 3 == 0)
+                    p.send("react 1003 " + QByteArray::number(1 + i % 20) + " 👍 add");
+            }
+            QVERIFY(p.waitType(0, QStringLiteral("message_send_succeeded")) >= 0);
+            p.process().kill();
+            QVERIFY(p.process().waitForFinished(5000));
+        }
+        QCOMPARE(integrity(root + QStringLiteral("/tdlib-db")), QStringLiteral("ok"));
+        DemoProcess again(root);
+        QVERIFY(again.start());
+        QVERIFY(!history(again, "history 1003 50").isEmpty());
+        QCOMPARE(again.finish(), 0);
+    }
+
     void survivesRandomInput()
     {
         const QString root = freshRoot();
@@ -1799,26 +1843,6 @@ private Q_SLOTS:
         QCOMPARE(listed, 5);
         QCOMPARE(p.badLines(), 0);
 
-        auto integrity = [](const QString &dbDir) {
-            const QStringList files =
-                QDir(dbDir).entryList({QStringLiteral("*.sqlite")}, QDir::Files);
-            if (files.size() != 1)
-                return QStringLiteral("no database");
-            QString result;
-            {
-                QSqlDatabase db =
-                    QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), QStringLiteral("check"));
-                db.setDatabaseName(QDir(dbDir).filePath(files.first()));
-                if (db.open()) {
-                    QSqlQuery q(db);
-                    if (q.exec(QStringLiteral("PRAGMA integrity_check")) && q.next())
-                        result = q.value(0).toString();
-                    db.close();
-                }
-            }
-            QSqlDatabase::removeDatabase(QStringLiteral("check"));
-            return result;
-        };
         QCOMPARE(integrity(p.dbDir()), QStringLiteral("ok"));
         QCOMPARE(p.finish(60000), 0);
         QCOMPARE(integrity(p.dbDir()), QStringLiteral("ok"));
