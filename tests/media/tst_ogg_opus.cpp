@@ -67,6 +67,8 @@ private Q_SLOTS:
     void packetContinuedAcrossPages();
     void truncatedAtPageBoundaryStillPlays();
     void endlessContinuedPacketIsBounded();
+    void mutatedFilesFailCleanly_data();
+    void mutatedFilesFailCleanly();
     void toolReportsErrors_data();
     void toolReportsErrors();
 };
@@ -811,6 +813,74 @@ void TstOggOpus::endlessContinuedPacketIsBounded()
         QVERIFY2(grown < 16 * 1024, qPrintable(QStringLiteral("grew %1 KiB").arg(grown)));
     }
     QFile::remove(in);
+}
+
+void TstOggOpus::mutatedFilesFailCleanly_data()
+{
+    QTest::addColumn<int>("seed");
+    for (int seed = 1; seed <= 8; ++seed)
+        QTest::newRow(qPrintable(QStringLiteral("seed %1").arg(seed))) << seed;
+}
+
+void TstOggOpus::mutatedFilesFailCleanly()
+{
+    // Random byte changes, cuts and splices of a valid stereo file: every
+    // result either decodes or fails with one of the reader's own texts.
+    QFETCH(int, seed);
+    const QList<QByteArray> pk = encodePackets(30, 64000, 2);
+    QByteArray body;
+    QByteArray lacing;
+    for (const QByteArray &p : pk) {
+        body += p;
+        lacing += lacing_for(p.size());
+    }
+    const QByteArray good = raw_page(2, lacing_for(19), opus_head(2, 312)) +
+                            raw_page(0, lacing_for(opus_tags().size()), opus_tags(), 1) +
+                            raw_page(4, lacing, body, 2);
+    const QStringList known = {QStringLiteral("opus: truncated ogg page header"),
+                               QStringLiteral("opus: invalid ogg capture pattern"),
+                               QStringLiteral("opus: truncated ogg segment table"),
+                               QStringLiteral("opus: truncated ogg payload"),
+                               QStringLiteral("opus: missing OpusHead"),
+                               QStringLiteral("opus: unsupported channel count"),
+                               QStringLiteral("opus: no decoded audio"),
+                               QStringLiteral("opus: packet too large")};
+    QRandomGenerator rng{quint32(seed)};
+    OpusLib lib;
+    for (int round = 0; round < 40; ++round) {
+        QByteArray f = good;
+        const int edits = 1 + int(rng.bounded(8));
+        for (int e = 0; e < edits; ++e) {
+            const int at = int(rng.bounded(f.size()));
+            switch (rng.bounded(3)) {
+            case 0:
+                f[at] = char(rng.bounded(256));
+                break;
+            case 1:
+                f.truncate(at);
+                break;
+            default:
+                f.insert(at, f.mid(int(rng.bounded(f.size())), int(rng.bounded(300))));
+                break;
+            }
+            if (f.isEmpty())
+                f = good;
+        }
+        QVERIFY(write_file(path("mut.ogg"), f));
+        QString error;
+        const bool ok = decodeOgaOpusToWav(lib, path("mut.ogg"), path("mut.wav"), error);
+        if (ok) {
+            QVERIFY(error.isEmpty());
+            Wav out;
+            QVERIFY(read_wav(path("mut.wav"), out));
+            QVERIFY(out.channels == 1 || out.channels == 2);
+            QVERIFY(!out.samples.isEmpty());
+        } else {
+            QVERIFY2(known.contains(error) ||
+                         error.startsWith(QStringLiteral("opus: decode failed")),
+                     qPrintable(error));
+        }
+    }
 }
 
 void TstOggOpus::toolReportsErrors_data()
