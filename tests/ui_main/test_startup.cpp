@@ -27,6 +27,7 @@ private Q_SLOTS:
     void childEnvironment();
     void pingFirst();
     void markerWhileRunning();
+    void secondInstanceHandsOverUrl();
     void sigtermEndsInOrder();
 
     void missingBackendRetries_data();
@@ -207,6 +208,23 @@ void TestStartup::markerWhileRunning()
     const qint64 ms = text.trimmed().toLongLong(&ok);
     QVERIFY(ok);
     QVERIFY(qAbs(QDateTime::currentMSecsSinceEpoch() - ms) < 60000);
+}
+
+void TestStartup::secondInstanceHandsOverUrl()
+{
+    // A second vexa on the same data folder with a link passes it to the
+    // first and ends at once, without starting a backend of its own.
+    QProcess proc;
+    proc.setProcessEnvironment(m_main.proc->processEnvironment());
+    proc.start(m_main.app() + QStringLiteral("/vexa"),
+               {QStringLiteral("tg://resolve?domain=example")});
+    QVERIFY(proc.waitForFinished(10000));
+    QCOMPARE(proc.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(proc.exitCode(), 0);
+    QVERIFY(proc.readAllStandardError().startsWith("Vexa: starting\n"));
+    QCOMPARE(readAll(m_main.record(".starts")).count("start "), 1);
+    QCOMPARE(m_main.proc->state(), QProcess::Running);
+    QVERIFY(QFile::exists(m_main.data() + QStringLiteral("/ui_running.txt")));
 }
 
 void TestStartup::sigtermEndsInOrder()
