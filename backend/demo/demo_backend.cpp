@@ -465,22 +465,22 @@ void DemoBackend::announceConnection()
 
 void DemoBackend::cmdPhone(const QString &text)
 {
+    // International format as typed: digits with optional "+", blanks,
+    // dashes and brackets; anything else makes the number invalid.
     QString digits;
+    bool valid = true;
     for (const QChar c : text) {
-        if (c.isDigit())
+        if (c >= QLatin1Char('0') && c <= QLatin1Char('9'))
             digits.append(c);
-        else if (c != QLatin1Char('+') && c != QLatin1Char(' ') && c != QLatin1Char('-') &&
-                 c != QLatin1Char('(') && c != QLatin1Char(')'))
-            digits = QStringLiteral("x");
-        if (digits == QLatin1String("x"))
-            break;
+        else if (!QStringLiteral("+ -()").contains(c))
+            valid = false;
     }
     if (m_authState != QLatin1String("WaitPhoneNumber") &&
         m_authState != QLatin1String("WaitCode")) {
         tdError(QStringLiteral("phone"), 400, QStringLiteral("PHONE_NUMBER_UNEXPECTED"));
         return;
     }
-    if (digits == QLatin1String("x") || digits.size() < 5 || digits.size() > 15) {
+    if (!valid || digits.size() < 5 || digits.size() > 15) {
         tdError(QStringLiteral("phone"), 400, QStringLiteral("PHONE_NUMBER_INVALID"));
         announceAuthState();
         return;
