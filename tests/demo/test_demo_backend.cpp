@@ -381,6 +381,10 @@ private Q_SLOTS:
         QTest::addColumn<QString>("extra");
         QTest::newRow("chats") << QByteArray("chats 60") << "td_error"
                                << "chats";
+        QTest::newRow("phone with letters") << QByteArray("phone +1 555 CALL") << "td_error"
+                                            << "phone";
+        QTest::newRow("code before phone") << QByteArray("code 22222") << "td_error"
+                                           << "code";
         QTest::newRow("send64") << QByteArray("send64 1003 aGk=") << "td_error"
                                 << "send:1003";
         QTest::newRow("edit64") << QByteArray("edit64 1003 2 aGk=") << "edit_error"
