@@ -55,7 +55,63 @@ qint64 photoIdOf(const QVariantMap &row)
 
 ChatListModel::ChatListModel(ArrayDataModel *rows, QObject *parent) : QObject(parent), m_rows(rows)
 {
+    if (!m_rows) {
+        return;
+    }
+    // Someone else writing the rows must not leave the index stale.
+    auto structural = [this] {
+        if (m_writing == 0) {
+            resyncAll();
+        }
+    };
+    connect(m_rows, &QAbstractItemModel::rowsInserted, this, structural);
+    connect(m_rows, &QAbstractItemModel::rowsRemoved, this, structural);
+    connect(m_rows, &QAbstractItemModel::rowsMoved, this, structural);
+    connect(m_rows, &QAbstractItemModel::modelReset, this, structural);
+    connect(m_rows, &QAbstractItemModel::layoutChanged, this, structural);
+    connect(m_rows, &QAbstractItemModel::dataChanged, this,
+            [this](const QModelIndex &topLeft, const QModelIndex &bottomRight) {
+                if (m_writing == 0) {
+                    resyncRows(topLeft.row(), bottomRight.row());
+                }
+            });
+    resyncAll();
+}
+
+bool ChatListModel::rowsAreSorted() const
+{
+    for (int i = 1; i < m_rowKeys.size(); ++i) {
+        if (!keyPrecedes(m_rowKeys.at(i - 1), m_rowKeys.at(i))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void ChatListModel::resyncAll()
+{
+    // Index in hash mode first, then see whether binary search may be used.
+    m_sorted = false;
     rebuildIndex();
+    if (!m_bulk && m_rowKeys.size() == m_keys.size() && rowsAreSorted()) {
+        m_sorted = true;
+        m_rowById.clear();
+    }
+}
+
+void ChatListModel::resyncRows(int first, int last)
+{
+    // A row put back unchanged (a redraw) needs nothing; anything that moves
+    // a row's place or photo makes the index start again.
+    for (int i = qMax(first, 0); i <= last && i < m_rowKeys.size(); ++i) {
+        const SortKey k = keyOf(m_rows->value(i));
+        const SortKey old = m_rowKeys.at(i);
+        if (k.id != m_rowKeys.at(i).id || k.order != old.order || k.date != old.date ||
+            k.photo != old.photo) {
+            resyncAll();
+            return;
+        }
+    }
 }
 
 int ChatListModel::size() const
@@ -85,6 +141,7 @@ ChatListModel::SortKey ChatListModel::keyOf(const QVariantMap &row)
     k.order = row.value(QStringLiteral("order")).toLongLong();
     k.date = chatRowLastDate(row);
     k.id = chatRowId(row);
+    k.photo = photoIdOf(row);
     return k;
 }
 
@@ -112,10 +169,10 @@ bool ChatListModel::chatRowPrecedes(const QVariantMap &a, const QVariantMap &b)
 int ChatListModel::lowerBoundFor(const SortKey &key) const
 {
     int lo = 0;
-    int hi = m_ids.size();
+    int hi = m_rowKeys.size();
     while (lo < hi) {
         const int mid = lo + (hi - lo) / 2;
-        const SortKey other = m_keys.value(m_ids.at(mid));
+        const SortKey other = m_rowKeys.at(mid);
         if (keyPrecedes(key, other)) {
             hi = mid;
         } else {
@@ -140,19 +197,24 @@ int ChatListModel::findChatIndexById(qint64 chatId) const
     // Rows preceding the chat's own key lie above it; its row is the first
     // one that does not.
     int lo = 0;
-    int hi = m_ids.size();
+    int hi = m_rowKeys.size();
     while (lo < hi) {
         const int mid = lo + (hi - lo) / 2;
-        if (keyPrecedes(m_keys.value(m_ids.at(mid)), it.value())) {
+        if (keyPrecedes(m_rowKeys.at(mid), it.value())) {
             lo = mid + 1;
         } else {
             hi = mid;
         }
     }
-    if (lo < m_ids.size() && m_ids.at(lo) == chatId) {
+    if (lo < m_rowKeys.size() && m_rowKeys.at(lo).id == chatId) {
         return lo;
     }
-    return m_ids.indexOf(chatId); // unreachable while the invariant holds
+    for (int i = 0; i < m_rowKeys.size(); ++i) { // unreachable while the invariant holds
+        if (m_rowKeys.at(i).id == chatId) {
+            return i;
+        }
+    }
+    return -1;
 }
 
 QVariantMap ChatListModel::chatRowById(qint64 chatId) const
@@ -165,26 +227,30 @@ void ChatListModel::insertAt(int index, const QVariantMap &row, const SortKey &k
 {
     if (index >= m_rows->size()) {
         index = m_rows->size();
+        ++m_writing;
         m_rows->append(row);
+        --m_writing;
     } else {
+        ++m_writing;
         m_rows->insert(index, row);
+        --m_writing;
     }
-    m_ids.insert(index, key.id);
+    m_rowKeys.insert(index, key);
     m_keys.insert(key.id, key);
     const qint64 photo = photoIdOf(row);
     if (photo != 0) {
         m_chatsByPhoto[photo].insert(key.id);
     }
     if (!m_sorted) {
-        for (int i = index; i < m_ids.size(); ++i) {
-            m_rowById.insert(m_ids.at(i), i);
+        for (int i = index; i < m_rowKeys.size(); ++i) {
+            m_rowById.insert(m_rowKeys.at(i).id, i);
         }
     }
 }
 
 void ChatListModel::removeAt(int index)
 {
-    const qint64 id = m_ids.at(index);
+    const qint64 id = m_rowKeys.at(index).id;
     const qint64 photo = photoIdOf(m_rows->value(index));
     if (photo != 0) {
         auto it = m_chatsByPhoto.find(photo);
@@ -195,20 +261,22 @@ void ChatListModel::removeAt(int index)
             }
         }
     }
+    ++m_writing;
     m_rows->removeAt(index);
-    m_ids.removeAt(index);
+    --m_writing;
+    m_rowKeys.removeAt(index);
     m_keys.remove(id);
     if (!m_sorted) {
         m_rowById.remove(id);
-        for (int i = index; i < m_ids.size(); ++i) {
-            m_rowById.insert(m_ids.at(i), i);
+        for (int i = index; i < m_rowKeys.size(); ++i) {
+            m_rowById.insert(m_rowKeys.at(i).id, i);
         }
     }
 }
 
 void ChatListModel::rebuildIndex()
 {
-    m_ids.clear();
+    m_rowKeys.clear();
     m_keys.clear();
     m_rowById.clear();
     m_chatsByPhoto.clear();
@@ -216,10 +284,13 @@ void ChatListModel::rebuildIndex()
         return;
     }
     const QList<QVariantMap> &rows = m_rows->rows();
-    m_ids.reserve(rows.size());
+    m_rowKeys.reserve(rows.size());
     for (int i = 0; i < rows.size(); ++i) {
         const SortKey k = keyOf(rows.at(i));
-        m_ids.append(k.id);
+        m_rowKeys.append(k);
+        if (m_keys.contains(k.id)) {
+            continue; // a repeated id: the first row is the one found
+        }
         m_keys.insert(k.id, k);
         if (!m_sorted) {
             m_rowById.insert(k.id, i);
@@ -233,7 +304,19 @@ void ChatListModel::rebuildIndex()
 
 void ChatListModel::placeNewRow(const QVariantMap &row, const SortKey &key)
 {
-    const int index = lowerBoundFor(key);
+    int index = 0;
+    if (m_sorted) {
+        index = lowerBoundFor(key);
+    } else {
+        // Rows written by someone else out of order: scan as the rule reads.
+        index = m_rowKeys.size();
+        for (int i = 0; i < m_rowKeys.size(); ++i) {
+            if (keyPrecedes(key, m_rowKeys.at(i))) {
+                index = i;
+                break;
+            }
+        }
+    }
     insertAt(index, row, key);
     if (index == 0 && m_atBeginning) {
         Q_EMIT scrollToBeginningRequested();
@@ -279,8 +362,11 @@ void ChatListModel::upsertChatRow(const QVariantMap &row)
     const bool affected = newKey.order != oldKey.order ||
                           (newKey.order == 0 && oldKey.order == 0 && newKey.date != oldKey.date);
     if (!affected || m_bulk) {
+        ++m_writing;
         m_rows->replace(index, stored);
+        --m_writing;
         m_keys.insert(chatId, newKey);
+        m_rowKeys[index] = newKey;
         const qint64 newPhoto = photoIdOf(stored);
         if (newPhoto != oldPhoto) {
             auto it = m_chatsByPhoto.find(oldPhoto);
@@ -322,8 +408,10 @@ void ChatListModel::sortChatsModelByOrder()
     for (auto &item : items) {
         sorted.append(std::move(item.second));
     }
+    ++m_writing;
     m_rows->clear();
     m_rows->append(sorted);
+    --m_writing;
     m_sorted = true;
     rebuildIndex();
 }
@@ -344,7 +432,9 @@ void ChatListModel::clear()
     if (!m_rows) {
         return;
     }
+    ++m_writing;
     m_rows->clear();
+    --m_writing;
     rebuildIndex();
 }
 
@@ -387,7 +477,9 @@ int ChatListModel::setAvatarPathForFile(qint64 fileId, const QString &path)
             continue;
         }
         row.insert(QStringLiteral("avatar_path"), path);
+        ++m_writing;
         m_rows->replace(index, row);
+        --m_writing;
         ++written;
     }
     return written;

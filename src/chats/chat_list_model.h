@@ -19,14 +19,16 @@ QString chat_list_preview_text(const QString &text);
 QString chat_list_content_label(const QString &contentType);
 
 // The ordered chat list. Rows are QVariantMaps with string values stored in
-// an ArrayDataModel; this class is the only writer of that model.
+// an ArrayDataModel. This class is meant to be its only writer; rows written
+// by anyone else are noticed through the model's signals and indexed again.
 //
 // Placement follows the linear rule "insert before the first row that the new
 // row precedes". Outside a bulk load the rows are always sorted by
 // chatRowPrecedes, which is a strict total order (ids are unique), so that
 // first row is found by binary search and a chat's current row by binary
 // search on its cached sort key. During a bulk load rows are only appended,
-// and an id -> row hash locates them.
+// and an id -> row hash locates them; the same hash and plain scans serve a
+// list that another writer has left out of order, until the next full sort.
 class ChatListModel : public QObject
 {
     Q_OBJECT
@@ -90,6 +92,7 @@ private:
         qint64 order = 0;
         qint64 date = 0; // already clamped to >= 0
         qint64 id = 0;
+        qint64 photo = 0; // not part of the order
     };
     static SortKey keyOf(const QVariantMap &row);
     static bool keyPrecedes(const SortKey &a, const SortKey &b);
@@ -98,13 +101,17 @@ private:
     void insertAt(int index, const QVariantMap &row, const SortKey &key);
     void removeAt(int index);
     void rebuildIndex();
+    void resyncAll();
+    void resyncRows(int first, int last);
+    bool rowsAreSorted() const;
     void placeNewRow(const QVariantMap &row, const SortKey &key);
 
     ArrayDataModel *m_rows = nullptr;
     bool m_bulk = false;
     bool m_sorted = true; // rows are in chatRowPrecedes order
     bool m_atBeginning = true;
-    QList<qint64> m_ids;                        // row -> chat id, parallel to the model
+    int m_writing = 0;                          // > 0 while this class writes the rows itself
+    QList<SortKey> m_rowKeys;                   // row -> its sort key, parallel to the model
     QHash<qint64, SortKey> m_keys;              // chat id -> sort key of its row
     QHash<qint64, int> m_rowById;               // chat id -> row, valid while !m_sorted
     QHash<qint64, QSet<qint64>> m_chatsByPhoto; // photo file id -> chat ids

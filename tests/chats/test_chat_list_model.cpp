@@ -225,12 +225,15 @@ void TestChatListModel::matchesLinearRule_data()
     QTest::addColumn<int>("idSpace");
     QTest::addColumn<int>("steps");
     QTest::addColumn<bool>("withBulk");
+    QTest::addColumn<bool>("withForeignWrites");
 
-    QTest::newRow("crowded ids") << 1u << 12 << 3000 << false;
-    QTest::newRow("crowded ids with bulk loads") << 2u << 12 << 3000 << true;
-    QTest::newRow("wide ids") << 3u << 400 << 4000 << false;
-    QTest::newRow("wide ids with bulk loads") << 4u << 400 << 4000 << true;
-    QTest::newRow("many ties") << 5u << 60 << 4000 << true;
+    QTest::newRow("crowded ids") << 1u << 12 << 3000 << false << false;
+    QTest::newRow("crowded ids with bulk loads") << 2u << 12 << 3000 << true << false;
+    QTest::newRow("wide ids") << 3u << 400 << 4000 << false << false;
+    QTest::newRow("wide ids with bulk loads") << 4u << 400 << 4000 << true << false;
+    QTest::newRow("many ties") << 5u << 60 << 4000 << true << false;
+    QTest::newRow("other writers") << 6u << 40 << 4000 << false << true;
+    QTest::newRow("other writers and bulk loads") << 7u << 40 << 4000 << true << true;
 }
 
 void TestChatListModel::matchesLinearRule()
@@ -239,6 +242,7 @@ void TestChatListModel::matchesLinearRule()
     QFETCH(int, idSpace);
     QFETCH(int, steps);
     QFETCH(bool, withBulk);
+    QFETCH(bool, withForeignWrites);
 
     QRandomGenerator rng(seed);
     ArrayDataModel rows;
@@ -261,6 +265,39 @@ void TestChatListModel::matchesLinearRule()
                 model.beginBulkLoad();
                 reference.bulk = true;
                 reference.rows.clear();
+            }
+        } else if (withForeignWrites && what < 6 && !reference.rows.isEmpty()) {
+            // Someone else writes the rows directly.
+            const int i = rng.bounded(reference.rows.size());
+            switch (rng.bounded(5)) {
+            case 0: {
+                QVariantMap r = reference.rows.at(i);
+                r.insert(QStringLiteral("order"), QString::number(rng.bounded(8) * 100));
+                r.insert(QStringLiteral("photo_small_id"), QString::number(rng.bounded(5)));
+                rows.replace(i, r);
+                reference.rows[i] = r;
+                break;
+            }
+            case 1:
+                rows.removeAt(i);
+                reference.rows.removeAt(i);
+                break;
+            case 2: {
+                const int to = rng.bounded(reference.rows.size());
+                rows.move(i, to);
+                reference.rows.move(i, to);
+                break;
+            }
+            case 3: {
+                const QVariantMap r{{"id", QString::number(idSpace + 1000 + step)},
+                                    {"order", QString::number(rng.bounded(8) * 100)}};
+                rows.append(r);
+                reference.rows.append(r);
+                break;
+            }
+            default:
+                rows.replace(i, reference.rows.at(i)); // a redraw
+                break;
             }
         } else if (what < 10) {
             const qint64 id = qint64(rng.bounded(idSpace + 1));
@@ -292,8 +329,15 @@ void TestChatListModel::matchesLinearRule()
         }
     }
     QCOMPARE(scrolls, reference.scrollRequests);
-    for (qint64 id = 0; id <= idSpace + 1; ++id) {
+    for (qint64 id = 0; id <= idSpace + 1000 + steps; ++id) {
         QCOMPARE(model.findChatIndexById(id), reference.find(id));
+    }
+    for (qint64 photo = 1; photo < 5; ++photo) {
+        bool used = false;
+        for (const QVariantMap &r : reference.rows) {
+            used = used || r.value(QStringLiteral("photo_small_id")).toLongLong() == photo;
+        }
+        QCOMPARE(model.isAvatarFileIdUsed(photo), used);
     }
 }
 
