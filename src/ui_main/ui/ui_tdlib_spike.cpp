@@ -297,6 +297,7 @@ void UiTdlibSpike::connectScreens()
 
     // Chat list <-> conversation: the header follows the open chat.
     connect(chatListView_, &ListView::triggered, this, &UiTdlibSpike::onChatTriggered);
+    connect(dispatcher_, &EventDispatcher::openChatRequested, this, &UiTdlibSpike::openChatFromRow);
     ConversationScreen *conversation = screens_->conversationScreen();
     connect(dispatcher_, &EventDispatcher::currentChatTitleChanged, conversation,
             [conversation](const QString &title) { conversation->titleLabel()->setText(title); });
@@ -423,14 +424,18 @@ void UiTdlibSpike::onBackToChats()
 
 void UiTdlibSpike::onChatTriggered(const QVariantList &indexPath)
 {
-    if (indexPath.isEmpty() || !screens_)
+    if (indexPath.isEmpty())
         return;
     const int row = indexPath.first().toInt();
     if (row < 0 || row >= chatRows_->size())
         return;
-    const QVariantMap chat = chatRows_->value(row);
+    openChatFromRow(chatRows_->value(row));
+}
+
+void UiTdlibSpike::openChatFromRow(const QVariantMap &chat)
+{
     const qint64 id = chat.value(QStringLiteral("id")).toString().toLongLong();
-    if (id == 0)
+    if (id == 0 || !screens_)
         return;
     ConversationScreen *conversation = screens_->conversationScreen();
     const QString title = chat.value(QStringLiteral("title")).toString();

@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QStringList>
 #include <QVariantList>
+#include <QVariantMap>
 
 #include <memory>
 
@@ -75,6 +76,8 @@ public:
 
     void appendLog(const QString &text);
     void sendLine(const QString &line);
+    // Shows the conversation screen for a chat row (header from the row).
+    void openChatFromRow(const QVariantMap &chat);
 
 public Q_SLOTS:
     void onToggleTheme();
