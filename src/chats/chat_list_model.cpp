@@ -251,7 +251,7 @@ void ChatListModel::insertAt(int index, const QVariantMap &row, const SortKey &k
 void ChatListModel::removeAt(int index)
 {
     const qint64 id = m_rowKeys.at(index).id;
-    const qint64 photo = photoIdOf(m_rows->value(index));
+    const qint64 photo = m_rowKeys.at(index).photo;
     if (photo != 0) {
         auto it = m_chatsByPhoto.find(photo);
         if (it != m_chatsByPhoto.end()) {
