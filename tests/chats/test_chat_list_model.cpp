@@ -8,11 +8,11 @@
 
 namespace {
 
-QVariantMap chatRow(const QString &spec)
+QVariantMap chatRow(const QString &text)
 {
     // "id=1 order=5 date=10 title=x unread=3 photo=7"
     QVariantMap row;
-    const QStringList parts = spec.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    const QStringList parts = text.split(QLatin1Char(' '), Qt::SkipEmptyParts);
     for (const QString &part : parts) {
         const int eq = part.indexOf(QLatin1Char('='));
         QString key = part.left(eq);
