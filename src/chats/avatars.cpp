@@ -175,7 +175,8 @@ QString ensure_unread_badge_png(const QString &cacheDir)
                                         .arg(kBadgeSize)
                                         .arg(kBadgeRadius)
                                         .arg(kBadgeAlpha);
-    if (s_size == kBadgeSize && s_path == file) {
+    // A cleared cache folder makes it draw the file again.
+    if (s_size == kBadgeSize && s_path == file && QFileInfo::exists(s_path)) {
         return s_path;
     }
     if (!QDir().mkpath(cacheDir)) {

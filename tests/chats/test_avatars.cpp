@@ -292,6 +292,10 @@ void TestAvatars::unreadBadge()
     QVERIFY(qAbs(mid.alpha() - 128) <= 1);
     QVERIFY(qAbs(mid.blue() - 255) <= 2);
     QCOMPARE(ensure_unread_badge_png(cache), path);
+    // Drawn again when the cache folder was emptied meanwhile.
+    QVERIFY(QFile::remove(path));
+    QCOMPARE(ensure_unread_badge_png(cache), path);
+    QVERIFY(QFileInfo::exists(path));
 }
 
 void TestAvatars::downloadQueue_data()
