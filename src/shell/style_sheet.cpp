@@ -75,6 +75,8 @@ QString shell_style_sheet(bool dark, float scale)
              .arg(css(ThemeGroup::C, dark), px(28), px(30));
     s += QStringLiteral("QPushButton[role=\"row\"]:pressed { background-color: %1; }\n")
              .arg(css(ThemeGroup::G, dark));
+    s += QStringLiteral("QPushButton[role=\"row\"]:checked { color: %1; font-weight: 600; }\n")
+             .arg(css(ThemeGroup::H, dark));
     s += QStringLiteral("QToolButton[role=\"icon\"] { background-color: transparent; border: none;"
                         " border-radius: %1; }\n")
              .arg(px(44));
