@@ -97,6 +97,13 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     if (!instance_->listen(&error))
         log_->appendUiFileLog(QStringLiteral("app: instance channel: ") + error);
     connect(instance_, &InstanceChannel::urlReceived, this, &UiTdlibSpike::onInvoked);
+    connect(instance_, &InstanceChannel::activationRequested, this, [this] {
+        if (window_) {
+            window_->show();
+            window_->raise();
+            window_->activateWindow();
+        }
+    });
 
     // 7. Screens with their initial texts, then the models and the event
     //    dispatch that fill them, wired to the slots.
