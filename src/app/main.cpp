@@ -9,8 +9,9 @@
 
 namespace {
 
-// A URL on the command line ("tg:..." from the desktop) goes to a vexa that
-// already runs on the same data folder; true when that one took it.
+// A URL on the command line ("tg:..." from the desktop), or an empty request
+// to come forward, goes to a vexa that already runs on the same data folder;
+// true when that one answered.
 bool handedToRunningInstance(const QString &url)
 {
     const AppFolders folders = resolve_app_folders(QCoreApplication::applicationDirPath(),
@@ -32,7 +33,9 @@ int main(int argc, char *argv[])
 
     const QStringList args = QCoreApplication::arguments();
     const QString url = args.size() > 1 ? args.at(1) : QString();
-    if (!url.isEmpty() && handedToRunningInstance(url)) {
+    // One vexa per data folder: a later start hands over its link (or just
+    // brings the running window forward) and ends.
+    if (handedToRunningInstance(url)) {
         delete app;
         return 0;
     }

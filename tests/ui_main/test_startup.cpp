@@ -27,6 +27,7 @@ private Q_SLOTS:
     void childEnvironment();
     void pingFirst();
     void markerWhileRunning();
+    void secondInstanceHandsOverUrl_data();
     void secondInstanceHandsOverUrl();
     void sigtermEndsInOrder();
 
@@ -210,14 +211,21 @@ void TestStartup::markerWhileRunning()
     QVERIFY(qAbs(QDateTime::currentMSecsSinceEpoch() - ms) < 60000);
 }
 
+void TestStartup::secondInstanceHandsOverUrl_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::newRow("with a link") << QStringList{QStringLiteral("tg://resolve?domain=example")};
+    QTest::newRow("without arguments") << QStringList();
+}
+
 void TestStartup::secondInstanceHandsOverUrl()
 {
+    QFETCH(QStringList, args);
     // A second vexa on the same data folder with a link passes it to the
     // first and ends at once, without starting a backend of its own.
     QProcess proc;
     proc.setProcessEnvironment(m_main.proc->processEnvironment());
-    proc.start(m_main.app() + QStringLiteral("/vexa"),
-               {QStringLiteral("tg://resolve?domain=example")});
+    proc.start(m_main.app() + QStringLiteral("/vexa"), args);
     QVERIFY(proc.waitForFinished(10000));
     QCOMPARE(proc.exitStatus(), QProcess::NormalExit);
     QCOMPARE(proc.exitCode(), 0);
