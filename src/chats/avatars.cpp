@@ -8,6 +8,7 @@
 #include <QLocale>
 #include <QPainter>
 #include <QPainterPath>
+#include <QRegularExpression>
 
 #include <array>
 
@@ -62,7 +63,10 @@ QString chat_list_time_text(qint64 lastDate, const QDateTime &now)
     const QDate day = when.date();
     const qint64 d = day.daysTo(today);
     if (d == 0) {
-        return QLocale::system().toString(when.time(), QLocale::ShortFormat);
+        // Qt's C locale has seconds in its "short" format; a list row wants hours and minutes.
+        QString format = QLocale::system().timeFormat(QLocale::ShortFormat);
+        format.remove(QRegularExpression(QStringLiteral("[:.]ss")));
+        return QLocale::system().toString(when.time(), format);
     }
     if (d >= 1 && d <= 7) {
         static const char *const weekdays[] = {"Mon", "Tue", "Wed", "Thu", "Fri", "Sat", "Sun"};

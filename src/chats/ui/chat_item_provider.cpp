@@ -51,7 +51,9 @@ void setBackground(QWidget *w, const QColor &color)
 void setTextColor(QLabel *label, const QColor &color)
 {
     QPalette pal = label->palette();
+    // Both roles: inside a scroll area's viewport labels may paint with Text.
     pal.setColor(QPalette::WindowText, color);
+    pal.setColor(QPalette::Text, color);
     label->setPalette(pal);
 }
 
