@@ -1,0 +1,199 @@
+// A new user's first session, in this process, against the real demo backend
+// as a child process: sign in through the form, see the chat list arrive in
+// the service's order with round photos, and watch it reorder as other
+// chats receive messages.
+#include "backend_link/app_log.h"
+#include "chats/chat_list_model.h"
+#include "common.h"
+#include "platform/ui/list_view.h"
+#include "platform/ui/phone_window.h"
+#include "shell/ui/screens.h"
+#include "shell/ui/shell_screens.h"
+#include "ui_main/ui/ui_tdlib_spike.h"
+
+#include <QDirIterator>
+#include <QImage>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProcess>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+using namespace test_util;
+
+class TestDemoSession : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void signInAndBrowse_data();
+    void signInAndBrowse();
+
+private:
+    void type(const char *field, const QString &text);
+    void press(const char *button);
+    QString status() const { return m_spike->screens()->mainScreen()->statusLabel()->text(); }
+    bool waitStatus(const QString &text, int ms = 10000)
+    {
+        return waitFor([&] { return status() == text; }, ms);
+    }
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<UiTdlibSpike> m_spike;
+};
+
+void TestDemoSession::type(const char *field, const QString &text)
+{
+    auto *f = m_spike->screens()->findChild<QLineEdit *>(QLatin1String(field));
+    QVERIFY2(f, field);
+    f->setText(text);
+}
+
+void TestDemoSession::press(const char *button)
+{
+    auto *b = m_spike->screens()->findChild<QPushButton *>(QLatin1String(button));
+    QVERIFY2(b, button);
+    b->click();
+}
+
+void TestDemoSession::signInAndBrowse_data()
+{
+    QTest::addColumn<QString>("phone");
+    QTest::addColumn<bool>("asksPassword");
+    QTest::newRow("code only") << "+1 555 0100" << false;
+    QTest::newRow("code and password") << "+15550109" << true;
+}
+
+void TestDemoSession::signInAndBrowse()
+{
+    QFETCH(QString, phone);
+    QFETCH(bool, asksPassword);
+
+    m_dir = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_dir->isValid());
+    const QString appDir = m_dir->filePath(QStringLiteral("app"));
+    const QString dataDir = m_dir->filePath(QStringLiteral("data"));
+    QVERIFY(QDir().mkpath(appDir));
+    QVERIFY(installExecutable(QStringLiteral(DEMO_BACKEND_PATH),
+                              appDir + QStringLiteral("/td_backend")));
+
+    QStringList env;
+    for (const QString &e : QProcess::systemEnvironment()) {
+        if (!e.startsWith(QLatin1String("UI_USE_")) && !e.startsWith(QLatin1String("VEXA_")) &&
+            !e.startsWith(QLatin1String("TG_")) && !e.startsWith(QLatin1String("DEMO_")))
+            env << e;
+    }
+    // A fast simulated world, so other chats receive messages within seconds.
+    env << QStringLiteral("VEXA_DATA_DIR=") + dataDir
+        << QStringLiteral("VEXA_SHARED_DIR=") + m_dir->filePath(QStringLiteral("shared"))
+        << QStringLiteral("VEXA_ZOOM=1") << QStringLiteral("DEMO_SEED=7")
+        << QStringLiteral("DEMO_SPEED=0.05");
+    m_spike = std::make_unique<UiTdlibSpike>(appDir, env);
+    m_spike->window()->show();
+    MainScreen *main = m_spike->screens()->mainScreen();
+
+    QVERIFY2(waitFor(
+                 [&] {
+                     return m_spike->appLog()->buffer().contains(QLatin1String("ping")) ||
+                            status() != QLatin1String("Starting…");
+                 },
+                 10000),
+             qPrintable(status()));
+    type("phone_field", phone);
+    press("send_phone_button");
+    QVERIFY2(waitStatus(QStringLiteral("Need: code")) ||
+                 waitStatus(QStringLiteral("Auth: WaitCode")),
+             qPrintable(status()));
+
+    // A wrong code leaves the state where it was and the form in place.
+    type("code_field", QStringLiteral("12345"));
+    press("send_code_button");
+    QTest::qWait(800);
+    QVERIFY(!main->isAuthorised());
+    QVERIFY2(!status().contains(QLatin1String("Ready")), qPrintable(status()));
+
+    type("code_field", QStringLiteral("22222"));
+    press("send_code_button");
+    if (asksPassword) {
+        QVERIFY2(waitFor(
+                     [&] {
+                         return status().contains(QLatin1String("WaitPassword")) ||
+                                status().contains(QLatin1String("password"));
+                     },
+                     10000),
+                 qPrintable(status()));
+        QVERIFY(!main->isAuthorised());
+        type("password_field", QStringLiteral("vexa"));
+        press("send_password_button");
+    }
+    QVERIFY2(waitFor([&] { return main->isAuthorised(); }, 15000), qPrintable(status()));
+    QVERIFY(!main->signInForm()->isVisible());
+
+    // The first page of the list arrives in the service's order.
+    ListView *list = m_spike->chatListView();
+    QVERIFY(list);
+    QAbstractItemModel *model = list->dataModel();
+    QVERIFY(model);
+    QVERIFY2(waitFor([&] { return model->rowCount() >= 60; }, 15000),
+             qPrintable(QString::number(model->rowCount())));
+    auto rowAt = [&](int i) { return model->index(i, 0).data(Qt::UserRole).toMap(); };
+    for (int i = 1; i < model->rowCount(); ++i)
+        QVERIFY2(ChatListModel::chatRowPrecedes(rowAt(i - 1), rowAt(i)),
+                 qPrintable(QString::number(i)));
+
+    // Visible rows show a title and either a letter tile or the photo; photos
+    // arrive as round 144-pixel PNGs with transparent corners.
+    QVERIFY(!list->visibleRows().isEmpty());
+    QWidget *first = list->itemWidget(list->visibleRows().first());
+    QVERIFY(first);
+    auto *title = first->findChild<QLabel *>(QStringLiteral("title"));
+    QVERIFY(title);
+    QCOMPARE(title->text(),
+             rowAt(list->visibleRows().first()).value(QStringLiteral("title")).toString());
+    const QString cache = dataDir + QStringLiteral("/avatar-cache");
+    auto roundPngs = [&] {
+        QStringList out;
+        QDirIterator it(cache, {QStringLiteral("*.png")}, QDir::Files);
+        while (it.hasNext())
+            out << it.next();
+        return out;
+    };
+    QVERIFY2(waitFor([&] { return roundPngs().size() >= 2; }, 20000),
+             qPrintable(QString::number(roundPngs().size())));
+    const QImage avatar(roundPngs().first());
+    QCOMPARE(avatar.size(), QSize(144, 144));
+    QCOMPARE(qAlpha(avatar.pixel(0, 0)), 0);
+    QCOMPARE(qAlpha(avatar.pixel(143, 143)), 0);
+    QCOMPARE(qAlpha(avatar.pixel(72, 72)), 255);
+    QVERIFY(waitFor(
+        [&] {
+            for (int i = 0; i < model->rowCount(); ++i)
+                if (!rowAt(i).value(QStringLiteral("avatar_path")).toString().isEmpty())
+                    return true;
+            return false;
+        },
+        10000));
+
+    // Life goes on: some chat below the pinned ones gets a new message and
+    // moves up; the list stays ordered.
+    auto snapshot = [&] {
+        QStringList ids;
+        for (int i = 0; i < model->rowCount(); ++i)
+            ids << rowAt(i).value(QStringLiteral("id")).toString() + QLatin1Char(':') +
+                       rowAt(i).value(QStringLiteral("last_date")).toString();
+        return ids;
+    };
+    const QStringList before = snapshot();
+    QVERIFY2(waitFor([&] { return snapshot() != before; }, 30000), "no chat received a message");
+    for (int i = 1; i < model->rowCount(); ++i)
+        QVERIFY(ChatListModel::chatRowPrecedes(rowAt(i - 1), rowAt(i)));
+
+    m_spike.reset();
+    m_dir.reset();
+}
+
+QTEST_MAIN(TestDemoSession)
+#include "test_demo_session.moc"
