@@ -1,3 +1,4 @@
+#include "chats/avatars.h"
 #include "shell/osicons.h"
 #include "shell/theme.h"
 #include "shell/ui/screens.h"
@@ -34,6 +35,8 @@ private Q_SLOTS:
     void authorisedSwapsFormForList();
     void sizesFollowScale();
     void photoViewerShowsFile();
+    void menuMeHeader_data();
+    void menuMeHeader();
 };
 
 void TestScreens::initTestCase()
@@ -279,6 +282,7 @@ void TestScreens::sizesFollowScale()
     QCOMPARE(h(small), 112);
     QCOMPARE(h(big), 224);
     QCOMPARE(big.findChild<QToolButton *>(QStringLiteral("menu_button"))->width(), 176);
+    QCOMPARE(big.findChild<QLabel *>(QStringLiteral("me_avatar"))->width(), 288);
 }
 
 void TestScreens::photoViewerShowsFile()
@@ -295,6 +299,147 @@ void TestScreens::photoViewerShowsFile()
     QVERIFY(QTest::qWaitForWindowExposed(&screens));
     QVERIFY(screens.photoViewer()->showImageFile(path));
     QVERIFY(!screens.photoViewer()->showImageFile(dir.filePath(QStringLiteral("missing.png"))));
+}
+
+// What a profile puts into the menu's header. Each row starts from another
+// profile that had a photo, so switching photo -> tile and clearing are
+// covered too. photo: "" none, "red" a real PNG, "missing" a path to nothing.
+void TestScreens::menuMeHeader_data()
+{
+    QTest::addColumn<qint64>("id");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("username");
+    QTest::addColumn<QString>("phone");
+    QTest::addColumn<QString>("photo");
+    QTest::addColumn<bool>("shown");
+    QTest::addColumn<QString>("nameText");
+    QTest::addColumn<QString>("usernameText");
+    QTest::addColumn<QString>("phoneText");
+    QTest::addColumn<QString>("letter"); // empty: the photo shows instead
+
+    QTest::newRow("full profile, phone without plus") << qint64(42) << "Ada Lovelace"
+                                                      << "ada"
+                                                      << "15551234"
+                                                      << "" << true << "Ada Lovelace"
+                                                      << "@ada"
+                                                      << "+15551234"
+                                                      << "A";
+    QTest::newRow("no username, phone with plus") << qint64(7) << "bob"
+                                                  << ""
+                                                  << " +44 20 7946 0000 "
+                                                  << "" << true << "bob"
+                                                  << ""
+                                                  << "+44 20 7946 0000"
+                                                  << "B";
+    QTest::newRow("user name typed with @, no phone") << qint64(8) << "Cy"
+                                                      << "@cy"
+                                                      << ""
+                                                      << "" << true << "Cy"
+                                                      << "@cy"
+                                                      << ""
+                                                      << "C";
+    QTest::newRow("only a user name") << qint64(9) << ""
+                                      << "solo"
+                                      << ""
+                                      << "" << true << ""
+                                      << "@solo"
+                                      << ""
+                                      << "S";
+    QTest::newRow("photo") << qint64(42) << "Ada Lovelace"
+                           << "ada"
+                           << "15551234"
+                           << "red" << true << "Ada Lovelace"
+                           << "@ada"
+                           << "+15551234"
+                           << "";
+    QTest::newRow("unreadable photo falls back to the tile") << qint64(42) << "Ada Lovelace"
+                                                             << ""
+                                                             << "15551234"
+                                                             << "missing" << true << "Ada Lovelace"
+                                                             << ""
+                                                             << "+15551234"
+                                                             << "A";
+    QTest::newRow("signed out") << qint64(0) << ""
+                                << ""
+                                << ""
+                                << "" << false << ""
+                                << ""
+                                << ""
+                                << "";
+}
+
+void TestScreens::menuMeHeader()
+{
+    QFETCH(qint64, id);
+    QFETCH(QString, name);
+    QFETCH(QString, username);
+    QFETCH(QString, phone);
+    QFETCH(QString, photo);
+    QFETCH(bool, shown);
+    QFETCH(QString, nameText);
+    QFETCH(QString, usernameText);
+    QFETCH(QString, phoneText);
+    QFETCH(QString, letter);
+
+    QTemporaryDir dir;
+    auto png = [&](const QString &file, Qt::GlobalColor color) {
+        QImage img(200, 160, QImage::Format_RGB32);
+        img.fill(color);
+        const QString path = dir.filePath(file);
+        return img.save(path) ? path : QString();
+    };
+    const QString before = png(QStringLiteral("before.png"), Qt::blue);
+    QString path;
+    if (photo == QLatin1String("red"))
+        path = png(QStringLiteral("red.png"), Qt::red);
+    else if (photo == QLatin1String("missing"))
+        path = dir.filePath(QStringLiteral("missing.png"));
+    QVERIFY(!before.isEmpty() && (photo != QLatin1String("red") || !path.isEmpty()));
+
+    ShellScreens screens(true, 1.0f);
+    screens.resize(720, 1280);
+    screens.showScreen(ShellScreens::Screen::Menu);
+    screens.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&screens));
+    MenuScreen *menu = screens.menuScreen();
+    menu->updateMenuMeHeader(5, QStringLiteral("Zed Old"), QStringLiteral("zed"),
+                             QStringLiteral("+100"), before);
+    menu->updateMenuMeHeader(id, name, username, phone, path);
+    QApplication::processEvents();
+
+    auto *avatar = menu->findChild<QLabel *>(QStringLiteral("me_avatar"));
+    auto *tile = menu->findChild<QLabel *>(QStringLiteral("me_avatar_letter"));
+    auto *nameLabel = menu->findChild<QLabel *>(QStringLiteral("me_name"));
+    auto *userLabel = menu->findChild<QLabel *>(QStringLiteral("me_username"));
+    auto *phoneLabel = menu->findChild<QLabel *>(QStringLiteral("me_phone"));
+    QVERIFY(avatar && tile && nameLabel && userLabel && phoneLabel);
+    QCOMPARE(avatar->isVisible(), shown);
+    QCOMPARE(nameLabel->text(), nameText);
+    QCOMPARE(userLabel->text(), usernameText);
+    QCOMPARE(phoneLabel->text(), phoneText);
+    QCOMPARE(nameLabel->isVisible(), !nameText.isEmpty());
+    QCOMPARE(userLabel->isVisible(), !usernameText.isEmpty());
+    QCOMPARE(phoneLabel->isVisible(), !phoneText.isEmpty());
+    if (!shown) {
+        QVERIFY(tile->text().isEmpty());
+        QVERIFY(avatar->pixmap(Qt::ReturnByValue).isNull());
+        return;
+    }
+
+    // The header sits above the first menu card.
+    QVERIFY(menu->meCard()->y() < menu->checkUpdatesButton()->mapTo(menu, QPoint()).y());
+    QCOMPARE(avatar->width(), 144);
+    const QImage shot = avatar->grab().toImage();
+    if (letter.isEmpty()) {
+        QVERIFY(!tile->isVisible());
+        QCOMPARE(QColor(shot.pixel(72, 72)), QColor(Qt::red));
+    } else {
+        QVERIFY(tile->isVisible());
+        QCOMPARE(tile->text(), letter);
+        QVERIFY(avatar->pixmap(Qt::ReturnByValue).isNull());
+        // Left of the letter, inside the rounded tile: the placeholder colour.
+        QCOMPARE(QColor(shot.pixel(18, 72)), placeholder_avatar_color(id, name));
+    }
 }
 
 QTEST_MAIN(TestScreens)

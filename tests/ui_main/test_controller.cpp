@@ -10,6 +10,7 @@
 #include "shell/ui/shell_screens.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
+#include <QImage>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
@@ -46,6 +47,7 @@ private Q_SLOTS:
     void logToggleShowsLog();
     void chatListOpensConversation_data();
     void chatListOpensConversation();
+    void menuHeaderFollowsOwnProfile();
 
 private:
     void makeController(const QStringList &extraEnv = {});
@@ -377,6 +379,60 @@ void TestController::chatListOpensConversation()
     QCOMPARE(m_spike->screens()->conversationScreen()->titleLabel()->text(), title);
     m_spike->screens()->conversationScreen()->backButton()->click();
     QCOMPARE(m_spike->screens()->currentScreen(), ShellScreens::Screen::Main);
+}
+
+void TestController::menuHeaderFollowsOwnProfile()
+{
+    makeController();
+    QVERIFY(waitReceived(QStringLiteral("ping")));
+    MenuScreen *menu = m_spike->screens()->menuScreen();
+    auto text = [menu](const char *name) {
+        auto *l = menu->findChild<QLabel *>(QLatin1String(name));
+        return l ? l->text() : QStringLiteral("<missing %1>").arg(QLatin1String(name));
+    };
+    auto *avatar = menu->findChild<QLabel *>(QStringLiteral("me_avatar"));
+    auto *tile = menu->findChild<QLabel *>(QStringLiteral("me_avatar_letter"));
+    QVERIFY(avatar && tile);
+    QVERIFY(menu->meCard()->isHidden());
+
+    emitEvent(R"({"type":"auth_state","state":"Ready"})");
+    emitEvent(R"({"type":"me","id":"4242","first_name":" Ada ","last_name":"Lovelace",)"
+              R"("username":"ada","phone":"15551234","photo_small_id":9001})");
+    QVERIFY2(waitFor([&] { return text("me_name") == QLatin1String("Ada Lovelace"); }, 5000),
+             qPrintable(text("me_name")));
+    QVERIFY(!menu->meCard()->isHidden());
+    QCOMPARE(text("me_username"), QStringLiteral("@ada"));
+    QCOMPARE(text("me_phone"), QStringLiteral("+15551234"));
+    QCOMPARE(tile->text(), QStringLiteral("A"));
+    QVERIFY(avatar->pixmap(Qt::ReturnByValue).isNull());
+
+    // The own user renamed; then the own photo arrives as a downloaded file.
+    emitEvent(R"({"type":"user","id":4242,"name":"Countess of Lovelace","photo_small_id":9001})");
+    QVERIFY2(
+        waitFor([&] { return text("me_name") == QLatin1String("Countess of Lovelace"); }, 5000),
+        qPrintable(text("me_name")));
+    QCOMPARE(tile->text(), QStringLiteral("C"));
+    QCOMPARE(text("me_username"), QStringLiteral("@ada"));
+
+    const QString photo = m_dir->filePath(QStringLiteral("me.png"));
+    QImage img(320, 320, QImage::Format_RGB32);
+    img.fill(Qt::green);
+    QVERIFY(img.save(photo));
+    emitEvent(QStringLiteral(R"({"type":"file","id":9001,"path":"%1"})").arg(photo).toUtf8());
+    QVERIFY(waitFor([&] { return !avatar->pixmap(Qt::ReturnByValue).isNull(); }, 5000));
+    QVERIFY(tile->isHidden());
+    QVERIFY2(avatar->property("image_path")
+                 .toString()
+                 .startsWith(dataDir() + QStringLiteral("/avatar-cache/")),
+             qPrintable(avatar->property("image_path").toString()));
+
+    // Signed out: the card goes and keeps nothing of the profile.
+    emitEvent(R"({"type":"auth_state","state":"WaitPhoneNumber"})");
+    QVERIFY(waitFor([&] { return menu->meCard()->isHidden(); }, 5000));
+    QCOMPARE(text("me_name"), QString());
+    QCOMPARE(text("me_username"), QString());
+    QCOMPARE(text("me_phone"), QString());
+    QVERIFY(avatar->pixmap(Qt::ReturnByValue).isNull());
 }
 
 QTEST_MAIN(TestController)

@@ -1,5 +1,6 @@
 #include "shell/ui/screens.h"
 
+#include "chats/avatars.h"
 #include "shell/osicons.h"
 #include "shell/ui/screen_parts.h"
 #include "shell/ui_scale.h"
@@ -19,6 +20,10 @@
 using namespace screen_parts;
 
 namespace {
+
+// The own avatar has the chat list's size and corner radius.
+constexpr int kMeAvatarSize = 144;
+constexpr int kMeAvatarRadius = 24;
 
 QLineEdit *field(const QString &hint, const QString &objectName, float scale, QWidget *parent)
 {
@@ -429,7 +434,8 @@ ChatInfoScreen::ChatInfoScreen(float scale, QWidget *parent) : QWidget(parent)
 
 // --------------------------------------------------------------- MenuScreen
 
-MenuScreen::MenuScreen(float scale, bool darkTheme, QWidget *parent) : QWidget(parent)
+MenuScreen::MenuScreen(float scale, bool darkTheme, QWidget *parent)
+    : QWidget(parent), scale_(scale)
 {
     setObjectName(QStringLiteral("menu_screen"));
     setAttribute(Qt::WA_StyledBackground, true);
@@ -445,6 +451,36 @@ MenuScreen::MenuScreen(float scale, bool darkTheme, QWidget *parent) : QWidget(p
     bv->setContentsMargins(scaled_px(24, scale), scaled_px(24, scale), scaled_px(24, scale),
                            scaled_px(24, scale));
     bv->setSpacing(scaled_px(20, scale));
+
+    // Own profile: avatar on the left, name, user name and phone beside it.
+    QVBoxLayout *me = nullptr;
+    meCard_ = card(QStringLiteral("menu_me_card"), scale, body, &me);
+    auto *who = new QHBoxLayout;
+    who->setSpacing(scaled_px(28, scale));
+    const int side = scaled_px(kMeAvatarSize, scale);
+    meAvatar_ = label(QString(), QStringLiteral("me_avatar"), nullptr, nullptr, meCard_);
+    meAvatar_->setFixedSize(side, side);
+    meLetter_ = label(QString(), QStringLiteral("me_avatar_letter"), nullptr, nullptr, meAvatar_);
+    meLetter_->setAlignment(Qt::AlignCenter);
+    meLetter_->setGeometry(0, 0, side, side);
+    auto *lines = new QVBoxLayout;
+    lines->setSpacing(scaled_px(4, scale));
+    meName_ = label(QString(), QStringLiteral("me_name"), "C", "heading", meCard_);
+    meUsername_ = label(QString(), QStringLiteral("me_username"), "H", "secondary", meCard_);
+    mePhone_ = label(QString(), QStringLiteral("me_phone"), "D", "secondary", meCard_);
+    meName_->setWordWrap(true);
+    for (QLabel *l : {meName_, meUsername_, mePhone_}) {
+        l->setTextFormat(Qt::PlainText);
+        l->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        lines->addWidget(l);
+    }
+    lines->insertStretch(0, 1);
+    lines->addStretch(1);
+    who->addWidget(meAvatar_);
+    who->addLayout(lines, 1);
+    me->addLayout(who);
+    bv->addWidget(meCard_);
+    updateMenuMeHeader(0, QString(), QString(), QString(), QString());
 
     QVBoxLayout *updates = nullptr;
     QWidget *updatesCard = card(QStringLiteral("menu_updates_card"), scale, body, &updates);
@@ -487,6 +523,57 @@ MenuScreen::MenuScreen(float scale, bool darkTheme, QWidget *parent) : QWidget(p
     bv->addWidget(lookCard);
     bv->addStretch(1);
     v->addWidget(body, 1);
+}
+
+void MenuScreen::updateMenuMeHeader(qint64 id, const QString &displayName, const QString &username,
+                                    const QString &phone, const QString &avatarPath)
+{
+    const QString name = displayName.trimmed();
+    QString user = username.trimmed();
+    while (user.startsWith(QLatin1Char('@')))
+        user.remove(0, 1);
+    QString number = phone.trimmed();
+    if (!number.isEmpty() && !number.startsWith(QLatin1Char('+')))
+        number.prepend(QLatin1Char('+'));
+
+    const bool signedIn = id != 0 || !name.isEmpty() || !user.isEmpty() || !number.isEmpty();
+    meName_->setText(name);
+    meName_->setVisible(!name.isEmpty());
+    meUsername_->setText(user.isEmpty() ? QString() : QStringLiteral("@") + user);
+    meUsername_->setVisible(!user.isEmpty());
+    mePhone_->setText(number);
+    mePhone_->setVisible(!number.isEmpty());
+
+    // The round PNG when it loads; until then (or if it is unreadable) the
+    // tile in the colour the chat list gives the same id and name.
+    const int side = meAvatar_->width();
+    const QPixmap photo = signedIn && !avatarPath.isEmpty() ? QPixmap(avatarPath) : QPixmap();
+    if (!photo.isNull()) {
+        meAvatar_->setPixmap(
+            photo.scaled(side, side, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation));
+        meAvatar_->setProperty("image_path", avatarPath);
+        meLetter_->clear();
+        meLetter_->setProperty("tile_color", QString());
+        meLetter_->hide();
+    } else {
+        meAvatar_->clear();
+        meAvatar_->setProperty("image_path", QString());
+        const QString initialFrom = !name.isEmpty() ? name : user;
+        const QColor color = placeholder_avatar_color(id, name);
+        meLetter_->setText(initialFrom.isEmpty() ? QStringLiteral("?")
+                                                 : initialFrom.left(1).toUpper());
+        meLetter_->setProperty("tile_color", signedIn ? color.name() : QString());
+        meLetter_->setStyleSheet(QStringLiteral("background-color: %1; color: #FFFFFF;"
+                                                " border-radius: %2px; font-size: %3px;"
+                                                " font-weight: 600;")
+                                     .arg(color.name())
+                                     .arg(side * kMeAvatarRadius / kMeAvatarSize)
+                                     .arg(scaled_px(64, scale_)));
+        meLetter_->setVisible(signedIn);
+    }
+    if (!signedIn)
+        meLetter_->clear();
+    meCard_->setVisible(signedIn);
 }
 
 // --------------------------------------------------------- FilesCacheScreen

@@ -178,13 +178,21 @@ private:
     QPushButton *delete_ = nullptr;
 };
 
-// Menu: updates, files cache, theme and the debug log switch.
+// Menu: the own profile, updates, files cache, theme and the debug log
+// switch.
 class MenuScreen : public QWidget
 {
     Q_OBJECT
 public:
     explicit MenuScreen(float scale, bool darkTheme, QWidget *parent = nullptr);
     QToolButton *backButton() const { return back_; }
+    // The own-profile card at the top: the round photo when avatarPath loads,
+    // else a coloured tile with the initial; the name, "@username" and the
+    // phone with a leading "+". Lines without a value are hidden; with no id
+    // and no texts (signed out) the whole card is hidden and cleared.
+    void updateMenuMeHeader(qint64 id, const QString &displayName, const QString &username,
+                            const QString &phone, const QString &avatarPath);
+    QWidget *meCard() const { return meCard_; }
     QPushButton *checkUpdatesButton() const { return checkUpdates_; }
     QLabel *updateStatusLabel() const { return updateStatus_; }
     QPushButton *filesCacheButton() const { return filesCache_; }
@@ -195,6 +203,13 @@ public:
     QPushButton *logToggleButton() const { return logToggle_; }
 
 private:
+    float scale_;
+    QWidget *meCard_ = nullptr;
+    QLabel *meAvatar_ = nullptr;
+    QLabel *meLetter_ = nullptr;
+    QLabel *meName_ = nullptr;
+    QLabel *meUsername_ = nullptr;
+    QLabel *mePhone_ = nullptr;
     QToolButton *back_ = nullptr;
     QPushButton *checkUpdates_ = nullptr;
     QLabel *updateStatus_ = nullptr;

@@ -275,6 +275,9 @@ void UiTdlibSpike::connectScreens()
     MenuScreen *menu = screens_->menuScreen();
     connect(menu->themeButton(), &QPushButton::clicked, this, &UiTdlibSpike::onToggleTheme);
     connect(menu->logToggleButton(), &QPushButton::clicked, this, &UiTdlibSpike::onToggleDebugLog);
+    // "me", the own "user", the own photo's download and signing out all
+    // arrive as meChanged.
+    connect(dispatcher_, &EventDispatcher::meChanged, this, &UiTdlibSpike::updateMenuMeHeader);
     connect(screens_, &ShellScreens::backToChatsRequested, this, &UiTdlibSpike::onBackToChats);
 
     // The log view shows the in-app log while it is open.
@@ -451,6 +454,15 @@ void UiTdlibSpike::openChatFromRow(const QVariantMap &chat)
     dispatcher_->setCurrentChat(id, chat.value(QStringLiteral("chat_type")).toString());
     dispatcher_->updateChatHeaderSubtitleForCurrentChat();
     screens_->showScreen(ShellScreens::Screen::Conversation);
+}
+
+void UiTdlibSpike::updateMenuMeHeader()
+{
+    if (!screens_)
+        return;
+    const OwnProfile &me = dispatcher_->me();
+    screens_->menuScreen()->updateMenuMeHeader(me.id, me.displayName, me.username, me.phone,
+                                               me.avatarPath);
 }
 
 void UiTdlibSpike::onInvoked(const QString &url)

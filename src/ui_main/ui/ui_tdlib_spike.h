@@ -99,6 +99,8 @@ public Q_SLOTS:
     void onChatTriggered(const QVariantList &indexPath);
     // A "tg" link or other URL handed to this instance.
     void onInvoked(const QString &url);
+    // Redraws the menu's own-profile card from the dispatcher's profile.
+    void updateMenuMeHeader();
 
 private:
     void buildScreens();
