@@ -406,6 +406,15 @@ void TestController::menuHeaderFollowsOwnProfile()
     QCOMPARE(tile->text(), QStringLiteral("A"));
     QVERIFY(avatar->pixmap(Qt::ReturnByValue).isNull());
 
+    // The own photo is asked for, and asked for again after the chat list's
+    // start has emptied the avatar queue.
+    const QString download = QStringLiteral("download 9001\n");
+    QVERIFY2(waitFor([&] { return received().count(download) == 1; }, 5000),
+             qPrintable(received()));
+    emitEvent(R"({"type":"chats_begin"})");
+    QVERIFY2(waitFor([&] { return received().count(download) == 2; }, 5000),
+             qPrintable(received()));
+
     // The own user renamed; then the own photo arrives as a downloaded file.
     emitEvent(R"({"type":"user","id":4242,"name":"Countess of Lovelace","photo_small_id":9001})");
     QVERIFY2(
