@@ -506,6 +506,10 @@ void EventDispatcher::onChatsBegin(const QVariantMap &)
     }
     if (m_deps.avatars) {
         m_deps.avatars->clear();
+        // "me" arrives before the list: its photo must not be lost with the queue.
+        if (m_me.photoSmallId > 0 && m_me.avatarPath.isEmpty()) {
+            m_deps.avatars->enqueueAvatarDownload(m_me.photoSmallId);
+        }
     }
     log(QStringLiteral("[event] chats_begin\n"));
 }

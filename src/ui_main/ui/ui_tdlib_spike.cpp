@@ -278,15 +278,6 @@ void UiTdlibSpike::connectScreens()
     // "me", the own "user", the own photo's download and signing out all
     // arrive as meChanged.
     connect(dispatcher_, &EventDispatcher::meChanged, this, &UiTdlibSpike::updateMenuMeHeader);
-    // "me" comes before the chat list, whose "chats_begin" empties the avatar
-    // queue (the dispatcher has handled it by now): ask for the own photo
-    // again, or the card would keep its letter tile.
-    connect(intake_, &EventIntake::eventReceived, this, [this](const QVariantMap &event) {
-        const OwnProfile &me = dispatcher_->me();
-        if (me.photoSmallId > 0 && me.avatarPath.isEmpty() &&
-            event.value(QStringLiteral("type")).toString() == QLatin1String("chats_begin"))
-            avatars_->enqueueAvatarDownload(me.photoSmallId);
-    });
     connect(screens_, &ShellScreens::backToChatsRequested, this, &UiTdlibSpike::onBackToChats);
 
     // The log view shows the in-app log while it is open.
