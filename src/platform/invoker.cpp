@@ -19,23 +19,13 @@ bool DesktopInvoker::invokeService(const QString &, const QString &, const QStri
 bool RecordingInvoker::openUrl(const QUrl &url, const QString &mimeType,
                                const QString &transferMode)
 {
-    Request r;
-    r.kind = Request::OpenUrl;
-    r.url = url;
-    r.mimeType = mimeType;
-    r.transferMode = transferMode;
-    m_requests.append(r);
+    m_requests.append({Request::OpenUrl, url, mimeType, transferMode, QString(), QString()});
     return m_openResult;
 }
 
 bool RecordingInvoker::invokeService(const QString &target, const QString &action,
                                      const QString &mimeType)
 {
-    Request r;
-    r.kind = Request::InvokeService;
-    r.target = target;
-    r.action = action;
-    r.mimeType = mimeType;
-    m_requests.append(r);
+    m_requests.append({Request::InvokeService, QUrl(), mimeType, QString(), target, action});
     return m_serviceResult;
 }

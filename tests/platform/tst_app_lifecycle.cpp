@@ -2,7 +2,6 @@
 
 #include <QGuiApplication>
 #include <QProcess>
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -29,9 +28,7 @@ void TestAppLifecycle::stateChanges_data()
     const int act = Qt::ApplicationActive, ina = Qt::ApplicationInactive,
               hid = Qt::ApplicationHidden, sus = Qt::ApplicationSuspended;
     QTest::newRow("active at start is no change") << QList<int>{act} << "";
-    QTest::newRow("inactive then active") << QList<int>{ina, act} << "TF";
-    QTest::newRow("inactive then hidden once") << QList<int>{ina, hid, act} << "TF";
-    QTest::newRow("repeated active") << QList<int>{ina, act, act, act} << "TF";
+    QTest::newRow("no repeats") << QList<int>{ina, hid, act, act} << "TF";
     QTest::newRow("suspended counts as thumbnailed") << QList<int>{sus, ina, act, hid} << "TFT";
 }
 
@@ -61,12 +58,9 @@ void TestAppLifecycle::terminationQuitsInOrder()
 {
     QFETCH(int, sig);
     QTemporaryDir dir;
-    QVERIFY(dir.isValid());
     const QString marker = dir.filePath("quit.txt");
     QProcess child;
-    child.setProgram(QCoreApplication::applicationDirPath() + "/platform_helper");
-    child.setArguments({"lifecycle", marker});
-    child.start();
+    child.start(QCoreApplication::applicationDirPath() + "/platform_helper", {"lifecycle", marker});
     QVERIFY2(child.waitForStarted(5000), qPrintable(child.errorString()));
     // QTRY re-evaluates its condition, so the output is collected, not read once.
     QByteArray out;
@@ -103,13 +97,9 @@ void TestAppLifecycle::memoryPressureWhereOffered()
     QString error;
     const bool ok = life.watchMemoryPressure(&error);
     QCOMPARE(life.watchingMemoryPressure(), ok);
-    if (!QFile::exists("/proc/pressure/memory")) {
-        QVERIFY(!ok);
-        QVERIFY(!error.isEmpty());
-    } else if (!ok) {
-        // Present but refused (for example a kernel without triggers).
-        QVERIFY(!error.isEmpty());
-    }
+    // Without the file (or a kernel refusing triggers) it says why.
+    QVERIFY(ok || !error.isEmpty());
+    QVERIFY(!ok || QFile::exists("/proc/pressure/memory"));
 }
 
 QTEST_MAIN(TestAppLifecycle)

@@ -10,156 +10,89 @@ class TestFolders : public QObject
 private Q_SLOTS:
     void layout_data();
     void layout();
-    void userDirsFileIsRead();
     void userDirsParsing_data();
     void userDirsParsing();
     void ensureCreatesFolders();
 };
 
-// Every case runs with HOME set to a scratch folder; "@" in an expected path
-// stands for that folder.
+// Every case runs with HOME set to a scratch folder; "@" in a path stands
+// for it. An empty shared root means the desktop's own folders.
 void TestFolders::layout_data()
 {
-    QTest::addColumn<QString>("dataDirEnv");
-    QTest::addColumn<QString>("sharedDirEnv");
-    QTest::addColumn<QString>("xdgDataHome");
-    QTest::addColumn<QStringList>("expected"); // data, downloads, misc, documents, photos,
-                                               // music, videos, sharedPrefix
-
-    QTest::newRow("xdg defaults") << ""
-                                  << ""
-                                  << ""
-                                  << QStringList{"@/.local/share/vexa",
-                                                 "@/Downloads/quillo",
-                                                 "@/.config/marlinde",
-                                                 "@/Documents",
-                                                 "@/Pictures",
-                                                 "@/Music",
-                                                 "@/Videos",
-                                                 "@"};
+    QTest::addColumn<QString>("environment"); // NAME=value pairs
+    QTest::addColumn<bool>("userDirs");       // renamed desktop folders in user-dirs.dirs
+    QTest::addColumn<QString>("data");
+    QTest::addColumn<QString>("shared");
+    const QString xdgData("@/.local/share/vexa");
+    QTest::newRow("xdg defaults") << "" << false << xdgData << QString();
     QTest::newRow("xdg data home")
-        << ""
-        << ""
-        << "@/xdgdata" << QStringList{"@/xdgdata/vexa",     "@/Downloads/quillo",
-                                      "@/.config/marlinde", "@/Documents",
-                                      "@/Pictures",         "@/Music",
-                                      "@/Videos",           "@"};
-    QTest::newRow("relative xdg data home ignored") << ""
-                                                    << ""
-                                                    << "relative/data"
-                                                    << QStringList{"@/.local/share/vexa",
-                                                                   "@/Downloads/quillo",
-                                                                   "@/.config/marlinde",
-                                                                   "@/Documents",
-                                                                   "@/Pictures",
-                                                                   "@/Music",
-                                                                   "@/Videos",
-                                                                   "@"};
-    QTest::newRow("data dir override")
-        << "@/mydata"
-        << ""
-        << "@/xdgdata" << QStringList{"@/mydata",           "@/Downloads/quillo",
-                                      "@/.config/marlinde", "@/Documents",
-                                      "@/Pictures",         "@/Music",
-                                      "@/Videos",           "@"};
-    QTest::newRow("shared dir layout")
-        << ""
-        << "@/shared"
-        << "" << QStringList{"@/.local/share/vexa",    "@/shared/downloads/quillo",
-                             "@/shared/misc/marlinde", "@/shared/documents",
-                             "@/shared/photos",        "@/shared/music",
-                             "@/shared/videos",        "@/shared"};
-    QTest::newRow("both overrides, trailing slash cleaned") << "@/d/"
-                                                            << "@/s/"
-                                                            << ""
-                                                            << QStringList{"@/d",
-                                                                           "@/s/downloads/quillo",
-                                                                           "@/s/misc/marlinde",
-                                                                           "@/s/documents",
-                                                                           "@/s/photos",
-                                                                           "@/s/music",
-                                                                           "@/s/videos",
-                                                                           "@/s"};
+        << "XDG_DATA_HOME=@/xdg" << false << QString("@/xdg/vexa") << QString();
+    QTest::newRow("relative xdg data home ignored")
+        << "XDG_DATA_HOME=rel" << false << xdgData << QString();
+    QTest::newRow("user dirs") << "" << true << xdgData << QString();
+    QTest::newRow("data dir") << "VEXA_DATA_DIR=@/mine XDG_DATA_HOME=@/xdg" << true
+                              << QString("@/mine") << QString();
+    QTest::newRow("shared dir") << "VEXA_SHARED_DIR=@/s" << true << xdgData << QString("@/s");
+    QTest::newRow("both, trailing slash cleaned")
+        << "VEXA_DATA_DIR=@/d/ VEXA_SHARED_DIR=@/s/" << false << QString("@/d") << QString("@/s");
 }
 
 void TestFolders::layout()
 {
-    QFETCH(QString, dataDirEnv);
-    QFETCH(QString, sharedDirEnv);
-    QFETCH(QString, xdgDataHome);
-    QFETCH(QStringList, expected);
-
+    QFETCH(QString, environment);
+    QFETCH(bool, userDirs);
+    QFETCH(QString, data);
+    QFETCH(QString, shared);
     QTemporaryDir home;
     QVERIFY(home.isValid());
     const QString h = home.path();
     auto sub = [&](QString s) { return s.replace(QLatin1Char('@'), h); };
-
     QProcessEnvironment env;
     env.insert("HOME", h);
-    if (!dataDirEnv.isEmpty())
-        env.insert("VEXA_DATA_DIR", sub(dataDirEnv));
-    if (!sharedDirEnv.isEmpty())
-        env.insert("VEXA_SHARED_DIR", sub(sharedDirEnv));
-    if (!xdgDataHome.isEmpty())
-        env.insert("XDG_DATA_HOME", sub(xdgDataHome));
+    for (const QString &pair : environment.split(' ', Qt::SkipEmptyParts))
+        env.insert(pair.section('=', 0, 0), sub(pair.section('=', 1)));
+    if (userDirs) {
+        env.insert("XDG_CONFIG_HOME", h + "/cfg");
+        QVERIFY(QDir().mkpath(h + "/cfg"));
+        QFile f(h + "/cfg/user-dirs.dirs");
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(
+            "# xdg-user-dirs-update\nXDG_DOWNLOAD_DIR=\"$HOME/Dl\"\nXDG_MUSIC_DIR=\"/srv/m\"\n");
+    }
 
     const AppFolders f = resolve_app_folders(h + "/app/", env);
     QCOMPARE(f.appDir, h + "/app");
     const QStringList got = {f.dataDir,   f.downloadsDir, f.miscDir,   f.documentsDir,
                              f.photosDir, f.musicDir,     f.videosDir, f.sharedPrefix};
-    QStringList want;
-    for (const QString &e : expected)
-        want << sub(e);
+    QStringList want{data};
+    if (shared.isEmpty())
+        want << QString(userDirs ? "@/Dl/quillo @/cfg/marlinde @/Documents @/Pictures /srv/m"
+                                 : "@/Downloads/quillo @/.config/marlinde @/Documents "
+                                   "@/Pictures @/Music")
+                    .split(' ')
+             << "@/Videos"
+             << "@";
+    else
+        for (const char *d : {"/downloads/quillo", "/misc/marlinde", "/documents", "/photos",
+                              "/music", "/videos", ""})
+            want << shared + d;
+    for (QString &w : want)
+        w = sub(w);
     QCOMPARE(got, want);
-}
-
-void TestFolders::userDirsFileIsRead()
-{
-    QTemporaryDir home;
-    QVERIFY(home.isValid());
-    const QString h = home.path();
-    QVERIFY(QDir().mkpath(h + "/cfg"));
-    QFile f(h + "/cfg/user-dirs.dirs");
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write("# written by xdg-user-dirs-update\n"
-            "XDG_DOWNLOAD_DIR=\"$HOME/Herunterladen\"\n"
-            "XDG_PICTURES_DIR=\"$HOME/Bilder\"\n"
-            "XDG_MUSIC_DIR=\"/srv/music\"\n");
-    f.close();
-
-    QProcessEnvironment env;
-    env.insert("HOME", h);
-    env.insert("XDG_CONFIG_HOME", h + "/cfg");
-    const AppFolders a = resolve_app_folders(QString(), env);
-    QCOMPARE(a.downloadsDir, h + "/Herunterladen/quillo");
-    QCOMPARE(a.photosDir, h + "/Bilder");
-    QCOMPARE(a.musicDir, QStringLiteral("/srv/music"));
-    QCOMPARE(a.documentsDir, h + "/Documents");
-    QCOMPARE(a.miscDir, h + "/cfg/marlinde");
 }
 
 void TestFolders::userDirsParsing_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("home relative") << "XDG_DOWNLOAD_DIR=\"$HOME/Dl\""
-                                   << "/h/Dl";
-    QTest::newRow("absolute") << "XDG_DOWNLOAD_DIR=\"/data/dl\""
-                              << "/data/dl";
-    QTest::newRow("blanks around") << "  XDG_DOWNLOAD_DIR = \"/data/dl\"  "
-                                   << "/data/dl";
+    QTest::newRow("home relative") << "XDG_DOWNLOAD_DIR=\"$HOME/Dl\"" << QString("/h/Dl");
+    QTest::newRow("blanks around") << "  XDG_DOWNLOAD_DIR = \"/d/dl\"  " << QString("/d/dl");
     QTest::newRow("later wins") << "XDG_DOWNLOAD_DIR=\"/a\"\nXDG_DOWNLOAD_DIR=\"/b\""
-                                << "/b";
-    QTest::newRow("commented") << "#XDG_DOWNLOAD_DIR=\"/a\""
-                               << "";
-    QTest::newRow("unquoted") << "XDG_DOWNLOAD_DIR=/a"
-                              << "";
-    QTest::newRow("relative") << "XDG_DOWNLOAD_DIR=\"dl\""
-                              << "";
-    QTest::newRow("other key") << "XDG_DOWNLOAD_DIRX=\"/a\""
-                               << "";
-    QTest::newRow("empty") << ""
-                           << "";
+                                << QString("/b");
+    QTest::newRow("commented") << "#XDG_DOWNLOAD_DIR=\"/a\"" << QString();
+    QTest::newRow("unquoted") << "XDG_DOWNLOAD_DIR=/a" << QString();
+    QTest::newRow("relative") << "XDG_DOWNLOAD_DIR=\"dl\"" << QString();
+    QTest::newRow("other key") << "XDG_DOWNLOAD_DIRX=\"/a\"" << QString();
 }
 
 void TestFolders::userDirsParsing()
@@ -177,19 +110,17 @@ void TestFolders::ensureCreatesFolders()
     env.insert("HOME", root.path());
     env.insert("VEXA_DATA_DIR", root.path() + "/data");
     env.insert("VEXA_SHARED_DIR", root.path() + "/shared");
-    const AppFolders f = resolve_app_folders(QString(), env);
+    AppFolders f = resolve_app_folders(QString(), env);
     QString error;
     QVERIFY2(ensure_app_folders(f, &error), qPrintable(error));
     for (const QString &d : {f.dataDir, f.downloadsDir, f.miscDir, f.videosDir})
         QVERIFY2(QFileInfo(d).isDir(), qPrintable(d));
-
     // A file where a folder should be makes it fail with a message.
     QFile blocker(root.path() + "/blocked");
     QVERIFY(blocker.open(QIODevice::WriteOnly));
     blocker.close();
-    AppFolders bad = f;
-    bad.dataDir = root.path() + "/blocked/data";
-    QVERIFY(!ensure_app_folders(bad, &error));
+    f.dataDir = root.path() + "/blocked/data";
+    QVERIFY(!ensure_app_folders(f, &error));
     QVERIFY(error.contains("blocked"));
 }
 
