@@ -11,96 +11,90 @@ class TestAppLifecycle : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void stateChanges_data();
-    void stateChanges();
-    void terminationQuitsInOrder_data();
-    void terminationQuitsInOrder();
-    void secondInstallRefused();
-    void memoryPressureWhereOffered();
+    // A sequence of application states and the lifecycle signals it must give.
+    void stateChanges_data()
+    {
+        QTest::addColumn<QList<int>>("states");
+        QTest::addColumn<QString>("expected"); // T = thumbnailed, F = fullscreen
+
+        const int act = Qt::ApplicationActive, ina = Qt::ApplicationInactive,
+                  hid = Qt::ApplicationHidden, sus = Qt::ApplicationSuspended;
+        QTest::newRow("active at start is no change") << QList<int>{act} << "";
+        QTest::newRow("no repeats") << QList<int>{ina, hid, act, act} << "TF";
+        QTest::newRow("suspended counts as thumbnailed") << QList<int>{sus, ina, act, hid} << "TFT";
+    }
+
+    void stateChanges()
+    {
+        QFETCH(QList<int>, states);
+        QFETCH(QString, expected);
+        AppLifecycle life;
+        QString got;
+        connect(&life, &AppLifecycle::thumbnailed, this, [&] { got += 'T'; });
+        connect(&life, &AppLifecycle::fullscreen, this, [&] { got += 'F'; });
+        // Through the application's own signal, as the platform plugin sends it.
+        for (int s : states)
+            Q_EMIT qGuiApp->applicationStateChanged(static_cast<Qt::ApplicationState>(s));
+        QCOMPARE(got, expected);
+        QCOMPARE(life.isThumbnailed(), expected.endsWith('T'));
+    }
+
+    void terminationQuitsInOrder_data()
+    {
+        QTest::addColumn<int>("sig");
+        QTest::newRow("SIGTERM") << int(SIGTERM);
+        QTest::newRow("SIGINT") << int(SIGINT);
+    }
+
+    void terminationQuitsInOrder()
+    {
+        QFETCH(int, sig);
+        QTemporaryDir dir;
+        const QString marker = dir.filePath("quit.txt");
+        QProcess child;
+        child.start(QCoreApplication::applicationDirPath() + "/platform_helper",
+                    {"lifecycle", marker});
+        QVERIFY2(child.waitForStarted(5000), qPrintable(child.errorString()));
+        // QTRY re-evaluates its condition, so the output is collected, not read once.
+        QByteArray out;
+        QTRY_VERIFY_WITH_TIMEOUT((out += child.readAllStandardOutput()).contains("ready\n") ||
+                                     child.state() != QProcess::Running,
+                                 10000);
+        QCOMPARE(child.state(), QProcess::Running);
+
+        QCOMPARE(::kill(static_cast<pid_t>(child.processId()), sig), 0);
+        QVERIFY(child.waitForFinished(10000));
+        // A default signal disposition would kill it: CrashExit, no marker.
+        QCOMPARE(child.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(child.exitCode(), 0);
+        out += child.readAllStandardOutput();
+        QVERIFY(out.contains("loop left"));
+        QFile f(marker);
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        QCOMPARE(f.readAll(), QByteArray("aboutToQuit signal=") + QByteArray::number(sig) + "\n");
+    }
+
+    void secondInstallRefused()
+    {
+        AppLifecycle first;
+        QString error;
+        QVERIFY2(first.installSignalHandlers(&error), qPrintable(error));
+        AppLifecycle second;
+        QVERIFY(!second.installSignalHandlers(&error));
+        QVERIFY(!error.isEmpty());
+    }
+
+    void memoryPressureWhereOffered()
+    {
+        AppLifecycle life;
+        QString error;
+        const bool ok = life.watchMemoryPressure(&error);
+        QCOMPARE(life.watchingMemoryPressure(), ok);
+        // Without the file (or a kernel refusing triggers) it says why.
+        QVERIFY(ok || !error.isEmpty());
+        QVERIFY(!ok || QFile::exists("/proc/pressure/memory"));
+    }
 };
-
-// A sequence of application states and the lifecycle signals it must give.
-void TestAppLifecycle::stateChanges_data()
-{
-    QTest::addColumn<QList<int>>("states");
-    QTest::addColumn<QString>("expected"); // T = thumbnailed, F = fullscreen
-
-    const int act = Qt::ApplicationActive, ina = Qt::ApplicationInactive,
-              hid = Qt::ApplicationHidden, sus = Qt::ApplicationSuspended;
-    QTest::newRow("active at start is no change") << QList<int>{act} << "";
-    QTest::newRow("no repeats") << QList<int>{ina, hid, act, act} << "TF";
-    QTest::newRow("suspended counts as thumbnailed") << QList<int>{sus, ina, act, hid} << "TFT";
-}
-
-void TestAppLifecycle::stateChanges()
-{
-    QFETCH(QList<int>, states);
-    QFETCH(QString, expected);
-    AppLifecycle life;
-    QString got;
-    connect(&life, &AppLifecycle::thumbnailed, this, [&] { got += 'T'; });
-    connect(&life, &AppLifecycle::fullscreen, this, [&] { got += 'F'; });
-    // Through the application's own signal, as the platform plugin sends it.
-    for (int s : states)
-        Q_EMIT qGuiApp->applicationStateChanged(static_cast<Qt::ApplicationState>(s));
-    QCOMPARE(got, expected);
-    QCOMPARE(life.isThumbnailed(), expected.endsWith('T'));
-}
-
-void TestAppLifecycle::terminationQuitsInOrder_data()
-{
-    QTest::addColumn<int>("sig");
-    QTest::newRow("SIGTERM") << int(SIGTERM);
-    QTest::newRow("SIGINT") << int(SIGINT);
-}
-
-void TestAppLifecycle::terminationQuitsInOrder()
-{
-    QFETCH(int, sig);
-    QTemporaryDir dir;
-    const QString marker = dir.filePath("quit.txt");
-    QProcess child;
-    child.start(QCoreApplication::applicationDirPath() + "/platform_helper", {"lifecycle", marker});
-    QVERIFY2(child.waitForStarted(5000), qPrintable(child.errorString()));
-    // QTRY re-evaluates its condition, so the output is collected, not read once.
-    QByteArray out;
-    QTRY_VERIFY_WITH_TIMEOUT((out += child.readAllStandardOutput()).contains("ready\n") ||
-                                 child.state() != QProcess::Running,
-                             10000);
-    QCOMPARE(child.state(), QProcess::Running);
-
-    QCOMPARE(::kill(static_cast<pid_t>(child.processId()), sig), 0);
-    QVERIFY(child.waitForFinished(10000));
-    // A default signal disposition would kill it: CrashExit, no marker.
-    QCOMPARE(child.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(child.exitCode(), 0);
-    out += child.readAllStandardOutput();
-    QVERIFY(out.contains("loop left"));
-    QFile f(marker);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QCOMPARE(f.readAll(), QByteArray("aboutToQuit signal=") + QByteArray::number(sig) + "\n");
-}
-
-void TestAppLifecycle::secondInstallRefused()
-{
-    AppLifecycle first;
-    QString error;
-    QVERIFY2(first.installSignalHandlers(&error), qPrintable(error));
-    AppLifecycle second;
-    QVERIFY(!second.installSignalHandlers(&error));
-    QVERIFY(!error.isEmpty());
-}
-
-void TestAppLifecycle::memoryPressureWhereOffered()
-{
-    AppLifecycle life;
-    QString error;
-    const bool ok = life.watchMemoryPressure(&error);
-    QCOMPARE(life.watchingMemoryPressure(), ok);
-    // Without the file (or a kernel refusing triggers) it says why.
-    QVERIFY(ok || !error.isEmpty());
-    QVERIFY(!ok || QFile::exists("/proc/pressure/memory"));
-}
 
 QTEST_MAIN(TestAppLifecycle)
 #include "tst_app_lifecycle.moc"

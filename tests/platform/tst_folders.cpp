@@ -8,121 +8,116 @@ class TestFolders : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void layout_data();
-    void layout();
-    void userDirsParsing_data();
-    void userDirsParsing();
-    void ensureCreatesFolders();
-};
-
-// Every case runs with HOME set to a scratch folder; "@" in a path stands
-// for it. An empty shared root means the desktop's own folders.
-void TestFolders::layout_data()
-{
-    QTest::addColumn<QString>("environment"); // NAME=value pairs
-    QTest::addColumn<bool>("userDirs");       // renamed desktop folders in user-dirs.dirs
-    QTest::addColumn<QString>("data");
-    QTest::addColumn<QString>("shared");
-    const QString xdgData("@/.local/share/vexa");
-    QTest::newRow("xdg defaults") << "" << false << xdgData << QString();
-    QTest::newRow("xdg data home")
-        << "XDG_DATA_HOME=@/xdg" << false << QString("@/xdg/vexa") << QString();
-    QTest::newRow("relative xdg data home ignored")
-        << "XDG_DATA_HOME=rel" << false << xdgData << QString();
-    QTest::newRow("user dirs") << "" << true << xdgData << QString();
-    QTest::newRow("data dir") << "VEXA_DATA_DIR=@/mine XDG_DATA_HOME=@/xdg" << true
-                              << QString("@/mine") << QString();
-    QTest::newRow("shared dir") << "VEXA_SHARED_DIR=@/s" << true << xdgData << QString("@/s");
-    QTest::newRow("both, trailing slash cleaned")
-        << "VEXA_DATA_DIR=@/d/ VEXA_SHARED_DIR=@/s/" << false << QString("@/d") << QString("@/s");
-}
-
-void TestFolders::layout()
-{
-    QFETCH(QString, environment);
-    QFETCH(bool, userDirs);
-    QFETCH(QString, data);
-    QFETCH(QString, shared);
-    QTemporaryDir home;
-    QVERIFY(home.isValid());
-    const QString h = home.path();
-    auto sub = [&](QString s) { return s.replace(QLatin1Char('@'), h); };
-    QProcessEnvironment env;
-    env.insert("HOME", h);
-    for (const QString &pair : environment.split(' ', Qt::SkipEmptyParts))
-        env.insert(pair.section('=', 0, 0), sub(pair.section('=', 1)));
-    if (userDirs) {
-        env.insert("XDG_CONFIG_HOME", h + "/cfg");
-        QVERIFY(QDir().mkpath(h + "/cfg"));
-        QFile f(h + "/cfg/user-dirs.dirs");
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(
-            "# xdg-user-dirs-update\nXDG_DOWNLOAD_DIR=\"$HOME/Dl\"\nXDG_MUSIC_DIR=\"/srv/m\"\n");
+    // Every case runs with HOME set to a scratch folder; "@" in a path stands
+    // for it. An empty shared root means the desktop's own folders.
+    void layout_data()
+    {
+        QTest::addColumn<QString>("environment"); // NAME=value pairs
+        QTest::addColumn<bool>("userDirs");       // renamed desktop folders in user-dirs.dirs
+        QTest::addColumn<QString>("data");
+        QTest::addColumn<QString>("shared");
+        const QString xdgData("@/.local/share/vexa");
+        QTest::newRow("xdg defaults") << "" << false << xdgData << QString();
+        QTest::newRow("xdg data home")
+            << "XDG_DATA_HOME=@/xdg" << false << QString("@/xdg/vexa") << QString();
+        QTest::newRow("relative xdg data home ignored")
+            << "XDG_DATA_HOME=rel" << false << xdgData << QString();
+        QTest::newRow("user dirs") << "" << true << xdgData << QString();
+        QTest::newRow("data dir") << "VEXA_DATA_DIR=@/mine XDG_DATA_HOME=@/xdg" << true
+                                  << QString("@/mine") << QString();
+        QTest::newRow("shared dir") << "VEXA_SHARED_DIR=@/s" << true << xdgData << QString("@/s");
+        QTest::newRow("both, trailing slash cleaned") << "VEXA_DATA_DIR=@/d/ VEXA_SHARED_DIR=@/s/"
+                                                      << false << QString("@/d") << QString("@/s");
     }
 
-    const AppFolders f = resolve_app_folders(h + "/app/", env);
-    QCOMPARE(f.appDir, h + "/app");
-    const QStringList got = {f.dataDir,   f.downloadsDir, f.miscDir,   f.documentsDir,
-                             f.photosDir, f.musicDir,     f.videosDir, f.sharedPrefix};
-    QStringList want{data};
-    if (shared.isEmpty())
-        want << QString(userDirs ? "@/Dl/quillo @/cfg/marlinde @/Documents @/Pictures /srv/m"
-                                 : "@/Downloads/quillo @/.config/marlinde @/Documents "
-                                   "@/Pictures @/Music")
-                    .split(' ')
-             << "@/Videos"
-             << "@";
-    else
-        for (const char *d : {"/downloads/quillo", "/misc/marlinde", "/documents", "/photos",
-                              "/music", "/videos", ""})
-            want << shared + d;
-    for (QString &w : want)
-        w = sub(w);
-    QCOMPARE(got, want);
-}
+    void layout()
+    {
+        QFETCH(QString, environment);
+        QFETCH(bool, userDirs);
+        QFETCH(QString, data);
+        QFETCH(QString, shared);
+        QTemporaryDir home;
+        QVERIFY(home.isValid());
+        const QString h = home.path();
+        auto sub = [&](QString s) { return s.replace(QLatin1Char('@'), h); };
+        QProcessEnvironment env;
+        env.insert("HOME", h);
+        for (const QString &pair : environment.split(' ', Qt::SkipEmptyParts))
+            env.insert(pair.section('=', 0, 0), sub(pair.section('=', 1)));
+        if (userDirs) {
+            env.insert("XDG_CONFIG_HOME", h + "/cfg");
+            QVERIFY(QDir().mkpath(h + "/cfg"));
+            QFile f(h + "/cfg/user-dirs.dirs");
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(
+                "# "
+                "xdg-user-dirs-update\nXDG_DOWNLOAD_DIR=\"$HOME/Dl\"\nXDG_MUSIC_DIR=\"/srv/m\"\n");
+        }
 
-void TestFolders::userDirsParsing_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("home relative") << "XDG_DOWNLOAD_DIR=\"$HOME/Dl\"" << QString("/h/Dl");
-    QTest::newRow("blanks around") << "  XDG_DOWNLOAD_DIR = \"/d/dl\"  " << QString("/d/dl");
-    QTest::newRow("later wins") << "XDG_DOWNLOAD_DIR=\"/a\"\nXDG_DOWNLOAD_DIR=\"/b\""
-                                << QString("/b");
-    QTest::newRow("commented") << "#XDG_DOWNLOAD_DIR=\"/a\"" << QString();
-    QTest::newRow("unquoted") << "XDG_DOWNLOAD_DIR=/a" << QString();
-    QTest::newRow("relative") << "XDG_DOWNLOAD_DIR=\"dl\"" << QString();
-    QTest::newRow("other key") << "XDG_DOWNLOAD_DIRX=\"/a\"" << QString();
-}
+        const AppFolders f = resolve_app_folders(h + "/app/", env);
+        QCOMPARE(f.appDir, h + "/app");
+        const QStringList got = {f.dataDir,   f.downloadsDir, f.miscDir,   f.documentsDir,
+                                 f.photosDir, f.musicDir,     f.videosDir, f.sharedPrefix};
+        QStringList want{data};
+        if (shared.isEmpty())
+            want << QString(userDirs ? "@/Dl/quillo @/cfg/marlinde @/Documents @/Pictures /srv/m"
+                                     : "@/Downloads/quillo @/.config/marlinde @/Documents "
+                                       "@/Pictures @/Music")
+                        .split(' ')
+                 << "@/Videos"
+                 << "@";
+        else
+            for (const char *d : {"/downloads/quillo", "/misc/marlinde", "/documents", "/photos",
+                                  "/music", "/videos", ""})
+                want << shared + d;
+        for (QString &w : want)
+            w = sub(w);
+        QCOMPARE(got, want);
+    }
 
-void TestFolders::userDirsParsing()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, expected);
-    QCOMPARE(xdg_user_dir_from_text(text, "XDG_DOWNLOAD_DIR", "/h"), expected);
-}
+    void userDirsParsing_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("home relative") << "XDG_DOWNLOAD_DIR=\"$HOME/Dl\"" << QString("/h/Dl");
+        QTest::newRow("blanks around") << "  XDG_DOWNLOAD_DIR = \"/d/dl\"  " << QString("/d/dl");
+        QTest::newRow("later wins")
+            << "XDG_DOWNLOAD_DIR=\"/a\"\nXDG_DOWNLOAD_DIR=\"/b\"" << QString("/b");
+        QTest::newRow("commented") << "#XDG_DOWNLOAD_DIR=\"/a\"" << QString();
+        QTest::newRow("unquoted") << "XDG_DOWNLOAD_DIR=/a" << QString();
+        QTest::newRow("relative") << "XDG_DOWNLOAD_DIR=\"dl\"" << QString();
+        QTest::newRow("other key") << "XDG_DOWNLOAD_DIRX=\"/a\"" << QString();
+    }
 
-void TestFolders::ensureCreatesFolders()
-{
-    QTemporaryDir root;
-    QVERIFY(root.isValid());
-    QProcessEnvironment env;
-    env.insert("HOME", root.path());
-    env.insert("VEXA_DATA_DIR", root.path() + "/data");
-    env.insert("VEXA_SHARED_DIR", root.path() + "/shared");
-    AppFolders f = resolve_app_folders(QString(), env);
-    QString error;
-    QVERIFY2(ensure_app_folders(f, &error), qPrintable(error));
-    for (const QString &d : {f.dataDir, f.downloadsDir, f.miscDir, f.videosDir})
-        QVERIFY2(QFileInfo(d).isDir(), qPrintable(d));
-    // A file where a folder should be makes it fail with a message.
-    QFile blocker(root.path() + "/blocked");
-    QVERIFY(blocker.open(QIODevice::WriteOnly));
-    blocker.close();
-    f.dataDir = root.path() + "/blocked/data";
-    QVERIFY(!ensure_app_folders(f, &error));
-    QVERIFY(error.contains("blocked"));
-}
+    void userDirsParsing()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, expected);
+        QCOMPARE(xdg_user_dir_from_text(text, "XDG_DOWNLOAD_DIR", "/h"), expected);
+    }
+
+    void ensureCreatesFolders()
+    {
+        QTemporaryDir root;
+        QVERIFY(root.isValid());
+        QProcessEnvironment env;
+        env.insert("HOME", root.path());
+        env.insert("VEXA_DATA_DIR", root.path() + "/data");
+        env.insert("VEXA_SHARED_DIR", root.path() + "/shared");
+        AppFolders f = resolve_app_folders(QString(), env);
+        QString error;
+        QVERIFY2(ensure_app_folders(f, &error), qPrintable(error));
+        for (const QString &d : {f.dataDir, f.downloadsDir, f.miscDir, f.videosDir})
+            QVERIFY2(QFileInfo(d).isDir(), qPrintable(d));
+        // A file where a folder should be makes it fail with a message.
+        QFile blocker(root.path() + "/blocked");
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        f.dataDir = root.path() + "/blocked/data";
+        QVERIFY(!ensure_app_folders(f, &error));
+        QVERIFY(error.contains("blocked"));
+    }
+};
 
 QTEST_GUILESS_MAIN(TestFolders)
 #include "tst_folders.moc"

@@ -11,89 +11,85 @@ class TestPhoneWindow : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void screensSwitch();
-    void inputReachesScreen_data();
-    void inputReachesScreen();
-    void toast();
-};
-
-void TestPhoneWindow::screensSwitch()
-{
-    PhoneWindow w(DisplayInfo(QSize(720, 1280), 0.5));
-    auto *a = new QLabel("a");
-    auto *b = new QLabel("b");
-    QSignalSpy changed(&w, &PhoneWindow::currentScreenChanged);
-    w.addScreen(a);
-    w.addScreen(b);
-    QCOMPARE(w.currentScreen(), a);
-    w.setScreen(b);
-    QCOMPARE(w.currentScreen(), b);
-    QCOMPARE(changed.last().at(0).value<QWidget *>(), b);
-    auto *c = new QLabel("c"); // not added before
-    w.setScreen(c);
-    QCOMPARE(w.currentScreen(), c);
-    QCOMPARE(c->parentWidget(), w.screenHost());
-    QCOMPARE(w.screenHost()->size(), QSize(720, 1280));
-}
-
-void TestPhoneWindow::inputReachesScreen_data()
-{
-    QTest::addColumn<double>("zoom");
-    QTest::addColumn<QSize>("display");
-    QTest::newRow("unscaled") << 1.0 << QSize(720, 1280);
-    QTest::newRow("square display at 0.75") << 0.75 << QSize(720, 720);
-}
-
-// A click on the window where the button appears must reach the button,
-// whatever the zoom.
-void TestPhoneWindow::inputReachesScreen()
-{
-    QFETCH(double, zoom);
-    QFETCH(QSize, display);
-    PhoneWindow w(DisplayInfo(display, zoom));
-    QCOMPARE(w.isScaled(), zoom != 1.0);
-    auto *screen = new QWidget;
-    auto *button = new QPushButton("Send", screen);
-    button->setGeometry(500, 600, 200, 100);
-    w.setScreen(screen);
-    w.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&w));
-    QCOMPARE(w.size(), QSize(qRound(display.width() * zoom), qRound(display.height() * zoom)));
-    QSignalSpy clicked(button, &QPushButton::clicked);
-    // Whole window pixels at both zooms here.
-    QCOMPARE(w.mapToScreenHost(QPoint(qRound(600 * zoom), qRound(648 * zoom))), QPoint(600, 648));
-    // As the window system would: to the widget under the pointer. Missing
-    // the button by a little misses it.
-    for (const int x : {600, 480}) {
-        const QPoint at(qRound(x * zoom), qRound(648 * zoom));
-        QWidget *target = w.isScaled() ? w.graphicsView()->viewport() : w.childAt(at);
-        target = target ? target : &w;
-        QTest::mouseClick(target, Qt::LeftButton, Qt::NoModifier, target->mapFrom(&w, at));
+    void screensSwitch()
+    {
+        PhoneWindow w(DisplayInfo(QSize(720, 1280), 0.5));
+        auto *a = new QLabel("a");
+        auto *b = new QLabel("b");
+        QSignalSpy changed(&w, &PhoneWindow::currentScreenChanged);
+        w.addScreen(a);
+        w.addScreen(b);
+        QCOMPARE(w.currentScreen(), a);
+        w.setScreen(b);
+        QCOMPARE(w.currentScreen(), b);
+        QCOMPARE(changed.last().at(0).value<QWidget *>(), b);
+        auto *c = new QLabel("c"); // not added before
+        w.setScreen(c);
+        QCOMPARE(w.currentScreen(), c);
+        QCOMPARE(c->parentWidget(), w.screenHost());
+        QCOMPARE(w.screenHost()->size(), QSize(720, 1280));
     }
-    QCOMPARE(clicked.count(), 1);
-}
 
-// Shown, replaced, kept inside a small screen, hidden after its time.
-void TestPhoneWindow::toast()
-{
-    QWidget host;
-    host.resize(400, 600);
-    host.show();
-    ToastOverlay toast(&host);
-    toast.setDuration(150);
-    QVERIFY(!toast.isShowing());
-    toast.showToast("First");
-    Toaster *asInterface = &toast;
-    asInterface->showToast(
-        QString("A long toast text that must wrap inside the screen ").repeated(4));
-    QVERIFY(toast.isShowing());
-    QVERIFY(toast.currentText().startsWith("A long"));
-    QCOMPARE(toast.label()->parentWidget(), &host);
-    QVERIFY(host.rect().contains(toast.label()->geometry()));
-    QVERIFY(toast.label()->width() <= 320);
-    QTRY_VERIFY_WITH_TIMEOUT(!toast.isShowing(), 3000);
-    QCOMPARE(toast.currentText(), QString());
-}
+    void inputReachesScreen_data()
+    {
+        QTest::addColumn<double>("zoom");
+        QTest::addColumn<QSize>("display");
+        QTest::newRow("unscaled") << 1.0 << QSize(720, 1280);
+        QTest::newRow("square display at 0.75") << 0.75 << QSize(720, 720);
+    }
+
+    // A click on the window where the button appears must reach the button,
+    // whatever the zoom.
+    void inputReachesScreen()
+    {
+        QFETCH(double, zoom);
+        QFETCH(QSize, display);
+        PhoneWindow w(DisplayInfo(display, zoom));
+        QCOMPARE(w.isScaled(), zoom != 1.0);
+        auto *screen = new QWidget;
+        auto *button = new QPushButton("Send", screen);
+        button->setGeometry(500, 600, 200, 100);
+        w.setScreen(screen);
+        w.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&w));
+        QCOMPARE(w.size(), QSize(qRound(display.width() * zoom), qRound(display.height() * zoom)));
+        QSignalSpy clicked(button, &QPushButton::clicked);
+        // Whole window pixels at both zooms here.
+        QCOMPARE(w.mapToScreenHost(QPoint(qRound(600 * zoom), qRound(648 * zoom))),
+                 QPoint(600, 648));
+        // As the window system would: to the widget under the pointer. Missing
+        // the button by a little misses it.
+        for (const int x : {600, 480}) {
+            const QPoint at(qRound(x * zoom), qRound(648 * zoom));
+            QWidget *target = w.isScaled() ? w.graphicsView()->viewport() : w.childAt(at);
+            target = target ? target : &w;
+            QTest::mouseClick(target, Qt::LeftButton, Qt::NoModifier, target->mapFrom(&w, at));
+        }
+        QCOMPARE(clicked.count(), 1);
+    }
+
+    // Shown, replaced, kept inside a small screen, hidden after its time.
+    void toast()
+    {
+        QWidget host;
+        host.resize(400, 600);
+        host.show();
+        ToastOverlay toast(&host);
+        toast.setDuration(150);
+        QVERIFY(!toast.isShowing());
+        toast.showToast("First");
+        Toaster *asInterface = &toast;
+        asInterface->showToast(
+            QString("A long toast text that must wrap inside the screen ").repeated(4));
+        QVERIFY(toast.isShowing());
+        QVERIFY(toast.currentText().startsWith("A long"));
+        QCOMPARE(toast.label()->parentWidget(), &host);
+        QVERIFY(host.rect().contains(toast.label()->geometry()));
+        QVERIFY(toast.label()->width() <= 320);
+        QTRY_VERIFY_WITH_TIMEOUT(!toast.isShowing(), 3000);
+        QCOMPARE(toast.currentText(), QString());
+    }
+};
 
 QTEST_MAIN(TestPhoneWindow)
 #include "tst_phone_window.moc"
