@@ -1,18 +1,19 @@
 #pragma once
 
-// Helpers shared by the media tests: tone WAV files, reading WAV samples,
-// estimating a tone's frequency, a minimal independent Ogg page reader and
-// builder, and running tools as child processes.
+// Helpers shared by the media tests: tone WAV files, an independent WAV and
+// Ogg page reader and builder, tone analysis, child processes and a
+// recording MediaServices.
 
-#include <QByteArray>
+#include "media/media_services.h"
+
+#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
-#include <QString>
-#include <QStringList>
 #include <QVector>
 
 #include <cmath>
+#include <cstring>
 
 namespace testaudio {
 
@@ -30,15 +31,10 @@ inline quint32 get_le32(const QByteArray &a, int at)
     return v;
 }
 
-inline quint64 get_le64(const QByteArray &a, int at)
-{
-    return quint64(get_le32(a, at)) | (quint64(get_le32(a, at + 4)) << 32);
-}
-
 inline QByteArray wav_bytes(const QVector<qint16> &interleaved, int rate, int channels)
 {
-    QByteArray w("RIFF");
     const quint32 data = quint32(interleaved.size() * 2);
+    QByteArray w("RIFF");
     put_le(w, data + 36, 4);
     w.append("WAVEfmt ");
     put_le(w, 16, 4);
@@ -59,11 +55,8 @@ inline QVector<qint16> tone(double freq, double seconds, int rate, int channels,
 {
     const int n = int(seconds * rate);
     QVector<qint16> s(n * channels);
-    for (int i = 0; i < n; ++i) {
-        const qint16 v = qint16(amplitude * std::sin(2.0 * M_PI * freq * i / rate));
-        for (int c = 0; c < channels; ++c)
-            s[i * channels + c] = v;
-    }
+    for (int i = 0; i < n * channels; ++i)
+        s[i] = qint16(amplitude * std::sin(2.0 * M_PI * freq * (i / channels) / rate));
     return s;
 }
 
@@ -79,6 +72,11 @@ inline QByteArray read_file(const QString &path)
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
+inline bool write_tone_wav(const QString &path, double freq, double seconds, int rate, int channels)
+{
+    return write_file(path, wav_bytes(tone(freq, seconds, rate, channels), rate, channels));
+}
+
 struct Wav
 {
     int rate = 0;
@@ -86,24 +84,21 @@ struct Wav
     QVector<qint16> samples;
 };
 
-// Plain 44-byte-header or chunked RIFF reader for test outputs.
+// Chunked RIFF reader for test outputs (ours and opusdec's).
 inline bool read_wav(const QString &path, Wav &wav)
 {
     const QByteArray b = read_file(path);
     if (b.size() < 12 || !b.startsWith("RIFF") || b.mid(8, 4) != "WAVE")
         return false;
-    int pos = 12;
-    while (pos + 8 <= b.size()) {
-        const QByteArray id = b.mid(pos, 4);
+    for (int pos = 12; pos + 8 <= b.size();) {
         const quint32 size = get_le32(b, pos + 4);
         const int body = pos + 8;
-        if (id == "fmt ") {
-            wav.channels = quint8(b.at(body + 2)) | (quint8(b.at(body + 3)) << 8);
+        if (b.mid(pos, 4) == "fmt ") {
+            wav.channels = quint8(b.at(body + 2));
             wav.rate = int(get_le32(b, body + 4));
-        } else if (id == "data") {
-            const int n = int(qMin<qint64>(size, b.size() - body)) / 2;
-            wav.samples.resize(n);
-            memcpy(wav.samples.data(), b.constData() + body, size_t(n) * 2);
+        } else if (b.mid(pos, 4) == "data") {
+            wav.samples.resize(int(qMin<qint64>(size, b.size() - body)) / 2);
+            memcpy(wav.samples.data(), b.constData() + body, size_t(wav.samples.size()) * 2);
             return wav.channels > 0;
         }
         pos = body + int(size) + int(size & 1);
@@ -111,31 +106,10 @@ inline bool read_wav(const QString &path, Wav &wav)
     return false;
 }
 
-// Frequency of the strongest tone in a mono signal, by counting upward zero
-// crossings over the loudest stretch.
-inline double estimate_frequency(const QVector<qint16> &mono, int rate)
-{
-    int crossings = 0;
-    int first = -1;
-    int last = -1;
-    for (int i = 1; i < mono.size(); ++i) {
-        if (mono[i - 1] < 0 && mono[i] >= 0) {
-            if (first < 0)
-                first = i;
-            last = i;
-            ++crossings;
-        }
-    }
-    if (crossings < 2)
-        return 0.0;
-    return double(crossings - 1) * rate / double(last - first);
-}
-
-// Power of one frequency in a signal (Goertzel).
+// Power of one frequency in a stretch of a signal (Goertzel).
 inline double tone_power(const QVector<qint16> &s, int from, int count, double freq, int rate)
 {
-    const double w = 2.0 * M_PI * freq / rate;
-    const double c = 2.0 * std::cos(w);
+    const double c = 2.0 * std::cos(2.0 * M_PI * freq / rate);
     double s1 = 0;
     double s2 = 0;
     for (int i = from; i < from + count && i < s.size(); ++i) {
@@ -147,9 +121,10 @@ inline double tone_power(const QVector<qint16> &s, int from, int count, double f
 }
 
 // The strongest frequency between lo and hi Hz (1 Hz steps) in up to one
-// second from the middle of the signal. Unlike counting zero crossings it
-// is not thrown off by short gaps or noise.
-inline double dominant_frequency(const QVector<qint16> &s, int rate, double lo, double hi)
+// second from the middle of a mono signal; short gaps and noise do not
+// throw it off.
+inline double dominant_frequency(const QVector<qint16> &s, int rate, double lo = 100,
+                                 double hi = 4000)
 {
     const int count = qMin(s.size(), rate);
     const int from = (s.size() - count) / 2;
@@ -165,9 +140,10 @@ inline double dominant_frequency(const QVector<qint16> &s, int rate, double lo, 
     return best;
 }
 
-// Root mean square of a stretch of samples.
-inline double rms(const QVector<qint16> &s, int from, int count)
+inline double rms(const QVector<qint16> &s, int from = 0, int count = -1)
 {
+    if (count < 0)
+        count = s.size() - from;
     double acc = 0;
     int n = 0;
     for (int i = from; i < from + count && i < s.size(); ++i, ++n)
@@ -175,7 +151,7 @@ inline double rms(const QVector<qint16> &s, int from, int count)
     return n ? std::sqrt(acc / n) : 0.0;
 }
 
-// The loudest continuous stretch above a level, as [from, to).
+// The loud part of a signal (20 ms windows above a level), as [from, to).
 inline QPair<int, int> loud_span(const QVector<qint16> &s, int rate, double level)
 {
     const int win = rate / 50;
@@ -206,29 +182,25 @@ struct OggPage
 // Splits a whole Ogg file into pages; false on any malformation.
 inline bool parse_pages(const QByteArray &b, QVector<OggPage> &pages)
 {
-    int pos = 0;
-    while (pos < b.size()) {
+    for (int pos = 0; pos < b.size();) {
         if (pos + 27 > b.size() || b.mid(pos, 4) != "OggS")
             return false;
         OggPage p;
         p.headerType = quint8(b.at(pos + 5));
-        p.granule = qint64(get_le64(b, pos + 6));
+        p.granule = qint64(quint64(get_le32(b, pos + 6)) | quint64(get_le32(b, pos + 10)) << 32);
         p.serial = get_le32(b, pos + 14);
         p.sequence = get_le32(b, pos + 18);
         p.checksum = get_le32(b, pos + 22);
-        const int n = quint8(b.at(pos + 26));
-        if (pos + 27 + n > b.size())
-            return false;
-        p.lacing = b.mid(pos + 27, n);
-        int bodySize = 0;
+        p.lacing = b.mid(pos + 27, quint8(b.at(pos + 26)));
+        int size = 27 + p.lacing.size();
         for (char c : p.lacing)
-            bodySize += quint8(c);
-        if (pos + 27 + n + bodySize > b.size())
+            size += quint8(c);
+        if (p.lacing.size() != quint8(b.at(pos + 26)) || pos + size > b.size())
             return false;
-        p.body = b.mid(pos + 27 + n, bodySize);
-        p.raw = b.mid(pos, 27 + n + bodySize);
+        p.raw = b.mid(pos, size);
+        p.body = p.raw.mid(27 + p.lacing.size());
         pages.append(p);
-        pos += 27 + n + bodySize;
+        pos += size;
     }
     return true;
 }
@@ -236,8 +208,7 @@ inline bool parse_pages(const QByteArray &b, QVector<OggPage> &pages)
 // The Ogg checksum written out bit by bit, independent of the table version.
 inline quint32 slow_ogg_crc(QByteArray page)
 {
-    for (int i = 22; i < 26; ++i)
-        page[i] = 0;
+    page.replace(22, 4, QByteArray(4, '\0'));
     quint32 crc = 0;
     for (char c : page) {
         crc ^= quint32(quint8(c)) << 24;
@@ -247,8 +218,12 @@ inline quint32 slow_ogg_crc(QByteArray page)
     return crc;
 }
 
-// One raw page with the given lacing values and body; the checksum is left 0
-// (the client's reader does not check it).
+inline QByteArray lacing_for(int len)
+{
+    return QByteArray(len / 255, char(255)) + QByteArray(1, char(len % 255));
+}
+
+// One raw page; the checksum is left 0 (the client's reader does not check it).
 inline QByteArray raw_page(int headerType, const QByteArray &lacing, const QByteArray &body,
                            quint32 sequence = 0, qint64 granule = 0)
 {
@@ -260,20 +235,7 @@ inline QByteArray raw_page(int headerType, const QByteArray &lacing, const QByte
     put_le(p, sequence, 4);
     put_le(p, 0, 4);
     p.append(char(lacing.size()));
-    p.append(lacing);
-    p.append(body);
-    return p;
-}
-
-inline QByteArray lacing_for(int len)
-{
-    QByteArray l;
-    while (len >= 255) {
-        l.append(char(255));
-        len -= 255;
-    }
-    l.append(char(len));
-    return l;
+    return p + lacing + body;
 }
 
 inline QByteArray opus_head(int channels, int preSkip)
@@ -283,18 +245,28 @@ inline QByteArray opus_head(int channels, int preSkip)
     h.append(char(channels));
     put_le(h, quint64(preSkip), 2);
     put_le(h, 48000, 4);
-    put_le(h, 0, 2);
-    h.append(char(0));
+    put_le(h, 0, 3);
     return h;
 }
 
-inline QByteArray opus_tags()
+inline QByteArray head_page(int channels, int preSkip)
 {
-    QByteArray t("OpusTags");
-    put_le(t, 4, 4);
-    t.append("test");
-    put_le(t, 0, 4);
-    return t;
+    return raw_page(2, lacing_for(19), opus_head(channels, preSkip));
+}
+
+inline QByteArray tags_page()
+{
+    const QByteArray t = QByteArray("OpusTags\x04\0\0\0test\0\0\0\0", 20);
+    return raw_page(0, lacing_for(t.size()), t, 1);
+}
+
+// All packets on one last page.
+inline QByteArray audio_page(const QList<QByteArray> &packets, quint32 sequence, int type = 4)
+{
+    QByteArray lacing;
+    for (const QByteArray &p : packets)
+        lacing += lacing_for(p.size());
+    return raw_page(type, lacing, packets.join(), sequence, packets.size() * 960);
 }
 
 struct RunResult
@@ -304,52 +276,82 @@ struct RunResult
     QString output;
 };
 
-inline RunResult run(const QString &program, const QStringList &args, int timeoutMs = 60000)
+inline RunResult run(const QString &program, const QStringList &args)
 {
     RunResult r;
     QProcess p;
     p.setProcessChannelMode(QProcess::MergedChannels);
     p.start(program, args);
-    if (!p.waitForStarted(5000))
-        return r;
-    r.started = true;
-    if (!p.waitForFinished(timeoutMs)) {
+    r.started = p.waitForStarted(5000);
+    if (r.started && !p.waitForFinished(60000))
         p.kill();
-        p.waitForFinished(1000);
-    }
+    p.waitForFinished(1000);
     r.output = QString::fromLocal8Bit(p.readAll());
     r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
     return r;
 }
 
-inline QString tool_dir()
+inline bool have_tool(const char *name)
 {
-    return qEnvironmentVariable("VEXA_BIN_DIR");
+    return !QStandardPaths::findExecutable(QString::fromLatin1(name)).isEmpty();
 }
 
 inline QString vexa_opus()
 {
-    return tool_dir() + QStringLiteral("/vexa-opus");
+    return qEnvironmentVariable("VEXA_BIN_DIR") + QStringLiteral("/vexa-opus");
 }
 
-// Starts a new peak-memory measurement (VmHWM back to the current RSS).
-inline bool reset_peak_rss()
+// Peak resident memory of this process in KiB; reset=true first starts a new
+// measurement (false when the kernel does not allow it).
+inline qint64 peak_rss_kib(bool reset = false)
 {
-    QFile f(QStringLiteral("/proc/self/clear_refs"));
-    return f.open(QIODevice::WriteOnly) && f.write("5") == 1;
-}
-
-// Peak resident memory of this process in KiB.
-inline qint64 peak_rss_kib()
-{
+    if (reset) {
+        QFile c(QStringLiteral("/proc/self/clear_refs"));
+        if (!c.open(QIODevice::WriteOnly) || c.write("5") != 1)
+            return -1;
+    }
     QFile f(QStringLiteral("/proc/self/status"));
-    if (!f.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : f.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+    if (f.open(QIODevice::ReadOnly)) {
+        for (const QByteArray &line : f.readAll().split('\n')) {
+            if (line.startsWith("VmHWM:"))
+                return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+        }
     }
     return -1;
 }
+
+// MediaServices whose command lines, log lines, toasts and invocations are
+// kept for the checks.
+struct Recorded
+{
+    QStringList lines;
+    QList<qint64> lineTimes; // ms since the QElapsedTimer in clock, when given
+    QStringList log;
+    RecordingToaster toaster;
+    RecordingInvoker invoker;
+    const QElapsedTimer *clock = nullptr;
+
+    MediaServices services()
+    {
+        MediaServices s;
+        s.sendLine = [this](const QString &l) {
+            lines.append(l);
+            lineTimes.append(clock ? clock->elapsed() : 0);
+        };
+        s.appendLog = [this](const QString &l) { log.append(l); };
+        s.toaster = &toaster;
+        s.invoker = &invoker;
+        return s;
+    }
+    void clear()
+    {
+        lines.clear();
+        lineTimes.clear();
+        log.clear();
+        toaster.clear();
+        invoker.clear();
+        invoker.setOpenResult(true);
+    }
+};
 
 } // namespace testaudio

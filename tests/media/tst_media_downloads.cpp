@@ -13,28 +13,16 @@ using namespace testaudio;
 class TstMediaDownloads : public QObject
 {
     Q_OBJECT
-private:
     QTemporaryDir m_dir;
-    QStringList m_lines;
-    QList<qint64> m_lineTimes;
-    QStringList m_log;
-    RecordingToaster m_toaster;
-    RecordingInvoker m_invoker;
     QElapsedTimer m_clock;
+    Recorded m_rec;
 
     QString shared() const { return m_dir.filePath(QStringLiteral("shared")); }
     QString downloads() const { return shared() + QStringLiteral("/downloads/quillo"); }
-    MediaServices services()
+    QString emptyDownloads() const
     {
-        MediaServices s;
-        s.sendLine = [this](const QString &l) {
-            m_lines.append(l);
-            m_lineTimes.append(m_clock.elapsed());
-        };
-        s.appendLog = [this](const QString &l) { m_log.append(l); };
-        s.toaster = &m_toaster;
-        s.invoker = &m_invoker;
-        return s;
+        QDir(downloads()).removeRecursively();
+        return downloads();
     }
     QString makeFile(const QString &relative, const QByteArray &content = "data")
     {
@@ -45,15 +33,19 @@ private:
     }
 
 private Q_SLOTS:
-    void initTestCase();
-    void init();
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        m_clock.start();
+        m_rec.clock = &m_clock;
+    }
+    void init() { m_rec.clear(); }
     void pacingAndOrder_data();
     void pacingAndOrder();
-    void priorityForTheAwaitedFile();
     void pendingFilePublishes();
     void savedNames_data();
     void savedNames();
-    void saveNeverOverwrites();
+    void saveRefusals();
     void notification_data();
     void notification();
     void mimeTable_data();
@@ -64,98 +56,77 @@ private Q_SLOTS:
     void pendingDownloadFinishes();
 };
 
-void TstMediaDownloads::initTestCase()
-{
-    QVERIFY(m_dir.isValid());
-    m_clock.start();
-}
-
-void TstMediaDownloads::init()
-{
-    m_lines.clear();
-    m_lineTimes.clear();
-    m_log.clear();
-    m_toaster.clear();
-    m_invoker.clear();
-    m_invoker.setOpenResult(true);
-}
-
 void TstMediaDownloads::pacingAndOrder_data()
 {
     QTest::addColumn<QList<qint64>>("ids");
     QTest::addColumn<QList<bool>>("front");
+    QTest::addColumn<qint64>("awaited"); // the file the user waits for
     QTest::addColumn<QStringList>("expected");
-    QTest::newRow("in order") << QList<qint64>{1, 2, 3} << QList<bool>{false, false, false}
-                              << QStringList{"download 1", "download 2", "download 3"};
     QTest::newRow("front first") << QList<qint64>{1, 2, 3} << QList<bool>{false, false, true}
+                                 << qint64(0)
                                  << QStringList{"download 3", "download 1", "download 2"};
     QTest::newRow("once only") << QList<qint64>{4, 4, 5, 4} << QList<bool>{false, true, false, true}
-                               << QStringList{"download 4", "download 5"};
+                               << qint64(0) << QStringList{"download 4", "download 5"};
     QTest::newRow("ids below 1 ignored")
-        << QList<qint64>{0, -3, 6} << QList<bool>{false, true, false} << QStringList{"download 6"};
+        << QList<qint64>{0, -3, 6} << QList<bool>{false, true, false} << qint64(0)
+        << QStringList{"download 6"};
+    QTest::newRow("awaited file") << QList<qint64>{20, 21} << QList<bool>{false, false}
+                                  << qint64(21) << QStringList{"download 20", "downloadp 21"};
 }
 
 void TstMediaDownloads::pacingAndOrder()
 {
     QFETCH(QList<qint64>, ids);
     QFETCH(QList<bool>, front);
+    QFETCH(qint64, awaited);
     QFETCH(QStringList, expected);
-    MediaDownloads dl(services(), downloads(), shared(), nullptr);
+    MediaDownloads dl(m_rec.services(), downloads(), shared(), nullptr);
+    if (awaited)
+        dl.setFilePendingFileId(awaited);
     const qint64 start = m_clock.elapsed();
     for (int i = 0; i < ids.size(); ++i)
         dl.enqueueMediaDownload(ids[i], front[i]);
-    QVERIFY(m_lines.isEmpty());
-    QTRY_COMPARE_WITH_TIMEOUT(m_lines.size(), expected.size(), 5000);
+    QVERIFY(m_rec.lines.isEmpty());
+    QTRY_COMPARE_WITH_TIMEOUT(m_rec.lines.size(), expected.size(), 5000);
     QTest::qWait(600);
-    QCOMPARE(m_lines, expected);
+    QCOMPARE(m_rec.lines, expected);
     QVERIFY(!dl.timerActive());
     // One request per 400 ms tick, the first one tick after queuing.
-    QVERIFY2(m_lineTimes[0] - start >= 398, qPrintable(QString::number(m_lineTimes[0] - start)));
-    for (int i = 1; i < m_lineTimes.size(); ++i)
-        QVERIFY2(m_lineTimes[i] - m_lineTimes[i - 1] >= 398,
-                 qPrintable(QString::number(m_lineTimes[i] - m_lineTimes[i - 1])));
-    for (const QString &l : expected)
-        QVERIFY(m_log.contains(QStringLiteral("ui: download media file_id=%1\n").arg(l.mid(9))));
+    for (int i = 0; i < m_rec.lineTimes.size(); ++i) {
+        const qint64 gap = m_rec.lineTimes[i] - (i ? m_rec.lineTimes[i - 1] : start);
+        QVERIFY2(gap >= 398, qPrintable(QString::number(gap)));
+        QVERIFY(m_rec.log.contains(
+            QStringLiteral("ui: download media file_id=%1\n").arg(expected[i].section(' ', 1))));
+    }
     // Sent ids stay known: queuing them again requests nothing.
     for (qint64 id : ids)
         dl.enqueueMediaDownload(id, false);
     QTest::qWait(500);
-    QCOMPARE(m_lines.size(), expected.size());
-}
-
-void TstMediaDownloads::priorityForTheAwaitedFile()
-{
-    MediaDownloads dl(services(), downloads(), shared(), nullptr);
-    dl.enqueueMediaDownload(20, false);
-    dl.setFilePendingFileId(21);
-    dl.enqueueMediaDownload(21, false);
-    QTRY_COMPARE_WITH_TIMEOUT(m_lines.size(), 2, 3000);
-    QCOMPARE(m_lines, (QStringList{"download 20", "downloadp 21"}));
+    QCOMPARE(m_rec.lines.size(), expected.size());
 }
 
 void TstMediaDownloads::pendingFilePublishes()
 {
     QObject view;
-    MediaDownloads dl(services(), downloads(), shared(), &view);
+    MediaDownloads dl(m_rec.services(), downloads(), shared(), &view);
     QSignalSpy rows(&dl, &MediaDownloads::mediaRowsNeedRefresh);
+    auto published = [&view]() {
+        return QList<qint64>{view.property("file_pending_file_id").toLongLong(),
+                             view.property("file_pending_downloaded").toLongLong(),
+                             view.property("file_pending_total").toLongLong()};
+    };
     dl.setFilePendingFileId(30);
-    QCOMPARE(view.property("file_pending_file_id").toLongLong(), 30LL);
-    QCOMPARE(view.property("file_pending_downloaded").toLongLong(), 0LL);
     QCOMPARE(rows.count(), 1);
     dl.onFileProgress(99, 7, 8); // another file
-    QCOMPARE(view.property("file_pending_downloaded").toLongLong(), 0LL);
+    QCOMPARE(published(), (QList<qint64>{30, 0, 0}));
     dl.onFileProgress(30, 500, 1000);
-    QCOMPARE(view.property("file_pending_downloaded").toLongLong(), 500LL);
-    QCOMPARE(view.property("file_pending_total").toLongLong(), 1000LL);
     rows.clear();
     dl.setFilePendingFileId(30); // unchanged: nothing happens
+    QCOMPARE(published(), (QList<qint64>{30, 500, 1000}));
     QCOMPARE(rows.count(), 0);
-    QCOMPARE(view.property("file_pending_downloaded").toLongLong(), 500LL);
     dl.setFilePendingFileId(31);
-    QCOMPARE(view.property("file_pending_file_id").toLongLong(), 31LL);
-    QCOMPARE(view.property("file_pending_downloaded").toLongLong(), 0LL);
-    QCOMPARE(view.property("file_pending_total").toLongLong(), 0LL);
-    QCOMPARE(rows.count(), 2);
+    QCOMPARE(published(), (QList<qint64>{31, 0, 0}));
+    QCOMPARE(rows.count(), 2); // the old row and the new one
     QCOMPARE(rows.at(0).at(0).toLongLong(), 30LL);
     QCOMPARE(rows.at(1).at(0).toLongLong(), 31LL);
     dl.setFilePendingFileId(0);
@@ -171,9 +142,6 @@ void TstMediaDownloads::savedNames_data()
     QTest::newRow("free name") << QStringList() << "src/a/notes.txt"
                                << ""
                                << "notes.txt";
-    QTest::newRow("suggested wins") << QStringList() << "src/b/123.bin"
-                                    << "Report.pdf"
-                                    << "Report.pdf";
     QTest::newRow("numbered after two")
         << QStringList{"report.pdf", "report (1).pdf"} << "src/c/x.pdf"
         << "report.pdf"
@@ -187,12 +155,9 @@ void TstMediaDownloads::savedNames_data()
     QTest::newRow("names without a name") << QStringList() << "src/f/  "
                                           << "  "
                                           << "file_77";
-    QTest::newRow("suggested path is cut to its name") << QStringList() << "src/g/x"
-                                                       << "../../../escape.txt"
-                                                       << "escape.txt";
-    QTest::newRow("trimmed") << QStringList() << "src/h/x"
-                             << "  spaced.txt  "
-                             << "spaced.txt";
+    QTest::newRow("suggested path is cut to its name, trimmed") << QStringList() << "src/g/x"
+                                                                << " ../../../escape.txt "
+                                                                << "escape.txt";
 }
 
 void TstMediaDownloads::savedNames()
@@ -201,13 +166,12 @@ void TstMediaDownloads::savedNames()
     QFETCH(QString, source);
     QFETCH(QString, suggested);
     QFETCH(QString, expected);
-    const QString folder = downloads();
-    QDir(folder).removeRecursively();
+    const QString folder = emptyDownloads();
     QDir().mkpath(folder);
     for (const QString &e : existing)
         QVERIFY(write_file(folder + QLatin1Char('/') + e, "old"));
     const QString src = makeFile(source, "new content");
-    MediaDownloads dl(services(), folder, shared(), nullptr);
+    MediaDownloads dl(m_rec.services(), folder, shared(), nullptr);
     const QString got = dl.copyFileToSharedDownloads(77, src, suggested);
     QCOMPARE(got, folder + QLatin1Char('/') + expected);
     QCOMPARE(read_file(got), QByteArray("new content"));
@@ -217,31 +181,28 @@ void TstMediaDownloads::savedNames()
     QCOMPARE(QDir(folder).entryList(QDir::Files).size(), existing.size() + 1);
 }
 
-void TstMediaDownloads::saveNeverOverwrites()
+void TstMediaDownloads::saveRefusals()
 {
-    const QString folder = downloads();
-    QDir(folder).removeRecursively();
-    MediaDownloads dl(services(), folder, shared(), nullptr);
+    const QString folder = emptyDownloads();
+    MediaDownloads dl(m_rec.services(), folder, shared(), nullptr);
     const QString src = makeFile(QStringLiteral("src/z/song.mp3"));
-    // Refusals.
     QCOMPARE(dl.copyFileToSharedDownloads(0, src, QString()), QString());
-    QCOMPARE(dl.copyFileToSharedDownloads(5, QString(), QString()), QString());
     QCOMPARE(dl.copyFileToSharedDownloads(5, m_dir.filePath("nothing.mp3"), QString()), QString());
     QCOMPARE(dl.copyFileToSharedDownloads(5, m_dir.filePath("src"), QString()), QString());
     QVERIFY(!QFileInfo::exists(folder));
     // A file already in the folder is returned as it is, with no copy.
     const QString first = dl.copyFileToSharedDownloads(5, src, QString());
-    QCOMPARE(first, folder + QStringLiteral("/song.mp3"));
     QCOMPARE(dl.copyFileToSharedDownloads(5, first, QString()), first);
-    QCOMPARE(QDir(folder).entryList(QDir::Files).size(), 1);
-    // With every numbered name taken the copy fails.
+    QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{"song.mp3"});
+    // With every numbered name taken the copy fails and overwrites nothing.
     for (int n = 1; n <= 999; ++n)
         QVERIFY(write_file(folder + QStringLiteral("/song (%1).mp3").arg(n), "taken"));
     QCOMPARE(dl.copyFileToSharedDownloads(5, src, QString()), QString());
     QCOMPARE(read_file(folder + QStringLiteral("/song (999).mp3")), QByteArray("taken"));
     // A folder that cannot be made.
     const QString blocker = makeFile(QStringLiteral("blocker"));
-    MediaDownloads blocked(services(), blocker + QStringLiteral("/quillo"), shared(), nullptr);
+    MediaDownloads blocked(m_rec.services(), blocker + QStringLiteral("/quillo"), shared(),
+                           nullptr);
     QCOMPARE(blocked.copyFileToSharedDownloads(5, src, QString()), QString());
 }
 
@@ -270,12 +231,12 @@ void TstMediaDownloads::notification()
     QFETCH(QString, displayName);
     QFETCH(QString, toast);
     const QString path = makeFile(file);
-    MediaDownloads dl(services(), downloads(), shared(), nullptr);
+    MediaDownloads dl(m_rec.services(), downloads(), shared(), nullptr);
     dl.postFileDownloadedNotification(path, displayName);
-    QCOMPARE(m_toaster.shown(), QStringList{toast});
     dl.postFileDownloadedNotification(path + QStringLiteral(".gone"), displayName);
-    QCOMPARE(m_toaster.shown().size(), 1);
-    QCOMPARE(m_log, QStringList{QStringLiteral("ui: notify missing file: %1.gone\n").arg(path)});
+    QCOMPARE(m_rec.toaster.shown(), QStringList{toast});
+    QCOMPARE(m_rec.log,
+             QStringList{QStringLiteral("ui: notify missing file: %1.gone\n").arg(path)});
 }
 
 void TstMediaDownloads::mimeTable_data()
@@ -347,83 +308,74 @@ void TstMediaDownloads::openFile()
     QFETCH(QString, mime);
     QFETCH(QString, mode);
     const QString path = makeFile(file);
-    m_invoker.setOpenResult(accepted);
-    MediaDownloads dl(services(), downloads(), shared(), nullptr);
+    m_rec.invoker.setOpenResult(accepted);
+    MediaDownloads dl(m_rec.services(), downloads(), shared(), nullptr);
     dl.invokeOpenFile(path);
-    QCOMPARE(m_invoker.requests().size(), 1);
-    const RecordingInvoker::Request r = m_invoker.requests().first();
+    dl.invokeOpenFile(path + QStringLiteral(".missing"));
+    QCOMPARE(m_rec.invoker.requests().size(), 1);
+    const RecordingInvoker::Request r = m_rec.invoker.requests().first();
     QCOMPARE(r.url, QUrl::fromLocalFile(path));
     QCOMPARE(r.mimeType, mime);
     QCOMPARE(r.transferMode, mode);
-    QCOMPARE(m_log.contains(QStringLiteral("ui: invoke failed (no reply) path=%1\n").arg(path)),
+    QCOMPARE(m_rec.log.contains(QStringLiteral("ui: invoke failed (no reply) path=%1\n").arg(path)),
              !accepted);
-    m_invoker.clear();
-    m_log.clear();
-    dl.invokeOpenFile(path + QStringLiteral(".missing"));
-    QVERIFY(m_invoker.requests().isEmpty());
-    QCOMPARE(m_log, QStringList{QStringLiteral("ui: invoke missing file: %1.missing\n").arg(path)});
+    QCOMPARE(m_rec.log.last(), QStringLiteral("ui: invoke missing file: %1.missing\n").arg(path));
 }
 
 void TstMediaDownloads::tapHandlers()
 {
     QObject view;
-    const QString folder = downloads();
-    QDir(folder).removeRecursively();
-    MediaDownloads dl(services(), folder, shared(), &view);
+    const QString folder = emptyDownloads();
+    MediaDownloads dl(m_rec.services(), folder, shared(), &view);
     QSignalSpy saved(&dl, &MediaDownloads::fileSharedPathChanged);
     QSignalSpy video(&dl, &MediaDownloads::videoViewerRequested);
     const QString doc = makeFile(QStringLiteral("data/files/doc.txt"));
-    const QString clip = makeFile(QStringLiteral("data/files/clip.mp4"));
-
     dl.onFileTapped(doc, 0); // ignored
     dl.onFileTapped(doc, 60);
     QCOMPARE(saved.count(), 1);
     QCOMPARE(saved.at(0).at(1).toString(), folder + QStringLiteral("/doc.txt"));
-    QVERIFY(m_log.contains(QStringLiteral("ui: file saved: %1/doc.txt\n").arg(folder)));
-    QCOMPARE(m_toaster.shown(), QStringList{QStringLiteral("File saved: doc.txt")});
-
+    QVERIFY(m_rec.log.contains(QStringLiteral("ui: file saved: %1/doc.txt\n").arg(folder)));
+    QCOMPARE(m_rec.toaster.shown(), QStringList{QStringLiteral("File saved: doc.txt")});
     dl.onFileIconTapped(doc, 61);
-    QCOMPARE(m_invoker.requests().size(), 1);
-    dl.onVideoTapped(clip, 62);
+    QCOMPARE(m_rec.invoker.requests().size(), 1);
+    dl.onVideoTapped(makeFile(QStringLiteral("data/files/clip.mp4")), 62);
     QCOMPARE(video.count(), 1);
-    QVERIFY(m_lines.isEmpty());
-
+    QVERIFY(m_rec.lines.isEmpty());
+    // Missing files are downloaded; the one to view is awaited.
     dl.onFileTapped(QString(), 63);
     QCOMPARE(view.property("file_pending_file_id").toLongLong(), 63LL);
     dl.onFileIconTapped(QStringLiteral("/no/such/file"), 64);
     dl.onVideoTapped(QString(), 65);
     QCOMPARE(view.property("file_pending_file_id").toLongLong(), 65LL);
-    QVERIFY(m_log.contains(QStringLiteral("ui: file download file_id=63\n")));
-    QVERIFY(m_log.contains(QStringLiteral("ui: file download file_id=64\n")));
-    QVERIFY(m_log.contains(QStringLiteral("ui: video download file_id=65\n")));
-    QTRY_COMPARE_WITH_TIMEOUT(m_lines.size(), 3, 3000);
-    QCOMPARE(m_lines, (QStringList{"download 63", "download 64", "downloadp 65"}));
+    for (const char *l : {"ui: file download file_id=63\n", "ui: file download file_id=64\n",
+                          "ui: video download file_id=65\n"})
+        QVERIFY2(m_rec.log.contains(QLatin1String(l)), l);
+    QTRY_COMPARE_WITH_TIMEOUT(m_rec.lines.size(), 3, 3000);
+    QCOMPARE(m_rec.lines, (QStringList{"download 63", "download 64", "downloadp 65"}));
 }
 
 void TstMediaDownloads::pendingDownloadFinishes()
 {
     QObject view;
-    const QString folder = downloads();
-    QDir(folder).removeRecursively();
-    MediaDownloads dl(services(), folder, shared(), &view);
+    const QString folder = emptyDownloads();
+    MediaDownloads dl(m_rec.services(), folder, shared(), &view);
     QSignalSpy saved(&dl, &MediaDownloads::fileSharedPathChanged);
     const QString got = makeFile(QStringLiteral("data/tdlib/files/abc123"), "payload");
     dl.onFileTapped(QString(), 70);
-    QCOMPARE(dl.filePendingFileId(), 70LL);
-    // Some other file finishing changes nothing.
-    QVERIFY(!dl.onPendingFileDownloaded(71, got, QStringLiteral("x.pdf")));
+    QVERIFY(!dl.onPendingFileDownloaded(71, got, QStringLiteral("x.pdf"))); // another file
     QCOMPARE(dl.filePendingFileId(), 70LL);
     QVERIFY(dl.onPendingFileDownloaded(70, got, QStringLiteral("Invoice.pdf")));
     QCOMPARE(view.property("file_pending_file_id").toLongLong(), 0LL);
     QCOMPARE(saved.count(), 1);
     QCOMPARE(saved.at(0).at(1).toString(), folder + QStringLiteral("/Invoice.pdf"));
     QCOMPARE(read_file(folder + QStringLiteral("/Invoice.pdf")), QByteArray("payload"));
-    QVERIFY(m_log.contains(QStringLiteral("ui: file downloaded: %1/Invoice.pdf\n").arg(folder)));
-    QCOMPARE(m_toaster.last(), QStringLiteral("File saved: Invoice.pdf"));
+    QVERIFY(
+        m_rec.log.contains(QStringLiteral("ui: file downloaded: %1/Invoice.pdf\n").arg(folder)));
+    QCOMPARE(m_rec.toaster.last(), QStringLiteral("File saved: Invoice.pdf"));
     // A file that vanished before it could be saved.
     dl.onFileTapped(QString(), 72);
     QVERIFY(dl.onPendingFileDownloaded(72, got + QStringLiteral(".gone"), QString()));
-    QVERIFY(m_log.contains(QStringLiteral("ui: file download save failed file_id=72\n")));
+    QVERIFY(m_rec.log.contains(QStringLiteral("ui: file download save failed file_id=72\n")));
     QCOMPARE(saved.count(), 1);
 }
 

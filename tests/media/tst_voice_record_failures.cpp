@@ -72,28 +72,20 @@ void TstVoiceRecordFailures::refusals()
     QFETCH(QString, log);
     OpusLib opus(opusNames);
     OpenAlLib openal(openAlNames);
-    QStringList lines;
-    QStringList logLines;
-    RecordingToaster toaster;
-    MediaServices s;
-    s.sendLine = [&](const QString &l) { lines.append(l); };
-    s.appendLog = [&](const QString &l) { logLines.append(l); };
-    s.toaster = &toaster;
+    Recorded rec;
     const QString data = m_dir.filePath(QStringLiteral("data"));
-    VoiceRecorder rec(opus, openal, data, s);
-    QSignalSpy changed(&rec, &VoiceRecorder::voiceRecordingChanged);
-    rec.setChatId(chatId);
-    rec.startVoiceRecording();
-    QVERIFY(!rec.voiceRecording());
-    QCOMPARE(toaster.shown(), QStringList{toast});
-    QCOMPARE(logLines, QStringList{log});
+    VoiceRecorder recorder(opus, openal, data, rec.services());
+    QSignalSpy changed(&recorder, &VoiceRecorder::voiceRecordingChanged);
+    recorder.setChatId(chatId);
+    recorder.startVoiceRecording();
+    recorder.startVoiceRecording(); // the same outcome again: nothing is retried
+    QVERIFY(!recorder.voiceRecording());
+    QCOMPARE(rec.toaster.shown(), (QStringList{toast, toast}));
+    QCOMPARE(rec.log, (QStringList{log, log}));
     QCOMPARE(changed.count(), 0);
+    recorder.stopVoiceRecording(true);
+    QVERIFY(rec.lines.isEmpty());
     QVERIFY(!QFileInfo::exists(data + QStringLiteral("/cache/voice-out")));
-    // The same outcome again: nothing is retried.
-    rec.startVoiceRecording();
-    QCOMPARE(toaster.shown(), (QStringList{toast, toast}));
-    rec.stopVoiceRecording(true);
-    QVERIFY(lines.isEmpty());
 }
 
 void TstVoiceRecordFailures::duration_data()
@@ -101,10 +93,8 @@ void TstVoiceRecordFailures::duration_data()
     QTest::addColumn<qint64>("samples");
     QTest::addColumn<int>("seconds");
     QTest::newRow("nothing") << qint64(0) << 1;
-    QTest::newRow("50 ms") << qint64(2400) << 1;
     QTest::newRow("1.4 s") << qint64(67200) << 1;
     QTest::newRow("1.5 s") << qint64(72000) << 2;
-    QTest::newRow("2.49 s") << qint64(119520) << 2;
     QTest::newRow("60 s") << qint64(2880000) << 60;
 }
 

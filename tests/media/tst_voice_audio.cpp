@@ -1,0 +1,307 @@
+// Voice notes through a real sound server: a private PulseAudio with a null
+// sink. Capture: a tone played into the sink, OpenAL Soft recording its
+// monitor through the recorder, the Ogg Opus file decoded back to the tone.
+// Playback: Ogg Opus turned into the cached WAV and played by QtMultimedia
+// into the sink, the published properties followed to Started and Stopped.
+
+#include "audio_test_util.h"
+#include "media/audio_libs.h"
+#include "media/media_downloads.h"
+#include "media/ogg_opus_decoder.h"
+#include "media/voice_file_encoder.h"
+#include "media/voice_player.h"
+#include "media/voice_recorder.h"
+#include "pulse_fixture.h"
+
+#include <QtTest>
+
+using namespace testaudio;
+
+class TstVoiceAudio : public QObject
+{
+    Q_OBJECT
+    PulseFixture m_pulse;
+    QTemporaryDir m_dir;
+    OpusLib m_opus;
+    OpenAlLib m_openal;
+    Recorded m_rec;
+    QString m_voiceOgg; // 2 s of 660 Hz
+
+    QString path(const QString &name) const { return m_dir.filePath(name); }
+    QString cacheDir() const { return path(QStringLiteral("media-cache")); }
+    int state(const QObject &view) const { return view.property("voice_media_state").toInt(); }
+    // Streams of the given sample format playing into the null sink.
+    int sinkInputs(const QString &format)
+    {
+        QString out;
+        if (!m_pulse.pactl(
+                {QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("sink-inputs")},
+                &out))
+            return -1;
+        return out.count(format);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QString error;
+        if (!have_tool("pulseaudio"))
+            QSKIP("pulseaudio is not installed");
+        QVERIFY2(m_pulse.start(&error), qPrintable(error));
+        QVERIFY(write_tone_wav(path("voice-in.wav"), 660, 2.0, 48000, 1));
+        m_voiceOgg = path(QStringLiteral("voice.ogg"));
+        QVERIFY2(encode_wav_to_voice_ogg(m_opus, path("voice-in.wav"), m_voiceOgg, error),
+                 qPrintable(error));
+    }
+    void init() { m_rec.clear(); }
+
+    void recordsTone_data()
+    {
+        QTest::addColumn<double>("freq");
+        QTest::addColumn<qint64>("replyTo");
+        QTest::newRow("1 kHz, new message") << 1000.0 << qint64(0);
+        QTest::newRow("440 Hz, answer") << 440.0 << qint64(777);
+    }
+    void recordsTone()
+    {
+        QFETCH(double, freq);
+        QFETCH(qint64, replyTo);
+        const QString toneFile = path(QStringLiteral("tone.wav"));
+        QVERIFY(write_file(toneFile, wav_bytes(tone(freq, 1.5, 48000, 2, 16000), 48000, 2)));
+        VoiceRecorder rec(m_opus, m_openal, path("data"), m_rec.services());
+        QSignalSpy changed(&rec, &VoiceRecorder::voiceRecordingChanged);
+        QSignalSpy replyDone(&rec, &VoiceRecorder::replyTargetConsumed);
+        rec.setChatId(4242);
+        rec.setReplyToMessageId(replyTo);
+        rec.startVoiceRecording();
+        QVERIFY2(rec.voiceRecording(), qPrintable(m_rec.log.join(QString())));
+        QCOMPARE(m_rec.toaster.last(), QStringLiteral("Recording voice…"));
+        QCOMPARE(rec.captureRate(), 48000);
+        const QString ogg = rec.recordingPath();
+        QVERIFY(ogg.startsWith(path("data/cache/voice-out/voice_")) && ogg.endsWith(".ogg"));
+
+        QTest::qWait(300);
+        // The event loop keeps running meanwhile: the recorder polls the device.
+        QProcess *play = m_pulse.startPaplay(toneFile, this);
+        QTRY_VERIFY_WITH_TIMEOUT(play->state() == QProcess::NotRunning, 15000);
+        QCOMPARE(play->exitCode(), 0);
+        delete play;
+        QTest::qWait(400);
+        QVERIFY2(rec.recordedSamples() >= 72000,
+                 qPrintable(QString::number(rec.recordedSamples())));
+        rec.stopVoiceRecording(true);
+        QVERIFY(!rec.voiceRecording());
+        QCOMPARE(changed.count(), 2);
+
+        const int seconds = VoiceRecorder::voiceDurationSeconds(rec.recordedSamples());
+        QVERIFY(seconds >= 2);
+        QStringList expected{QStringLiteral("sendvoice64"), QStringLiteral("4242")};
+        if (replyTo)
+            expected << QString::number(replyTo);
+        expected << QString::fromLatin1(ogg.toUtf8().toBase64()) << QString::number(seconds);
+        QCOMPARE(m_rec.lines, QStringList{expected.join(QLatin1Char(' '))});
+        if (replyTo)
+            QCOMPARE(replyDone.count(), 1);
+        QCOMPARE(rec.replyToMessageId(), qint64(0));
+        QVERIFY(m_rec.log.contains(
+            QStringLiteral("ui: send voice chat=4242 dur=%1s path=%2\n").arg(seconds).arg(ogg)));
+
+        QString error;
+        QVERIFY2(decodeOgaOpusToWav(m_opus, ogg, path("captured.wav"), error), qPrintable(error));
+        Wav out;
+        QVERIFY(read_wav(path("captured.wav"), out));
+        QCOMPARE(qint64(out.samples.size()), rec.recordedSamples() - 312);
+        const QPair<int, int> span = loud_span(out.samples, 48000, 2000.0);
+        QVERIFY2(span.first >= 0 && span.second - span.first >= 48000, "the tone was not captured");
+        const double got = dominant_frequency(
+            out.samples.mid(span.first + 4800, span.second - span.first - 9600), 48000);
+        QVERIFY2(qAbs(got - freq) < freq * 0.02, qPrintable(QString::number(got)));
+    }
+
+    void discarded_data()
+    {
+        QTest::addColumn<bool>("send");
+        QTest::addColumn<QString>("lastToast");
+        QTest::newRow("too short to send") << true << "Voice message: too short";
+        QTest::newRow("cancelled") << false << "Recording voice…";
+    }
+    void discarded()
+    {
+        QFETCH(bool, send);
+        QFETCH(QString, lastToast);
+        VoiceRecorder rec(m_opus, m_openal, path("data"), m_rec.services());
+        rec.setChatId(5);
+        rec.startVoiceRecording();
+        const QString ogg = rec.recordingPath();
+        QVERIFY(QFileInfo(ogg).isFile());
+        if (!send) // cancelling throws away even a long enough recording
+            QTRY_VERIFY_WITH_TIMEOUT(rec.recordedSamples() >= 2400, 5000);
+        rec.stopVoiceRecording(send);
+        QCOMPARE(m_rec.toaster.last(), lastToast);
+        QVERIFY(!QFileInfo::exists(ogg));
+        rec.stopVoiceRecording(true); // a second stop is harmless
+        QVERIFY(m_rec.lines.isEmpty());
+    }
+
+    void folderFailureReleasesDevice()
+    {
+        QVERIFY(write_file(path("plain-file"), "x"));
+        VoiceRecorder rec(m_opus, m_openal, path("plain-file"), m_rec.services());
+        rec.setChatId(7);
+        rec.startVoiceRecording();
+        QVERIFY(!rec.voiceRecording());
+        QCOMPARE(m_rec.toaster.shown(), QStringList{"Error: failed to create folder"});
+        QVERIFY(m_rec.log.contains(QStringLiteral("voice_rec: mkpath failed\n")));
+        VoiceRecorder again(m_opus, m_openal, path("data"), m_rec.services());
+        again.setChatId(7);
+        again.startVoiceRecording();
+        QVERIFY(again.voiceRecording());
+        again.stopVoiceRecording(false);
+    }
+
+    void playsIntoTheSink()
+    {
+        QObject view;
+        auto *player = new VoicePlayer(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
+        QSignalSpy rows(player, &VoicePlayer::mediaRowsNeedRefresh);
+        player->startVoicePlayback(11, m_voiceOgg);
+        QVERIFY(m_rec.log.contains(QStringLiteral("voice: decoding opus->wav file_id=11\n")));
+        QVERIFY(QFileInfo(cacheDir() + QStringLiteral("/voice-wav/11.wav")).isFile());
+        QCOMPARE(view.property("voice_playing_file_id").toLongLong(), 11LL);
+        QVERIFY(rows.contains(QVariantList{11LL}));
+
+        QTRY_COMPARE_WITH_TIMEOUT(state(view), 2, 10000);
+        QVERIFY(m_rec.log.contains(QStringLiteral("voice: state=2 (Started)\n")));
+        // Audio really reaches the server: a stream of the WAV's format.
+        const QString format = QStringLiteral("s16le 1ch 48000Hz");
+        QTRY_COMPARE_WITH_TIMEOUT(sinkInputs(format), 1, 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(view.property("voice_play_pos_ms").toUInt() > 0, 5000);
+        const uint duration = view.property("voice_play_dur_ms").toUInt();
+        QVERIFY2(duration > 1800 && duration < 2200, qPrintable(QString::number(duration)));
+
+        QTRY_COMPARE_WITH_TIMEOUT(state(view), 4, 10000);
+        QVERIFY(m_rec.log.contains(QStringLiteral("voice: state=4 (Stopped)\n")));
+        for (const char *p : {"voice_playing_file_id", "voice_play_pos_ms", "voice_play_dur_ms"})
+            QCOMPARE(view.property(p).toLongLong(), 0LL);
+        delete player;
+        QTRY_COMPARE_WITH_TIMEOUT(sinkInputs(format), 0, 5000);
+    }
+
+    void tapTogglesPauseAndPlay()
+    {
+        QObject view;
+        VoicePlayer player(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
+        player.onVoiceTapped(m_voiceOgg, 12);
+        QTRY_COMPARE_WITH_TIMEOUT(state(view), 2, 10000);
+        player.onVoiceTapped(m_voiceOgg, 12);
+        QTRY_COMPARE_WITH_TIMEOUT(state(view), 3, 5000);
+        QCOMPARE(view.property("voice_playing_file_id").toLongLong(), 12LL);
+        const uint pausedAt = view.property("voice_play_pos_ms").toUInt();
+        QTest::qWait(400);
+        QCOMPARE(view.property("voice_play_pos_ms").toUInt(), pausedAt);
+        player.onVoiceTapped(m_voiceOgg, 12);
+        QTRY_COMPARE_WITH_TIMEOUT(state(view), 2, 5000);
+        player.stopVoicePlayback();
+        QVERIFY2(state(view) == 4 || state(view) == 0, qPrintable(QString::number(state(view))));
+        for (const char *p :
+             {"voice_playing_file_id", "voice_pending_file_id", "voice_play_pos_ms"})
+            QCOMPARE(view.property(p).toLongLong(), 0LL);
+    }
+
+    void wavCache_data()
+    {
+        QTest::addColumn<QString>("suffix");
+        QTest::addColumn<int>("cachedBytes"); // -1: no cached file
+        QTest::addColumn<bool>("decodes");
+        QTest::newRow("no cache, upper-case suffix") << ".OGG" << -1 << true;
+        QTest::newRow(".opus") << ".opus" << -1 << true;
+        QTest::newRow("44-byte cache is rebuilt") << ".oga" << 44 << true;
+        QTest::newRow("45-byte cache is used") << ".ogg" << 45 << false;
+    }
+    void wavCache()
+    {
+        QFETCH(QString, suffix);
+        QFETCH(int, cachedBytes);
+        QFETCH(bool, decodes);
+        static long long id = 100;
+        ++id;
+        const QString voice = path(QStringLiteral("v%1%2").arg(id).arg(suffix));
+        QVERIFY(QFile::copy(m_voiceOgg, voice));
+        QVERIFY(QDir().mkpath(cacheDir() + QStringLiteral("/voice-wav")));
+        const QString wav = cacheDir() + QStringLiteral("/voice-wav/%1.wav").arg(id);
+        if (cachedBytes >= 0)
+            QVERIFY(write_file(wav, QByteArray(cachedBytes, 'm')));
+        QObject view;
+        VoicePlayer player(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
+        QCOMPARE(player.ensureWavForVoiceFile(id, voice), wav);
+        QCOMPARE(
+            m_rec.log.contains(QStringLiteral("voice: decoding opus->wav file_id=%1\n").arg(id)),
+            decodes);
+        Wav out;
+        QCOMPARE(read_wav(wav, out) ? out.samples.size() : -1, decodes ? 100 * 960 - 312 : -1);
+        QVERIFY(!QFileInfo::exists(wav + QStringLiteral(".tmp")));
+    }
+
+    void undecodableFile()
+    {
+        QVERIFY(write_file(path("bad.ogg"), QByteArray(200, 'z')));
+        QObject view;
+        VoicePlayer player(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
+        player.setPendingFileId(31);
+        player.startVoicePlayback(31, path("bad.ogg"));
+        for (const char *l : {"voice: decode failed: opus: invalid ogg capture pattern\n",
+                              "voice: opus decode unavailable; cannot play this file\n"})
+            QVERIFY2(m_rec.log.contains(QLatin1String(l)), l);
+        QVERIFY(QDir(cacheDir() + QStringLiteral("/voice-wav")).entryList({"31.*"}).isEmpty());
+        QCOMPARE(view.property("voice_pending_file_id").toLongLong(), 0LL);
+        QCOMPARE(view.property("voice_playing_file_id").toLongLong(), 0LL);
+    }
+
+    void tapOnMissingFileQueuesDownload()
+    {
+        QObject view;
+        MediaDownloads downloads(m_rec.services(), path("dl/quillo"), path("dl"), &view);
+        VoicePlayer player(m_opus, &downloads, cacheDir(), m_rec.services(), &view);
+        QHash<long long, QString> known;
+        player.setLocalPathLookup([&known](long long id) { return known.value(id); });
+        player.onVoiceTapped(QString(), 0);
+        QVERIFY(m_rec.log.isEmpty());
+        player.onVoiceTapped(path("not-here.ogg"), 41);
+        QVERIFY(m_rec.log.contains(QStringLiteral("ui: voice download file_id=41\n")));
+        QCOMPARE(view.property("voice_pending_file_id").toLongLong(), 41LL);
+        QTRY_COMPARE_WITH_TIMEOUT(m_rec.lines, QStringList{"download 41"}, 2000);
+        player.onVoiceTapped(QString(), 41); // waiting already: nothing new
+        QTest::qWait(500);
+        QCOMPARE(m_rec.lines.size(), 1);
+        // The download arrived: the event handler plays the pending id.
+        known.insert(41, m_voiceOgg);
+        player.startVoicePlayback(player.pendingFileId(), known.value(41));
+        QCOMPARE(view.property("voice_pending_file_id").toLongLong(), 0LL);
+        QTRY_COMPARE_WITH_TIMEOUT(state(view), 2, 10000);
+        player.stopVoicePlayback();
+        // A file known locally by id plays without a download.
+        known.insert(42, m_voiceOgg);
+        player.onVoiceTapped(QString(), 42);
+        QCOMPARE(view.property("voice_playing_file_id").toLongLong(), 42LL);
+        QTest::qWait(500);
+        QCOMPARE(m_rec.lines.size(), 1);
+        player.stopVoicePlayback();
+    }
+
+    void playerErrorClearsState()
+    {
+        // A .wav that is not audio goes to the player as it is and fails there.
+        QVERIFY(write_file(path("junk.wav"), QByteArray(4000, '\x5a')));
+        QObject view;
+        VoicePlayer player(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
+        player.startVoicePlayback(51, path("junk.wav"));
+        QTRY_VERIFY_WITH_TIMEOUT(!m_rec.log.filter(QStringLiteral("voice: error=")).isEmpty(),
+                                 10000);
+        QCOMPARE(view.property("voice_playing_file_id").toLongLong(), 0LL);
+        QCOMPARE(state(view), 4);
+        QCOMPARE(view.property("voice_play_dur_ms").toUInt(), 0u);
+    }
+};
+
+QTEST_MAIN(TstVoiceAudio)
+#include "tst_voice_audio.moc"
