@@ -14,11 +14,24 @@
 
 namespace {
 
-constexpr int kAvatarSize = 144;
-constexpr int kAvatarRadius = 24;
-constexpr int kBadgeSize = 56;
 constexpr int kBadgeRadius = 10;
 constexpr int kBadgeAlpha = 128;
+
+// A filled, antialiased rounded rectangle on transparency.
+bool save_rounded_rect_png(const QString &file, int width, int height, int radius,
+                           const QColor &color)
+{
+    QImage img(width, height, QImage::Format_ARGB32_Premultiplied);
+    img.fill(Qt::transparent);
+    {
+        QPainter p(&img);
+        p.setRenderHint(QPainter::Antialiasing, true);
+        p.setPen(Qt::NoPen);
+        p.setBrush(color);
+        p.drawRoundedRect(QRectF(0, 0, width, height), radius, radius, Qt::AbsoluteSize);
+    }
+    return img.save(file, "PNG");
+}
 
 } // namespace
 
@@ -85,7 +98,7 @@ QString rounded_avatar_cache_path(const QString &path, const QString &dataDir)
     const QByteArray digest =
         QCryptographicHash::hash(path.toUtf8(), QCryptographicHash::Sha1).toHex();
     return dataDir + QStringLiteral("/avatar-cache/") + QString::fromLatin1(digest) +
-           QStringLiteral("-") + QString::number(kAvatarSize) + QStringLiteral(".png");
+           QStringLiteral("-") + QString::number(kChatAvatarPx) + QStringLiteral(".png");
 }
 
 QString ensureRoundedAvatarPng(qint64 fileId, const QString &path, const QString &dataDir)
@@ -110,21 +123,21 @@ QString ensureRoundedAvatarPng(qint64 fileId, const QString &path, const QString
     if (!image.load(path)) {
         return path;
     }
-    const QImage scaled = image.scaled(kAvatarSize, kAvatarSize, Qt::KeepAspectRatioByExpanding,
+    const QImage scaled = image.scaled(kChatAvatarPx, kChatAvatarPx, Qt::KeepAspectRatioByExpanding,
                                        Qt::SmoothTransformation);
-    const int left = qMax((scaled.width() - kAvatarSize) / 2, 0);
-    const int top = qMax((scaled.height() - kAvatarSize) / 2, 0);
-    const QImage centre = scaled.copy(left, top, kAvatarSize, kAvatarSize);
+    const int left = qMax((scaled.width() - kChatAvatarPx) / 2, 0);
+    const int top = qMax((scaled.height() - kChatAvatarPx) / 2, 0);
+    const QImage centre = scaled.copy(left, top, kChatAvatarPx, kChatAvatarPx);
 
-    QImage out(kAvatarSize, kAvatarSize, QImage::Format_ARGB32_Premultiplied);
+    QImage out(kChatAvatarPx, kChatAvatarPx, QImage::Format_ARGB32_Premultiplied);
     out.fill(Qt::transparent);
     {
         QPainter p(&out);
         p.setRenderHint(QPainter::Antialiasing, true);
         p.setRenderHint(QPainter::SmoothPixmapTransform, true);
         QPainterPath clip;
-        clip.addRoundedRect(QRectF(0, 0, kAvatarSize, kAvatarSize), kAvatarRadius, kAvatarRadius,
-                            Qt::AbsoluteSize);
+        clip.addRoundedRect(QRectF(0, 0, kChatAvatarPx, kChatAvatarPx), kChatAvatarRadiusPx,
+                            kChatAvatarRadiusPx, Qt::AbsoluteSize);
         p.setClipPath(clip);
         p.drawImage(0, 0, centre);
     }
@@ -155,19 +168,7 @@ QString ensure_bubble_bg_png(int width, int height, int radius, const QColor &co
     if (!QDir().mkpath(cacheDir)) {
         return QString();
     }
-    QImage img(width, height, QImage::Format_ARGB32_Premultiplied);
-    img.fill(Qt::transparent);
-    {
-        QPainter p(&img);
-        p.setRenderHint(QPainter::Antialiasing, true);
-        p.setPen(Qt::NoPen);
-        p.setBrush(color);
-        p.drawRoundedRect(QRectF(0, 0, width, height), radius, radius, Qt::AbsoluteSize);
-    }
-    if (!img.save(file, "PNG")) {
-        return QString();
-    }
-    return file;
+    return save_rounded_rect_png(file, width, height, radius, color) ? file : QString();
 }
 
 QString ensure_unread_badge_png(const QString &cacheDir)
@@ -176,30 +177,21 @@ QString ensure_unread_badge_png(const QString &cacheDir)
     static QString s_path;
     static int s_size = 0;
     const QString file = cacheDir + QStringLiteral("/unread_badge_bg_rr_%1_r%2_a%3.png")
-                                        .arg(kBadgeSize)
+                                        .arg(kUnreadBadgePx)
                                         .arg(kBadgeRadius)
                                         .arg(kBadgeAlpha);
     // A cleared cache folder makes it draw the file again.
-    if (s_size == kBadgeSize && s_path == file && QFileInfo::exists(s_path)) {
+    if (s_size == kUnreadBadgePx && s_path == file && QFileInfo::exists(s_path)) {
         return s_path;
     }
     if (!QDir().mkpath(cacheDir)) {
         return QString();
     }
-    QImage img(kBadgeSize, kBadgeSize, QImage::Format_ARGB32_Premultiplied);
-    img.fill(Qt::transparent);
-    {
-        QPainter p(&img);
-        p.setRenderHint(QPainter::Antialiasing, true);
-        p.setPen(Qt::NoPen);
-        p.setBrush(QColor(43, 124, 255, kBadgeAlpha));
-        p.drawRoundedRect(QRectF(0, 0, kBadgeSize, kBadgeSize), kBadgeRadius, kBadgeRadius,
-                          Qt::AbsoluteSize);
-    }
-    if (!img.save(file, "PNG")) {
+    if (!save_rounded_rect_png(file, kUnreadBadgePx, kUnreadBadgePx, kBadgeRadius,
+                               QColor(43, 124, 255, kBadgeAlpha))) {
         return QString();
     }
     s_path = file;
-    s_size = kBadgeSize;
+    s_size = kUnreadBadgePx;
     return s_path;
 }

@@ -4,6 +4,12 @@
 #include <QDateTime>
 #include <QString>
 
+// Design pixels shared by the drawn images and the chat row: the round photo
+// and its tile, and the unread badge.
+constexpr int kChatAvatarPx = 144;
+constexpr int kChatAvatarRadiusPx = 24;
+constexpr int kUnreadBadgePx = 56;
+
 // Colour of the placeholder tile drawn until a chat's photo is there: picked
 // from the chat id (or from the title when the id is 0) through an integer
 // mixer, so equal inputs always give the same one of eight colours.

@@ -1,26 +1,29 @@
 #include "chats/avatar_download_queue.h"
 #include "chats/avatars.h"
+#include "chats_test_util.h"
 
 #include <QCryptographicHash>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QImage>
-#include <QLocale>
 #include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
 
-QString writeImage(const QString &path, int w, int h, const QColor &color)
+bool writeImage(const QString &path, int w, int h, const QColor &color)
 {
     QImage img(w, h, QImage::Format_RGB32);
     img.fill(color);
-    return img.save(path, "PNG") ? path : QString();
+    return img.save(path, "PNG");
 }
 
-qint64 localSecs(int y, int m, int d, int hh, int mm)
+bool touch(const QString &path, int secsAhead)
 {
-    return QDateTime(QDate(y, m, d), QTime(hh, mm), Qt::LocalTime).toSecsSinceEpoch();
+    QFile f(path);
+    return f.open(QIODevice::ReadWrite) &&
+           f.setFileTime(QDateTime::currentDateTime().addSecs(secsAhead),
+                         QFileDevice::FileModificationTime);
 }
 
 } // namespace
@@ -31,12 +34,8 @@ class TestAvatars : public QObject
 private Q_SLOTS:
     void placeholderColor_data();
     void placeholderColor();
-    void placeholderColorFromTitle();
-    void monthShort_data();
-    void monthShort();
     void timeText_data();
     void timeText();
-    void timeTextTodayShowsHoursAndMinutes();
     void roundedAvatar_data();
     void roundedAvatar();
     void roundedAvatarUnusableInput_data();
@@ -56,12 +55,9 @@ void TestAvatars::placeholderColor_data()
     QTest::addColumn<QColor>("expected");
     // Palette entries worked out by hand from the mixer.
     QTest::newRow("1") << qint64(1) << QColor(43, 124, 255);
-    QTest::newRow("2") << qint64(2) << QColor(0, 191, 165);
     QTest::newRow("3") << qint64(3) << QColor(216, 27, 96);
-    QTest::newRow("7") << qint64(7) << QColor(84, 110, 122);
     QTest::newRow("100") << qint64(100) << QColor(84, 110, 122);
     QTest::newRow("-1 halves cancel") << qint64(-1) << QColor(43, 124, 255);
-    QTest::newRow("-5") << qint64(-5) << QColor(0, 191, 165);
     QTest::newRow("halves xor to 2") << ((qint64(1) << 32) | 3) << QColor(0, 191, 165);
 }
 
@@ -70,39 +66,14 @@ void TestAvatars::placeholderColor()
     QFETCH(qint64, id);
     QFETCH(QColor, expected);
     QCOMPARE(placeholder_avatar_color(id, QStringLiteral("ignored")), expected);
-    QCOMPARE(placeholder_avatar_color(id, QString()).alpha(), 255);
-}
-
-void TestAvatars::placeholderColorFromTitle()
-{
-    // Without an id the title decides, so equal titles share a colour, and
-    // the eight entries are all reachable.
-    QCOMPARE(placeholder_avatar_color(0, QStringLiteral("Alice")),
-             placeholder_avatar_color(0, QStringLiteral("Alice")));
+    // Without an id the title decides, and all eight entries are reachable.
     QSet<QRgb> seen;
     for (int i = 0; i < 200; ++i) {
         seen.insert(placeholder_avatar_color(0, QStringLiteral("t%1").arg(i)).rgba());
     }
     QCOMPARE(seen.size(), 8);
-}
-
-void TestAvatars::monthShort_data()
-{
-    QTest::addColumn<int>("month");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("0") << 0 << "";
-    QTest::newRow("1") << 1 << "Jan";
-    QTest::newRow("3") << 3 << "Mar";
-    QTest::newRow("9") << 9 << "Sep";
-    QTest::newRow("12") << 12 << "Dec";
-    QTest::newRow("13") << 13 << "";
-}
-
-void TestAvatars::monthShort()
-{
-    QFETCH(int, month);
-    QFETCH(QString, expected);
-    QCOMPARE(month_short_en(month), expected);
+    QCOMPARE(placeholder_avatar_color(0, QStringLiteral("Al")),
+             placeholder_avatar_color(0, QStringLiteral("Al")));
 }
 
 void TestAvatars::timeText_data()
@@ -112,31 +83,31 @@ void TestAvatars::timeText_data()
     // "now" is Sunday 2026-03-15 12:00 local time.
     QTest::newRow("none") << qint64(0) << "";
     QTest::newRow("negative") << qint64(-5) << "";
+    QTest::newRow("today: hours and minutes, no seconds")
+        << localSecs(2026, 3, 15, 9, 37) + 45 << "~37";
     QTest::newRow("yesterday") << localSecs(2026, 3, 14, 23, 59) << "Sat";
-    QTest::newRow("three days") << localSecs(2026, 3, 12, 8, 0) << "Thu";
-    QTest::newRow("seven days shows today's weekday") << localSecs(2026, 3, 8, 8, 0) << "Sun";
-    QTest::newRow("eight days") << localSecs(2026, 3, 7, 8, 0) << "7 Mar";
-    QTest::newRow("exactly a year") << localSecs(2025, 3, 15, 8, 0) << "15 Mar";
-    QTest::newRow("a year and a day") << localSecs(2025, 3, 14, 8, 0) << "14 Mar 2025";
-    QTest::newRow("two years") << localSecs(2024, 3, 5, 8, 0) << "5 Mar 2024";
-    QTest::newRow("tomorrow") << localSecs(2026, 3, 16, 8, 0) << "16 Mar";
+    QTest::newRow("seven days shows today's weekday") << localSecs(2026, 3, 8) << "Sun";
+    QTest::newRow("eight days") << localSecs(2026, 3, 7) << "7 Mar";
+    QTest::newRow("exactly a year") << localSecs(2025, 3, 15) << "15 Mar";
+    QTest::newRow("a year and a day") << localSecs(2025, 3, 14) << "14 Mar 2025";
+    QTest::newRow("tomorrow") << localSecs(2026, 3, 16) << "16 Mar";
 }
 
 void TestAvatars::timeText()
 {
     QFETCH(qint64, date);
     QFETCH(QString, expected);
-    const QDateTime now(QDate(2026, 3, 15), QTime(12, 0), Qt::LocalTime);
-    QCOMPARE(chat_list_time_text(date, now), expected);
-}
-
-void TestAvatars::timeTextTodayShowsHoursAndMinutes()
-{
-    const QDateTime now(QDate(2026, 3, 15), QTime(12, 0), Qt::LocalTime);
-    const qint64 date = localSecs(2026, 3, 15, 9, 37) + 45;
-    const QString text = chat_list_time_text(date, now);
-    QVERIFY2(text.contains(QLatin1String("37")), qPrintable(text));
-    QVERIFY2(!text.contains(QLatin1String("45")), qPrintable(text));
+    const QString text =
+        chat_list_time_text(date, QDateTime(QDate(2026, 3, 15), QTime(12, 0), Qt::LocalTime));
+    if (expected.startsWith(QLatin1Char('~'))) {
+        // The clock format is the locale's; only minutes, never seconds.
+        QVERIFY2(text.contains(expected.mid(1)) && !text.contains(QLatin1String("45")),
+                 qPrintable(text));
+    } else {
+        QCOMPARE(text, expected);
+    }
+    QCOMPARE(month_short_en(0) + month_short_en(1) + month_short_en(12) + month_short_en(13),
+             QStringLiteral("JanDec"));
 }
 
 void TestAvatars::roundedAvatar_data()
@@ -144,9 +115,7 @@ void TestAvatars::roundedAvatar_data()
     QTest::addColumn<int>("width");
     QTest::addColumn<int>("height");
     QTest::newRow("wide") << 300 << 200;
-    QTest::newRow("tall") << 100 << 400;
-    QTest::newRow("small square") << 50 << 50;
-    QTest::newRow("exact") << 144 << 144;
+    QTest::newRow("tall, small") << 50 << 100;
 }
 
 void TestAvatars::roundedAvatar()
@@ -154,18 +123,13 @@ void TestAvatars::roundedAvatar()
     QFETCH(int, width);
     QFETCH(int, height);
     QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString source =
-        writeImage(dir.filePath(QStringLiteral("photo.png")), width, height, QColor(200, 30, 40));
-    QVERIFY(!source.isEmpty());
+    const QString source = dir.filePath(QStringLiteral("photo.png"));
+    QVERIFY(writeImage(source, width, height, QColor(200, 30, 40)));
 
     const QString out = ensureRoundedAvatarPng(5, source, dir.path());
-    const QString digest = QString::fromLatin1(
-        QCryptographicHash::hash(source.toUtf8(), QCryptographicHash::Sha1).toHex());
-    QCOMPARE(out,
-             dir.path() + QStringLiteral("/avatar-cache/") + digest + QStringLiteral("-144.png"));
-    QImage img;
-    QVERIFY(img.load(out));
+    const QByteArray digest = QCryptographicHash::hash(source.toUtf8(), QCryptographicHash::Sha1);
+    QCOMPARE(out, dir.path() + "/avatar-cache/" + digest.toHex() + "-144.png");
+    const QImage img(out);
     QCOMPARE(img.size(), QSize(144, 144));
     QVERIFY(img.hasAlphaChannel());
     for (const QPoint corner : {QPoint(0, 0), QPoint(143, 0), QPoint(0, 143), QPoint(143, 143)}) {
@@ -173,8 +137,7 @@ void TestAvatars::roundedAvatar()
     }
     const QColor centre = img.pixelColor(72, 72);
     QCOMPARE(centre.alpha(), 255);
-    QVERIFY(qAbs(centre.red() - 200) <= 2);
-    QVERIFY(qAbs(centre.green() - 30) <= 2);
+    QVERIFY(qAbs(centre.red() - 200) <= 2 && qAbs(centre.green() - 30) <= 2);
     // Points on the edges between the corners are inside the rounded shape.
     QCOMPARE(qAlpha(img.pixel(72, 0)), 255);
     QCOMPARE(qAlpha(img.pixel(0, 72)), 255);
@@ -185,7 +148,6 @@ void TestAvatars::roundedAvatarUnusableInput_data()
     QTest::addColumn<qint64>("fileId");
     QTest::addColumn<QString>("name"); // relative to the temp dir; "" = empty path
     QTest::newRow("file id 0") << qint64(0) << "photo.png";
-    QTest::newRow("negative file id") << qint64(-3) << "photo.png";
     QTest::newRow("empty path") << qint64(4) << "";
     QTest::newRow("missing file") << qint64(4) << "missing.png";
     QTest::newRow("folder") << qint64(4) << "sub";
@@ -198,10 +160,9 @@ void TestAvatars::roundedAvatarUnusableInput()
     QFETCH(QString, name);
     QTemporaryDir dir;
     QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("sub")));
-    QVERIFY(!writeImage(dir.filePath(QStringLiteral("photo.png")), 20, 20, Qt::blue).isEmpty());
+    QVERIFY(writeImage(dir.filePath(QStringLiteral("photo.png")), 20, 20, Qt::blue));
     QFile text(dir.filePath(QStringLiteral("notes.txt")));
-    QVERIFY(text.open(QIODevice::WriteOnly));
-    text.write("not a picture");
+    QVERIFY(text.open(QIODevice::WriteOnly) && text.write("not a picture") > 0);
     text.close();
 
     const QString path = name.isEmpty() ? QString() : dir.filePath(name);
@@ -213,28 +174,16 @@ void TestAvatars::roundedAvatarCacheFreshness()
 {
     QTemporaryDir dir;
     const QString source = dir.filePath(QStringLiteral("p.png"));
-    QVERIFY(!writeImage(source, 200, 200, QColor(0, 0, 255)).isEmpty());
+    QVERIFY(writeImage(source, 200, 200, QColor(0, 0, 255)));
     const QString out = ensureRoundedAvatarPng(9, source, dir.path());
     QVERIFY(out != source);
-
-    // A fresh cache file is reused as it is: prove it by planting a marker
-    // image there, newer than the source.
-    QVERIFY(!writeImage(out, 144, 144, QColor(0, 255, 0)).isEmpty());
-    QFile planted(out);
-    QVERIFY(planted.open(QIODevice::ReadWrite));
-    QVERIFY(planted.setFileTime(QDateTime::currentDateTime().addSecs(60),
-                                QFileDevice::FileModificationTime));
-    planted.close();
+    // A fresh cache file is reused as it is: a planted marker, newer than
+    // the source, stays.
+    QVERIFY(writeImage(out, 144, 144, QColor(0, 255, 0)) && touch(out, 60));
     QCOMPARE(ensureRoundedAvatarPng(9, source, dir.path()), out);
     QCOMPARE(QImage(out).pixelColor(72, 72), QColor(0, 255, 0));
-
     // A source newer than the cache (a new download) is drawn again.
-    QVERIFY(!writeImage(source, 200, 200, QColor(255, 0, 0)).isEmpty());
-    QFile src(source);
-    QVERIFY(src.open(QIODevice::ReadWrite));
-    QVERIFY(src.setFileTime(QDateTime::currentDateTime().addSecs(120),
-                            QFileDevice::FileModificationTime));
-    src.close();
+    QVERIFY(writeImage(source, 200, 200, QColor(255, 0, 0)) && touch(source, 120));
     QCOMPARE(ensureRoundedAvatarPng(9, source, dir.path()), out);
     const QColor centre = QImage(out).pixelColor(72, 72);
     QVERIFY(centre.red() > 250 && centre.green() < 5);
@@ -247,8 +196,6 @@ void TestAvatars::bubbleBackground_data()
     QTest::addColumn<int>("r");
     QTest::addColumn<QColor>("color");
     QTest::addColumn<QString>("expectedName");
-    QTest::newRow("white bubble") << 300 << 80 << 12 << QColor(255, 255, 255)
-                                  << "bubble_bg_300x80_r12_cffffffff.png";
     QTest::newRow("avatar tile") << 144 << 144 << 24 << QColor(43, 124, 255)
                                  << "bubble_bg_144x144_r24_cff2b7cff.png";
     QTest::newRow("translucent, small components")
@@ -274,13 +221,12 @@ void TestAvatars::bubbleBackground()
         return;
     }
     QCOMPARE(path, cache + QLatin1Char('/') + expectedName);
-    QImage img(path);
+    const QImage img(path);
     QCOMPARE(img.size(), QSize(w, h));
     if (r > 2) {
         QCOMPARE(qAlpha(img.pixel(0, 0)), 0);
     }
-    const QColor mid = img.pixelColor(w / 2, h / 2);
-    QVERIFY(qAbs(mid.alpha() - color.alpha()) <= 1);
+    QVERIFY(qAbs(img.pixelColor(w / 2, h / 2).alpha() - color.alpha()) <= 1);
     // The second request reuses the file.
     const QDateTime made = QFileInfo(path).lastModified();
     QCOMPARE(ensure_bubble_bg_png(w, h, r, color, cache), path);
@@ -293,13 +239,11 @@ void TestAvatars::unreadBadge()
     const QString cache = dir.filePath(QStringLiteral("ui-cache"));
     const QString path = ensure_unread_badge_png(cache);
     QCOMPARE(path, cache + QStringLiteral("/unread_badge_bg_rr_56_r10_a128.png"));
-    QImage img(path);
+    const QImage img(path);
     QCOMPARE(img.size(), QSize(56, 56));
     QCOMPARE(qAlpha(img.pixel(0, 0)), 0);
     const QColor mid = img.pixelColor(28, 28);
-    QVERIFY(qAbs(mid.alpha() - 128) <= 1);
-    QVERIFY(qAbs(mid.blue() - 255) <= 2);
-    QCOMPARE(ensure_unread_badge_png(cache), path);
+    QVERIFY(qAbs(mid.alpha() - 128) <= 1 && qAbs(mid.blue() - 255) <= 2);
     // Drawn again when the cache folder was emptied meanwhile.
     QVERIFY(QFile::remove(path));
     QCOMPARE(ensure_unread_badge_png(cache), path);
@@ -310,8 +254,6 @@ void TestAvatars::downloadQueue_data()
 {
     QTest::addColumn<QList<qint64>>("enqueued");
     QTest::addColumn<QList<qint64>>("expected");
-    QTest::newRow("one") << QList<qint64>{11} << QList<qint64>{11};
-    QTest::newRow("three in order") << QList<qint64>{11, 12, 13} << QList<qint64>{11, 12, 13};
     QTest::newRow("duplicates asked once") << QList<qint64>{7, 7, 8, 7, 8} << QList<qint64>{7, 8};
     QTest::newRow("invalid ids ignored") << QList<qint64>{0, -4, 5} << QList<qint64>{5};
 }
@@ -337,9 +279,7 @@ void TestAvatars::downloadQueue()
     QTRY_COMPARE_WITH_TIMEOUT(sent.size(), expected.size(), 5000);
     // Nothing more comes once the queue has drained.
     QTest::qWait(700);
-    QCOMPARE(sent.size(), expected.size());
     QVERIFY(!queue.isTimerActive());
-
     QStringList expectedSent;
     QStringList expectedLog;
     for (qint64 id : expected) {
@@ -348,12 +288,11 @@ void TestAvatars::downloadQueue()
     }
     QCOMPARE(sent, expectedSent);
     QCOMPARE(logged, expectedLog);
-    // Paced: the first after one tick, each next one a tick later (coarse
-    // timers may fire up to 5% early).
-    QVERIFY2(at.first() >= 370, qPrintable(QString::number(at.first())));
-    for (int i = 1; i < at.size(); ++i) {
-        QVERIFY2(at.at(i) - at.at(i - 1) >= 370,
-                 qPrintable(QString::number(at.at(i) - at.at(i - 1))));
+    // Paced: the first after one 400 ms tick, each next one a tick later
+    // (coarse timers may fire up to 5% early).
+    for (int i = 0; i < at.size(); ++i) {
+        const qint64 gap = at.at(i) - (i ? at.at(i - 1) : 0);
+        QVERIFY2(gap >= 370, qPrintable(QString::number(gap)));
     }
 }
 
@@ -363,7 +302,6 @@ void TestAvatars::downloadQueueClear()
     AvatarDownloadQueue queue([&](const QString &line) { sent.append(line); }, nullptr);
     queue.enqueueAvatarDownload(1);
     queue.enqueueAvatarDownload(2);
-    QVERIFY(queue.isTimerActive());
     queue.clear();
     QVERIFY(!queue.isTimerActive());
     QTest::qWait(600);

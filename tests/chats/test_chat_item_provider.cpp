@@ -1,6 +1,6 @@
-#include "chats/avatars.h"
 #include "chats/chat_list_model.h"
 #include "chats/ui/chat_item_provider.h"
+#include "chats_test_util.h"
 #include "platform/array_data_model.h"
 #include "platform/ui/list_view.h"
 
@@ -11,17 +11,15 @@
 
 namespace {
 
-const QDateTime kNow(QDate(2026, 3, 15), QTime(12, 0), Qt::LocalTime);
-
-qint64 localSecs(int y, int m, int d)
-{
-    return QDateTime(QDate(y, m, d), QTime(8, 0), Qt::LocalTime).toSecsSinceEpoch();
-}
-
 template<typename T = QWidget>
 T *child(QWidget *item, const char *name)
 {
     return item->findChild<T *>(QLatin1String(name));
+}
+
+QString text(QWidget *item, const char *name)
+{
+    return child<QLabel>(item, name)->text();
 }
 
 } // namespace
@@ -33,8 +31,6 @@ private Q_SLOTS:
     void controlTree();
     void fill_data();
     void fill();
-    void tileColour_data();
-    void tileColour();
     void insideListView();
 };
 
@@ -43,191 +39,115 @@ void TestChatItemProvider::controlTree()
     QTemporaryDir dir;
     ChatItemProvider provider(dir.filePath(QStringLiteral("ui-cache")));
     std::unique_ptr<QWidget> item(provider.createItem(nullptr, QString()));
-    QVERIFY(item);
+    QWidget *it = item.get();
     for (const char *name : {"avatar", "avatar_img", "avatar_letter", "title", "time", "preview",
                              "badge", "badge_circle", "badge_num"}) {
-        QVERIFY2(child(item.get(), name), name);
+        QVERIFY2(child(it, name), name);
     }
     item->resize(720, 189);
     item->show();
-    QCOMPARE(child(item.get(), "chat_row")->height(), 188);
-    QCOMPARE(child(item.get(), "chat_row")->maximumHeight(), 188);
-    QCOMPARE(child(item.get(), "chat_row")->minimumHeight(), 188);
-    QCOMPARE(child(item.get(), "avatar")->size(), QSize(144, 144));
-    QCOMPARE(child(item.get(), "avatar")->y(), 14);
-    QCOMPARE(child(item.get(), "avatar_letter")->size(), QSize(144, 144));
-    QCOMPARE(child(item.get(), "badge")->size(), QSize(56, 56));
-    QCOMPARE(child(item.get(), "divider")->height(), 1);
-    QVERIFY(child(item.get(), "avatar_letter")->font().bold());
-    QVERIFY(child(item.get(), "title")->font().bold());
-    auto *circle = child<QLabel>(item.get(), "badge_circle");
+    QWidget *row = child(it, "chat_row");
+    QCOMPARE(QList<int>({row->height(), row->minimumHeight(), row->maximumHeight()}),
+             QList<int>({188, 188, 188}));
+    QCOMPARE(child(it, "avatar")->geometry().size(), QSize(144, 144));
+    QCOMPARE(child(it, "avatar")->y(), 14);
+    QCOMPARE(child(it, "avatar_letter")->size(), QSize(144, 144));
+    QCOMPARE(child(it, "badge")->size(), QSize(56, 56));
+    QCOMPARE(child(it, "divider")->height(), 1);
+    QVERIFY(child(it, "avatar_letter")->font().bold() && child(it, "title")->font().bold());
+    auto *circle = child<QLabel>(it, "badge_circle");
     QCOMPARE(circle->property("image_path").toString(),
              dir.filePath(QStringLiteral("ui-cache/unread_badge_bg_rr_56_r10_a128.png")));
     QCOMPARE(circle->pixmap(Qt::ReturnByValue).size(), QSize(56, 56));
-    QVERIFY(child(item.get(), "badge")->isHidden());
+    QVERIFY(child(it, "badge")->isHidden());
 }
 
 void TestChatItemProvider::fill_data()
 {
-    QTest::addColumn<QVariantMap>("row");
+    // row: "|"-separated key=value; "$PHOTO" stands for a real round PNG.
+    // tile: the placeholder's colour (ARGB hex) when no photo is shown.
+    QTest::addColumn<QString>("row");
     QTest::addColumn<QString>("letter");
-    QTest::addColumn<bool>("photoShown");
     QTest::addColumn<QString>("badge"); // "" = hidden
     QTest::addColumn<QString>("time");
     QTest::addColumn<QString>("preview");
-
-    QTest::newRow("plain") << QVariantMap{{"id", "1"},
-                                          {"title", "alpha"},
-                                          {"unread_count", "3"},
-                                          {"last_date", QString::number(localSecs(2024, 3, 5))},
-                                          {"last_text", "see you"}}
-                           << "A" << false << "3"
-                           << "5 Mar 2024"
-                           << "see you";
-    QTest::newRow("blank title") << QVariantMap{{"id", "2"}, {"title", "   "}} << "?" << false << ""
-                                 << ""
-                                 << "";
-    QTest::newRow("padded title") << QVariantMap{{"id", "2"}, {"title", "  émile "}} << "É" << false
-                                  << ""
-                                  << ""
-                                  << "";
-    QTest::newRow("99 unread") << QVariantMap{{"id", "3"}, {"title", "b"}, {"unread_count", "99"}}
-                               << "B" << false << "99"
-                               << ""
-                               << "";
-    QTest::newRow("100 unread") << QVariantMap{{"id", "3"}, {"title", "b"}, {"unread_count", "100"}}
-                                << "B" << false << "99+"
-                                << ""
-                                << "";
-    QTest::newRow("no unread") << QVariantMap{{"id", "3"}, {"title", "b"}, {"unread_count", "0"}}
-                               << "B" << false << ""
-                               << ""
-                               << "";
-    QTest::newRow("negative unread")
-        << QVariantMap{{"id", "3"}, {"title", "b"}, {"unread_count", "-4"}} << "B" << false << ""
-        << ""
-        << "";
-    QTest::newRow("eight days") << QVariantMap{{"id", "4"},
-                                               {"title", "c"},
-                                               {"last_date",
-                                                QString::number(localSecs(2026, 3, 7))}}
-                                << "C" << false << ""
-                                << "7 Mar"
-                                << "";
-    QTest::newRow("yesterday") << QVariantMap{{"id", "4"},
-                                              {"title", "c"},
-                                              {"last_date",
-                                               QString::number(localSecs(2026, 3, 14))}}
-                               << "C" << false << ""
-                               << "Sat"
-                               << "";
-    QTest::newRow("voice note without text")
-        << QVariantMap{{"id", "6"},
-                       {"title", "e"},
-                       {"last_text", ""},
-                       {"last_content_type", "messageVoiceNote"}}
-        << "E" << false << ""
-        << ""
-        << "Voice message";
-    QTest::newRow("photo with caption") << QVariantMap{{"id", "6"},
-                                                       {"title", "e"},
-                                                       {"last_text", "look"},
-                                                       {"last_content_type", "messagePhoto"}}
-                                        << "E" << false << ""
-                                        << ""
-                                        << "look";
-    QTest::newRow("unknown type without text")
-        << QVariantMap{{"id", "6"}, {"title", "e"}, {"last_content_type", "messageDice"}} << "E"
-        << false << ""
-        << ""
-        << "";
-    QTest::newRow("photo") << QVariantMap{{"id", "5"}, {"title", "d"}, {"avatar_path", "$PHOTO"}}
-                           << "D" << true << ""
-                           << ""
-                           << "";
+    QTest::addColumn<QString>("tile");
+    const QString old = QString::number(localSecs(2024, 3, 5));
+    const QString eightDays = QString::number(localSecs(2026, 3, 7));
+    const QString yesterday = QString::number(localSecs(2026, 3, 14));
+    auto row = [](const char *name, const QString &r, const char *letter, const char *badge,
+                  const char *time, const char *preview, const char *tile) {
+        QTest::newRow(name) << r << letter << badge << time << preview << tile;
+    };
+    row("plain", "id=1|title=alpha|unread_count=3|last_text=see you|last_date=" + old, "A", "3",
+        "5 Mar 2024", "see you", "ff2b7cff");
+    row("blank title", "id=2|title=   ", "?", "", "", "", "ff00bfa5");
+    row("padded title", "id=3|title=  émile ", "É", "", "", "", "ffd81b60");
+    row("99 unread", "id=1|title=b|unread_count=99", "B", "99", "", "", "ff2b7cff");
+    row("100 unread", "id=1|title=b|unread_count=100", "B", "99+", "", "", "ff2b7cff");
+    row("negative unread", "id=1|title=b|unread_count=-4", "B", "", "", "", "ff2b7cff");
+    row("eight days", "id=1|title=c|last_date=" + eightDays, "C", "", "7 Mar", "", "ff2b7cff");
+    row("yesterday", "id=1|title=c|last_date=" + yesterday, "C", "", "Sat", "", "ff2b7cff");
+    row("voice note without text", "id=1|title=e|last_text=|last_content_type=messageVoiceNote",
+        "E", "", "", "Voice message", "ff2b7cff");
+    row("photo with caption", "id=1|title=e|last_text=look|last_content_type=messagePhoto", "E", "",
+        "", "look", "ff2b7cff");
+    row("unknown type without text", "id=1|title=e|last_content_type=messageDice", "E", "", "", "",
+        "ff2b7cff");
+    row("photo", "id=5|title=d|avatar_path=$PHOTO", "D", "", "", "", "");
 }
 
 void TestChatItemProvider::fill()
 {
-    QFETCH(QVariantMap, row);
+    QFETCH(QString, row);
     QFETCH(QString, letter);
-    QFETCH(bool, photoShown);
     QFETCH(QString, badge);
     QFETCH(QString, time);
     QFETCH(QString, preview);
-
+    QFETCH(QString, tile);
     QTemporaryDir dir;
     const QString photo = dir.filePath(QStringLiteral("round.png"));
     QImage img(144, 144, QImage::Format_ARGB32);
     img.fill(Qt::red);
     QVERIFY(img.save(photo));
-    if (row.value(QStringLiteral("avatar_path")) == QLatin1String("$PHOTO")) {
-        row.insert(QStringLiteral("avatar_path"), photo);
-    }
+    QVariantMap data = kv(row.replace(QLatin1String("$PHOTO"), photo));
+    const bool photoShown = tile.isEmpty();
 
-    ChatItemProvider provider(dir.filePath(QStringLiteral("ui-cache")));
-    provider.setClock([] { return kNow; });
-    std::unique_ptr<QWidget> item(provider.createItem(nullptr, QString()));
-    // The widget is recycled: first filled from another row, with the
-    // opposite avatar state and a badge.
-    provider.updateItem(nullptr, item.get(), QString(), {0},
-                        QVariantMap{{"id", "77"},
-                                    {"title", "Other"},
-                                    {"unread_count", "5"},
-                                    {"last_text", "old"},
-                                    {"avatar_path", photoShown ? QString() : photo}});
-    provider.updateItem(nullptr, item.get(), QString(), {1}, row);
-
-    QCOMPARE(child<QLabel>(item.get(), "title")->text(),
-             row.value(QStringLiteral("title")).toString());
-    QCOMPARE(child<QLabel>(item.get(), "avatar_letter")->text(), letter);
-    QCOMPARE(child(item.get(), "avatar_letter")->isHidden(), photoShown);
-    QCOMPARE(child(item.get(), "avatar_img")->isHidden(), !photoShown);
-    QCOMPARE(child(item.get(), "avatar_img")->property("image_path").toString(),
-             photoShown ? photo : QString());
-    auto *avatar = child<QLabel>(item.get(), "avatar");
-    QCOMPARE(avatar->autoFillBackground(), false);
-    QCOMPARE(avatar->pixmap(Qt::ReturnByValue).isNull(), photoShown);
-    QCOMPARE(child(item.get(), "badge")->isHidden(), badge.isEmpty());
-    QCOMPARE(child<QLabel>(item.get(), "badge_num")->text(), badge);
-    QCOMPARE(child<QLabel>(item.get(), "time")->text(), time);
-    QCOMPARE(child<QLabel>(item.get(), "preview")->text(), preview);
-}
-
-void TestChatItemProvider::tileColour_data()
-{
-    QTest::addColumn<QString>("id");
-    QTest::addColumn<QString>("title");
-    QTest::addColumn<QString>("argb");
-    QTest::newRow("id 1") << "1"
-                          << "x"
-                          << "ff2b7cff";
-    QTest::newRow("id 2") << "2"
-                          << "x"
-                          << "ff00bfa5";
-    QTest::newRow("id 3") << "3"
-                          << "x"
-                          << "ffd81b60";
-}
-
-void TestChatItemProvider::tileColour()
-{
-    QFETCH(QString, id);
-    QFETCH(QString, title);
-    QFETCH(QString, argb);
-    QTemporaryDir dir;
     const QString cache = dir.filePath(QStringLiteral("ui-cache"));
     ChatItemProvider provider(cache);
+    provider.setClock([] { return QDateTime(QDate(2026, 3, 15), QTime(12, 0), Qt::LocalTime); });
     std::unique_ptr<QWidget> item(provider.createItem(nullptr, QString()));
-    provider.updateItem(nullptr, item.get(), QString(), {0},
-                        QVariantMap{{"id", id}, {"title", title}});
-    auto *avatar = child<QLabel>(item.get(), "avatar");
-    const QString tile = cache + QStringLiteral("/bubble_bg_144x144_r24_c%1.png").arg(argb);
-    QCOMPARE(avatar->property("background_path").toString(), tile);
-    QVERIFY(QFileInfo::exists(tile));
-    QCOMPARE(avatar->pixmap(Qt::ReturnByValue).size(), QSize(144, 144));
-    QCOMPARE(avatar->pixmap(Qt::ReturnByValue).toImage().pixelColor(72, 72).name(QColor::HexArgb),
-             QStringLiteral("#") + argb);
+    QWidget *it = item.get();
+    // The widget is recycled: first filled from another row, with the
+    // opposite avatar state and a badge.
+    provider.updateItem(nullptr, it, QString(), {0},
+                        kv("id=77|title=Other|unread_count=5|last_text=old|avatar_path=" +
+                           (photoShown ? QString() : photo)));
+    provider.updateItem(nullptr, it, QString(), {1}, data);
+
+    QCOMPARE(text(it, "title"), data.value(QStringLiteral("title")).toString());
+    QCOMPARE(text(it, "avatar_letter"), letter);
+    QCOMPARE(child(it, "avatar_letter")->isHidden(), photoShown);
+    QCOMPARE(child(it, "avatar_img")->isHidden(), !photoShown);
+    QCOMPARE(child(it, "avatar_img")->property("image_path").toString(),
+             photoShown ? photo : QString());
+    auto *avatar = child<QLabel>(it, "avatar");
+    QVERIFY(!avatar->autoFillBackground());
+    QCOMPARE(child(it, "badge")->isHidden(), badge.isEmpty());
+    QCOMPARE(text(it, "badge_num"), badge);
+    QCOMPARE(text(it, "time"), time);
+    QCOMPARE(text(it, "preview"), preview);
+    if (photoShown) {
+        QVERIFY(avatar->pixmap(Qt::ReturnByValue).isNull());
+        return;
+    }
+    // The letter sits on a rounded tile drawn into the cache.
+    const QString tilePath = cache + QStringLiteral("/bubble_bg_144x144_r24_c%1.png").arg(tile);
+    QCOMPARE(avatar->property("background_path").toString(), tilePath);
+    QVERIFY(QFileInfo::exists(tilePath));
+    const QPixmap shown = avatar->pixmap(Qt::ReturnByValue);
+    QCOMPARE(shown.size(), QSize(144, 144));
+    QCOMPARE(shown.toImage().pixelColor(72, 72).name(QColor::HexArgb), "#" + tile);
 }
 
 void TestChatItemProvider::insideListView()
@@ -235,12 +155,8 @@ void TestChatItemProvider::insideListView()
     QTemporaryDir dir;
     ArrayDataModel rows;
     ChatListModel chats(&rows);
-    chats.upsertChatRow(QVariantMap{{"id", "10"}, {"title", "Low"}, {"order", "1"}});
-    chats.upsertChatRow(QVariantMap{{"id", "20"},
-                                    {"title", "High"},
-                                    {"order", "9"},
-                                    {"unread_count", "2"},
-                                    {"last_text", "hello there"}});
+    chats.upsertChatRow(kv(QStringLiteral("id=10 title=Low order=1")));
+    chats.upsertChatRow(kv(QStringLiteral("id=20|title=High|order=9|unread_count=2|last_text=hi")));
     ChatItemProvider provider(dir.filePath(QStringLiteral("ui-cache")));
     ListView view;
     view.setDataModel(&rows);
@@ -250,31 +166,28 @@ void TestChatItemProvider::insideListView()
     view.layoutNow();
     QWidget *first = view.itemWidget(0);
     QVERIFY(first);
-    QCOMPARE(child<QLabel>(first, "title")->text(), QStringLiteral("High"));
-    QCOMPARE(child<QLabel>(first, "badge_num")->text(), QStringLiteral("2"));
+    QCOMPARE(text(first, "title"), QStringLiteral("High"));
+    QCOMPARE(text(first, "badge_num"), QStringLiteral("2"));
     QCOMPARE(first->height(), 189);
     // The row's width is recorded, and the preview leaves room for the badge.
     const int rowWidth = child(first, "chat_row")->property("row_width").toInt();
     QVERIFY(rowWidth > 400);
     QCOMPARE(child(first, "preview")->maximumWidth(), rowWidth - 18 - 144 - 14 - 16 - 56 - 12);
-    QWidget *second = view.itemWidget(1);
-    QVERIFY(second);
-    QCOMPARE(child(second, "preview")->maximumWidth(), rowWidth - 18 - 144 - 14 - 16);
+    QCOMPARE(child(view.itemWidget(1), "preview")->maximumWidth(), rowWidth - 18 - 144 - 14 - 16);
 
     // The theme comes from the list's property.
-    QCOMPARE(child<QLabel>(first, "title")->palette().color(QPalette::WindowText),
-             QColor(Qt::white));
+    QCOMPARE(child(first, "title")->palette().color(QPalette::WindowText), QColor(Qt::white));
     view.setProperty("ui_dark_theme", false);
     view.updateVisibleItems();
     view.layoutNow();
-    QCOMPARE(child<QLabel>(view.itemWidget(0), "title")->palette().color(QPalette::WindowText),
+    QCOMPARE(child(view.itemWidget(0), "title")->palette().color(QPalette::WindowText),
              QColor(0x20, 0x20, 0x20));
 
     // A merge that moves a chat redraws the rows through the provider.
-    chats.upsertChatRow(QVariantMap{{"id", "10"}, {"order", "99"}});
+    chats.upsertChatRow(kv(QStringLiteral("id=10 order=99")));
     view.layoutNow();
-    QCOMPARE(child<QLabel>(view.itemWidget(0), "title")->text(), QStringLiteral("Low"));
-    QCOMPARE(child<QLabel>(view.itemWidget(1), "title")->text(), QStringLiteral("High"));
+    QCOMPARE(text(view.itemWidget(0), "title"), QStringLiteral("Low"));
+    QCOMPARE(text(view.itemWidget(1), "title"), QStringLiteral("High"));
 }
 
 QTEST_MAIN(TestChatItemProvider)

@@ -216,8 +216,8 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
     const qint64 id = data.value(QStringLiteral("id")).toLongLong();
     if (avatarPath.isEmpty()) {
         const QColor color = placeholder_avatar_color(id, titleText);
-        const QString tile =
-            ensure_bubble_bg_png(kAvatarSize, kAvatarSize, 24, color, m_uiCacheDir);
+        const QString tile = ensure_bubble_bg_png(kAvatarSize, kAvatarSize, kChatAvatarRadiusPx,
+                                                  color, m_uiCacheDir);
         if (!tile.isEmpty()) {
             avatar->setAutoFillBackground(false);
             avatar->setPixmap(QPixmap(tile));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "chats/avatars.h"
 #include "platform/ui/list_view.h"
 
 #include <QDateTime>
@@ -19,8 +20,8 @@ class ChatItemProvider : public QObject, public ListItemProvider
     Q_OBJECT
 public:
     static constexpr int kRowHeight = 188;
-    static constexpr int kAvatarSize = 144;
-    static constexpr int kBadgeSize = 56;
+    static constexpr int kAvatarSize = kChatAvatarPx;
+    static constexpr int kBadgeSize = kUnreadBadgePx;
 
     // uiCacheDir holds the drawn tiles and the badge background.
     explicit ChatItemProvider(const QString &uiCacheDir, QObject *parent = nullptr);
