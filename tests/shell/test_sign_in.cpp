@@ -18,33 +18,20 @@ void TestSignIn::step_data()
     QTest::addColumn<QString>("field");
     QTest::addColumn<QString>("log");
     QTest::addColumn<QString>("command");
-
-    QTest::newRow("phone") << SignInAction::SendPhone << QStringLiteral("+15550100")
-                           << QStringLiteral("ui: send phone\n")
-                           << QStringLiteral("phone +15550100");
-    QTest::newRow("phone with inner blanks kept")
-        << SignInAction::SendPhone << QStringLiteral("+1 555 0100")
-        << QStringLiteral("ui: send phone\n") << QStringLiteral("phone +1 555 0100");
-    QTest::newRow("phone trailing blanks trimmed")
-        << SignInAction::SendPhone << QStringLiteral("+1555   ")
-        << QStringLiteral("ui: send phone\n") << QStringLiteral("phone +1555");
-    QTest::newRow("empty code is the bare word")
-        << SignInAction::SendCode << QString() << QStringLiteral("ui: send code\n")
-        << QStringLiteral("code");
-    QTest::newRow("code") << SignInAction::SendCode << QStringLiteral("12345")
-                          << QStringLiteral("ui: send code\n") << QStringLiteral("code 12345");
-    QTest::newRow("resend ignores field")
-        << SignInAction::ResendCode << QStringLiteral("junk") << QStringLiteral("ui: resend code\n")
-        << QStringLiteral("resend");
-    QTest::newRow("password keeps inner blanks")
-        << SignInAction::SendPassword << QStringLiteral("correct horse")
-        << QStringLiteral("ui: send password\n") << QStringLiteral("password correct horse");
-    QTest::newRow("pasted line break cannot start a second command")
-        << SignInAction::SendPassword << QStringLiteral("pw\nlogout")
-        << QStringLiteral("ui: send password\n") << QStringLiteral("password pw logout");
-    QTest::newRow("carriage return and separators")
-        << SignInAction::SendCode << QStringLiteral("1\r2") + QChar(0x2028) + QStringLiteral("3")
-        << QStringLiteral("ui: send code\n") << QStringLiteral("code 1 2 3");
+    auto row = [](const char *name, SignInAction a, const QString &field, const char *log,
+                  const char *command) { QTest::newRow(name) << a << field << log << command; };
+    using A = SignInAction;
+    row("phone, inner blanks kept", A::SendPhone, "+1 555 0100", "ui: send phone\n",
+        "phone +1 555 0100");
+    row("phone trailing blanks trimmed", A::SendPhone, "+1555   ", "ui: send phone\n",
+        "phone +1555");
+    row("empty code is the bare word", A::SendCode, QString(), "ui: send code\n", "code");
+    row("code", A::SendCode, "12345", "ui: send code\n", "code 12345");
+    row("resend ignores field", A::ResendCode, "junk", "ui: resend code\n", "resend");
+    row("pasted line break cannot start a second command", A::SendPassword, "pw\nlogout",
+        "ui: send password\n", "password pw logout");
+    row("carriage return and separators", A::SendCode, "1\r2" + QString(QChar(0x2028)) + "3",
+        "ui: send code\n", "code 1 2 3");
 }
 
 void TestSignIn::step()
@@ -56,7 +43,6 @@ void TestSignIn::step()
     const SignInStep s = sign_in_step(action, field);
     QCOMPARE(s.log, log);
     QCOMPARE(s.command, command);
-    QVERIFY(!s.command.contains(QLatin1Char('\n')));
 }
 
 QTEST_GUILESS_MAIN(TestSignIn)

@@ -8,9 +8,21 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QToolButton>
+#include <QVBoxLayout>
 #include <QVariant>
 
 namespace screen_parts {
+
+QVBoxLayout *screenRoot(QWidget *screen, const QString &objectName, const char *bgGroup)
+{
+    screen->setObjectName(objectName);
+    screen->setAttribute(Qt::WA_StyledBackground, true);
+    screen->setProperty("bg", QString::fromLatin1(bgGroup));
+    auto *v = new QVBoxLayout(screen);
+    v->setContentsMargins(0, 0, 0, 0);
+    v->setSpacing(0);
+    return v;
+}
 
 QWidget *panel(const QString &objectName, const char *bgGroup, QWidget *parent)
 {

@@ -6,6 +6,7 @@ class QBoxLayout;
 class QLabel;
 class QPushButton;
 class QToolButton;
+class QVBoxLayout;
 class QWidget;
 
 // Small builders shared by the screens. Every control gets its object name
@@ -13,6 +14,9 @@ class QWidget;
 // role); sizes are design pixels times the UI scale.
 namespace screen_parts {
 
+// Names a screen's root widget, paints it with bgGroup and gives it a
+// margin-less vertical layout, returned.
+QVBoxLayout *screenRoot(QWidget *screen, const QString &objectName, const char *bgGroup);
 QWidget *panel(const QString &objectName, const char *bgGroup, QWidget *parent);
 QLabel *label(const QString &text, const QString &objectName, const char *fgGroup, const char *font,
               QWidget *parent);

@@ -125,12 +125,7 @@ SignInForm::SignInForm(float scale, QWidget *parent) : QWidget(parent)
 
 MainScreen::MainScreen(float scale, QWidget *parent) : QWidget(parent)
 {
-    setObjectName(QStringLiteral("main_screen"));
-    setAttribute(Qt::WA_StyledBackground, true);
-    setProperty("bg", QStringLiteral("A"));
-    auto *v = new QVBoxLayout(this);
-    v->setContentsMargins(0, 0, 0, 0);
-    v->setSpacing(0);
+    auto *v = screenRoot(this, QStringLiteral("main_screen"), "A");
 
     QWidget *bar = header(QStringLiteral("main_header"), QStringLiteral("Vexa"),
                           QStringLiteral("main_title"), false, scale, this, &title_, nullptr);
@@ -193,12 +188,7 @@ void MainScreen::setAuthorised(bool authorised)
 ConversationScreen::ConversationScreen(float scale, QWidget *parent)
     : QWidget(parent), scale_(scale)
 {
-    setObjectName(QStringLiteral("conversation_screen"));
-    setAttribute(Qt::WA_StyledBackground, true);
-    setProperty("bg", QStringLiteral("A"));
-    auto *v = new QVBoxLayout(this);
-    v->setContentsMargins(0, 0, 0, 0);
-    v->setSpacing(0);
+    auto *v = screenRoot(this, QStringLiteral("conversation_screen"), "A");
 
     // Header: back, title with subtitle, search, info and overflow.
     QWidget *bar = panel(QStringLiteral("chat_header"), "A", this);
@@ -362,12 +352,7 @@ void ConversationScreen::placeToBottomButton()
 
 ChatInfoScreen::ChatInfoScreen(float scale, QWidget *parent) : QWidget(parent)
 {
-    setObjectName(QStringLiteral("chat_info_screen"));
-    setAttribute(Qt::WA_StyledBackground, true);
-    setProperty("bg", QStringLiteral("A"));
-    auto *v = new QVBoxLayout(this);
-    v->setContentsMargins(0, 0, 0, 0);
-    v->setSpacing(0);
+    auto *v = screenRoot(this, QStringLiteral("chat_info_screen"), "A");
     v->addWidget(header(QStringLiteral("info_header"), QStringLiteral("Info"),
                         QStringLiteral("info_title"), true, scale, this, nullptr, &back_));
 
@@ -437,12 +422,7 @@ ChatInfoScreen::ChatInfoScreen(float scale, QWidget *parent) : QWidget(parent)
 MenuScreen::MenuScreen(float scale, bool darkTheme, QWidget *parent)
     : QWidget(parent), scale_(scale)
 {
-    setObjectName(QStringLiteral("menu_screen"));
-    setAttribute(Qt::WA_StyledBackground, true);
-    setProperty("bg", QStringLiteral("A"));
-    auto *v = new QVBoxLayout(this);
-    v->setContentsMargins(0, 0, 0, 0);
-    v->setSpacing(0);
+    auto *v = screenRoot(this, QStringLiteral("menu_screen"), "A");
     v->addWidget(header(QStringLiteral("menu_header"), QStringLiteral("Menu"),
                         QStringLiteral("menu_title"), true, scale, this, nullptr, &back_));
 
@@ -580,12 +560,7 @@ void MenuScreen::updateMenuMeHeader(qint64 id, const QString &displayName, const
 
 FilesCacheScreen::FilesCacheScreen(float scale, QWidget *parent) : QWidget(parent)
 {
-    setObjectName(QStringLiteral("files_cache_screen"));
-    setAttribute(Qt::WA_StyledBackground, true);
-    setProperty("bg", QStringLiteral("A"));
-    auto *v = new QVBoxLayout(this);
-    v->setContentsMargins(0, 0, 0, 0);
-    v->setSpacing(0);
+    auto *v = screenRoot(this, QStringLiteral("files_cache_screen"), "A");
     v->addWidget(header(QStringLiteral("files_cache_header"), QStringLiteral("Files cache"),
                         QStringLiteral("files_cache_title"), true, scale, this, nullptr, &back_));
     QWidget *body = panel(QStringLiteral("files_cache_body"), "E", this);
@@ -608,12 +583,8 @@ MediaViewerScreen::MediaViewerScreen(Kind kind, float scale, QWidget *parent)
     : QWidget(parent), kind_(kind)
 {
     const bool photo = kind == Kind::Photo;
-    setObjectName(photo ? QStringLiteral("photo_viewer") : QStringLiteral("video_viewer"));
-    setAttribute(Qt::WA_StyledBackground, true);
-    setProperty("bg", QStringLiteral("viewer"));
-    auto *v = new QVBoxLayout(this);
-    v->setContentsMargins(0, 0, 0, 0);
-    v->setSpacing(0);
+    auto *v = screenRoot(
+        this, photo ? QStringLiteral("photo_viewer") : QStringLiteral("video_viewer"), "viewer");
     QWidget *bar =
         header(objectName() + QStringLiteral("_header"),
                photo ? QStringLiteral("Photo") : QStringLiteral("Video"),

@@ -2,6 +2,7 @@
 
 #include "shell/style_sheet.h"
 #include "shell/theme.h"
+#include "shell/ui/screen_parts.h"
 #include "shell/ui/screens.h"
 #include "shell/ui_scale.h"
 
@@ -15,12 +16,7 @@
 ShellScreens::ShellScreens(bool darkTheme, float uiScale, QWidget *parent)
     : QWidget(parent), dark_(darkTheme), scale_(uiScale)
 {
-    setObjectName(QStringLiteral("shell_root"));
-    setAttribute(Qt::WA_StyledBackground, true);
-    setProperty("bg", QStringLiteral("A"));
-    auto *v = new QVBoxLayout(this);
-    v->setContentsMargins(0, 0, 0, 0);
-    v->setSpacing(0);
+    auto *v = screen_parts::screenRoot(this, QStringLiteral("shell_root"), "A");
 
     stack_ = new QStackedWidget(this);
     stack_->setObjectName(QStringLiteral("screen_stack"));
