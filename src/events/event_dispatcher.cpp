@@ -779,8 +779,13 @@ void EventDispatcher::onHistoryCleared(const QVariantMap &e)
 
 void EventDispatcher::onChatLeft(const QVariantMap &e)
 {
-    const qint64 chatId = i64(e, "chat_id");
-    toast(QStringLiteral("Left"));
+    dropChat(i64(e, "chat_id"), QStringLiteral("Left"));
+}
+
+// Leaving and deleting both take the chat off the list and out of view.
+void EventDispatcher::dropChat(qint64 chatId, const QString &toastText)
+{
+    toast(toastText);
     if (m_deps.chats) {
         m_deps.chats->removeChatById(chatId);
     }
@@ -804,14 +809,7 @@ void EventDispatcher::onChatJoined(const QVariantMap &e)
 
 void EventDispatcher::onChatDeleted(const QVariantMap &e)
 {
-    const qint64 chatId = i64(e, "chat_id");
-    toast(QStringLiteral("Deleted"));
-    if (m_deps.chats) {
-        m_deps.chats->removeChatById(chatId);
-    }
-    if (isCurrentChat(chatId)) {
-        Q_EMIT backToChatsRequested();
-    }
+    dropChat(i64(e, "chat_id"), QStringLiteral("Deleted"));
 }
 
 void EventDispatcher::onActionError(const QVariantMap &e)

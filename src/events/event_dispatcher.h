@@ -185,6 +185,7 @@ private:
     void onChatLeft(const QVariantMap &e);
     void onChatJoined(const QVariantMap &e);
     void onChatDeleted(const QVariantMap &e);
+    void dropChat(qint64 chatId, const QString &toastText);
     void onActionError(const QVariantMap &e);
     void onSearchBegin(const QVariantMap &e);
     void onSearchChat(const QVariantMap &e);
