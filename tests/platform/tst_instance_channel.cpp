@@ -65,60 +65,50 @@ private Q_SLOTS:
             QCOMPARE(urls.at(0).at(0).toString(), url);
     }
 
-    void refusedBySender_data()
-    {
-        QTest::addColumn<QString>("url");
-        QTest::addColumn<QString>("why");
-        QTest::newRow("line feed") << "tg://a\nquit" << QString("line break");
-        QTest::newRow("carriage return") << "tg://a\rquit" << QString("line break");
-        QTest::newRow("too long") << QString(InstanceChannel::MaxMessageBytes, QLatin1Char('a'))
-                                  << QString("too long");
-        QTest::newRow("nobody listening") << "tg://x" << QString("no running instance");
-    }
-
-    void refusedBySender()
-    {
-        QFETCH(QString, url);
-        QFETCH(QString, why);
-        InstanceChannel primary(uniqueName());
-        QString error;
-        QVERIFY(why.startsWith("no running") || primary.listen(&error));
-        QSignalSpy urls(&primary, &InstanceChannel::urlReceived);
-        InstanceChannel second(primary.serverName());
-        QVERIFY(!second.sendToRunning(url, 500, &error));
-        QVERIFY2(error.contains(why), qPrintable(error));
-        QTest::qWait(50);
-        QCOMPARE(urls.count(), 0);
-    }
-
-    // A client that is not ours writes straight to the socket.
-    void refusedByListener_data()
+    void refused_data()
     {
         QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QByteArray>("reply"); // empty: the listener hangs up
-        QTest::newRow("carriage return") << QByteArray("tg://a\rb\n") << QByteArray("bad\n");
-        QTest::newRow("no line break within the limit")
-            << QByteArray(InstanceChannel::MaxMessageBytes + 100, 'a') + '\n'
-            << QByteArray();
+        QTest::addColumn<bool>("raw"); // written to the socket by a client that is not ours
+        // The sender's error, or the listener's reply to a raw client (empty: it hangs up).
+        QTest::addColumn<QByteArray>("expected");
+        const QByteArray noBreak(InstanceChannel::MaxMessageBytes, 'a');
+        QTest::newRow("line feed")
+            << QByteArray("tg://a\nquit") << false << QByteArray("line break");
+        QTest::newRow("carriage return")
+            << QByteArray("tg://a\rq") << false << QByteArray("line break");
+        QTest::newRow("too long") << noBreak << false << QByteArray("too long");
+        QTest::newRow("nobody listening")
+            << QByteArray("tg://x") << false << QByteArray("no running instance");
+        QTest::newRow("raw carriage return")
+            << QByteArray("tg://a\rb\n") << true << QByteArray("bad\n");
+        QTest::newRow("raw, no line break within the limit") << noBreak + "aa\n"
+                                                             << true << QByteArray();
     }
 
-    void refusedByListener()
+    void refused()
     {
         QFETCH(QByteArray, bytes);
-        QFETCH(QByteArray, reply);
+        QFETCH(bool, raw);
+        QFETCH(QByteArray, expected);
         InstanceChannel primary(uniqueName());
         QString error;
-        QVERIFY(primary.listen(&error));
+        QVERIFY(expected.startsWith("no running") || primary.listen(&error));
         QSignalSpy urls(&primary, &InstanceChannel::urlReceived);
-        QLocalSocket raw;
-        raw.connectToServer(primary.serverName());
-        QVERIFY(raw.waitForConnected(2000));
-        QSignalSpy closed(&raw, &QLocalSocket::disconnected);
-        raw.write(bytes);
-        QTRY_VERIFY_WITH_TIMEOUT(raw.bytesAvailable() > 0 || closed.count() > 0, 5000);
-        QCOMPARE(raw.readAll(), reply);
-        if (reply.isEmpty())
-            QCOMPARE(closed.count(), 1);
+        if (raw) {
+            QLocalSocket client;
+            client.connectToServer(primary.serverName());
+            QVERIFY(client.waitForConnected(2000));
+            QSignalSpy closed(&client, &QLocalSocket::disconnected);
+            client.write(bytes);
+            QTRY_VERIFY_WITH_TIMEOUT(client.bytesAvailable() > 0 || closed.count() > 0, 5000);
+            QCOMPARE(client.readAll(), expected);
+            QVERIFY(!expected.isEmpty() || closed.count() == 1);
+        } else {
+            InstanceChannel second(primary.serverName());
+            QVERIFY(!second.sendToRunning(QString::fromUtf8(bytes), 500, &error));
+            QVERIFY2(error.contains(expected), qPrintable(error));
+            QTest::qWait(50);
+        }
         QCOMPARE(urls.count(), 0);
     }
 

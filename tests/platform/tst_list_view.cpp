@@ -118,9 +118,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("rows");
         QTest::newRow("few rows") << 3;
-        QTest::newRow("ten thousand") << 10000;
+        QTest::newRow("thousands") << 5000;
     }
 
+    // Scrolling hundreds of rows reuses the widgets of one screen or so.
     void onlyVisibleRowsGetWidgets()
     {
         QFETCH(int, rows);
@@ -132,19 +133,12 @@ private Q_SLOTS:
         QVERIFY(visible.size() <= qMin(rows, 15));
         QCOMPARE(f.created, visible.size());
         QCOMPARE(f.view.createdItemCount(), visible.size());
-    }
-
-    // Scrolling hundreds of rows reuses the widgets of one screen or so.
-    void widgetsAreRecycled()
-    {
-        Fixture f(2000);
-        const int afterFirstScreen = f.created;
         for (int i = 0; i < 400 && !f.view.isAtEnd(); ++i)
             f.scrollBy(173);
-        QVERIFY(f.first().value(0).toInt() > 500);
+        QVERIFY(rows < 10 || f.first().value(0).toInt() > 500);
         f.checkTiling();
-        QVERIFY2(f.created <= afterFirstScreen + 16, qPrintable(QString::number(f.created)));
-        QVERIFY(f.updates.size() > 500);
+        QVERIFY2(f.created <= visible.size() + 16, qPrintable(QString::number(f.created)));
+        QVERIFY(rows < 10 || f.updates.size() > 500);
     }
 
     void scrollTo_data()
@@ -203,18 +197,13 @@ private Q_SLOTS:
         QCOMPARE(begins + ends, QStringLiteral("bBEe"));
         QCOMPARE(f.first(), QVariantList{0});
         QCOMPARE(f.yOf(0), 0);
-    }
-
-    // A signal handler that scrolls (for example back to the top when the
-    // user leaves it) must take effect at once.
-    void handlersMayScroll()
-    {
-        Fixture f(500);
+        // A handler that scrolls (for example back to the top when the user
+        // leaves it) takes effect at once.
         connect(&f.view, &ListView::atBeginningChanged, &f.view, [&f](bool atBeginning) {
             if (!atBeginning)
                 f.view.scrollToPosition(ListView::Beginning, false);
         });
-        f.view.scrollToItem({300}, false);
+        f.view.scrollToItem({200}, false);
         QVERIFY(f.view.isAtBeginning());
         QCOMPARE(f.first(), QVariantList{0});
         QCOMPARE(f.yOf(0), 0);
