@@ -77,8 +77,6 @@ void TestChatListModel::operations_data()
     auto row = [](const char *name, const char *steps, const char *e) {
         QTest::newRow(name) << steps << e;
     };
-    row("insert by order", "u id=1 order=10; u id=2 order=30; u id=3 order=20", "2,3,1");
-    row("equal orders by id", "u id=1 order=5; u id=3 order=5; u id=2 order=5", "3,2,1");
     row("zero orders by date, then id",
         "u id=1 last_date=10; u id=2 last_date=30; u id=3 last_date=10", "2,3,1");
     row("merge moves up and down",
