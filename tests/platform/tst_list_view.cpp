@@ -82,11 +82,6 @@ struct Fixture : ListItemProvider
     {
         view.verticalScrollBar()->setValue(view.verticalScrollBar()->value() + dy);
     }
-    void layout()
-    {
-        view.layoutNow();
-        checkTiling();
-    }
     // The rows in view must cover the viewport without gaps, in order, and
     // every widget must show the row it is bound to.
     void checkTiling() const
@@ -210,41 +205,89 @@ private Q_SLOTS:
         f.checkTiling();
     }
 
-    void changesAboveKeepPosition_data()
+    void modelEdits_data()
     {
-        QTest::addColumn<int>("at");
-        QTest::addColumn<int>("count"); // negative: removed
-        QTest::newRow("insert at the top") << 0 << 20;
-        QTest::newRow("insert just above") << 400 << 1;
-        QTest::newRow("insert many above") << 100 << 300;
-        QTest::newRow("remove above") << 10 << -50;
+        QTest::addColumn<int>("start"); // row scrolled to the top, -1: the end
+        QTest::addColumn<int>("by");    // then scrolled by this many pixels
+        QTest::addColumn<QString>("edit");
+        QTest::addColumn<bool>("sticky"); // to both edges
+        // keep+N: the first row in view moves N rows on, keeping its widget and
+        // its place; top/end: the list shows its first/last row; empty.
+        QTest::addColumn<QString>("expect");
+        QTest::newRow("insert at the top") << 401 << 7 << "insert 0 20" << false << "keep+20";
+        QTest::newRow("insert just above") << 401 << 7 << "insert 400 1" << false << "keep+1";
+        QTest::newRow("insert many above") << 401 << 7 << "insert 100 300" << false << "keep+300";
+        QTest::newRow("remove above") << 401 << 7 << "remove 10 50" << false << "keep-50";
+        QTest::newRow("remove in view") << 0 << 0 << "remove 2 3" << false << "keep+0";
+        QTest::newRow("remove below view") << 0 << 0 << "remove 200 50" << false << "keep+0";
+        QTest::newRow("remove everything") << 0 << 0 << "remove 0 1000" << false << "empty";
+        QTest::newRow("move within view") << 0 << 0 << "move 4 0" << false << "top";
+        QTest::newRow("move from far below to top") << 0 << 0 << "move 500 0" << false << "top";
+        QTest::newRow("move from top to far below") << 0 << 0 << "move 1 700" << false << "top";
+        QTest::newRow("reset to five rows") << 50 << 0 << "reset 5 0" << false << "top";
+        QTest::newRow("clear") << 50 << 0 << "reset 0 0" << false << "empty";
+        QTest::newRow("insert at top, not sticky") << 0 << 0 << "insert 0 2" << false << "keep+2";
+        QTest::newRow("insert at sticky top") << 0 << 0 << "insert 0 2" << true << "top";
+        QTest::newRow("insert 5 px below sticky top") << 0 << 5 << "insert 0 2" << true << "keep+2";
+        QTest::newRow("append at sticky end") << -1 << 0 << "append 3 0" << true << "end";
+        QTest::newRow("append, scrolled away from sticky end")
+            << -1 << -200 << "append 3 0" << true << "keep+0";
     }
 
-    // The row the user looks at keeps its widget and its place, 7 px cut
-    // off; a control inside it reports the row's new index.
-    void changesAboveKeepPosition()
+    // Widgets in view show their rows' data after the model changes under
+    // them; a control inside a row reports the row's new index.
+    void modelEdits()
     {
-        QFETCH(int, at);
-        QFETCH(int, count);
+        QFETCH(int, start);
+        QFETCH(int, by);
+        QFETCH(QString, edit);
+        QFETCH(bool, sticky);
+        QFETCH(QString, expect);
         Fixture f(1000);
-        f.view.scrollToItem({401}, false);
-        f.scrollBy(7);
-        QCOMPARE(f.yOf(401), -7);
-        RowWidget *before = f.item(401);
-        auto *button = new QWidget(before);
-        QCOMPARE(f.view.indexPathForWidget(button), QVariantList{401});
-        const int createdBefore = f.created;
-        if (count > 0)
-            f.model.insert(at, makeRows(count, 100000));
+        f.view.setStickToBeginning(sticky);
+        f.view.setStickToEnd(sticky);
+        if (start < 0)
+            f.view.scrollToPosition(ListView::End, false);
         else
-            f.model.removeRange(at, -count);
-        f.layout();
-        const int moved = 401 + count;
-        QCOMPARE(f.yOf(moved), -7);
-        QCOMPARE(f.item(moved), before);
-        QCOMPARE(f.first(), QVariantList{moved});
-        QCOMPARE(f.view.indexPathForWidget(button), QVariantList{moved});
-        QCOMPARE(f.created, createdBefore);
+            f.view.scrollToItem({start}, false);
+        f.scrollBy(by);
+        const int before = f.first().value(0).toInt(), y = f.yOf(before), created = f.created;
+        RowWidget *w = f.item(before);
+        auto *button = new QWidget(w);
+        const QString op = edit.section(' ', 0, 0);
+        const int a = edit.section(' ', 1, 1).toInt(), b = edit.section(' ', 2, 2).toInt();
+        if (op == "insert")
+            f.model.insert(a, makeRows(b, 100000));
+        else if (op == "remove")
+            f.model.removeRange(a, b);
+        else if (op == "move")
+            f.model.move(a, b);
+        else if (op == "append")
+            f.model.append(makeRows(a, 100000));
+        else
+            f.model.setRows(makeRows(a, 1000));
+        f.view.layoutNow();
+        if (expect == "empty") {
+            QVERIFY(f.view.visibleRows().isEmpty());
+            QCOMPARE(f.first(), QVariantList());
+            QVERIFY(f.view.isAtBeginning() && f.view.isAtEnd());
+            return;
+        }
+        f.checkTiling(); // heights follow the ids, widgets their rows
+        if (expect == "end") {
+            QVERIFY(f.view.isAtEnd() && f.endsView(f.model.size() - 1));
+        } else if (expect == "top") {
+            QVERIFY(f.view.isAtBeginning());
+            QCOMPARE(f.first(), QVariantList{0});
+            QCOMPARE(f.yOf(0), 0);
+        } else {
+            const int moved = before + expect.mid(4).toInt();
+            QCOMPARE(f.first(), QVariantList{moved});
+            QCOMPARE(f.yOf(moved), y);
+            QCOMPARE(f.item(moved), w);
+            QCOMPARE(f.view.indexPathForWidget(button), QVariantList{moved});
+            QCOMPARE(f.created, created);
+        }
     }
 
     // Rows above the anchor are estimated (50 px) until they scroll into
@@ -310,90 +353,6 @@ private Q_SLOTS:
         QCOMPARE(f.item(row)->type, type);
         QCOMPARE(f.item(row) != old, type != "item");
         QCOMPARE(f.created, createdBefore + (type != "item" ? 1 : 0));
-    }
-
-    void modelChanges_data()
-    {
-        QTest::addColumn<QString>("op");
-        QTest::addColumn<int>("a");
-        QTest::addColumn<int>("b");
-        QTest::newRow("remove in view") << "remove" << 2 << 3;
-        QTest::newRow("remove below view") << "remove" << 200 << 50;
-        QTest::newRow("remove everything") << "remove" << 0 << 1000;
-        QTest::newRow("move within view") << "move" << 4 << 0;
-        QTest::newRow("move from far below to top") << "move" << 500 << 0;
-        QTest::newRow("move from top to far below") << "move" << 1 << 700;
-        QTest::newRow("reset to five rows") << "reset" << 5 << 0;
-        QTest::newRow("clear") << "reset" << 0 << 0;
-    }
-
-    // Widgets in view show their rows' data after the model changes under them.
-    void modelChanges()
-    {
-        QFETCH(QString, op);
-        QFETCH(int, a);
-        QFETCH(int, b);
-        Fixture f(1000);
-        f.view.scrollToItem({op == "reset" ? 50 : 0}, false);
-        if (op == "remove")
-            f.model.removeRange(a, b);
-        else if (op == "move")
-            f.model.move(a, b);
-        else
-            f.model.setRows(makeRows(a, 1000));
-        f.view.layoutNow();
-        QVERIFY(f.view.isAtBeginning());
-        QCOMPARE(f.view.isAtEnd(), f.model.size() < 6); // five short rows fit
-        if (f.model.isEmpty()) {
-            QVERIFY(f.view.visibleRows().isEmpty());
-            QCOMPARE(f.first(), QVariantList());
-            return;
-        }
-        f.checkTiling(); // heights follow the ids, widgets their rows
-        QCOMPARE(f.first(), QVariantList{0});
-    }
-
-    void stickToEdges_data()
-    {
-        QTest::addColumn<bool>("end");
-        QTest::addColumn<bool>("stick");
-        QTest::addColumn<int>("away"); // pixels scrolled away from that edge
-        QTest::addColumn<bool>("follows");
-        QTest::newRow("beginning, off") << false << false << 0 << false;
-        QTest::newRow("beginning, at the top") << false << true << 0 << true;
-        QTest::newRow("beginning, scrolled a little") << false << true << 5 << false;
-        QTest::newRow("end, at the end") << true << true << 0 << true;
-        QTest::newRow("end, scrolled away") << true << true << 200 << false;
-    }
-
-    // New rows at a sticky edge come into view only while the user is at it.
-    void stickToEdges()
-    {
-        QFETCH(bool, end);
-        QFETCH(bool, stick);
-        QFETCH(int, away);
-        QFETCH(bool, follows);
-        Fixture f(100);
-        if (end) {
-            f.view.setStickToEnd(stick);
-            f.view.scrollToPosition(ListView::End, false);
-        } else {
-            f.view.setStickToBeginning(stick);
-        }
-        f.scrollBy(end ? -away : away);
-        const int first = f.first().value(0).toInt(), y = f.yOf(first);
-        if (end)
-            f.model.append(makeRows(3, 100));
-        else
-            f.model.insert(0, makeRows(2, 900));
-        f.layout();
-        if (follows && end) {
-            QVERIFY(f.view.isAtEnd() && f.endsView(102));
-        } else {
-            const int expected = follows ? 0 : end ? first : first + 2;
-            QCOMPARE(f.first(), QVariantList{expected});
-            QCOMPARE(f.yOf(expected), follows ? 0 : y);
-        }
     }
 
     void dragAndFlick_data()
