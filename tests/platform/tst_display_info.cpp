@@ -6,51 +6,43 @@ class TestDisplayInfo : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void displaySize_data()
+    // VEXA_DISPLAY and VEXA_ZOOM; anything refused falls back to 720x1280
+    // and, without a GUI application here, to zoom 1.
+    void fromEnvironment_data()
     {
-        QTest::addColumn<QString>("value");
-        QTest::addColumn<QSize>("expected");
+        QTest::addColumn<QString>("display");
+        QTest::addColumn<QString>("zoom");
+        QTest::addColumn<QSize>("size");
+        QTest::addColumn<double>("expectedZoom");
         const QSize def(720, 1280);
-        QTest::newRow("empty") << "" << def;
-        QTest::newRow("plain") << "1080x1920" << QSize(1080, 1920);
-        QTest::newRow("upper X and blanks") << " 720 X 720 " << QSize(720, 720);
-        QTest::newRow("missing height") << "720x" << def;
-        QTest::newRow("words") << "big" << def;
-        QTest::newRow("negative") << "-720x1280" << def;
-        QTest::newRow("too small") << "99x1280" << def;
-        QTest::newRow("too large") << "720x20000" << def;
-        QTest::newRow("fraction") << "720.5x1280" << def;
-        QTest::newRow("trailing junk") << "720x1280px" << def;
+        QTest::newRow("plain, half") << "1080x1920" << QString("0.5") << QSize(1080, 1920) << 0.5;
+        QTest::newRow("upper X, blanks")
+            << " 720 X 720 " << QString(" 1.25 ") << QSize(720, 720) << 1.25;
+        QTest::newRow("empty") << "" << QString() << def << 1.0;
+        QTest::newRow("missing height, zero") << "720x" << QString("0") << def << 1.0;
+        QTest::newRow("words, negative") << "big" << QString("-2") << def << 1.0;
+        QTest::newRow("negative, huge") << "-720x1280" << QString("100") << def << 1.0;
+        QTest::newRow("too small, nan") << "99x1280" << QString("nan") << def << 1.0;
+        QTest::newRow("too large, text") << "720x20000" << QString("fast") << def << 1.0;
+        QTest::newRow("fraction") << "720.5x1280" << QString("2") << def << 2.0;
+        QTest::newRow("trailing junk") << "720x1280px" << QString("0.75") << def << 0.75;
     }
 
-    void displaySize()
+    void fromEnvironment()
     {
-        QFETCH(QString, value);
-        QFETCH(QSize, expected);
-        QCOMPARE(parse_display_size(value), expected);
-    }
-
-    void zoom_data()
-    {
-        QTest::addColumn<QString>("value");
-        QTest::addColumn<double>("expected"); // 0: refused, falls back to 1
-        QTest::newRow("half") << "0.5" << 0.5;
-        QTest::newRow("blanks") << " 1.25 " << 1.25;
-        QTest::newRow("empty") << "" << 0.0;
-        QTest::newRow("zero") << "0" << 0.0;
-        QTest::newRow("negative") << "-2" << 0.0;
-        QTest::newRow("huge") << "100" << 0.0;
-        QTest::newRow("nan") << "nan" << 0.0;
-        QTest::newRow("text") << "fast" << 0.0;
-    }
-
-    void zoom()
-    {
-        QFETCH(QString, value);
-        QFETCH(double, expected);
-        bool ok = expected == 0;
-        QCOMPARE(parse_zoom(value, &ok), expected == 0 ? 1.0 : expected);
-        QCOMPARE(ok, expected != 0);
+        QFETCH(QString, display);
+        QFETCH(QString, zoom);
+        QFETCH(QSize, size);
+        QFETCH(double, expectedZoom);
+        QProcessEnvironment env;
+        env.insert("VEXA_DISPLAY", display);
+        env.insert("VEXA_ZOOM", zoom);
+        const DisplayInfo info(env);
+        QCOMPARE(info.pixelSize(), size);
+        QCOMPARE(info.zoom(), expectedZoom);
+        bool ok = true;
+        parse_zoom(zoom, &ok);
+        QCOMPARE(ok, expectedZoom != 1.0);
     }
 
     void fitZoom_data()
@@ -73,32 +65,6 @@ private Q_SLOTS:
         QFETCH(QRect, available);
         QFETCH(double, expected);
         QVERIFY(qAbs(fit_zoom(display, available) - expected) < 1e-9);
-    }
-
-    void fromEnvironment_data()
-    {
-        QTest::addColumn<QString>("display");
-        QTest::addColumn<QString>("zoom");
-        QTest::addColumn<QSize>("size");
-        QTest::addColumn<double>("expectedZoom");
-        QTest::newRow("both") << "1440x1440" << QString("0.75") << QSize(1440, 1440) << 0.75;
-        QTest::newRow("bad display") << "1440" << QString("2") << QSize(720, 1280) << 2.0;
-        // No GUI application here, so a refused zoom falls back to 1.
-        QTest::newRow("bad zoom") << "720x720" << QString("x") << QSize(720, 720) << 1.0;
-    }
-
-    void fromEnvironment()
-    {
-        QFETCH(QString, display);
-        QFETCH(QString, zoom);
-        QFETCH(QSize, size);
-        QFETCH(double, expectedZoom);
-        QProcessEnvironment env;
-        env.insert("VEXA_DISPLAY", display);
-        env.insert("VEXA_ZOOM", zoom);
-        const DisplayInfo info(env);
-        QCOMPARE(info.pixelSize(), size);
-        QCOMPARE(info.zoom(), expectedZoom);
     }
 };
 

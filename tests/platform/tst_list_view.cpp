@@ -214,7 +214,6 @@ private Q_SLOTS:
         // keep+N: the first row in view moves N rows on, keeping its widget and
         // its place; top/end: the list shows its first/last row; empty.
         QTest::addColumn<QString>("expect");
-        QTest::newRow("insert at the top") << 401 << 7 << "insert 0 20" << false << "keep+20";
         QTest::newRow("insert just above") << 401 << 7 << "insert 400 1" << false << "keep+1";
         QTest::newRow("insert many above") << 401 << 7 << "insert 100 300" << false << "keep+300";
         QTest::newRow("remove above") << 401 << 7 << "remove 10 50" << false << "keep-50";
