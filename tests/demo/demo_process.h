@@ -94,6 +94,12 @@ public:
         return code;
     }
 
+    static QByteArray readAll(const QString &path)
+    {
+        QFile f(path);
+        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+    }
+
     QByteArray standardOutput()
     {
         m_stdout += m_proc.readAllStandardOutput();
@@ -155,6 +161,67 @@ public:
     }
 
     QList<QJsonObject> between(int from, int to) const { return m_events.mid(from, to - from); }
+
+    // Sends a command and returns the first answer after it that matches, or
+    // an empty object after the time-out.
+    QJsonObject ask(const QByteArray &command,
+                    const std::function<bool(const QJsonObject &)> &match, int timeoutMs = 10000)
+    {
+        const int m = mark();
+        send(command);
+        const int i = waitFor(m, match, timeoutMs);
+        return i < 0 ? QJsonObject() : m_events.at(i);
+    }
+    QJsonObject ask(const QByteArray &command, const QString &type, int timeoutMs = 10000)
+    {
+        return ask(
+            command,
+            [&type](const QJsonObject &e) { return e.value(QStringLiteral("type")) == type; },
+            timeoutMs);
+    }
+
+    // The events of one type between a command and the answer that ends it.
+    QList<QJsonObject> listing(const QByteArray &command, const QString &item,
+                               const QString &endType, QJsonObject *end = nullptr)
+    {
+        const int m = mark();
+        send(command);
+        const int e = waitType(m, endType);
+        QList<QJsonObject> out;
+        for (const QJsonObject &ev : between(m, e < 0 ? m : e)) {
+            if (ev.value(QStringLiteral("type")) == item)
+                out.append(ev);
+        }
+        if (end)
+            *end = e < 0 ? QJsonObject() : m_events.at(e);
+        return out;
+    }
+    QList<QJsonObject> chats(int n)
+    {
+        return listing("chats " + QByteArray::number(n), QStringLiteral("chat"),
+                       QStringLiteral("chats_end"));
+    }
+    // The messages of the next history batch, oldest first.
+    QList<QJsonObject> history(const QByteArray &command, QJsonObject *end = nullptr)
+    {
+        return listing(command, QStringLiteral("message"), QStringLiteral("history_end"), end);
+    }
+
+    // Signs in with the password-free test number; the connection settling
+    // is the last answer of a sign-in.
+    bool signIn()
+    {
+        return !ask("phone +15550101", stateIs("auth_state", "WaitCode")).isEmpty() &&
+               !ask("code 22222", stateIs("connection_state", "Ready")).isEmpty();
+    }
+
+    static std::function<bool(const QJsonObject &)> stateIs(const char *type, const char *state)
+    {
+        return [type, state](const QJsonObject &e) {
+            return e.value(QStringLiteral("type")) == QLatin1String(type) &&
+                   e.value(QStringLiteral("state")) == QLatin1String(state);
+        };
+    }
 
 private:
     QString m_root;
