@@ -44,46 +44,69 @@ struct OpenAlDynApi
     ALCenum (*alcGetError)(ALCdevice *) = nullptr;
 };
 
-// One loader per library for the life of the process; the application creates
-// one of each and hands it to the recorder, the player and the tools.
-class OpusLib
+void *dyn_open_first(const QStringList &names, QString *which);
+void dyn_close(void *handle);
+
+// A library opened from the first name of a list that loads, with its
+// function table; only the first load tries, later ones return the
+// remembered outcome.
+template<typename Api>
+class DynLib
 {
 public:
-    static QStringList defaultNames();
-    explicit OpusLib(const QStringList &names = defaultNames());
-    ~OpusLib();
-    OpusLib(const OpusLib &) = delete;
-    OpusLib &operator=(const OpusLib &) = delete;
+    explicit DynLib(const QStringList &names) : m_names(names) {}
+    ~DynLib() { dyn_close(m_api.handle); }
+    DynLib(const DynLib &) = delete;
+    DynLib &operator=(const DynLib &) = delete;
 
-    // The table when at least the decoder resolved, else null. Only the first
-    // call tries; later calls return the remembered outcome.
-    const OpusDynApi *ensure_opus_dyn_api_loaded();
     QString loadedName() const { return m_loadedName; }
+
+protected:
+    // fill resolves the table and says whether the required functions are there.
+    const Api *load(bool (*fill)(void *, Api &))
+    {
+        if (!m_tried) {
+            m_tried = true;
+            Api api;
+            api.handle = dyn_open_first(m_names, &m_loadedName);
+            if (api.handle && fill(api.handle, api)) {
+                m_api = api;
+                m_ok = true;
+            } else {
+                dyn_close(api.handle);
+                m_loadedName.clear();
+            }
+        }
+        return m_ok ? &m_api : nullptr;
+    }
 
 private:
     QStringList m_names;
     bool m_tried = false;
     bool m_ok = false;
-    OpusDynApi m_api;
+    Api m_api;
     QString m_loadedName;
 };
 
-class OpenAlLib
+// One loader per library for the life of the process; the application creates
+// one of each and hands it to the recorder, the player and the tools.
+class OpusLib : public DynLib<OpusDynApi>
 {
 public:
     static QStringList defaultNames();
-    explicit OpenAlLib(const QStringList &names = defaultNames());
-    ~OpenAlLib();
-    OpenAlLib(const OpenAlLib &) = delete;
-    OpenAlLib &operator=(const OpenAlLib &) = delete;
+    explicit OpusLib(const QStringList &names = defaultNames()) : DynLib(names) {}
+
+    // The table when at least the decoder resolved, else null.
+    const OpusDynApi *ensure_opus_dyn_api_loaded();
+};
+
+class OpenAlLib : public DynLib<OpenAlDynApi>
+{
+public:
+    static QStringList defaultNames();
+    explicit OpenAlLib(const QStringList &names = defaultNames()) : DynLib(names) {}
 
     // The table when the six capture functions resolved (alcGetError is
-    // optional), else null; the first outcome is remembered.
+    // optional), else null.
     const OpenAlDynApi *ensure_openal_dyn_api_loaded();
-
-private:
-    QStringList m_names;
-    bool m_tried = false;
-    bool m_ok = false;
-    OpenAlDynApi m_api;
 };

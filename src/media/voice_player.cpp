@@ -55,24 +55,22 @@ void VoicePlayer::touchPlaying()
 
 void VoicePlayer::setPlayingFileId(long long fileId)
 {
-    if (fileId == m_playingFileId)
-        return;
-    const long long old = m_playingFileId;
-    m_playingFileId = fileId;
-    publish("voice_playing_file_id", fileId);
-    if (old >= 1)
-        Q_EMIT mediaRowsNeedRefresh(old);
-    if (fileId >= 1)
-        Q_EMIT mediaRowsNeedRefresh(fileId);
+    replaceFileId(m_playingFileId, fileId, "voice_playing_file_id");
 }
 
 void VoicePlayer::setPendingFileId(long long fileId)
 {
-    if (fileId == m_pendingFileId)
+    replaceFileId(m_pendingFileId, fileId, "voice_pending_file_id");
+}
+
+void VoicePlayer::replaceFileId(long long &slot, long long fileId, const char *property)
+{
+    if (fileId == slot)
         return;
-    const long long old = m_pendingFileId;
-    m_pendingFileId = fileId;
-    publish("voice_pending_file_id", fileId);
+    const long long old = slot;
+    slot = fileId;
+    publish(property, fileId);
+    // Both rows change their look: the one left and the one taken.
     if (old >= 1)
         Q_EMIT mediaRowsNeedRefresh(old);
     if (fileId >= 1)

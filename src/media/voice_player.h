@@ -60,6 +60,8 @@ Q_SIGNALS:
 
 private:
     void setPlayingFileId(long long fileId);
+    // Stores a file id, publishes it and refreshes the old and the new row.
+    void replaceFileId(long long &slot, long long fileId, const char *property);
     void publish(const char *name, const QVariant &value);
     void publishPosition();
     void touchPlaying();
