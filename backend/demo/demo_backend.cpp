@@ -182,6 +182,15 @@ void DemoBackend::emitEvent(const QJsonObject &event)
         logLine(4, QStringLiteral("event %1").arg(event.value(QStringLiteral("type")).toString()));
 }
 
+void DemoBackend::emitError(const QString &type, int code, const QString &message,
+                            QJsonObject fields)
+{
+    fields.insert(QStringLiteral("type"), type);
+    fields.insert(QStringLiteral("code"), code);
+    fields.insert(QStringLiteral("message"), message);
+    emitEvent(fields);
+}
+
 void DemoBackend::reopenEventsIfReplaced()
 {
     // A reader may remove or replace the file; events then go to the file
@@ -1078,31 +1087,15 @@ void DemoBackend::handleLine(const QByteArray &raw)
         if (!a.isEmpty())
             parseId(a.first(), &chatId);
         if (verb == QLatin1String("edit64")) {
-            QJsonObject e;
-            e.insert(QStringLiteral("type"), QStringLiteral("edit_error"));
-            e.insert(QStringLiteral("code"), 401);
-            e.insert(QStringLiteral("message"), msg);
-            emitEvent(e);
+            emitError(QStringLiteral("edit_error"), 401, msg);
         } else if (verb == QLatin1String("delete")) {
-            QJsonObject e;
-            e.insert(QStringLiteral("type"), QStringLiteral("delete_error"));
-            e.insert(QStringLiteral("code"), 401);
-            e.insert(QStringLiteral("message"), msg);
-            emitEvent(e);
+            emitError(QStringLiteral("delete_error"), 401, msg);
         } else if (verb == QLatin1String("react")) {
-            QJsonObject e;
-            e.insert(QStringLiteral("type"), QStringLiteral("reaction_error"));
-            e.insert(QStringLiteral("chat_id"), chatId);
-            e.insert(QStringLiteral("code"), 401);
-            e.insert(QStringLiteral("message"), msg);
-            emitEvent(e);
+            emitError(QStringLiteral("reaction_error"), 401, msg,
+                      {{QStringLiteral("chat_id"), chatId}});
         } else if (verb == QLatin1String("resolve")) {
-            QJsonObject e;
-            e.insert(QStringLiteral("type"), QStringLiteral("tg_resolve_error"));
-            e.insert(QStringLiteral("username"), a.value(0).left(64));
-            e.insert(QStringLiteral("code"), 401);
-            e.insert(QStringLiteral("message"), msg);
-            emitEvent(e);
+            emitError(QStringLiteral("tg_resolve_error"), 401, msg,
+                      {{QStringLiteral("username"), a.value(0).left(64)}});
         } else {
             QString tag = verb;
             if (verb.startsWith(QLatin1String("send")) && verb.endsWith(QLatin1String("64")) &&
@@ -1188,13 +1181,10 @@ void DemoBackend::cmdChatInfo(const QStringList &a)
     qint64 rawId = 0;
     if (a.size() != 1 || !chatArg(a.first(), &ci)) {
         parseId(a.value(0), &rawId);
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("chat_info_error"));
-        e.insert(QStringLiteral("chat_id"), rawId);
-        e.insert(QStringLiteral("code"), 400);
-        e.insert(QStringLiteral("message"), a.size() == 1 ? QStringLiteral("Chat not found")
-                                                          : QStringLiteral("Invalid arguments"));
-        emitEvent(e);
+        emitError(QStringLiteral("chat_info_error"), 400,
+                  a.size() == 1 ? QStringLiteral("Chat not found")
+                                : QStringLiteral("Invalid arguments"),
+                  {{QStringLiteral("chat_id"), rawId}});
         return;
     }
     const DemoChat &c = chat(ci);
@@ -1722,13 +1712,8 @@ void DemoBackend::cmdEdit(const QStringList &a)
         qint64 mid = 0;
         parseId(a.value(0), &chatId);
         parseId(a.value(1), &mid);
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("edit_error"));
-        e.insert(QStringLiteral("chat_id"), chatId);
-        e.insert(QStringLiteral("id"), mid);
-        e.insert(QStringLiteral("code"), code);
-        e.insert(QStringLiteral("message"), msg);
-        emitEvent(e);
+        emitError(QStringLiteral("edit_error"), code, msg,
+                  {{QStringLiteral("chat_id"), chatId}, {QStringLiteral("id"), mid}});
     };
     if (a.size() != 3 || !chatArg(a.first(), &ci) || !parseId(a.at(1), &id) || id < 1)
         return fail(400, QStringLiteral("Invalid arguments"));
@@ -1774,14 +1759,10 @@ void DemoBackend::cmdReact(const QStringList &a)
     parseId(a.value(1), &id);
     const QString mode = a.value(3).left(16);
     auto fail = [&](int code, const QString &msg) {
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("reaction_error"));
-        e.insert(QStringLiteral("chat_id"), chatId);
-        e.insert(QStringLiteral("id"), id);
-        e.insert(QStringLiteral("mode"), mode);
-        e.insert(QStringLiteral("code"), code);
-        e.insert(QStringLiteral("message"), msg);
-        emitEvent(e);
+        emitError(QStringLiteral("reaction_error"), code, msg,
+                  {{QStringLiteral("chat_id"), chatId},
+                   {QStringLiteral("id"), id},
+                   {QStringLiteral("mode"), mode}});
     };
     int ci = -1;
     if (a.size() != 4 || !chatArg(a.first(), &ci) || id < 1 ||
@@ -1882,13 +1863,8 @@ void DemoBackend::cmdDelete(const QStringList &a)
     qint64 chatId = 0;
     parseId(a.value(0), &chatId);
     auto fail = [this, chatId](int code, const QString &msg, const QJsonArray &ids) {
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("delete_error"));
-        e.insert(QStringLiteral("chat_id"), chatId);
-        e.insert(QStringLiteral("code"), code);
-        e.insert(QStringLiteral("message"), msg);
-        e.insert(QStringLiteral("message_ids"), ids);
-        emitEvent(e);
+        emitError(QStringLiteral("delete_error"), code, msg,
+                  {{QStringLiteral("chat_id"), chatId}, {QStringLiteral("message_ids"), ids}});
     };
     int ci = -1;
     const QString mode = a.value(1);
@@ -1950,14 +1926,10 @@ void DemoBackend::cmdProps(const QStringList &a)
     int ci = -1;
     DemoMessage m;
     if (a.size() != 2 || !chatArg(a.first(), &ci) || id < 1 || !findMessage(ci, id, &m)) {
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("message_properties_error"));
-        e.insert(QStringLiteral("chat_id"), chatId);
-        e.insert(QStringLiteral("id"), id);
-        e.insert(QStringLiteral("code"), a.size() == 2 ? 404 : 400);
-        e.insert(QStringLiteral("message"), a.size() == 2 ? QStringLiteral("Message not found")
-                                                          : QStringLiteral("Invalid arguments"));
-        emitEvent(e);
+        emitError(QStringLiteral("message_properties_error"), a.size() == 2 ? 404 : 400,
+                  a.size() == 2 ? QStringLiteral("Message not found")
+                                : QStringLiteral("Invalid arguments"),
+                  {{QStringLiteral("chat_id"), chatId}, {QStringLiteral("id"), id}});
         return;
     }
     emitEvent(messagePropertiesJson(ci, m));
@@ -2050,13 +2022,8 @@ void DemoBackend::cmdChatAction(const QString &verb, const QStringList &a)
     qint64 chatId = 0;
     parseId(a.value(0), &chatId);
     auto fail = [this, &verb, chatId](int code, const QString &msg) {
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("action_error"));
-        e.insert(QStringLiteral("action"), verb);
-        e.insert(QStringLiteral("chat_id"), chatId);
-        e.insert(QStringLiteral("code"), code);
-        e.insert(QStringLiteral("message"), msg);
-        emitEvent(e);
+        emitError(QStringLiteral("action_error"), code, msg,
+                  {{QStringLiteral("action"), verb}, {QStringLiteral("chat_id"), chatId}});
     };
     int ci = -1;
     if (a.size() != 1 || !chatArg(a.first(), &ci))
@@ -2156,12 +2123,8 @@ void DemoBackend::cmdResolve(const QStringList &a)
     if (name.startsWith(QLatin1Char('@')))
         name = name.mid(1);
     auto fail = [this, &name](int code, const QString &msg) {
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("tg_resolve_error"));
-        e.insert(QStringLiteral("username"), name);
-        e.insert(QStringLiteral("code"), code);
-        e.insert(QStringLiteral("message"), msg);
-        emitEvent(e);
+        emitError(QStringLiteral("tg_resolve_error"), code, msg,
+                  {{QStringLiteral("username"), name}});
     };
     static const QRegularExpression valid(QStringLiteral("^[A-Za-z][A-Za-z0-9_]{2,31}$"));
     if (a.size() != 1 || !valid.match(name).hasMatch())

@@ -64,6 +64,9 @@ private:
 
     // Output.
     void emitEvent(const QJsonObject &event);
+    // An error answer: its type, code and message beside the given fields.
+    void emitError(const QString &type, int code, const QString &message,
+                   QJsonObject fields = QJsonObject());
     void reopenEventsIfReplaced();
     void statusLine(const QString &line);
     void logLine(int level, const QString &text);
