@@ -10,13 +10,9 @@ class TestEnvFile : public QObject
 private Q_SLOTS:
     void parseEnvText_data();
     void parseEnvText();
-    void getEnvValue_data();
-    void getEnvValue();
-    void upsertEnv_data();
-    void upsertEnv();
-    void loadEnvFile_laterFileWins();
-    void loadEnvFile_missingFileLeavesListAlone();
-    void loadEnvFile_utf8Value();
+    void getAndUpsert_data();
+    void getAndUpsert();
+    void loadEnvFile();
     void chooseServiceBackend_data();
     void chooseServiceBackend();
 };
@@ -26,32 +22,18 @@ void TestEnvFile::parseEnvText_data()
     QTest::addColumn<QStringList>("start");
     QTest::addColumn<QString>("text");
     QTest::addColumn<QStringList>("expected");
-
-    QTest::newRow("blanks around key, equals and value")
-        << QStringList() << QStringLiteral("   KEY  =  value  \n") << QStringList{"KEY=value"};
-    QTest::newRow("line starting with equals is ignored")
-        << QStringList() << QStringLiteral("=value\n  =x\n") << QStringList();
-    QTest::newRow("comment is ignored")
-        << QStringList() << QStringLiteral("# KEY=1\n   #OTHER=2\n") << QStringList();
-    QTest::newRow("line without equals is ignored")
-        << QStringList() << QStringLiteral("JUSTAWORD\n\n   \n") << QStringList();
-    QTest::newRow("empty value kept")
-        << QStringList() << QStringLiteral("KEY=\n") << QStringList{"KEY="};
-    QTest::newRow("split at first equals")
-        << QStringList() << QStringLiteral("URL=a=b=c\n") << QStringList{"URL=a=b=c"};
-    QTest::newRow("quotes are kept")
-        << QStringList() << QStringLiteral("NAME=\"Ann Lee\"\n") << QStringList{"NAME=\"Ann Lee\""};
-    QTest::newRow("later key in the file wins, in place")
-        << QStringList{"A=0", "B=0"} << QStringLiteral("B=1\nC=2\nB=3\n")
-        << QStringList{"A=0", "B=3", "C=2"};
-    QTest::newRow("hash inside a value is not a comment")
-        << QStringList() << QStringLiteral("K=a#b\n") << QStringList{"K=a#b"};
-    QTest::newRow("CRLF lines") << QStringList() << QStringLiteral("A=1\r\nB=2\r\n")
-                                << QStringList{"A=1", "B=2"};
-    QTest::newRow("key with blanks inside kept as written")
-        << QStringList() << QStringLiteral("MY KEY = v\n") << QStringList{"MY KEY=v"};
-    QTest::newRow("no final line feed")
-        << QStringList() << QStringLiteral("LAST=yes") << QStringList{"LAST=yes"};
+    const auto row = [](const char *name, const QString &text, const QStringList &expected,
+                        const QStringList &start = {}) {
+        QTest::newRow(name) << start << text << expected;
+    };
+    row("blanks trimmed", "   KEY  =  value  \n", {"KEY=value"});
+    row("no key, comment, no equals skipped", "=value\n  =x\n   #K=2\nWORD\n\n  \n", {});
+    row("empty value kept", "KEY=", {"KEY="});
+    row("split at first equals", "U=a=b", {"U=a=b"});
+    row("quotes and hash kept", "N=\"A B\"\nK=a#b", {"N=\"A B\"", "K=a#b"});
+    row("later key wins, in place", "B=1\nC=2\nB=3\n", {"A=0", "B=3", "C=2"}, {"A=0", "B=0"});
+    row("CRLF lines", "A=1\r\nB=2\r\n", {"A=1", "B=2"});
+    row("inner blanks of key kept", "MY KEY = v", {"MY KEY=v"});
 }
 
 void TestEnvFile::parseEnvText()
@@ -59,127 +41,74 @@ void TestEnvFile::parseEnvText()
     QFETCH(QStringList, start);
     QFETCH(QString, text);
     QFETCH(QStringList, expected);
-    QStringList env = start;
-    apply_env_text(env, text);
-    QCOMPARE(env, expected);
+    apply_env_text(start, text);
+    QCOMPARE(start, expected);
 }
 
-void TestEnvFile::getEnvValue_data()
+void TestEnvFile::getAndUpsert_data()
 {
-    QTest::addColumn<QStringList>("env");
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("expected");
-
-    QTest::newRow("present") << QStringList{"A=1", "B=two"} << "B"
-                             << "two";
-    QTest::newRow("absent") << QStringList{"A=1"} << "B"
-                            << "";
-    QTest::newRow("prefix of a longer key does not match") << QStringList{"KEYS=1"} << "KEY"
-                                                           << "";
-    QTest::newRow("case-sensitive") << QStringList{"key=1"} << "KEY"
-                                    << "";
-    QTest::newRow("first entry wins") << QStringList{"K=1", "K=2"} << "K"
-                                      << "1";
-    QTest::newRow("value containing equals") << QStringList{"K=a=b"} << "K"
-                                             << "a=b";
-    QTest::newRow("entry without equals is no match") << QStringList{"K"} << "K"
-                                                      << "";
-}
-
-void TestEnvFile::getEnvValue()
-{
-    QFETCH(QStringList, env);
-    QFETCH(QString, key);
-    QFETCH(QString, expected);
-    QCOMPARE(get_env_value(env, key), expected);
-}
-
-void TestEnvFile::upsertEnv_data()
-{
+    // get_env_value(env, key) before, then upsert_env(env, key, "9").
     QTest::addColumn<QStringList>("env");
     QTest::addColumn<QString>("key");
     QTest::addColumn<QString>("value");
-    QTest::addColumn<QStringList>("expected");
-
-    QTest::newRow("append new") << QStringList{"A=1"} << "B"
-                                << "2" << QStringList{"A=1", "B=2"};
-    QTest::newRow("replace in place") << QStringList{"A=1", "B=2", "C=3"} << "B"
-                                      << "x" << QStringList{"A=1", "B=x", "C=3"};
-    QTest::newRow("only the first duplicate replaced") << QStringList{"K=1", "K=2"} << "K"
-                                                       << "9" << QStringList{"K=9", "K=2"};
-    QTest::newRow("longer key untouched") << QStringList{"KEYS=1"} << "KEY"
-                                          << "2" << QStringList{"KEYS=1", "KEY=2"};
-    QTest::newRow("empty value") << QStringList{"K=1"} << "K"
-                                 << "" << QStringList{"K="};
+    QTest::addColumn<QStringList>("after");
+    const auto row = [](const char *name, const QStringList &env, const char *key,
+                        const char *value, const QStringList &after) {
+        QTest::newRow(name) << env << key << value << after;
+    };
+    row("absent: appended", {"A=1"}, "B", "", {"A=1", "B=9"});
+    row("present: replaced in place", {"A=1", "B=a=b", "C=3"}, "B", "a=b", {"A=1", "B=9", "C=3"});
+    row("first duplicate", {"K=1", "K=2"}, "K", "1", {"K=9", "K=2"});
+    row("longer key is another key", {"KEYS=1"}, "KEY", "", {"KEYS=1", "KEY=9"});
+    row("case-sensitive", {"key=1"}, "KEY", "", {"key=1", "KEY=9"});
+    row("entry without equals", {"K"}, "K", "", {"K", "K=9"});
 }
 
-void TestEnvFile::upsertEnv()
+void TestEnvFile::getAndUpsert()
 {
     QFETCH(QStringList, env);
     QFETCH(QString, key);
     QFETCH(QString, value);
-    QFETCH(QStringList, expected);
-    upsert_env(env, key, value);
-    QCOMPARE(env, expected);
+    QFETCH(QStringList, after);
+    QCOMPARE(get_env_value(env, key), value);
+    upsert_env(env, key, QStringLiteral("9"));
+    QCOMPARE(env, after);
 }
 
-static void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    f.write(bytes);
-}
-
-void TestEnvFile::loadEnvFile_laterFileWins()
+void TestEnvFile::loadEnvFile()
 {
     QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    writeFile(dir.filePath("a.env"), "X=from_a\nONLY_A=1\n");
-    writeFile(dir.filePath("b.env"), "# comment\nX = from_b\n");
+    const auto write = [&](const char *name, const QByteArray &bytes) {
+        QFile f(dir.filePath(name));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+    };
+    write("a.env", "X=from_a\nNAME=Zoë Ђорђе\n");
+    write("b.env", "# comment\nX = from_b\n");
     QStringList env{"X=inherited", "PATH=/bin"};
     load_env_file(env, dir.filePath("a.env"));
     load_env_file(env, dir.filePath("b.env"));
-    QCOMPARE(env, (QStringList{"X=from_b", "PATH=/bin", "ONLY_A=1"}));
-}
-
-void TestEnvFile::loadEnvFile_missingFileLeavesListAlone()
-{
-    QTemporaryDir dir;
-    QStringList env{"A=1"};
-    load_env_file(env, dir.filePath("does-not-exist.env"));
+    load_env_file(env, dir.filePath("missing.env"));
     load_env_file(env, dir.path()); // a folder cannot be read as a file
-    QCOMPARE(env, QStringList{"A=1"});
-}
-
-void TestEnvFile::loadEnvFile_utf8Value()
-{
-    QTemporaryDir dir;
-    writeFile(dir.filePath("u.env"), QStringLiteral("NAME=Zoë Ђорђе\n").toUtf8());
-    QStringList env;
-    load_env_file(env, dir.filePath("u.env"));
-    QCOMPARE(get_env_value(env, "NAME"), QStringLiteral("Zoë Ђорђе"));
+    QCOMPARE(env, (QStringList{"X=from_b", "PATH=/bin", QStringLiteral("NAME=Zoë Ђорђе")}));
 }
 
 void TestEnvFile::chooseServiceBackend_data()
 {
     QTest::addColumn<QStringList>("env");
     QTest::addColumn<bool>("service");
-
-    QTest::newRow("neither set") << QStringList{"HOME=/h"} << false;
-    QTest::newRow("service=1") << QStringList{"UI_USE_SERVICE_BACKEND=1"} << true;
-    QTest::newRow("service=1 beats local=1")
-        << QStringList{"UI_USE_LOCAL_BACKEND=1", "UI_USE_SERVICE_BACKEND=1"} << true;
-    QTest::newRow("service=0 beats local=0")
-        << QStringList{"UI_USE_SERVICE_BACKEND=0", "UI_USE_LOCAL_BACKEND=0"} << false;
-    QTest::newRow("service=true is local") << QStringList{"UI_USE_SERVICE_BACKEND=true"} << false;
-    QTest::newRow("service=' 1' is local") << QStringList{"UI_USE_SERVICE_BACKEND= 1"} << false;
-    QTest::newRow("service=01 is local") << QStringList{"UI_USE_SERVICE_BACKEND=01"} << false;
-    QTest::newRow("service empty falls to local=0")
-        << QStringList{"UI_USE_SERVICE_BACKEND=", "UI_USE_LOCAL_BACKEND=0"} << true;
-    QTest::newRow("local=0") << QStringList{"UI_USE_LOCAL_BACKEND=0"} << true;
-    QTest::newRow("local=1") << QStringList{"UI_USE_LOCAL_BACKEND=1"} << false;
-    QTest::newRow("local=false") << QStringList{"UI_USE_LOCAL_BACKEND=false"} << false;
-    QTest::newRow("local=00") << QStringList{"UI_USE_LOCAL_BACKEND=00"} << false;
+    const auto row = [](const char *name, const QStringList &env, bool service) {
+        QTest::newRow(name) << env << service;
+    };
+    row("neither set", {"HOME=/h"}, false);
+    row("service=1 beats local=1", {"UI_USE_LOCAL_BACKEND=1", "UI_USE_SERVICE_BACKEND=1"}, true);
+    row("service=0 beats local=0", {"UI_USE_SERVICE_BACKEND=0", "UI_USE_LOCAL_BACKEND=0"}, false);
+    row("service=true is local", {"UI_USE_SERVICE_BACKEND=true"}, false);
+    row("service=' 1' is local", {"UI_USE_SERVICE_BACKEND= 1"}, false);
+    row("empty service falls to local=0", {"UI_USE_SERVICE_BACKEND=", "UI_USE_LOCAL_BACKEND=0"},
+        true);
+    row("local=1", {"UI_USE_LOCAL_BACKEND=1"}, false);
+    row("local=00", {"UI_USE_LOCAL_BACKEND=00"}, false);
 }
 
 void TestEnvFile::chooseServiceBackend()

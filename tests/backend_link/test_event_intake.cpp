@@ -7,57 +7,29 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-namespace {
+#include <memory>
 
-void appendBytes(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Append));
-    QCOMPARE(f.write(bytes), qint64(bytes.size()));
-}
+#include "link_test_util.h"
 
-void replaceFile(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QCOMPARE(f.write(bytes), qint64(bytes.size()));
-}
-
-QStringList eventTypes(const QSignalSpy &spy)
-{
-    QStringList types;
-    for (const QList<QVariant> &args : spy)
-        types << args.at(0).toMap().value(QStringLiteral("type")).toString();
-    return types;
-}
-
-QStringList statusTexts(const QSignalSpy &spy)
-{
-    QStringList texts;
-    for (const QList<QVariant> &args : spy)
-        texts << args.at(0).toString();
-    return texts;
-}
-
-} // namespace
+using namespace link_test;
 
 class TestEventIntake : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
     void init();
-    void cleanup();
+    void cleanup() { f.reset(); }
 
     void poll_eventsFile_data();
     void poll_eventsFile();
-    void poll_eventMapKeepsJsonTypes();
-    void poll_truncatedFileRestartsAtZero();
+    void poll_missingThenTruncatedFile();
     void poll_linesBeforeResetNeverDelivered();
     void poll_overlongLineDropped_data();
     void poll_overlongLineDropped();
-    void poll_missingFileDeliversNothing();
     void poll_suspendedReadsNothing();
     void poll_realTimerDeliversEvents();
+    void poll_adaptiveInterval_data();
+    void poll_adaptiveInterval();
 
     void handleOutput_prefixes_data();
     void handleOutput_prefixes();
@@ -65,135 +37,103 @@ private Q_SLOTS:
 
     void tailTdlibLog_rules_data();
     void tailTdlibLog_rules();
-    void tailTdlibLog_nothingNewOrMissing();
     void poll_tailsTdlibLogOnlyWhileViewVisible();
 
-    void poll_adaptiveInterval_data();
-    void poll_adaptiveInterval();
-
 private:
-    QTemporaryDir *m_dir = nullptr;
-    QBuffer m_console;
-    AppLog *m_log = nullptr;
-    EventIntake *m_intake = nullptr;
-    QString m_events;
-    QString m_tdlib;
+    struct Fixture
+    {
+        QTemporaryDir dir;
+        QBuffer console; // keeps the copy of the shown log off the test output
+        AppLog log;
+        EventIntake intake{&log};
+        QString events = dir.filePath("backend_events.jsonl");
+        QString tdlib = dir.filePath("tdlib.log");
+    };
+    std::unique_ptr<Fixture> f;
 };
 
 void TestEventIntake::init()
 {
-    m_dir = new QTemporaryDir;
-    QVERIFY(m_dir->isValid());
-    m_log = new AppLog;
-    m_console.open(QIODevice::WriteOnly);
-    m_log->setConsoleDevice(&m_console); // keeps the copy of the shown log off the test output
-    m_intake = new EventIntake(m_log);
-    m_events = m_dir->filePath("backend_events.jsonl");
-    m_tdlib = m_dir->filePath("tdlib.log");
-    m_intake->setEventsFilePath(m_events);
-    m_intake->setTdlibLogPath(m_tdlib);
-}
-
-void TestEventIntake::cleanup()
-{
-    delete m_intake;
-    delete m_log;
-    m_console.close();
-    m_console.setData(QByteArray());
-    delete m_dir;
+    f = std::make_unique<Fixture>();
+    f->console.open(QIODevice::WriteOnly);
+    f->log.setConsoleDevice(&f->console);
+    f->intake.setEventsFilePath(f->events);
+    f->intake.setTdlibLogPath(f->tdlib);
 }
 
 void TestEventIntake::poll_eventsFile_data()
 {
-    QTest::addColumn<QList<QByteArray>>("writes"); // one poll after each write
-    QTest::addColumn<QList<QStringList>>("typesPerPoll");
+    // One poll after each write; the types each poll delivers, "," between polls.
+    QTest::addColumn<QList<QByteArray>>("writes");
+    QTest::addColumn<QString>("types");
     QTest::addColumn<int>("parseErrors");
-
-    QTest::newRow("burst dispatched in file order in one poll")
-        << QList<QByteArray>{"{\"type\":\"a\"}\n{\"type\":\"b\"}\n{\"type\":\"c\"}\n"}
-        << QList<QStringList>{{"a", "b", "c"}} << 0;
-    QTest::newRow("partial line delivered later, whole")
-        << QList<QByteArray>{"{\"type\":\"a\"}\n{\"type\":\"b\",", "\"n\":1}", "\n"}
-        << QList<QStringList>{{"a"}, {}, {"b"}} << 0;
-    QTest::newRow("blank and white-space lines skipped silently")
-        << QList<QByteArray>{"\n   \n\t\r\n{\"type\":\"x\"}\r\n\n"} << QList<QStringList>{{"x"}}
-        << 0;
-    QTest::newRow("parse error logged, later lines go on")
-        << QList<QByteArray>{"{\"type\":\"a\"}\n{broken\n{\"type\":\"b\"}\n"}
-        << QList<QStringList>{{"a", "b"}} << 1;
-    QTest::newRow("valid non-object values dropped without message")
-        << QList<QByteArray>{"[1,2]\n42\n\"text\"\nnull\ntrue\n{\"type\":\"o\"}\n"}
-        << QList<QStringList>{{"o"}} << 0;
-    QTest::newRow("garbage after a value is a parse error")
-        << QList<QByteArray>{"42 43\n{\"type\":\"o\"} x\n"} << QList<QStringList>{{}} << 2;
-    QTest::newRow("multi-byte character split across polls arrives intact")
-        << QList<QByteArray>{"{\"type\":\"caf\xc3", "\xa9\"}\n"}
-        << QList<QStringList>{{}, {QStringLiteral("café")}} << 0;
-    QTest::newRow("nothing new") << QList<QByteArray>{"{\"type\":\"a\"}\n", ""}
-                                 << QList<QStringList>{{"a"}, {}} << 0;
+    const auto row = [](const char *name, const QList<QByteArray> &w, const QString &t, int e) {
+        QTest::newRow(name) << w << t << e;
+    };
+    row("burst in file order in one poll",
+        {"{\"type\":\"a\"}\n{\"type\":\"b\"}\n{\"type\":\"c\"}\n"}, "abc", 0);
+    row("partial line later, whole", {"{\"type\":\"a\"}\n{\"type\":\"b\",", "\"n\":1}", "\n", ""},
+        "a,,b,", 0);
+    row("blank lines skipped silently", {"\n   \n\t\r\n{\"type\":\"x\"}\r\n\n"}, "x", 0);
+    row("parse error logged, later lines go on", {"{\"type\":\"a\"}\n{broken\n{\"type\":\"b\"}\n"},
+        "ab", 1);
+    row("non-object values dropped silently",
+        {"[1,2]\n42\n\"text\"\nnull\ntrue\n{\"type\":\"o\"}\n"}, "o", 0);
+    row("garbage after a value", {"42 43\n{\"type\":\"o\"} x\n"}, "", 2);
+    row("character split across polls", {"{\"type\":\"\xc3", "\xa9\"}\n"}, QStringLiteral(",é"), 0);
 }
 
 void TestEventIntake::poll_eventsFile()
 {
     QFETCH(QList<QByteArray>, writes);
-    QFETCH(QList<QStringList>, typesPerPoll);
+    QFETCH(QString, types);
     QFETCH(int, parseErrors);
-
-    replaceFile(m_events, "{\"type\":\"old\"}\n");
-    m_intake->resetOffsets();
-    QSignalSpy spy(m_intake, &EventIntake::eventReceived);
-    for (int i = 0; i < writes.size(); ++i) {
-        appendBytes(m_events, writes.at(i));
+    QVERIFY(writeFile(f->events, "{\"type\":\"old\"}\n"));
+    f->intake.resetOffsets();
+    QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
+    QStringList polls;
+    for (const QByteArray &w : writes) {
+        QVERIFY(writeFile(f->events, w, true));
         spy.clear();
-        m_intake->onPoll();
-        QCOMPARE(eventTypes(spy), typesPerPoll.at(i));
+        f->intake.onPoll();
+        polls << texts(spy).join("");
     }
-    QCOMPARE(m_log->buffer().count(QStringLiteral("[event] json parse error\n")), parseErrors);
+    QCOMPARE(polls.join(","), types);
+    QCOMPARE(f->log.buffer().count(QStringLiteral("[event] json parse error\n")), parseErrors);
 }
 
-void TestEventIntake::poll_eventMapKeepsJsonTypes()
+void TestEventIntake::poll_missingThenTruncatedFile()
 {
-    appendBytes(m_events, "{\"type\":\"message_new\",\"chat_id\":-100123,\"text\":\"hi\","
-                          "\"ok\":true,\"nested\":{\"k\":\"v\"},\"list\":[1,\"two\"]}\n");
-    QSignalSpy spy(m_intake, &EventIntake::eventReceived);
-    m_intake->onPoll();
-    QCOMPARE(spy.count(), 1);
-    const QVariantMap event = spy.at(0).at(0).toMap();
-    QCOMPARE(event.value("chat_id").toLongLong(), Q_INT64_C(-100123));
-    QCOMPARE(event.value("ok").toBool(), true);
-    QCOMPARE(event.value("nested").toMap().value("k").toString(), QStringLiteral("v"));
-    QCOMPARE(event.value("list").toList().size(), 2);
-    QCOMPARE(event.value("text").toString(), QStringLiteral("hi"));
-}
-
-void TestEventIntake::poll_truncatedFileRestartsAtZero()
-{
-    appendBytes(m_events, "{\"type\":\"a\"}\n{\"type\":\"b\"}\n{\"type\":\"partial");
-    QSignalSpy spy(m_intake, &EventIntake::eventReceived);
-    m_intake->onPoll();
-    QCOMPARE(eventTypes(spy), (QStringList{"a", "b"}));
+    QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
+    f->intake.onPoll(); // no file yet: nothing, and no message
+    QCOMPARE(f->log.buffer(), QString());
+    QVERIFY(writeFile(f->events,
+                      "{\"type\":\"a\",\"chat_id\":-100123,\"nested\":{\"k\":\"v\"}}\n"
+                      "{\"type\":\"b\"}\n{\"type\":\"partial",
+                      true));
+    f->intake.onPoll();
+    QCOMPARE(texts(spy), (QStringList{"a", "b"}));
+    const QVariantMap a = spy.at(0).at(0).toMap();
+    QCOMPARE(a.value("chat_id").toLongLong(), Q_INT64_C(-100123));
+    QCOMPARE(a.value("nested").toMap().value("k").toString(), QStringLiteral("v"));
     // The backend starts a new file: the old partial line must not be glued to it.
-    replaceFile(m_events, "{\"type\":\"n\"}\n");
+    QVERIFY(writeFile(f->events, "{\"type\":\"n\"}\n"));
     spy.clear();
-    m_intake->onPoll();
-    QCOMPARE(eventTypes(spy), QStringList{"n"});
-    QCOMPARE(m_intake->eventsFileOffset(), QFileInfo(m_events).size());
-    QCOMPARE(m_log->buffer().count("[event] json parse error"), 0);
+    f->intake.onPoll();
+    QCOMPARE(texts(spy), QStringList{"n"});
+    QCOMPARE(f->log.buffer(), QString());
 }
 
 void TestEventIntake::poll_linesBeforeResetNeverDelivered()
 {
-    appendBytes(m_events, "{\"type\":\"old1\"}\n{\"type\":\"old2\"}\n{\"type\":\"old_partial\"");
-    m_intake->resetOffsets();
-    QCOMPARE(m_intake->eventsFileOffset(), QFileInfo(m_events).size());
-    // The unterminated old line ends here; its remainder is also skipped as garbage.
-    appendBytes(m_events, "}\n{\"type\":\"new\"}\n");
-    QSignalSpy spy(m_intake, &EventIntake::eventReceived);
-    m_intake->onPoll();
-    QVERIFY(!eventTypes(spy).contains("old1"));
-    QVERIFY(!eventTypes(spy).contains("old2"));
-    QVERIFY(!eventTypes(spy).contains("old_partial"));
-    QVERIFY(eventTypes(spy).contains("new"));
+    QVERIFY(writeFile(f->events,
+                      "{\"type\":\"old1\"}\n{\"type\":\"old2\"}\n{\"type\":\"old_partial\"", true));
+    f->intake.resetOffsets();
+    // The unterminated old line ends here; its remainder is skipped as garbage.
+    QVERIFY(writeFile(f->events, "}\n{\"type\":\"new\"}\n", true));
+    QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
+    f->intake.onPoll();
+    QCOMPARE(texts(spy), QStringList{"new"});
 }
 
 void TestEventIntake::poll_overlongLineDropped_data()
@@ -206,198 +146,45 @@ void TestEventIntake::poll_overlongLineDropped_data()
 void TestEventIntake::poll_overlongLineDropped()
 {
     QFETCH(int, pieces);
-    const int longSize = 17 * 1024 * 1024;
-    QByteArray longLine = "{\"type\":\"big\",\"pad\":\"";
-    longLine += QByteArray(longSize, 'x');
-    longLine += "\"}";
-    QSignalSpy spy(m_intake, &EventIntake::eventReceived);
-    appendBytes(m_events, "{\"type\":\"before\"}\n");
+    const QByteArray longLine = "{\"type\":\"big\",\"pad\":\"" + QByteArray(17 << 20, 'x') + "\"}";
+    QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
+    QVERIFY(writeFile(f->events, "{\"type\":\"before\"}\n", true));
     const int step = longLine.size() / pieces + 1;
     for (int i = 0; i < pieces; ++i) {
-        appendBytes(m_events, longLine.mid(i * step, step));
-        m_intake->onPoll();
-        QVERIFY(m_intake->eventsFileOffset() == QFileInfo(m_events).size());
+        QVERIFY(writeFile(f->events, longLine.mid(i * step, step), true));
+        f->intake.onPoll();
+        QCOMPARE(f->intake.eventsFileOffset(), QFileInfo(f->events).size());
     }
-    appendBytes(m_events, "\n{\"type\":\"after\"}\n");
-    m_intake->onPoll();
-    QCOMPARE(eventTypes(spy), (QStringList{"before", "after"}));
-    QCOMPARE(m_log->buffer().count(QStringLiteral("[event] line too long\n")), 1);
-    QCOMPARE(m_log->buffer().count(QStringLiteral("[event] json parse error\n")), 0);
-}
-
-void TestEventIntake::poll_missingFileDeliversNothing()
-{
-    QSignalSpy spy(m_intake, &EventIntake::eventReceived);
-    m_intake->onPoll();
-    QCOMPARE(spy.count(), 0);
-    QCOMPARE(m_log->buffer(), QString());
-    appendBytes(m_events, "{\"type\":\"late\"}\n");
-    m_intake->onPoll();
-    QCOMPARE(eventTypes(spy), QStringList{"late"});
+    QVERIFY(writeFile(f->events, "\n{\"type\":\"after\"}\n", true));
+    f->intake.onPoll();
+    QCOMPARE(texts(spy), (QStringList{"before", "after"}));
+    QCOMPARE(f->log.buffer(), QStringLiteral("[event] line too long\n"));
 }
 
 void TestEventIntake::poll_suspendedReadsNothing()
 {
-    QSignalSpy spy(m_intake, &EventIntake::eventReceived);
-    m_intake->setPollingSuspended(true);
-    appendBytes(m_events, "{\"type\":\"a\"}\n");
-    m_intake->onPoll();
+    QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
+    f->intake.setPollingSuspended(true);
+    QVERIFY(writeFile(f->events, "{\"type\":\"a\"}\n", true));
+    f->intake.onPoll();
+    f->intake.onLowMemory();
     QCOMPARE(spy.count(), 0);
-    const int interval = m_intake->currentPollInterval();
-    m_intake->onLowMemory();
-    QCOMPARE(m_intake->currentPollInterval(), interval);
-    m_intake->onAppFullscreen(); // clears the suspension
-    QVERIFY(!m_intake->isPollingSuspended());
-    m_intake->onPoll();
-    QCOMPARE(eventTypes(spy), QStringList{"a"});
+    QCOMPARE(f->intake.currentPollInterval(), int(EventIntake::kIdlePollMs));
+    f->intake.onAppFullscreen(); // clears the suspension
+    f->intake.onPoll();
+    QCOMPARE(texts(spy), QStringList{"a"});
 }
 
 void TestEventIntake::poll_realTimerDeliversEvents()
 {
-    QSignalSpy spy(m_intake, &EventIntake::eventReceived);
-    m_intake->startPolling();
-    QVERIFY(m_intake->isPollTimerActive());
-    appendBytes(m_events, "{\"type\":\"timer\"}\n");
+    QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
+    f->intake.startPolling();
+    QVERIFY(writeFile(f->events, "{\"type\":\"timer\"}\n", true));
     QTRY_COMPARE_WITH_TIMEOUT(spy.count(), 1, 3000);
     // Activity switched the running timer to the fast rate.
-    QCOMPARE(m_intake->currentPollInterval(), int(EventIntake::kActivePollMs));
-    appendBytes(m_events, "{\"type\":\"timer2\"}\n");
+    QCOMPARE(f->intake.currentPollInterval(), 200);
+    QVERIFY(writeFile(f->events, "{\"type\":\"timer2\"}\n", true));
     QTRY_COMPARE_WITH_TIMEOUT(spy.count(), 2, 1000);
-}
-
-void TestEventIntake::handleOutput_prefixes_data()
-{
-    QTest::addColumn<QStringList>("chunks");
-    QTest::addColumn<QStringList>("statuses");
-    QTest::addColumn<QString>("log");
-
-    QTest::newRow("auth state") << QStringList{"AUTH_STATE WaitPhone\n"}
-                                << QStringList{"Auth: WaitPhone"} << "";
-    QTest::newRow("need") << QStringList{"NEED code\n"} << QStringList{"Need: code"} << "";
-    QTest::newRow("me is the whole line")
-        << QStringList{"ME 42 Ann Lee\n"} << QStringList{"ME 42 Ann Lee"} << "";
-    QTest::newRow("ready with text")
-        << QStringList{"BACKEND_READY v1\n"} << QStringList{"Backend ready"} << "";
-    QTest::newRow("bare ready ignored") << QStringList{"BACKEND_READY\n"} << QStringList{} << "";
-    QTest::newRow("ready with only blank after it ignored (line is trimmed)")
-        << QStringList{"BACKEND_READY   \n"} << QStringList{} << "";
-    QTest::newRow("fatal logs and shows") << QStringList{"FATAL db broken\n"}
-                                          << QStringList{"FATAL db broken"} << "FATAL db broken\n";
-    QTest::newRow("surrounding blanks and CR trimmed")
-        << QStringList{"   AUTH_STATE Ready  \r\n"} << QStringList{"Auth: Ready"} << "";
-    QTest::newRow("json ignored") << QStringList{"{\"type\":\"x\"}\n"} << QStringList{} << "";
-    QTest::newRow("empty lines ignored") << QStringList{"\n\n  \n"} << QStringList{} << "";
-    QTest::newRow("case-sensitive") << QStringList{"auth_state Ready\n"} << QStringList{} << "";
-    QTest::newRow("line split across chunks")
-        << QStringList{"AUTH_ST", "ATE Rea", "dy\n"} << QStringList{"Auth: Ready"} << "";
-    QTest::newRow("unterminated line waits") << QStringList{"NEED code"} << QStringList{} << "";
-    QTest::newRow("several lines in order")
-        << QStringList{"NEED phone\nAUTH_STATE WaitCode\nME 1 A\n"}
-        << QStringList{"Need: phone", "Auth: WaitCode", "ME 1 A"} << "";
-    QTest::newRow("first prefix wins over later text")
-        << QStringList{"NEED FATAL x\n"} << QStringList{"Need: FATAL x"} << "";
-}
-
-void TestEventIntake::handleOutput_prefixes()
-{
-    QFETCH(QStringList, chunks);
-    QFETCH(QStringList, statuses);
-    QFETCH(QString, log);
-    QSignalSpy spy(m_intake, &EventIntake::statusTextChanged);
-    for (const QString &c : chunks)
-        m_intake->handleOutput(c);
-    QCOMPARE(statusTexts(spy), statuses);
-    QCOMPARE(m_log->buffer(), log);
-}
-
-void TestEventIntake::handleOutput_overlongLineDropped()
-{
-    QSignalSpy spy(m_intake, &EventIntake::statusTextChanged);
-    const QString piece(4 * 1024 * 1024, QLatin1Char('z'));
-    m_intake->handleOutput(QStringLiteral("NEED "));
-    for (int i = 0; i < 5; ++i) // 20 Mi characters without a line feed
-        m_intake->handleOutput(piece);
-    QVERIFY(m_intake->outputLineBuffer().size() <= EventIntake::kMaxOutputLineChars);
-    m_intake->handleOutput(QStringLiteral("zzz\nNEED code\n"));
-    QCOMPARE(statusTexts(spy), QStringList{"Need: code"});
-    QCOMPARE(m_log->buffer(), QStringLiteral("backend: output line too long\n"));
-    QCOMPARE(m_intake->outputLineBuffer(), QString());
-}
-
-void TestEventIntake::tailTdlibLog_rules_data()
-{
-    QTest::addColumn<QByteArray>("written");
-    QTest::addColumn<QStringList>("statuses");
-    QTest::addColumn<QString>("log");
-
-    QTest::newRow("auth state") << QByteArray("[backend] AUTH_STATE Ready\n")
-                                << QStringList{"Auth: Ready"} << "[backend] AUTH_STATE Ready\n";
-    QTest::newRow("need") << QByteArray("[backend] NEED password\n")
-                          << QStringList{"Need: password"} << "[backend] NEED password\n";
-    QTest::newRow("me") << QByteArray("[backend]   ME 7 Bo\n") << QStringList{"ME 7 Bo"}
-                        << "[backend]   ME 7 Bo\n";
-    QTest::newRow("bare ready counts here")
-        << QByteArray("[backend] BACKEND_READY\n") << QStringList{"Backend ready"}
-        << "[backend] BACKEND_READY\n";
-    QTest::newRow("ready with trailing text does not")
-        << QByteArray("[backend] BACKEND_READY now\n") << QStringList{}
-        << "[backend] BACKEND_READY now\n";
-    QTest::newRow("fatal shows the rest") << QByteArray("[backend]FATAL disk\n")
-                                          << QStringList{"FATAL disk"} << "[backend]FATAL disk\n";
-    QTest::newRow("other tagged line only logged")
-        << QByteArray("[backend] hello\n") << QStringList{} << "[backend] hello\n";
-    QTest::newRow("untagged and indented lines skipped")
-        << QByteArray("[ 1][t 2] td stuff\n [backend] AUTH_STATE X\nplain\n") << QStringList{}
-        << "";
-    QTest::newRow("unterminated line waits")
-        << QByteArray("[backend] NEED code") << QStringList{} << "";
-}
-
-void TestEventIntake::tailTdlibLog_rules()
-{
-    QFETCH(QByteArray, written);
-    QFETCH(QStringList, statuses);
-    QFETCH(QString, log);
-    appendBytes(m_tdlib, "[backend] AUTH_STATE Old\n");
-    m_intake->resetOffsets();
-    QSignalSpy spy(m_intake, &EventIntake::statusTextChanged);
-    appendBytes(m_tdlib, written);
-    QVERIFY(m_intake->tailTdlibLog());
-    QCOMPARE(statusTexts(spy), statuses);
-    QCOMPARE(m_log->buffer(), log);
-}
-
-void TestEventIntake::tailTdlibLog_nothingNewOrMissing()
-{
-    QVERIFY(!m_intake->tailTdlibLog()); // missing file
-    appendBytes(m_tdlib, "line\n");
-    QVERIFY(m_intake->tailTdlibLog());
-    QVERIFY(!m_intake->tailTdlibLog()); // nothing new
-}
-
-void TestEventIntake::poll_tailsTdlibLogOnlyWhileViewVisible()
-{
-    QSignalSpy spy(m_intake, &EventIntake::statusTextChanged);
-    appendBytes(m_tdlib, "[backend] NEED hidden\n");
-    m_intake->onPoll();
-    QCOMPARE(spy.count(), 0);
-    QCOMPARE(m_intake->tdlibLogOffset(), qint64(0));
-
-    appendBytes(m_tdlib, "[backend] NEED still_hidden\n");
-    m_intake->onToggleDebugLog(); // show: tail only from now on, poll fast
-    QVERIFY(m_log->isViewVisible());
-    QCOMPARE(m_intake->tdlibLogOffset(), QFileInfo(m_tdlib).size());
-    QCOMPARE(m_intake->activeTicksLeft(), int(EventIntake::kActiveTicks));
-    appendBytes(m_tdlib, "[backend] NEED shown\n");
-    m_intake->onPoll();
-    QCOMPARE(statusTexts(spy), QStringList{"Need: shown"});
-    QCOMPARE(m_intake->currentPollInterval(), int(EventIntake::kActivePollMs));
-
-    m_intake->onToggleDebugLog(); // hide again
-    QVERIFY(!m_log->isViewVisible());
-    appendBytes(m_tdlib, "[backend] NEED hidden_again\n");
-    m_intake->onPoll();
-    QCOMPARE(statusTexts(spy), QStringList{"Need: shown"});
 }
 
 void TestEventIntake::poll_adaptiveInterval_data()
@@ -406,10 +193,9 @@ void TestEventIntake::poll_adaptiveInterval_data()
     // F = fullscreen, L = low memory. One expected interval per step.
     QTest::addColumn<QString>("steps");
     QTest::addColumn<QList<int>>("intervals");
-
-    QTest::newRow("idle stays idle") << "--" << QList<int>{1000, 1000};
     QTest::newRow("activity then ten polls fast, then idle")
-        << "A----------" << QList<int>{200, 200, 200, 200, 200, 200, 200, 200, 200, 200, 1000};
+        << "-A----------"
+        << QList<int>{1000, 200, 200, 200, 200, 200, 200, 200, 200, 200, 200, 1000};
     QTest::newRow("new activity refills the ticks")
         << "A--A---" << QList<int>{200, 200, 200, 200, 200, 200, 200};
     QTest::newRow("background: 2500 idle, 800 active")
@@ -425,32 +211,119 @@ void TestEventIntake::poll_adaptiveInterval()
 {
     QFETCH(QString, steps);
     QFETCH(QList<int>, intervals);
-    QCOMPARE(steps.size(), intervals.size());
-    m_intake->startPolling();
+    f->intake.startPolling();
     for (int i = 0; i < steps.size(); ++i) {
-        switch (steps.at(i).toLatin1()) {
-        case 'A':
-            appendBytes(m_events, "{\"type\":\"tick\"}\n");
-            m_intake->onPoll();
-            break;
-        case '-':
-            m_intake->onPoll();
-            break;
-        case 'T':
-            m_intake->onAppThumbnailed();
-            break;
-        case 'F':
-            m_intake->onAppFullscreen();
-            break;
-        case 'L':
-            m_intake->onLowMemory();
-            break;
-        }
-        QVERIFY2(
-            m_intake->currentPollInterval() == intervals.at(i),
-            qPrintable(QStringLiteral("step %1: %2").arg(i).arg(m_intake->currentPollInterval())));
-        QVERIFY(m_intake->isPollTimerActive());
+        const char step = steps.at(i).toLatin1();
+        if (step == 'A')
+            QVERIFY(writeFile(f->events, "{\"type\":\"tick\"}\n", true));
+        if (step == 'A' || step == '-')
+            f->intake.onPoll();
+        else if (step == 'T')
+            f->intake.onAppThumbnailed();
+        else if (step == 'F')
+            f->intake.onAppFullscreen();
+        else if (step == 'L')
+            f->intake.onLowMemory();
+        QVERIFY2(f->intake.currentPollInterval() == intervals.at(i),
+                 qPrintable(QString::number(i)));
+        QVERIFY(f->intake.isPollTimerActive());
     }
+}
+
+void TestEventIntake::handleOutput_prefixes_data()
+{
+    QTest::addColumn<QStringList>("chunks");
+    QTest::addColumn<QStringList>("statuses");
+    QTest::addColumn<QString>("log");
+    const auto row = [](const char *name, const QStringList &c, const QStringList &st,
+                        const char *log = "") { QTest::newRow(name) << c << st << log; };
+    row("auth, need, me, in order", {"AUTH_STATE WaitPhone\nNEED code\nME 42 Ann Lee\n"},
+        {"Auth: WaitPhone", "Need: code", "ME 42 Ann Lee"});
+    row("ready with text", {"BACKEND_READY v1\n"}, {"Backend ready"});
+    row("bare ready ignored, also with blanks after it", {"BACKEND_READY\nBACKEND_READY   \n"}, {});
+    row("fatal logs and shows", {"FATAL db broken\n"}, {"FATAL db broken"}, "FATAL db broken\n");
+    row("surrounding blanks and CR trimmed", {"   AUTH_STATE Ready  \r\n"}, {"Auth: Ready"});
+    row("json, blank, lower-case ignored", {"{\"type\":\"x\"}\n\n  \nauth_state Ready\n"}, {});
+    row("line split across chunks", {"AUTH_ST", "ATE Rea", "dy\n"}, {"Auth: Ready"});
+    row("unterminated line waits", {"NEED code"}, {});
+    row("first prefix wins", {"NEED FATAL x\n"}, {"Need: FATAL x"});
+}
+
+void TestEventIntake::handleOutput_prefixes()
+{
+    QFETCH(QStringList, chunks);
+    QFETCH(QStringList, statuses);
+    QFETCH(QString, log);
+    QSignalSpy spy(&f->intake, &EventIntake::statusTextChanged);
+    for (const QString &c : chunks)
+        f->intake.handleOutput(c);
+    QCOMPARE(texts(spy), statuses);
+    QCOMPARE(f->log.buffer(), log);
+}
+
+void TestEventIntake::handleOutput_overlongLineDropped()
+{
+    QSignalSpy spy(&f->intake, &EventIntake::statusTextChanged);
+    f->intake.handleOutput(QStringLiteral("NEED "));
+    for (int i = 0; i < 5; ++i) // 20 Mi characters without a line feed
+        f->intake.handleOutput(QString(4 << 20, QLatin1Char('z')));
+    QVERIFY(f->intake.outputLineBuffer().size() <= EventIntake::kMaxOutputLineChars);
+    f->intake.handleOutput(QStringLiteral("zzz\nNEED code\n"));
+    QCOMPARE(texts(spy), QStringList{"Need: code"});
+    QCOMPARE(f->log.buffer(), QStringLiteral("backend: output line too long\n"));
+}
+
+void TestEventIntake::tailTdlibLog_rules_data()
+{
+    QTest::addColumn<QByteArray>("written");
+    QTest::addColumn<QStringList>("statuses");
+    QTest::addColumn<bool>("logged"); // the whole text lands in the in-app log
+    const auto row = [](const char *name, const QByteArray &w, const QStringList &st, bool log) {
+        QTest::newRow(name) << w << st << log;
+    };
+    row("auth, need, indented me",
+        "[backend] AUTH_STATE Ready\n[backend] NEED password\n[backend]   ME 7 Bo\n",
+        {"Auth: Ready", "Need: password", "ME 7 Bo"}, true);
+    row("bare ready counts here", "[backend] BACKEND_READY\n", {"Backend ready"}, true);
+    row("ready with trailing text does not", "[backend] BACKEND_READY now\n", {}, true);
+    row("fatal shows the rest", "[backend]FATAL disk\n", {"FATAL disk"}, true);
+    row("other tagged line only logged", "[backend] hello\n", {}, true);
+    row("untagged, indented skipped", "[ 1][t 2] td\n [backend] AUTH_STATE X\nplain\n", {}, false);
+    row("unterminated line waits", "[backend] NEED code", {}, false);
+}
+
+void TestEventIntake::tailTdlibLog_rules()
+{
+    QFETCH(QByteArray, written);
+    QFETCH(QStringList, statuses);
+    QFETCH(bool, logged);
+    QVERIFY(!f->intake.tailTdlibLog()); // missing file
+    QVERIFY(writeFile(f->tdlib, "[backend] AUTH_STATE Old\n", true));
+    f->intake.resetOffsets();
+    QVERIFY(!f->intake.tailTdlibLog()); // nothing new
+    QSignalSpy spy(&f->intake, &EventIntake::statusTextChanged);
+    QVERIFY(writeFile(f->tdlib, written, true));
+    QVERIFY(f->intake.tailTdlibLog());
+    QCOMPARE(texts(spy), statuses);
+    QCOMPARE(f->log.buffer(), logged ? QString::fromUtf8(written) : QString());
+}
+
+void TestEventIntake::poll_tailsTdlibLogOnlyWhileViewVisible()
+{
+    QSignalSpy spy(&f->intake, &EventIntake::statusTextChanged);
+    QVERIFY(writeFile(f->tdlib, "[backend] NEED hidden\n", true));
+    f->intake.onPoll();
+    QVERIFY(writeFile(f->tdlib, "[backend] NEED still_hidden\n", true));
+    f->intake.onToggleDebugLog(); // show: tail only from now on, poll fast
+    QVERIFY(f->log.isViewVisible());
+    QVERIFY(writeFile(f->tdlib, "[backend] NEED shown\n", true));
+    f->intake.onPoll();
+    QCOMPARE(f->intake.currentPollInterval(), 200);
+    f->intake.onToggleDebugLog(); // hide again
+    QVERIFY(!f->log.isViewVisible());
+    QVERIFY(writeFile(f->tdlib, "[backend] NEED hidden_again\n", true));
+    f->intake.onPoll();
+    QCOMPARE(texts(spy), QStringList{"Need: shown"});
 }
 
 QTEST_GUILESS_MAIN(TestEventIntake)
