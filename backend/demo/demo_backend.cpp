@@ -621,15 +621,18 @@ qint64 DemoBackend::lastMessageId(int ci) const
     return ids.isEmpty() ? 0 : ids.first();
 }
 
+bool DemoBackend::isAlive(const ChatRuntime &rt, qint64 id)
+{
+    const auto ov = rt.overrides.constFind(id);
+    return ov == rt.overrides.cend() || !ov->deleted;
+}
+
 QList<qint64> DemoBackend::idsBefore(int ci, qint64 before, int limit) const
 {
     const DemoChat &c = chat(ci);
     const ChatRuntime &rt = m_rt.at(ci);
     QList<qint64> out;
-    auto alive = [&rt](qint64 id) {
-        const auto ov = rt.overrides.constFind(id);
-        return ov == rt.overrides.cend() || !ov->deleted;
-    };
+    auto alive = [&rt](qint64 id) { return isAlive(rt, id); };
     auto it = rt.stored.lowerBound(before);
     while (it != rt.stored.cbegin() && out.size() < limit) {
         --it;
@@ -651,10 +654,7 @@ QList<qint64> DemoBackend::idsAfter(int ci, qint64 after, int limit) const
     const DemoChat &c = chat(ci);
     const ChatRuntime &rt = m_rt.at(ci);
     QList<qint64> out;
-    auto alive = [&rt](qint64 id) {
-        const auto ov = rt.overrides.constFind(id);
-        return ov == rt.overrides.cend() || !ov->deleted;
-    };
+    auto alive = [&rt](qint64 id) { return isAlive(rt, id); };
     qint64 id = qMax(after + 1, rt.state.clearedUpTo + 1);
     id = qMax<qint64>(id, 1);
     for (; id <= c.baseCount && out.size() < limit; ++id) {

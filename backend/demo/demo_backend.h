@@ -95,6 +95,8 @@ private:
     QVector<int> mainList() const;
     bool findMessage(int ci, qint64 id, DemoMessage *out) const;
     qint64 lastMessageId(int ci) const;
+    // Not deleted by the user (the generated history has no other gaps).
+    static bool isAlive(const ChatRuntime &rt, qint64 id);
     QList<qint64> idsBefore(int ci, qint64 before, int limit) const;
     QList<qint64> idsAfter(int ci, qint64 after, int limit) const;
     qint64 nextMessageId(int ci) const;
