@@ -6,11 +6,13 @@
 
 #include "media/media_services.h"
 
+#include <QDataStream>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QVector>
+#include <QtEndian>
 
 #include <cmath>
 #include <cstring>
@@ -25,28 +27,23 @@ inline void put_le(QByteArray &a, quint64 v, int bytes)
 
 inline quint32 get_le32(const QByteArray &a, int at)
 {
-    quint32 v = 0;
-    for (int i = 3; i >= 0; --i)
-        v = (v << 8) | quint8(a.at(at + i));
-    return v;
+    return qFromLittleEndian<quint32>(a.constData() + at);
 }
 
 inline QByteArray wav_bytes(const QVector<qint16> &interleaved, int rate, int channels)
 {
+    QByteArray w;
+    QDataStream d(&w, QIODevice::WriteOnly);
+    d.setByteOrder(QDataStream::LittleEndian);
     const quint32 data = quint32(interleaved.size() * 2);
-    QByteArray w("RIFF");
-    put_le(w, data + 36, 4);
-    w.append("WAVEfmt ");
-    put_le(w, 16, 4);
-    put_le(w, 1, 2);
-    put_le(w, quint64(channels), 2);
-    put_le(w, quint64(rate), 4);
-    put_le(w, quint64(rate * channels * 2), 4);
-    put_le(w, quint64(channels * 2), 2);
-    put_le(w, 16, 2);
-    w.append("data");
-    put_le(w, data, 4);
-    w.append(reinterpret_cast<const char *>(interleaved.constData()), int(data));
+    d.writeRawData("RIFF", 4);
+    d << data + 36;
+    d.writeRawData("WAVEfmt ", 8);
+    d << quint32(16) << quint16(1) << quint16(channels) << quint32(rate)
+      << quint32(rate * channels * 2) << quint16(channels * 2) << quint16(16);
+    d.writeRawData("data", 4);
+    d << data;
+    d.writeRawData(reinterpret_cast<const char *>(interleaved.constData()), int(data));
     return w;
 }
 
@@ -106,23 +103,9 @@ inline bool read_wav(const QString &path, Wav &wav)
     return false;
 }
 
-// Power of one frequency in a stretch of a signal (Goertzel).
-inline double tone_power(const QVector<qint16> &s, int from, int count, double freq, int rate)
-{
-    const double c = 2.0 * std::cos(2.0 * M_PI * freq / rate);
-    double s1 = 0;
-    double s2 = 0;
-    for (int i = from; i < from + count && i < s.size(); ++i) {
-        const double s0 = s[i] + c * s1 - s2;
-        s2 = s1;
-        s1 = s0;
-    }
-    return s1 * s1 + s2 * s2 - c * s1 * s2;
-}
-
-// The strongest frequency between lo and hi Hz (1 Hz steps) in up to one
-// second from the middle of a mono signal; short gaps and noise do not
-// throw it off.
+// The strongest frequency between lo and hi Hz (1 Hz steps, Goertzel) in up
+// to one second from the middle of a mono signal; short gaps and noise do
+// not throw it off.
 inline double dominant_frequency(const QVector<qint16> &s, int rate, double lo = 100,
                                  double hi = 4000)
 {
@@ -131,9 +114,17 @@ inline double dominant_frequency(const QVector<qint16> &s, int rate, double lo =
     double best = 0;
     double bestPower = -1;
     for (double f = lo; f <= hi; f += 1.0) {
-        const double p = tone_power(s, from, count, f, rate);
-        if (p > bestPower) {
-            bestPower = p;
+        const double c = 2.0 * std::cos(2.0 * M_PI * f / rate);
+        double s1 = 0;
+        double s2 = 0;
+        for (int i = from; i < from + count; ++i) {
+            const double s0 = s[i] + c * s1 - s2;
+            s2 = s1;
+            s1 = s0;
+        }
+        const double power = s1 * s1 + s2 * s2 - c * s1 * s2;
+        if (power > bestPower) {
+            bestPower = power;
             best = f;
         }
     }
@@ -149,22 +140,6 @@ inline double rms(const QVector<qint16> &s, int from = 0, int count = -1)
     for (int i = from; i < from + count && i < s.size(); ++i, ++n)
         acc += double(s[i]) * s[i];
     return n ? std::sqrt(acc / n) : 0.0;
-}
-
-// The loud part of a signal (20 ms windows above a level), as [from, to).
-inline QPair<int, int> loud_span(const QVector<qint16> &s, int rate, double level)
-{
-    const int win = rate / 50;
-    int from = -1;
-    int to = -1;
-    for (int i = 0; i + win <= s.size(); i += win) {
-        if (rms(s, i, win) > level) {
-            if (from < 0)
-                from = i;
-            to = i + win;
-        }
-    }
-    return qMakePair(from, to);
 }
 
 struct OggPage

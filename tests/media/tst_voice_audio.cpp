@@ -111,10 +111,12 @@ private Q_SLOTS:
         Wav out;
         QVERIFY(read_wav(path("captured.wav"), out));
         QCOMPARE(qint64(out.samples.size()), rec.recordedSamples() - 312);
-        const QPair<int, int> span = loud_span(out.samples, 48000, 2000.0);
-        QVERIFY2(span.first >= 0 && span.second - span.first >= 48000, "the tone was not captured");
-        const double got = dominant_frequency(
-            out.samples.mid(span.first + 4800, span.second - span.first - 9600), 48000);
+        // At least a second of the tone arrived, and it is the tone played.
+        int loudWindows = 0;
+        for (int i = 0; i + 960 <= out.samples.size(); i += 960)
+            loudWindows += rms(out.samples, i, 960) > 2000.0;
+        QVERIFY2(loudWindows >= 50, "the tone was not captured");
+        const double got = dominant_frequency(out.samples, 48000);
         QVERIFY2(qAbs(got - freq) < freq * 0.02, qPrintable(QString::number(got)));
     }
 
