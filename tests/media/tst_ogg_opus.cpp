@@ -1,5 +1,6 @@
-// The Ogg Opus writer and reader and the library loaders against real
-// libopus, the opus-tools and ffmpeg programs, and malformed and hostile files.
+// The Ogg Opus writer and reader, the library loaders and the recorder's
+// refusals against real libopus, the opus-tools and ffmpeg programs, and
+// malformed and hostile files.
 
 #include "audio_test_util.h"
 #include "media/audio_libs.h"
@@ -7,6 +8,7 @@
 #include "media/ogg_opus_writer.h"
 #include "media/voice_encoder.h"
 #include "media/voice_file_encoder.h"
+#include "media/voice_recorder.h"
 
 #include <QRandomGenerator>
 #include <QTemporaryDir>
@@ -67,6 +69,14 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_dir.isValid());
+        // OpenAL Soft, once loaded, finds no sound server: no capture device
+        // can open (the refusals below).
+        QVERIFY(write_file(path("client.conf"), "autospawn = no\n"));
+        QVERIFY(QDir(m_dir.path()).mkpath(QStringLiteral("run")));
+        qputenv("PULSE_CLIENTCONFIG", path("client.conf").toLocal8Bit());
+        qputenv("PULSE_SERVER", ("unix:" + path("run/none")).toLocal8Bit());
+        qputenv("XDG_RUNTIME_DIR", path("run").toLocal8Bit());
+        qputenv("ALSOFT_DRIVERS", "pulse");
         QVERIFY(m_opus.ensure_opus_dyn_api_loaded() &&
                 m_opus.ensure_opus_dyn_api_loaded()->hasEncoder());
     }
@@ -352,6 +362,77 @@ private Q_SLOTS:
         QVERIFY(al && al->alcCaptureOpenDevice && al->alcCaptureCloseDevice &&
                 al->alcCaptureStart && al->alcCaptureStop && al->alcCaptureSamples &&
                 al->alcGetIntegerv);
+    }
+
+    // The recorder's refusals: no chat, no Opus encoder, no OpenAL, no device.
+    void refusals_data()
+    {
+        QTest::addColumn<qint64>("chatId");
+        QTest::addColumn<QStringList>("opusNames");
+        QTest::addColumn<QStringList>("openAlNames");
+        QTest::addColumn<QString>("toast");
+        QTest::addColumn<QString>("log");
+        const QStringList opus = OpusLib::defaultNames();
+        const QStringList al = OpenAlLib::defaultNames();
+        QTest::newRow("no chat") << qint64(0) << opus << al << "Select a chat first"
+                                 << "ui: select chat first\n";
+        QTest::newRow("no Opus library")
+            << qint64(1) << QStringList{"libkelOpus.so.1", "libkelOpus.so"} << al
+            << "Error: Opus encoder unavailable"
+            << "voice_rec: opus encoder unavailable\n";
+        QTest::newRow("decoder-only Opus")
+            << qint64(1) << QStringList{QStringLiteral(OPUS_DECODER_ONLY_LIB)} << al
+            << "Error: Opus encoder unavailable"
+            << "voice_rec: opus encoder unavailable\n";
+        QTest::newRow("no OpenAL")
+            << qint64(1) << opus << QStringList{"libOpenAL.so.1", "libOpenAL.so"}
+            << "Microphone: OpenAL unavailable"
+            << "voice_rec: OpenAL capture unavailable\n";
+        QTest::newRow("no capture device")
+            << qint64(1) << opus << al << "Microphone: OpenAL capture not supported"
+            << "voice_rec: OpenAL capture device not present\n";
+    }
+
+    void refusals()
+    {
+        QFETCH(qint64, chatId);
+        QFETCH(QStringList, opusNames);
+        QFETCH(QStringList, openAlNames);
+        QFETCH(QString, toast);
+        QFETCH(QString, log);
+        OpusLib opus(opusNames);
+        OpenAlLib openal(openAlNames);
+        Recorded rec;
+        const QString data = m_dir.filePath(QStringLiteral("data"));
+        VoiceRecorder recorder(opus, openal, data, rec.services());
+        QSignalSpy changed(&recorder, &VoiceRecorder::voiceRecordingChanged);
+        recorder.setChatId(chatId);
+        recorder.startVoiceRecording();
+        recorder.startVoiceRecording(); // the same outcome again: nothing is retried
+        QVERIFY(!recorder.voiceRecording());
+        QCOMPARE(rec.toaster.shown(), (QStringList{toast, toast}));
+        QCOMPARE(rec.log, (QStringList{log, log}));
+        QCOMPARE(changed.count(), 0);
+        recorder.stopVoiceRecording(true);
+        QVERIFY(rec.lines.isEmpty());
+        QVERIFY(!QFileInfo::exists(data + QStringLiteral("/cache/voice-out")));
+    }
+
+    void duration_data()
+    {
+        QTest::addColumn<qint64>("samples");
+        QTest::addColumn<int>("seconds");
+        QTest::newRow("nothing") << qint64(0) << 1;
+        QTest::newRow("1.4 s") << qint64(67200) << 1;
+        QTest::newRow("1.5 s") << qint64(72000) << 2;
+        QTest::newRow("60 s") << qint64(2880000) << 60;
+    }
+
+    void duration()
+    {
+        QFETCH(qint64, samples);
+        QFETCH(int, seconds);
+        QCOMPARE(VoiceRecorder::voiceDurationSeconds(samples), seconds);
     }
 
     void toolRoundTrip_data()
