@@ -403,36 +403,32 @@ private Q_SLOTS:
 
     void historyWindow_data()
     {
-        QTest::addColumn<QByteArray>("verb");
-        QTest::addColumn<qint64>("target");
-        QTest::addColumn<qint64>("first");
-        QTest::addColumn<qint64>("last");
-        QTest::newRow("middle") << QByteArray("history_jump") << qint64(10000) << qint64(9960)
-                                << qint64(10040);
-        QTest::newRow("near the start")
-            << QByteArray("history_jump") << qint64(3) << qint64(1) << qint64(43);
-        QTest::newRow("newest") << QByteArray("history_jump") << qint64(20000) << qint64(19960)
-                                << qint64(20000);
-        QTest::newRow("open with anchor")
-            << QByteArray("open") << qint64(15000) << qint64(14960) << qint64(15040);
+        QTest::addColumn<QString>("verb");
+        QTest::addColumn<int>("target");
+        QTest::addColumn<int>("first");
+        QTest::addColumn<int>("last");
+        QTest::newRow("middle") << "history_jump" << 10000 << 9960 << 10040;
+        QTest::newRow("near the start") << "history_jump" << 3 << 1 << 43;
+        QTest::newRow("newest") << "history_jump" << 20000 << 19960 << 20000;
+        QTest::newRow("open with anchor") << "open" << 15000 << 14960 << 15040;
     }
     void historyWindow()
     {
-        QFETCH(QByteArray, verb);
-        QFETCH(qint64, target);
-        QFETCH(qint64, first);
-        QFETCH(qint64, last);
+        QFETCH(QString, verb);
+        QFETCH(int, target);
+        QFETCH(int, first);
+        QFETCH(int, last);
         DemoProcess p(freshRoot());
         QVERIFY(p.start() && p.signIn());
-        QByteArray line = verb + ' ' + num(bigChatId(p.chats(1000))) + ' ' + num(target);
-        if (verb == "history_jump")
+        QByteArray line = verb.toUtf8() + ' ' + num(bigChatId(p.chats(1000))) + ' ' + num(target);
+        if (verb == QLatin1String("history_jump"))
             line += " 40 40";
         QJsonObject end;
         const QList<QJsonObject> page = p.history(line, &end);
         QVERIFY(flag(end, "clear"));
-        QCOMPARE(page.size(), int(last - first + 1));
-        QCOMPARE(ev_i64(page.first(), "id"), first);
-        QCOMPARE(ev_i64(page.last(), "id"), last);
+        QCOMPARE(page.size(), last - first + 1);
+        QCOMPARE(ev_i64(page.first(), "id"), qint64(first));
+        QCOMPARE(ev_i64(page.last(), "id"), qint64(last));
         QCOMPARE(p.finish(), 0);
     }
 
@@ -547,21 +543,20 @@ private Q_SLOTS:
 
     void sendFile_data()
     {
-        QTest::addColumn<QByteArray>("verb");
+        QTest::addColumn<QString>("verb");
         QTest::addColumn<QString>("fileName");
         QTest::addColumn<QString>("mediaType");
-        QTest::newRow("document") << QByteArray("sendfile64") << "notes.txt"
-                                  << "file";
-        QTest::newRow("picture") << QByteArray("sendfile64") << "shot.png"
-                                 << "photo";
-        QTest::newRow("voice note") << QByteArray("sendvoice64") << "voice.oga"
-                                    << "voice";
-        QTest::newRow("video note") << QByteArray("sendvideonote64") << "round.mp4"
-                                    << "video_note";
+        auto row = [](const char *verb, const char *file, const char *type) {
+            QTest::newRow(type) << verb << file << type;
+        };
+        row("sendfile64", "notes.txt", "file");
+        row("sendfile64", "shot.png", "photo");
+        row("sendvoice64", "voice.oga", "voice");
+        row("sendvideonote64", "round.mp4", "video_note");
     }
     void sendFile()
     {
-        QFETCH(QByteArray, verb);
+        QFETCH(QString, verb);
         QFETCH(QString, fileName);
         QFETCH(QString, mediaType);
         const QString root = freshRoot();
@@ -578,8 +573,9 @@ private Q_SLOTS:
         }
         DemoProcess p(root);
         QVERIFY(p.start() && p.signIn());
-        const QByteArray duration = verb == "sendvoice64" ? " 3" : "";
-        const QJsonObject pm = p.ask(verb + " 1003 " + b64(path) + duration, "message_new");
+        const QByteArray duration = verb == QLatin1String("sendvoice64") ? " 3" : "";
+        const QJsonObject pm =
+            p.ask(verb.toUtf8() + " 1003 " + b64(path) + duration, "message_new");
         QCOMPARE(str(pm, "media_type"), mediaType);
         QCOMPARE(ev_i64(pm, "media_size"), QFileInfo(path).size());
         if (mediaType == QLatin1String("photo"))
