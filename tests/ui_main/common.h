@@ -3,8 +3,6 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QFileDevice>
-#include <QString>
 #include <QTest>
 
 #include <functional>
@@ -14,32 +12,25 @@ namespace test_util {
 inline QByteArray readAll(const QString &path)
 {
     QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return QByteArray();
-    return f.readAll();
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 inline bool writeFile(const QString &path, const QByteArray &bytes)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile f(path);
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return false;
-    return f.write(bytes) == bytes.size();
+    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
 }
 
-// Copies an executable into place under a temporary name first, so that a
-// starter never sees a half-written file.
+// Copies an executable into place under a temporary name first, so that a starter never sees a
+// half-written file.
 inline bool installExecutable(const QString &from, const QString &to)
 {
     const QString tmp = to + QStringLiteral(".part");
     QFile::remove(tmp);
-    if (!QFile::copy(from, tmp))
-        return false;
-    QFile::setPermissions(tmp, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                   QFileDevice::ExeOwner | QFileDevice::ReadGroup |
-                                   QFileDevice::ExeGroup);
-    return QFile::rename(tmp, to);
+    return QFile::copy(from, tmp) &&
+           QFile::setPermissions(tmp, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner) &&
+           QFile::rename(tmp, to);
 }
 
 // Spins the event loop until pred holds or timeoutMs passes.
