@@ -139,25 +139,18 @@ void TstMediaDownloads::savedNames_data()
     QTest::addColumn<QString>("source");
     QTest::addColumn<QString>("suggested");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("free name") << QStringList() << "src/a/notes.txt"
-                               << ""
-                               << "notes.txt";
-    QTest::newRow("numbered after two")
-        << QStringList{"report.pdf", "report (1).pdf"} << "src/c/x.pdf"
-        << "report.pdf"
-        << "report (2).pdf";
-    QTest::newRow("no suffix") << QStringList{"README"} << "src/d/README"
-                               << ""
-                               << "README (1)";
-    QTest::newRow("double suffix") << QStringList{"a.tar.gz"} << "src/e/a.tar.gz"
-                                   << ""
-                                   << "a.tar (1).gz";
-    QTest::newRow("names without a name") << QStringList() << "src/f/  "
-                                          << "  "
-                                          << "file_77";
-    QTest::newRow("suggested path is cut to its name, trimmed") << QStringList() << "src/g/x"
-                                                                << " ../../../escape.txt "
-                                                                << "escape.txt";
+    auto row = [](const char *name, const QStringList &existing, const char *source,
+                  const char *suggested, const char *expected) {
+        QTest::newRow(name) << existing << source << suggested << expected;
+    };
+    row("free name", {}, "src/a/notes.txt", "", "notes.txt");
+    row("numbered after two", {"report.pdf", "report (1).pdf"}, "src/c/x.pdf", "report.pdf",
+        "report (2).pdf");
+    row("no suffix", {"README"}, "src/d/README", "", "README (1)");
+    row("double suffix", {"a.tar.gz"}, "src/e/a.tar.gz", "", "a.tar (1).gz");
+    row("names without a name", {}, "src/f/  ", "  ", "file_77");
+    row("suggested path is cut to its name, trimmed", {}, "src/g/x", " ../../../escape.txt ",
+        "escape.txt");
 }
 
 void TstMediaDownloads::savedNames()
@@ -211,18 +204,14 @@ void TstMediaDownloads::notification_data()
     QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("displayName");
     QTest::addColumn<QString>("toast");
-    QTest::newRow("saved copy") << "shared/downloads/quillo/a.pdf"
-                                << ""
-                                << "File saved: a.pdf";
-    QTest::newRow("other downloads folder") << "shared/downloads/other/b.pdf"
-                                            << ""
-                                            << "File saved: b.pdf";
-    QTest::newRow("cache file") << "data/cache/c.bin"
-                                << ""
-                                << "File downloaded: c.bin";
-    QTest::newRow("display name") << "data/cache/d.bin"
-                                  << "  some/Nice name.doc "
-                                  << "File downloaded: Nice name.doc";
+    auto row = [](const char *name, const char *file, const char *display, const char *toast) {
+        QTest::newRow(name) << file << display << toast;
+    };
+    row("saved copy", "shared/downloads/quillo/a.pdf", "", "File saved: a.pdf");
+    row("other downloads folder", "shared/downloads/other/b.pdf", "", "File saved: b.pdf");
+    row("cache file", "data/cache/c.bin", "", "File downloaded: c.bin");
+    row("display name", "data/cache/d.bin", "  some/Nice name.doc ",
+        "File downloaded: Nice name.doc");
 }
 
 void TstMediaDownloads::notification()
@@ -243,41 +232,27 @@ void TstMediaDownloads::mimeTable_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("mime");
-    const QList<QPair<const char *, const char *>> rows = {
-        {"a.pdf", "application/pdf"},
-        {"a.png", "image/png"},
-        {"photo.JPG", "image/jpeg"},
-        {"a.jpeg", "image/jpeg"},
-        {"a.gif", "image/gif"},
-        {"a.txt", "text/plain"},
-        {"debug.log", "text/plain"},
-        {"a.html", "text/html"},
-        {"a.HTM", "text/html"},
-        {"a.json", "application/json"},
-        {"a.xml", "application/xml"},
-        {"a.csv", "text/csv"},
-        {"a.mp3", "audio/mpeg"},
-        {"a.ogg", "audio/ogg"},
-        {"a.wav", "audio/wav"},
-        {"a.m4a", "audio/mp4"},
-        {"a.mp4", "video/mp4"},
-        {"a.mov", "video/quicktime"},
-        {"a.zip", "application/zip"},
-        {"a.tar.gz", "application/gzip"},
-        {"a.7z", "application/x-7z-compressed"},
-        {"a.rar", "application/x-rar-compressed"},
-        {"a.doc", "application/msword"},
-        {"a.docx", "application/vnd.openxmlformats-officedocument.wordprocessingml.document"},
-        {"a.xls", "application/vnd.ms-excel"},
-        {"a.xlsx", "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet"},
-        {"a.ppt", "application/vnd.ms-powerpoint"},
-        {"a.pptx", "application/vnd.openxmlformats-officedocument.presentationml.presentation"},
-        {"a.oga", "application/octet-stream"},
-        {"Makefile", "application/octet-stream"},
-        {"archive.pdf.exe", "application/octet-stream"},
-    };
-    for (const auto &r : rows)
-        QTest::newRow(r.first) << QString::fromLatin1(r.first) << QString::fromLatin1(r.second);
+    // "name type" pairs.
+    const QStringList rows =
+        QStringLiteral("a.pdf application/pdf|a.png image/png|photo.JPG image/jpeg|"
+                       "a.jpeg image/jpeg|a.gif image/gif|a.txt text/plain|debug.log text/plain|"
+                       "a.html text/html|a.HTM text/html|a.json application/json|"
+                       "a.xml application/xml|a.csv text/csv|a.mp3 audio/mpeg|a.ogg audio/ogg|"
+                       "a.wav audio/wav|a.m4a audio/mp4|a.mp4 video/mp4|a.mov video/quicktime|"
+                       "a.zip application/zip|a.tar.gz application/gzip|"
+                       "a.7z application/x-7z-compressed|a.rar application/x-rar-compressed|"
+                       "a.doc application/msword|a.docx application/"
+                       "vnd.openxmlformats-officedocument.wordprocessingml.document|"
+                       "a.xls application/vnd.ms-excel|a.xlsx application/"
+                       "vnd.openxmlformats-officedocument.spreadsheetml.sheet|"
+                       "a.ppt application/vnd.ms-powerpoint|a.pptx application/"
+                       "vnd.openxmlformats-officedocument.presentationml.presentation|"
+                       "a.oga application/octet-stream|Makefile application/octet-stream|"
+                       "archive.pdf.exe application/octet-stream")
+            .split(QLatin1Char('|'));
+    for (const QString &r : rows)
+        QTest::newRow(qPrintable(r.section(' ', 0, 0)))
+            << r.section(' ', 0, 0) << r.section(' ', 1);
 }
 
 void TstMediaDownloads::mimeTable()
@@ -293,12 +268,11 @@ void TstMediaDownloads::openFile_data()
     QTest::addColumn<bool>("accepted");
     QTest::addColumn<QString>("mime");
     QTest::addColumn<QString>("mode");
-    QTest::newRow("shared file in place") << "shared/documents/x.PDF" << true << "application/pdf"
-                                          << "1";
-    QTest::newRow("private file as a copy") << "data/cache/y.png" << true << "image/png"
-                                            << "2";
-    QTest::newRow("nothing takes it") << "data/cache/z.bin" << false << "application/octet-stream"
-                                      << "2";
+    auto row = [](const char *name, const char *file, bool accepted, const char *mime,
+                  const char *mode) { QTest::newRow(name) << file << accepted << mime << mode; };
+    row("shared file in place", "shared/documents/x.PDF", true, "application/pdf", "1");
+    row("private file as a copy", "data/cache/y.png", true, "image/png", "2");
+    row("nothing takes it", "data/cache/z.bin", false, "application/octet-stream", "2");
 }
 
 void TstMediaDownloads::openFile()
