@@ -374,23 +374,21 @@ private Q_SLOTS:
         QTest::addColumn<QString>("log");
         const QStringList opus = OpusLib::defaultNames();
         const QStringList al = OpenAlLib::defaultNames();
-        QTest::newRow("no chat") << qint64(0) << opus << al << "Select a chat first"
-                                 << "ui: select chat first\n";
-        QTest::newRow("no Opus library")
-            << qint64(1) << QStringList{"libkelOpus.so.1", "libkelOpus.so"} << al
-            << "Error: Opus encoder unavailable"
-            << "voice_rec: opus encoder unavailable\n";
-        QTest::newRow("decoder-only Opus")
-            << qint64(1) << QStringList{QStringLiteral(OPUS_DECODER_ONLY_LIB)} << al
-            << "Error: Opus encoder unavailable"
-            << "voice_rec: opus encoder unavailable\n";
-        QTest::newRow("no OpenAL")
-            << qint64(1) << opus << QStringList{"libOpenAL.so.1", "libOpenAL.so"}
-            << "Microphone: OpenAL unavailable"
-            << "voice_rec: OpenAL capture unavailable\n";
-        QTest::newRow("no capture device")
-            << qint64(1) << opus << al << "Microphone: OpenAL capture not supported"
-            << "voice_rec: OpenAL capture device not present\n";
+        const QStringList none = {"libnothere.so"};
+        const QStringList decoderOnly = {OPUS_DECODER_ONLY_LIB};
+        auto row = [](const char *name, qint64 chat, const QStringList &opus, const QStringList &al,
+                      const char *toast, const char *log) {
+            QTest::newRow(name) << chat << opus << al << toast << log;
+        };
+        row("no chat", 0, opus, al, "Select a chat first", "ui: select chat first\n");
+        row("no Opus library", 1, none, al, "Error: Opus encoder unavailable",
+            "voice_rec: opus encoder unavailable\n");
+        row("decoder-only Opus", 1, decoderOnly, al, "Error: Opus encoder unavailable",
+            "voice_rec: opus encoder unavailable\n");
+        row("no OpenAL", 1, opus, none, "Microphone: OpenAL unavailable",
+            "voice_rec: OpenAL capture unavailable\n");
+        row("no capture device", 1, opus, al, "Microphone: OpenAL capture not supported",
+            "voice_rec: OpenAL capture device not present\n");
     }
 
     void refusals()
@@ -737,22 +735,19 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<QString>("message");
-        QTest::newRow("no arguments") << QStringList() << "usage: vexa-opus";
-        QTest::newRow("unknown verb") << QStringList{"mix", "a", "b"} << "usage: vexa-opus";
-        QTest::newRow("decode missing input")
-            << QStringList{"decode", "@none", "@out"} << "opus: cannot open input";
-        QTest::newRow("decode a WAV")
-            << QStringList{"decode", "@wav", "@out"} << "opus: invalid ogg capture pattern";
-        QTest::newRow("decode into a folder")
-            << QStringList{"decode", "@ogg", "@dir"} << "opus: cannot open output";
-        QTest::newRow("encode missing input")
-            << QStringList{"encode", "@none", "@out"} << "wav: cannot open input";
-        QTest::newRow("encode an Ogg file")
-            << QStringList{"encode", "@ogg", "@out"} << "wav: not a RIFF/WAVE file";
-        QTest::newRow("encode 44.1 kHz")
-            << QStringList{"encode", "@wav44", "@out"} << "wav: unsupported sample rate 44100";
-        QTest::newRow("encode into a folder")
-            << QStringList{"encode", "@wav", "@dir"} << "ogg: cannot open output";
+        auto row = [](const char *name, const char *args, const char *message) {
+            QTest::newRow(name) << QString::fromLatin1(args).split(' ', Qt::SkipEmptyParts)
+                                << message;
+        };
+        row("no arguments", "", "usage: vexa-opus");
+        row("unknown verb", "mix a b", "usage: vexa-opus");
+        row("decode missing input", "decode @none @out", "opus: cannot open input");
+        row("decode a WAV", "decode @wav @out", "opus: invalid ogg capture pattern");
+        row("decode into a folder", "decode @ogg @dir", "opus: cannot open output");
+        row("encode missing input", "encode @none @out", "wav: cannot open input");
+        row("encode an Ogg file", "encode @ogg @out", "wav: not a RIFF/WAVE file");
+        row("encode 44.1 kHz", "encode @wav44 @out", "wav: unsupported sample rate 44100");
+        row("encode into a folder", "encode @wav @dir", "ogg: cannot open output");
     }
     void toolReportsErrors()
     {
