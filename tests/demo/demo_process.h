@@ -77,6 +77,13 @@ public:
         m_proc.write(line + '\n');
         m_proc.waitForBytesWritten(5000);
     }
+    // Sends a command; returns the index its answers start at.
+    int post(const QByteArray &line)
+    {
+        const int m = mark();
+        send(line);
+        return m;
+    }
 
     // Closes standard input and waits for the exit; returns the exit code or
     // -1 when the process crashed or did not end.
@@ -167,9 +174,7 @@ public:
     QJsonObject ask(const QByteArray &command,
                     const std::function<bool(const QJsonObject &)> &match, int timeoutMs = 10000)
     {
-        const int m = mark();
-        send(command);
-        const int i = waitFor(m, match, timeoutMs);
+        const int i = waitFor(post(command), match, timeoutMs);
         return i < 0 ? QJsonObject() : m_events.at(i);
     }
     QJsonObject ask(const QByteArray &command, const QString &type, int timeoutMs = 10000)
@@ -184,8 +189,7 @@ public:
     QList<QJsonObject> listing(const QByteArray &command, const QString &item,
                                const QString &endType, QJsonObject *end = nullptr)
     {
-        const int m = mark();
-        send(command);
+        const int m = post(command);
         const int e = waitType(m, endType);
         QList<QJsonObject> out;
         for (const QJsonObject &ev : between(m, e < 0 ? m : e)) {

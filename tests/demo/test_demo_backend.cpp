@@ -145,8 +145,7 @@ private Q_SLOTS:
                 QVERIFY(!p.ask("state", state("WaitPassword")).isEmpty());
                 last = "password vexa";
             }
-            const int m = p.mark();
-            p.send(last);
+            const int m = p.post(last);
             QVERIFY(p.waitFor(m, state("Ready")) >= 0);
             const int me = p.waitType(m, QStringLiteral("me"));
             QVERIFY(me >= 0);
@@ -271,8 +270,7 @@ private Q_SLOTS:
         DemoProcess p(freshRoot());
         QVERIFY(p.start());
         QVERIFY(signedIn ? p.signIn() : p.waitType(0, QStringLiteral("auth_state")) >= 0);
-        const int m = p.mark();
-        p.send(command);
+        const int m = p.post(command);
         p.send("ping");
         const int i = p.waitType(m, answer);
         QVERIFY(i >= 0);
@@ -486,8 +484,8 @@ private Q_SLOTS:
                 }
             }
             QVERIFY(chatId != 0);
-            const int m = p.mark();
-            p.send("send64 " + num(chatId) + ' ' + (asReply ? num(replyTo) + ' ' : "") + b64(text));
+            const int m = p.post("send64 " + num(chatId) + ' ' +
+                                 (asReply ? num(replyTo) + ' ' : "") + b64(text));
             const int pending = p.waitType(m, QStringLiteral("message_new"));
             QVERIFY(pending >= 0);
             const QJsonObject pm = p.events().at(pending);
@@ -527,8 +525,7 @@ private Q_SLOTS:
                 readOnly = ev_i64(c, "id");
         }
         QVERIFY(readOnly != 0);
-        const int m = p.mark();
-        p.send("send64 " + num(readOnly) + ' ' + b64(QStringLiteral("hi")));
+        const int m = p.post("send64 " + num(readOnly) + ' ' + b64(QStringLiteral("hi")));
         const int pending = p.waitType(m, QStringLiteral("message_new"));
         const int failed = p.waitType(pending, QStringLiteral("message_send_failed"));
         QVERIFY(pending >= 0 && failed >= 0);
@@ -623,8 +620,7 @@ private Q_SLOTS:
         }
         QVERIFY2(fileId > 0, "no file of that kind in the account");
 
-        const int m = p.mark();
-        p.send("download " + num(fileId));
+        const int m = p.post("download " + num(fileId));
         const int done = p.waitFor(
             m,
             [fileId](const QJsonObject &e) {
@@ -766,8 +762,7 @@ private Q_SLOTS:
             }
             QVERIFY(left && group && unread);
             QVERIFY(flag(p.ask("mute_toggle " + num(left), "chat_mute_toggled"), "muted"));
-            const int m = p.mark();
-            p.send("leave " + num(left));
+            const int m = p.post("leave " + num(left));
             QVERIFY(p.waitType(m, QStringLiteral("chat_left")) >= 0);
             QCOMPARE(ev_i64(p.events().at(p.waitType(m, "chat_position")), "order"), qint64(0));
             QCOMPARE(ev_i64(p.ask("read " + num(unread) + ' ' + num(unreadLast), "chat_unread"),
@@ -811,8 +806,7 @@ private Q_SLOTS:
         QVERIFY(!p.ask("join " + num(left), "chat_joined").isEmpty());
         QVERIFY(flag(findBy(p.chats(1000), "id", left), "muted"));
         // A cleared history stays empty; new messages still arrive.
-        const int m = p.mark();
-        p.send("clear_history 1003");
+        const int m = p.post("clear_history 1003");
         QVERIFY(p.waitType(m, QStringLiteral("history_cleared")) >= 0);
         QCOMPARE(ev_i64(p.events().at(p.waitType(m, "chat_last_message")), "message_id"),
                  qint64(0));
@@ -832,8 +826,7 @@ private Q_SLOTS:
         QVERIFY(p.start() && p.signIn());
         qint64 lastGen = 0;
         for (int round = 0; round < 2; ++round) {
-            const int m = p.mark();
-            p.send("open 1003");
+            const int m = p.post("open 1003");
             const int begin = p.waitType(m, QStringLiteral("history_begin"));
             const int end = p.waitType(m, QStringLiteral("history_end"));
             QVERIFY(begin >= 0 && end > begin + 1);
@@ -866,8 +859,7 @@ private Q_SLOTS:
             }
         }
         QVERIFY(!pinned.isEmpty());
-        const int m = p.mark();
-        p.send("pinned_list " + num(chatId) + " 100");
+        const int m = p.post("pinned_list " + num(chatId) + " 100");
         const int listEnd = p.waitType(m, QStringLiteral("pinned_list_end"));
         const int begin = p.waitType(m, QStringLiteral("pinned_list_begin"));
         QVERIFY(begin >= 0 && listEnd > begin + 1);
@@ -937,8 +929,8 @@ private Q_SLOTS:
                     target = ev_i64(m, "id");
             }
             QVERIFY(target > 0);
-            const int m = p.mark();
-            p.send("delete " + num(chatId) + ' ' + mode + ' ' + num(target) + " 99999999");
+            const int m =
+                p.post("delete " + num(chatId) + ' ' + mode + ' ' + num(target) + " 99999999");
             // The missing second id is always refused on its own.
             const int missing = p.waitFor(m, [](const QJsonObject &e) {
                 return ev_type(e) == QLatin1String("delete_error") &&
@@ -1012,8 +1004,7 @@ private Q_SLOTS:
         QVERIFY(p.start() && p.signIn());
         qint64 lastReq = 0;
         for (const QString &q : {QStringLiteral("vexa"), QStringLiteral("zzzz-no-such-chat")}) {
-            const int m = p.mark();
-            p.send("search_server64 1003 " + b64(q) + " 30");
+            const int m = p.post("search_server64 1003 " + b64(q) + " 30");
             const int end = p.waitType(m, QStringLiteral("search_end"));
             const int begin = p.waitType(m, QStringLiteral("search_begin"));
             QVERIFY(begin >= 0 && begin < end);
