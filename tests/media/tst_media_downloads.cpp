@@ -40,318 +40,297 @@ private Q_SLOTS:
         m_rec.clock = &m_clock;
     }
     void init() { m_rec.clear(); }
-    void pacingAndOrder_data();
-    void pacingAndOrder();
-    void pendingFilePublishes();
-    void savedNames_data();
-    void savedNames();
-    void saveRefusals();
-    void notification_data();
-    void notification();
-    void mimeTable_data();
-    void mimeTable();
-    void openFile_data();
-    void openFile();
-    void tapHandlers();
-    void pendingDownloadFinishes();
-};
-
-void TstMediaDownloads::pacingAndOrder_data()
-{
-    QTest::addColumn<QList<qint64>>("ids");
-    QTest::addColumn<QList<bool>>("front");
-    QTest::addColumn<qint64>("awaited"); // the file the user waits for
-    QTest::addColumn<QStringList>("expected");
-    QTest::newRow("front first") << QList<qint64>{1, 2, 3} << QList<bool>{false, false, true}
-                                 << qint64(0)
-                                 << QStringList{"download 3", "download 1", "download 2"};
-    QTest::newRow("once only") << QList<qint64>{4, 4, 5, 4} << QList<bool>{false, true, false, true}
-                               << qint64(0) << QStringList{"download 4", "download 5"};
-    QTest::newRow("ids below 1 ignored")
-        << QList<qint64>{0, -3, 6} << QList<bool>{false, true, false} << qint64(0)
-        << QStringList{"download 6"};
-    QTest::newRow("awaited file") << QList<qint64>{20, 21} << QList<bool>{false, false}
-                                  << qint64(21) << QStringList{"download 20", "downloadp 21"};
-}
-
-void TstMediaDownloads::pacingAndOrder()
-{
-    QFETCH(QList<qint64>, ids);
-    QFETCH(QList<bool>, front);
-    QFETCH(qint64, awaited);
-    QFETCH(QStringList, expected);
-    MediaDownloads dl(m_rec.services(), downloads(), shared(), nullptr);
-    if (awaited)
-        dl.setFilePendingFileId(awaited);
-    const qint64 start = m_clock.elapsed();
-    for (int i = 0; i < ids.size(); ++i)
-        dl.enqueueMediaDownload(ids[i], front[i]);
-    QVERIFY(m_rec.lines.isEmpty());
-    QTRY_COMPARE_WITH_TIMEOUT(m_rec.lines.size(), expected.size(), 5000);
-    QTest::qWait(600);
-    QCOMPARE(m_rec.lines, expected);
-    QVERIFY(!dl.timerActive());
-    // One request per 400 ms tick, the first one tick after queuing.
-    for (int i = 0; i < m_rec.lineTimes.size(); ++i) {
-        const qint64 gap = m_rec.lineTimes[i] - (i ? m_rec.lineTimes[i - 1] : start);
-        QVERIFY2(gap >= 398, qPrintable(QString::number(gap)));
-        QVERIFY(m_rec.log.contains(
-            QStringLiteral("ui: download media file_id=%1\n").arg(expected[i].section(' ', 1))));
+    void pacingAndOrder_data()
+    {
+        QTest::addColumn<QList<qint64>>("ids");
+        QTest::addColumn<QList<bool>>("front");
+        QTest::addColumn<qint64>("awaited"); // the file the user waits for
+        QTest::addColumn<QStringList>("expected");
+        QTest::newRow("front first")
+            << QList<qint64>{1, 2, 3} << QList<bool>{false, false, true} << qint64(0)
+            << QStringList{"download 3", "download 1", "download 2"};
+        QTest::newRow("once only")
+            << QList<qint64>{4, 4, 5, 4} << QList<bool>{false, true, false, true} << qint64(0)
+            << QStringList{"download 4", "download 5"};
+        QTest::newRow("ids below 1 ignored")
+            << QList<qint64>{0, -3, 6} << QList<bool>{false, true, false} << qint64(0)
+            << QStringList{"download 6"};
+        QTest::newRow("awaited file") << QList<qint64>{20, 21} << QList<bool>{false, false}
+                                      << qint64(21) << QStringList{"download 20", "downloadp 21"};
     }
-    // Sent ids stay known: queuing them again requests nothing.
-    for (qint64 id : ids)
-        dl.enqueueMediaDownload(id, false);
-    QTest::qWait(500);
-    QCOMPARE(m_rec.lines.size(), expected.size());
-}
-
-void TstMediaDownloads::pendingFilePublishes()
-{
-    QObject view;
-    MediaDownloads dl(m_rec.services(), downloads(), shared(), &view);
-    QSignalSpy rows(&dl, &MediaDownloads::mediaRowsNeedRefresh);
-    auto published = [&view]() {
-        return QList<qint64>{view.property("file_pending_file_id").toLongLong(),
-                             view.property("file_pending_downloaded").toLongLong(),
-                             view.property("file_pending_total").toLongLong()};
-    };
-    dl.setFilePendingFileId(30);
-    QCOMPARE(rows.count(), 1);
-    dl.onFileProgress(99, 7, 8); // another file
-    QCOMPARE(published(), (QList<qint64>{30, 0, 0}));
-    dl.onFileProgress(30, 500, 1000);
-    rows.clear();
-    dl.setFilePendingFileId(30); // unchanged: nothing happens
-    QCOMPARE(published(), (QList<qint64>{30, 500, 1000}));
-    QCOMPARE(rows.count(), 0);
-    dl.setFilePendingFileId(31);
-    QCOMPARE(published(), (QList<qint64>{31, 0, 0}));
-    QCOMPARE(rows.count(), 2); // the old row and the new one
-    QCOMPARE(rows.at(0).at(0).toLongLong(), 30LL);
-    QCOMPARE(rows.at(1).at(0).toLongLong(), 31LL);
-    dl.setFilePendingFileId(0);
-    QCOMPARE(rows.count(), 3);
-}
-
-void TstMediaDownloads::savedNames_data()
-{
-    QTest::addColumn<QStringList>("existing");
-    QTest::addColumn<QString>("source");
-    QTest::addColumn<QString>("suggested");
-    QTest::addColumn<QString>("expected");
-    auto row = [](const char *name, const QStringList &existing, const char *source,
-                  const char *suggested, const char *expected) {
-        QTest::newRow(name) << existing << source << suggested << expected;
-    };
-    row("free name", {}, "src/a/notes.txt", "", "notes.txt");
-    row("numbered after two", {"report.pdf", "report (1).pdf"}, "src/c/x.pdf", "report.pdf",
-        "report (2).pdf");
-    row("no suffix", {"README"}, "src/d/README", "", "README (1)");
-    row("double suffix", {"a.tar.gz"}, "src/e/a.tar.gz", "", "a.tar (1).gz");
-    row("names without a name", {}, "src/f/  ", "  ", "file_77");
-    row("suggested path is cut to its name, trimmed", {}, "src/g/x", " ../../../escape.txt ",
-        "escape.txt");
-}
-
-void TstMediaDownloads::savedNames()
-{
-    QFETCH(QStringList, existing);
-    QFETCH(QString, source);
-    QFETCH(QString, suggested);
-    QFETCH(QString, expected);
-    const QString folder = emptyDownloads();
-    QDir().mkpath(folder);
-    for (const QString &e : existing)
-        QVERIFY(write_file(folder + QLatin1Char('/') + e, "old"));
-    const QString src = makeFile(source, "new content");
-    MediaDownloads dl(m_rec.services(), folder, shared(), nullptr);
-    const QString got = dl.copyFileToSharedDownloads(77, src, suggested);
-    QCOMPARE(got, folder + QLatin1Char('/') + expected);
-    QCOMPARE(read_file(got), QByteArray("new content"));
-    QVERIFY(QFileInfo::exists(src));
-    for (const QString &e : existing)
-        QCOMPARE(read_file(folder + QLatin1Char('/') + e), QByteArray("old"));
-    QCOMPARE(QDir(folder).entryList(QDir::Files).size(), existing.size() + 1);
-}
-
-void TstMediaDownloads::saveRefusals()
-{
-    const QString folder = emptyDownloads();
-    MediaDownloads dl(m_rec.services(), folder, shared(), nullptr);
-    const QString src = makeFile(QStringLiteral("src/z/song.mp3"));
-    QCOMPARE(dl.copyFileToSharedDownloads(0, src, QString()), QString());
-    QCOMPARE(dl.copyFileToSharedDownloads(5, m_dir.filePath("nothing.mp3"), QString()), QString());
-    QCOMPARE(dl.copyFileToSharedDownloads(5, m_dir.filePath("src"), QString()), QString());
-    QVERIFY(!QFileInfo::exists(folder));
-    // A file already in the folder is returned as it is, with no copy.
-    const QString first = dl.copyFileToSharedDownloads(5, src, QString());
-    QCOMPARE(dl.copyFileToSharedDownloads(5, first, QString()), first);
-    QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{"song.mp3"});
-    // With every numbered name taken the copy fails and overwrites nothing.
-    for (int n = 1; n <= 999; ++n)
-        QVERIFY(write_file(folder + QStringLiteral("/song (%1).mp3").arg(n), "taken"));
-    QCOMPARE(dl.copyFileToSharedDownloads(5, src, QString()), QString());
-    QCOMPARE(read_file(folder + QStringLiteral("/song (999).mp3")), QByteArray("taken"));
-    // A folder that cannot be made.
-    const QString blocker = makeFile(QStringLiteral("blocker"));
-    MediaDownloads blocked(m_rec.services(), blocker + QStringLiteral("/quillo"), shared(),
-                           nullptr);
-    QCOMPARE(blocked.copyFileToSharedDownloads(5, src, QString()), QString());
-}
-
-void TstMediaDownloads::notification_data()
-{
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<QString>("displayName");
-    QTest::addColumn<QString>("toast");
-    auto row = [](const char *name, const char *file, const char *display, const char *toast) {
-        QTest::newRow(name) << file << display << toast;
-    };
-    row("saved copy", "shared/downloads/quillo/a.pdf", "", "File saved: a.pdf");
-    row("other downloads folder", "shared/downloads/other/b.pdf", "", "File saved: b.pdf");
-    row("cache file", "data/cache/c.bin", "", "File downloaded: c.bin");
-    row("display name", "data/cache/d.bin", "  some/Nice name.doc ",
-        "File downloaded: Nice name.doc");
-}
-
-void TstMediaDownloads::notification()
-{
-    QFETCH(QString, file);
-    QFETCH(QString, displayName);
-    QFETCH(QString, toast);
-    const QString path = makeFile(file);
-    MediaDownloads dl(m_rec.services(), downloads(), shared(), nullptr);
-    dl.postFileDownloadedNotification(path, displayName);
-    dl.postFileDownloadedNotification(path + QStringLiteral(".gone"), displayName);
-    QCOMPARE(m_rec.toaster.shown(), QStringList{toast});
-    QCOMPARE(m_rec.log,
-             QStringList{QStringLiteral("ui: notify missing file: %1.gone\n").arg(path)});
-}
-
-void TstMediaDownloads::mimeTable_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("mime");
-    // "name type" pairs.
-    const QStringList rows =
-        QStringLiteral("a.pdf application/pdf|a.png image/png|photo.JPG image/jpeg|"
-                       "a.jpeg image/jpeg|a.gif image/gif|a.txt text/plain|debug.log text/plain|"
-                       "a.html text/html|a.HTM text/html|a.json application/json|"
-                       "a.xml application/xml|a.csv text/csv|a.mp3 audio/mpeg|a.ogg audio/ogg|"
-                       "a.wav audio/wav|a.m4a audio/mp4|a.mp4 video/mp4|a.mov video/quicktime|"
-                       "a.zip application/zip|a.tar.gz application/gzip|"
-                       "a.7z application/x-7z-compressed|a.rar application/x-rar-compressed|"
-                       "a.doc application/msword|a.docx application/"
-                       "vnd.openxmlformats-officedocument.wordprocessingml.document|"
-                       "a.xls application/vnd.ms-excel|a.xlsx application/"
-                       "vnd.openxmlformats-officedocument.spreadsheetml.sheet|"
-                       "a.ppt application/vnd.ms-powerpoint|a.pptx application/"
-                       "vnd.openxmlformats-officedocument.presentationml.presentation|"
-                       "a.oga application/octet-stream|Makefile application/octet-stream|"
-                       "archive.pdf.exe application/octet-stream")
-            .split(QLatin1Char('|'));
-    for (const QString &r : rows)
-        QTest::newRow(qPrintable(r.section(' ', 0, 0)))
-            << r.section(' ', 0, 0) << r.section(' ', 1);
-}
-
-void TstMediaDownloads::mimeTable()
-{
-    QFETCH(QString, name);
-    QFETCH(QString, mime);
-    QCOMPARE(mime_type_for_file_name(name), mime);
-}
-
-void TstMediaDownloads::openFile_data()
-{
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<bool>("accepted");
-    QTest::addColumn<QString>("mime");
-    QTest::addColumn<QString>("mode");
-    auto row = [](const char *name, const char *file, bool accepted, const char *mime,
-                  const char *mode) { QTest::newRow(name) << file << accepted << mime << mode; };
-    row("shared file in place", "shared/documents/x.PDF", true, "application/pdf", "1");
-    row("private file as a copy", "data/cache/y.png", true, "image/png", "2");
-    row("nothing takes it", "data/cache/z.bin", false, "application/octet-stream", "2");
-}
-
-void TstMediaDownloads::openFile()
-{
-    QFETCH(QString, file);
-    QFETCH(bool, accepted);
-    QFETCH(QString, mime);
-    QFETCH(QString, mode);
-    const QString path = makeFile(file);
-    m_rec.invoker.setOpenResult(accepted);
-    MediaDownloads dl(m_rec.services(), downloads(), shared(), nullptr);
-    dl.invokeOpenFile(path);
-    dl.invokeOpenFile(path + QStringLiteral(".missing"));
-    QCOMPARE(m_rec.invoker.requests().size(), 1);
-    const RecordingInvoker::Request r = m_rec.invoker.requests().first();
-    QCOMPARE(r.url, QUrl::fromLocalFile(path));
-    QCOMPARE(r.mimeType, mime);
-    QCOMPARE(r.transferMode, mode);
-    QCOMPARE(m_rec.log.contains(QStringLiteral("ui: invoke failed (no reply) path=%1\n").arg(path)),
-             !accepted);
-    QCOMPARE(m_rec.log.last(), QStringLiteral("ui: invoke missing file: %1.missing\n").arg(path));
-}
-
-void TstMediaDownloads::tapHandlers()
-{
-    QObject view;
-    const QString folder = emptyDownloads();
-    MediaDownloads dl(m_rec.services(), folder, shared(), &view);
-    QSignalSpy saved(&dl, &MediaDownloads::fileSharedPathChanged);
-    QSignalSpy video(&dl, &MediaDownloads::videoViewerRequested);
-    const QString doc = makeFile(QStringLiteral("data/files/doc.txt"));
-    dl.onFileTapped(doc, 0); // ignored
-    dl.onFileTapped(doc, 60);
-    QCOMPARE(saved.count(), 1);
-    QCOMPARE(saved.at(0).at(1).toString(), folder + QStringLiteral("/doc.txt"));
-    QVERIFY(m_rec.log.contains(QStringLiteral("ui: file saved: %1/doc.txt\n").arg(folder)));
-    QCOMPARE(m_rec.toaster.shown(), QStringList{QStringLiteral("File saved: doc.txt")});
-    dl.onFileIconTapped(doc, 61);
-    QCOMPARE(m_rec.invoker.requests().size(), 1);
-    dl.onVideoTapped(makeFile(QStringLiteral("data/files/clip.mp4")), 62);
-    QCOMPARE(video.count(), 1);
-    QVERIFY(m_rec.lines.isEmpty());
-    // Missing files are downloaded; the one to view is awaited.
-    dl.onFileTapped(QString(), 63);
-    QCOMPARE(view.property("file_pending_file_id").toLongLong(), 63LL);
-    dl.onFileIconTapped(QStringLiteral("/no/such/file"), 64);
-    dl.onVideoTapped(QString(), 65);
-    QCOMPARE(view.property("file_pending_file_id").toLongLong(), 65LL);
-    for (const char *l : {"ui: file download file_id=63\n", "ui: file download file_id=64\n",
-                          "ui: video download file_id=65\n"})
-        QVERIFY2(m_rec.log.contains(QLatin1String(l)), l);
-    QTRY_COMPARE_WITH_TIMEOUT(m_rec.lines.size(), 3, 3000);
-    QCOMPARE(m_rec.lines, (QStringList{"download 63", "download 64", "downloadp 65"}));
-}
-
-void TstMediaDownloads::pendingDownloadFinishes()
-{
-    QObject view;
-    const QString folder = emptyDownloads();
-    MediaDownloads dl(m_rec.services(), folder, shared(), &view);
-    QSignalSpy saved(&dl, &MediaDownloads::fileSharedPathChanged);
-    const QString got = makeFile(QStringLiteral("data/tdlib/files/abc123"), "payload");
-    dl.onFileTapped(QString(), 70);
-    QVERIFY(!dl.onPendingFileDownloaded(71, got, QStringLiteral("x.pdf"))); // another file
-    QCOMPARE(dl.filePendingFileId(), 70LL);
-    QVERIFY(dl.onPendingFileDownloaded(70, got, QStringLiteral("Invoice.pdf")));
-    QCOMPARE(view.property("file_pending_file_id").toLongLong(), 0LL);
-    QCOMPARE(saved.count(), 1);
-    QCOMPARE(saved.at(0).at(1).toString(), folder + QStringLiteral("/Invoice.pdf"));
-    QCOMPARE(read_file(folder + QStringLiteral("/Invoice.pdf")), QByteArray("payload"));
-    QVERIFY(
-        m_rec.log.contains(QStringLiteral("ui: file downloaded: %1/Invoice.pdf\n").arg(folder)));
-    QCOMPARE(m_rec.toaster.last(), QStringLiteral("File saved: Invoice.pdf"));
-    // A file that vanished before it could be saved.
-    dl.onFileTapped(QString(), 72);
-    QVERIFY(dl.onPendingFileDownloaded(72, got + QStringLiteral(".gone"), QString()));
-    QVERIFY(m_rec.log.contains(QStringLiteral("ui: file download save failed file_id=72\n")));
-    QCOMPARE(saved.count(), 1);
-}
+    void pacingAndOrder()
+    {
+        QFETCH(QList<qint64>, ids);
+        QFETCH(QList<bool>, front);
+        QFETCH(qint64, awaited);
+        QFETCH(QStringList, expected);
+        MediaDownloads dl(m_rec.services(), downloads(), shared(), nullptr);
+        if (awaited)
+            dl.setFilePendingFileId(awaited);
+        const qint64 start = m_clock.elapsed();
+        for (int i = 0; i < ids.size(); ++i)
+            dl.enqueueMediaDownload(ids[i], front[i]);
+        QVERIFY(m_rec.lines.isEmpty());
+        QTRY_COMPARE_WITH_TIMEOUT(m_rec.lines.size(), expected.size(), 5000);
+        QTest::qWait(600);
+        QCOMPARE(m_rec.lines, expected);
+        QVERIFY(!dl.timerActive());
+        // One request per 400 ms tick, the first one tick after queuing.
+        for (int i = 0; i < m_rec.lineTimes.size(); ++i) {
+            const qint64 gap = m_rec.lineTimes[i] - (i ? m_rec.lineTimes[i - 1] : start);
+            QVERIFY2(gap >= 398, qPrintable(QString::number(gap)));
+            QVERIFY(m_rec.log.contains(QStringLiteral("ui: download media file_id=%1\n")
+                                           .arg(expected[i].section(' ', 1))));
+        }
+        // Sent ids stay known: queuing them again requests nothing.
+        for (qint64 id : ids)
+            dl.enqueueMediaDownload(id, false);
+        QTest::qWait(500);
+        QCOMPARE(m_rec.lines.size(), expected.size());
+    }
+    void pendingFilePublishes()
+    {
+        QObject view;
+        MediaDownloads dl(m_rec.services(), downloads(), shared(), &view);
+        QSignalSpy rows(&dl, &MediaDownloads::mediaRowsNeedRefresh);
+        auto published = [&view]() {
+            return QList<qint64>{view.property("file_pending_file_id").toLongLong(),
+                                 view.property("file_pending_downloaded").toLongLong(),
+                                 view.property("file_pending_total").toLongLong()};
+        };
+        dl.setFilePendingFileId(30);
+        QCOMPARE(rows.count(), 1);
+        dl.onFileProgress(99, 7, 8); // another file
+        QCOMPARE(published(), (QList<qint64>{30, 0, 0}));
+        dl.onFileProgress(30, 500, 1000);
+        rows.clear();
+        dl.setFilePendingFileId(30); // unchanged: nothing happens
+        QCOMPARE(published(), (QList<qint64>{30, 500, 1000}));
+        QCOMPARE(rows.count(), 0);
+        dl.setFilePendingFileId(31);
+        QCOMPARE(published(), (QList<qint64>{31, 0, 0}));
+        QCOMPARE(rows.count(), 2); // the old row and the new one
+        QCOMPARE(rows.at(0).at(0).toLongLong(), 30LL);
+        QCOMPARE(rows.at(1).at(0).toLongLong(), 31LL);
+        dl.setFilePendingFileId(0);
+        QCOMPARE(rows.count(), 3);
+    }
+    void savedNames_data()
+    {
+        QTest::addColumn<QStringList>("existing");
+        QTest::addColumn<QString>("source");
+        QTest::addColumn<QString>("suggested");
+        QTest::addColumn<QString>("expected");
+        auto row = [](const char *name, const QStringList &existing, const char *source,
+                      const char *suggested, const char *expected) {
+            QTest::newRow(name) << existing << source << suggested << expected;
+        };
+        row("free name", {}, "src/a/notes.txt", "", "notes.txt");
+        row("numbered after two", {"report.pdf", "report (1).pdf"}, "src/c/x.pdf", "report.pdf",
+            "report (2).pdf");
+        row("no suffix", {"README"}, "src/d/README", "", "README (1)");
+        row("double suffix", {"a.tar.gz"}, "src/e/a.tar.gz", "", "a.tar (1).gz");
+        row("names without a name", {}, "src/f/  ", "  ", "file_77");
+        row("suggested path is cut to its name, trimmed", {}, "src/g/x", " ../../../escape.txt ",
+            "escape.txt");
+    }
+    void savedNames()
+    {
+        QFETCH(QStringList, existing);
+        QFETCH(QString, source);
+        QFETCH(QString, suggested);
+        QFETCH(QString, expected);
+        const QString folder = emptyDownloads();
+        QDir().mkpath(folder);
+        for (const QString &e : existing)
+            QVERIFY(write_file(folder + QLatin1Char('/') + e, "old"));
+        const QString src = makeFile(source, "new content");
+        MediaDownloads dl(m_rec.services(), folder, shared(), nullptr);
+        const QString got = dl.copyFileToSharedDownloads(77, src, suggested);
+        QCOMPARE(got, folder + QLatin1Char('/') + expected);
+        QCOMPARE(read_file(got), QByteArray("new content"));
+        QVERIFY(QFileInfo::exists(src));
+        for (const QString &e : existing)
+            QCOMPARE(read_file(folder + QLatin1Char('/') + e), QByteArray("old"));
+        QCOMPARE(QDir(folder).entryList(QDir::Files).size(), existing.size() + 1);
+    }
+    void saveRefusals()
+    {
+        const QString folder = emptyDownloads();
+        MediaDownloads dl(m_rec.services(), folder, shared(), nullptr);
+        const QString src = makeFile(QStringLiteral("src/z/song.mp3"));
+        QCOMPARE(dl.copyFileToSharedDownloads(0, src, QString()), QString());
+        QCOMPARE(dl.copyFileToSharedDownloads(5, m_dir.filePath("nothing.mp3"), QString()),
+                 QString());
+        QCOMPARE(dl.copyFileToSharedDownloads(5, m_dir.filePath("src"), QString()), QString());
+        QVERIFY(!QFileInfo::exists(folder));
+        // A file already in the folder is returned as it is, with no copy.
+        const QString first = dl.copyFileToSharedDownloads(5, src, QString());
+        QCOMPARE(dl.copyFileToSharedDownloads(5, first, QString()), first);
+        QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{"song.mp3"});
+        // With every numbered name taken the copy fails and overwrites nothing.
+        for (int n = 1; n <= 999; ++n)
+            QVERIFY(write_file(folder + QStringLiteral("/song (%1).mp3").arg(n), "taken"));
+        QCOMPARE(dl.copyFileToSharedDownloads(5, src, QString()), QString());
+        QCOMPARE(read_file(folder + QStringLiteral("/song (999).mp3")), QByteArray("taken"));
+        // A folder that cannot be made.
+        const QString blocker = makeFile(QStringLiteral("blocker"));
+        MediaDownloads blocked(m_rec.services(), blocker + QStringLiteral("/quillo"), shared(),
+                               nullptr);
+        QCOMPARE(blocked.copyFileToSharedDownloads(5, src, QString()), QString());
+    }
+    void notification_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<QString>("displayName");
+        QTest::addColumn<QString>("toast");
+        auto row = [](const char *name, const char *file, const char *display, const char *toast) {
+            QTest::newRow(name) << file << display << toast;
+        };
+        row("saved copy", "shared/downloads/quillo/a.pdf", "", "File saved: a.pdf");
+        row("other downloads folder", "shared/downloads/other/b.pdf", "", "File saved: b.pdf");
+        row("cache file", "data/cache/c.bin", "", "File downloaded: c.bin");
+        row("display name", "data/cache/d.bin", "  some/Nice name.doc ",
+            "File downloaded: Nice name.doc");
+    }
+    void notification()
+    {
+        QFETCH(QString, file);
+        QFETCH(QString, displayName);
+        QFETCH(QString, toast);
+        const QString path = makeFile(file);
+        MediaDownloads dl(m_rec.services(), downloads(), shared(), nullptr);
+        dl.postFileDownloadedNotification(path, displayName);
+        dl.postFileDownloadedNotification(path + QStringLiteral(".gone"), displayName);
+        QCOMPARE(m_rec.toaster.shown(), QStringList{toast});
+        QCOMPARE(m_rec.log,
+                 QStringList{QStringLiteral("ui: notify missing file: %1.gone\n").arg(path)});
+    }
+    void mimeTable_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("mime");
+        // "name type" pairs.
+        const QStringList rows =
+            QStringLiteral(
+                "a.pdf application/pdf|a.png image/png|photo.JPG image/jpeg|"
+                "a.jpeg image/jpeg|a.gif image/gif|a.txt text/plain|debug.log text/plain|"
+                "a.html text/html|a.HTM text/html|a.json application/json|"
+                "a.xml application/xml|a.csv text/csv|a.mp3 audio/mpeg|a.ogg audio/ogg|"
+                "a.wav audio/wav|a.m4a audio/mp4|a.mp4 video/mp4|a.mov video/quicktime|"
+                "a.zip application/zip|a.tar.gz application/gzip|"
+                "a.7z application/x-7z-compressed|a.rar application/x-rar-compressed|"
+                "a.doc application/msword|a.docx application/"
+                "vnd.openxmlformats-officedocument.wordprocessingml.document|"
+                "a.xls application/vnd.ms-excel|a.xlsx application/"
+                "vnd.openxmlformats-officedocument.spreadsheetml.sheet|"
+                "a.ppt application/vnd.ms-powerpoint|a.pptx application/"
+                "vnd.openxmlformats-officedocument.presentationml.presentation|"
+                "a.oga application/octet-stream|Makefile application/octet-stream|"
+                "archive.pdf.exe application/octet-stream")
+                .split(QLatin1Char('|'));
+        for (const QString &r : rows)
+            QTest::newRow(qPrintable(r.section(' ', 0, 0)))
+                << r.section(' ', 0, 0) << r.section(' ', 1);
+    }
+    void mimeTable()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, mime);
+        QCOMPARE(mime_type_for_file_name(name), mime);
+    }
+    void openFile_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<bool>("accepted");
+        QTest::addColumn<QString>("mime");
+        QTest::addColumn<QString>("mode");
+        auto row = [](const char *name, const char *file, bool accepted, const char *mime,
+                      const char *mode) {
+            QTest::newRow(name) << file << accepted << mime << mode;
+        };
+        row("shared file in place", "shared/documents/x.PDF", true, "application/pdf", "1");
+        row("private file as a copy", "data/cache/y.png", true, "image/png", "2");
+        row("nothing takes it", "data/cache/z.bin", false, "application/octet-stream", "2");
+    }
+    void openFile()
+    {
+        QFETCH(QString, file);
+        QFETCH(bool, accepted);
+        QFETCH(QString, mime);
+        QFETCH(QString, mode);
+        const QString path = makeFile(file);
+        m_rec.invoker.setOpenResult(accepted);
+        MediaDownloads dl(m_rec.services(), downloads(), shared(), nullptr);
+        dl.invokeOpenFile(path);
+        dl.invokeOpenFile(path + QStringLiteral(".missing"));
+        QCOMPARE(m_rec.invoker.requests().size(), 1);
+        const RecordingInvoker::Request r = m_rec.invoker.requests().first();
+        QCOMPARE(r.url, QUrl::fromLocalFile(path));
+        QCOMPARE(r.mimeType, mime);
+        QCOMPARE(r.transferMode, mode);
+        QCOMPARE(
+            m_rec.log.contains(QStringLiteral("ui: invoke failed (no reply) path=%1\n").arg(path)),
+            !accepted);
+        QCOMPARE(m_rec.log.last(),
+                 QStringLiteral("ui: invoke missing file: %1.missing\n").arg(path));
+    }
+    void tapHandlers()
+    {
+        QObject view;
+        const QString folder = emptyDownloads();
+        MediaDownloads dl(m_rec.services(), folder, shared(), &view);
+        QSignalSpy saved(&dl, &MediaDownloads::fileSharedPathChanged);
+        QSignalSpy video(&dl, &MediaDownloads::videoViewerRequested);
+        const QString doc = makeFile(QStringLiteral("data/files/doc.txt"));
+        dl.onFileTapped(doc, 0); // ignored
+        dl.onFileTapped(doc, 60);
+        QCOMPARE(saved.count(), 1);
+        QCOMPARE(saved.at(0).at(1).toString(), folder + QStringLiteral("/doc.txt"));
+        QVERIFY(m_rec.log.contains(QStringLiteral("ui: file saved: %1/doc.txt\n").arg(folder)));
+        QCOMPARE(m_rec.toaster.shown(), QStringList{QStringLiteral("File saved: doc.txt")});
+        dl.onFileIconTapped(doc, 61);
+        QCOMPARE(m_rec.invoker.requests().size(), 1);
+        dl.onVideoTapped(makeFile(QStringLiteral("data/files/clip.mp4")), 62);
+        QCOMPARE(video.count(), 1);
+        QVERIFY(m_rec.lines.isEmpty());
+        // Missing files are downloaded; the one to view is awaited.
+        dl.onFileTapped(QString(), 63);
+        QCOMPARE(view.property("file_pending_file_id").toLongLong(), 63LL);
+        dl.onFileIconTapped(QStringLiteral("/no/such/file"), 64);
+        dl.onVideoTapped(QString(), 65);
+        QCOMPARE(view.property("file_pending_file_id").toLongLong(), 65LL);
+        for (const char *l : {"ui: file download file_id=63\n", "ui: file download file_id=64\n",
+                              "ui: video download file_id=65\n"})
+            QVERIFY2(m_rec.log.contains(QLatin1String(l)), l);
+        QTRY_COMPARE_WITH_TIMEOUT(m_rec.lines.size(), 3, 3000);
+        QCOMPARE(m_rec.lines, (QStringList{"download 63", "download 64", "downloadp 65"}));
+    }
+    void pendingDownloadFinishes()
+    {
+        QObject view;
+        const QString folder = emptyDownloads();
+        MediaDownloads dl(m_rec.services(), folder, shared(), &view);
+        QSignalSpy saved(&dl, &MediaDownloads::fileSharedPathChanged);
+        const QString got = makeFile(QStringLiteral("data/tdlib/files/abc123"), "payload");
+        dl.onFileTapped(QString(), 70);
+        QVERIFY(!dl.onPendingFileDownloaded(71, got, QStringLiteral("x.pdf"))); // another file
+        QCOMPARE(dl.filePendingFileId(), 70LL);
+        QVERIFY(dl.onPendingFileDownloaded(70, got, QStringLiteral("Invoice.pdf")));
+        QCOMPARE(view.property("file_pending_file_id").toLongLong(), 0LL);
+        QCOMPARE(saved.count(), 1);
+        QCOMPARE(saved.at(0).at(1).toString(), folder + QStringLiteral("/Invoice.pdf"));
+        QCOMPARE(read_file(folder + QStringLiteral("/Invoice.pdf")), QByteArray("payload"));
+        QVERIFY(m_rec.log.contains(
+            QStringLiteral("ui: file downloaded: %1/Invoice.pdf\n").arg(folder)));
+        QCOMPARE(m_rec.toaster.last(), QStringLiteral("File saved: Invoice.pdf"));
+        // A file that vanished before it could be saved.
+        dl.onFileTapped(QString(), 72);
+        QVERIFY(dl.onPendingFileDownloaded(72, got + QStringLiteral(".gone"), QString()));
+        QVERIFY(m_rec.log.contains(QStringLiteral("ui: file download save failed file_id=72\n")));
+        QCOMPARE(saved.count(), 1);
+    }
+};
 
 QTEST_GUILESS_MAIN(TstMediaDownloads)
 #include "tst_media_downloads.moc"
