@@ -119,6 +119,10 @@ public:
         QFile f(eventsPath());
         if (!f.open(QIODevice::ReadOnly))
             return;
+        if (f.size() < m_offset) { // removed and made again: read it from the start
+            m_offset = 0;
+            m_partial.clear();
+        }
         f.seek(m_offset);
         const QByteArray bytes = f.readAll();
         m_offset += bytes.size();
