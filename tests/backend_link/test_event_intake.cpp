@@ -27,7 +27,6 @@ private Q_SLOTS:
     void poll_overlongLineDropped_data();
     void poll_overlongLineDropped();
     void poll_suspendedReadsNothing();
-    void poll_realTimerDeliversEvents();
     void poll_adaptiveInterval_data();
     void poll_adaptiveInterval();
 
@@ -173,18 +172,6 @@ void TestEventIntake::poll_suspendedReadsNothing()
     f->intake.onAppFullscreen(); // clears the suspension
     f->intake.onPoll();
     QCOMPARE(texts(spy), QStringList{"a"});
-}
-
-void TestEventIntake::poll_realTimerDeliversEvents()
-{
-    QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
-    f->intake.startPolling();
-    QVERIFY(writeFile(f->events, "{\"type\":\"timer\"}\n", true));
-    QTRY_COMPARE_WITH_TIMEOUT(spy.count(), 1, 3000);
-    // Activity switched the running timer to the fast rate.
-    QCOMPARE(f->intake.currentPollInterval(), 200);
-    QVERIFY(writeFile(f->events, "{\"type\":\"timer2\"}\n", true));
-    QTRY_COMPARE_WITH_TIMEOUT(spy.count(), 2, 1000);
 }
 
 void TestEventIntake::poll_adaptiveInterval_data()
