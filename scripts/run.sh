@@ -20,7 +20,8 @@ xvfb-run -a -s "-screen 0 1280x1400x24" bash -c '
   build/bin/vexa "$@" &
   pid=$!
   sleep "${VEXA_SCREENSHOT_DELAY:-6}"
-  import -window root "'"$shot"'"
+  win=$(xwininfo -root -tree | awk '"'"'/"Vexa": \(/ {print $1; exit}'"'"')
+  import -window "${win:-root}" "'"$shot"'"
   kill -TERM $pid
   wait $pid || true
 ' _ "$@"
