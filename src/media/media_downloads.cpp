@@ -79,6 +79,14 @@ void MediaDownloads::enqueueMediaDownload(long long fileId, bool front)
         m_timer.start(kDownloadIntervalMs);
 }
 
+void MediaDownloads::clear()
+{
+    m_timer.stop();
+    m_queue.clear();
+    m_queued.clear();
+    setFilePendingFileId(0);
+}
+
 void MediaDownloads::onMediaDownloadTimeout()
 {
     if (m_queue.isEmpty())

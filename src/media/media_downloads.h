@@ -31,6 +31,9 @@ public:
     void setListView(QObject *listView) { m_listView = listView; }
 
     void enqueueMediaDownload(long long fileId, bool front);
+    // Low memory: stops the pacing timer, empties the queue and its
+    // once-only set and forgets the file the user waits for.
+    void clear();
     void setFilePendingFileId(long long fileId);
     long long filePendingFileId() const { return m_filePendingFileId; }
     // "file_progress": publishes the byte counts when fileId is the file the

@@ -88,6 +88,24 @@ private Q_SLOTS:
         QTest::qWait(500);
         QCOMPARE(m_rec.lines.size(), expected.size());
     }
+    void clearForgetsEverything()
+    {
+        QObject view;
+        MediaDownloads dl(m_rec.services(), downloads(), shared(), &view);
+        dl.setFilePendingFileId(41);
+        dl.enqueueMediaDownload(40, false);
+        dl.enqueueMediaDownload(41, true);
+        dl.clear();
+        QVERIFY(!dl.timerActive());
+        QVERIFY(dl.queue().isEmpty());
+        QCOMPARE(dl.filePendingFileId(), 0LL);
+        QCOMPARE(view.property("file_pending_file_id").toLongLong(), 0LL);
+        QTest::qWait(600);
+        QVERIFY(m_rec.lines.isEmpty());
+        // The once-only set went too: the file can be asked for again.
+        dl.enqueueMediaDownload(40, false);
+        QTRY_COMPARE_WITH_TIMEOUT(m_rec.lines, QStringList{"download 40"}, 3000);
+    }
     void pendingFilePublishes()
     {
         QObject view;

@@ -2,6 +2,7 @@
 
 #include "backend_link/app_log.h"
 #include "backend_link/event_intake.h"
+#include "media/media_downloads.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
 #include "shell/ui/screens.h"
@@ -231,8 +232,12 @@ void TestController::lifecycleAndScaleOverride()
     m_spike->onAppFullscreen();
     QVERIFY(QFile::exists(marker));
     QCOMPARE(m_spike->eventIntake()->currentPollInterval(), 1000);
+    m_spike->mediaDownloads()->setFilePendingFileId(77);
+    m_spike->mediaDownloads()->enqueueMediaDownload(77, true);
     m_spike->onLowMemory(2);
     QCOMPARE(m_spike->eventIntake()->currentPollInterval(), 2000);
+    QVERIFY(m_spike->mediaDownloads()->queue().isEmpty());
+    QCOMPARE(m_spike->mediaDownloads()->filePendingFileId(), 0LL);
     QVERIFY(m_spike->appLog()->buffer().isEmpty());
     m_spike->onAppAboutToQuit();
     QVERIFY(!QFile::exists(marker));

@@ -414,6 +414,7 @@ void UiTdlibSpike::onLowMemory(int level)
     stopMedia();
     QPixmapCache::clear();
     avatars_->clear();
+    downloads_->clear();
     log_->clear();
     intake_->onLowMemory();
     if (log_->isViewVisible())
