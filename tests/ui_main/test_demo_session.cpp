@@ -129,8 +129,10 @@ void TestDemoSession::signInAndBrowse()
 
     // Visible rows show a title and either a letter tile or the photo; photos
     // arrive as round 144-pixel PNGs with transparent corners.
-    QVERIFY(!list->visibleRows().isEmpty());
+    // The view lays out on its own schedule after the rows arrive.
+    QVERIFY(waitFor([&] { return !list->visibleRows().isEmpty(); }, 5000));
     const int top = list->visibleRows().first();
+    QVERIFY(list->itemWidget(top));
     auto *title = list->itemWidget(top)->findChild<QLabel *>(QStringLiteral("title"));
     QVERIFY(title);
     QCOMPARE(title->text(), rowAt(top).value("title").toString());
