@@ -700,12 +700,17 @@ qint64 DemoBackend::orderOf(int ci) const
         return (Q_INT64_C(1) << 50) + c.pinnedRank;
     qint64 date = m_rt.at(ci).state.orderDate;
     DemoMessage last;
-    const qint64 lastId = lastMessageId(ci);
-    if (lastId > 0 && findMessage(ci, lastId, &last))
+    if (lastMessage(ci, &last))
         date = qMax(date, last.date);
     if (date <= 0)
         date = m_epoch - c.lagSeconds;
     return (date << 16) + (c.index & 0xffff);
+}
+
+bool DemoBackend::lastMessage(int ci, DemoMessage *out) const
+{
+    const qint64 lastId = lastMessageId(ci);
+    return lastId > 0 && findMessage(ci, lastId, out);
 }
 
 QVector<int> DemoBackend::mainList() const
@@ -864,8 +869,7 @@ QJsonObject DemoBackend::chatJson(int ci) const
     o.insert(QStringLiteral("pinned"), c.pinnedRank > 0);
     o.insert(QStringLiteral("unread_count"), unreadCount(ci));
     DemoMessage last;
-    const qint64 lastId = lastMessageId(ci);
-    if (lastId > 0 && findMessage(ci, lastId, &last)) {
+    if (lastMessage(ci, &last)) {
         o.insert(QStringLiteral("last_text"), last.text);
         o.insert(QStringLiteral("last_content_type"), last.contentType);
         o.insert(QStringLiteral("last_date"), last.date);
@@ -938,8 +942,7 @@ void DemoBackend::emitChatLastMessage(int ci)
     e.insert(QStringLiteral("type"), QStringLiteral("chat_last_message"));
     e.insert(QStringLiteral("chat_id"), chat(ci).id);
     DemoMessage last;
-    const qint64 lastId = lastMessageId(ci);
-    if (lastId > 0 && findMessage(ci, lastId, &last)) {
+    if (lastMessage(ci, &last)) {
         e.insert(QStringLiteral("message_id"), last.id);
         e.insert(QStringLiteral("date"), last.date);
         e.insert(QStringLiteral("content_type"), last.contentType);
@@ -2056,8 +2059,7 @@ void DemoBackend::cmdChatAction(const QString &verb, const QStringList &a)
         if (c.type == QLatin1String("channel"))
             return fail(400, QStringLiteral("Channel history can't be cleared"));
         DemoMessage last;
-        const qint64 lastId = lastMessageId(ci);
-        if (lastId > 0 && findMessage(ci, lastId, &last))
+        if (lastMessage(ci, &last))
             rt.state.orderDate = qMax(rt.state.orderDate, last.date);
         rt.state.clearedUpTo = qMax(rt.state.clearedUpTo, nextMessageId(ci) - 1);
         rt.state.lastReadInbox = qMax(rt.state.lastReadInbox, rt.state.clearedUpTo);

@@ -95,6 +95,8 @@ private:
     QVector<int> mainList() const;
     bool findMessage(int ci, qint64 id, DemoMessage *out) const;
     qint64 lastMessageId(int ci) const;
+    // The newest visible message of the chat; false when it has none.
+    bool lastMessage(int ci, DemoMessage *out) const;
     // Not deleted by the user (the generated history has no other gaps).
     static bool isAlive(const ChatRuntime &rt, qint64 id);
     QList<qint64> idsBefore(int ci, qint64 before, int limit) const;
