@@ -34,6 +34,15 @@ QWidget *panel(const QString &objectName, const char *bgGroup, QWidget *parent)
     return w;
 }
 
+QVBoxLayout *cardColumn(QWidget *body, float scale)
+{
+    auto *v = new QVBoxLayout(body);
+    const int m = scaled_px(24, scale);
+    v->setContentsMargins(m, m, m, m);
+    v->setSpacing(scaled_px(20, scale));
+    return v;
+}
+
 QLabel *label(const QString &text, const QString &objectName, const char *fgGroup, const char *font,
               QWidget *parent)
 {

@@ -18,6 +18,8 @@ namespace screen_parts {
 // margin-less vertical layout, returned.
 QVBoxLayout *screenRoot(QWidget *screen, const QString &objectName, const char *bgGroup);
 QWidget *panel(const QString &objectName, const char *bgGroup, QWidget *parent);
+// The padded column of cards that fills a screen's body.
+QVBoxLayout *cardColumn(QWidget *body, float scale);
 QLabel *label(const QString &text, const QString &objectName, const char *fgGroup, const char *font,
               QWidget *parent);
 QPushButton *button(const QString &text, const QString &objectName, const char *role, float scale,

@@ -362,10 +362,7 @@ ChatInfoScreen::ChatInfoScreen(float scale, QWidget *parent) : QWidget(parent)
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     QWidget *body = panel(QStringLiteral("info_body"), "A", scroll);
-    auto *bv = new QVBoxLayout(body);
-    bv->setContentsMargins(scaled_px(24, scale), scaled_px(24, scale), scaled_px(24, scale),
-                           scaled_px(24, scale));
-    bv->setSpacing(scaled_px(20, scale));
+    QVBoxLayout *bv = cardColumn(body, scale);
 
     QVBoxLayout *top = nullptr;
     QWidget *topCard = card(QStringLiteral("info_top_card"), scale, body, &top);
@@ -427,10 +424,7 @@ MenuScreen::MenuScreen(float scale, bool darkTheme, QWidget *parent)
                         QStringLiteral("menu_title"), true, scale, this, nullptr, &back_));
 
     QWidget *body = panel(QStringLiteral("menu_body"), "A", this);
-    auto *bv = new QVBoxLayout(body);
-    bv->setContentsMargins(scaled_px(24, scale), scaled_px(24, scale), scaled_px(24, scale),
-                           scaled_px(24, scale));
-    bv->setSpacing(scaled_px(20, scale));
+    QVBoxLayout *bv = cardColumn(body, scale);
 
     // Own profile: avatar on the left, name, user name and phone beside it.
     QVBoxLayout *me = nullptr;
