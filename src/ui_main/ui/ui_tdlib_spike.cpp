@@ -252,9 +252,6 @@ void UiTdlibSpike::buildScreens()
     chatListView_->setObjectName(QStringLiteral("chat_list_view"));
     chatListView_->setFrameShape(QFrame::NoFrame);
     chatListView_->setProperty("bg", QStringLiteral("E"));
-    // Row widgets colour their labels through WindowText; under a viewport's
-    // default Base role they would paint with Text instead.
-    chatListView_->viewport()->setBackgroundRole(QPalette::Window);
 
     chatListView_->setEstimatedRowHeight(scaled_px(188, uiScale_));
     screens_->mainScreen()->setChatListView(chatListView_);
