@@ -847,13 +847,19 @@ private Q_SLOTS:
         const int m = p.mark();
         p.send("forward 1003 " + num(big) + ' ' + num(ev_i64(source.at(0), "id")) + ' ' +
                num(ev_i64(source.at(1), "id")));
+        // waitFor scans from its start on every pass, so each match is found
+        // by its own call rather than gathered inside the predicate.
+        const auto isForward = [](const QJsonObject &e) {
+            return ev_type(e) == QLatin1String("message_new") && ev_i64(e, "chat_id") == 1003 &&
+                   flag(e, "outgoing");
+        };
         QList<QJsonObject> pending;
-        QVERIFY(p.waitFor(m, [&pending](const QJsonObject &e) {
-            if (ev_type(e) == QLatin1String("message_new") && ev_i64(e, "chat_id") == 1003 &&
-                flag(e, "outgoing"))
-                pending.append(e);
-            return pending.size() == 2;
-        }) >= 0);
+        for (int from = m; pending.size() < 2;) {
+            const int at = p.waitFor(from, isForward);
+            QVERIFY(at >= 0);
+            pending.append(p.between(at, at + 1).first());
+            from = at + 1;
+        }
         qint64 previous = 0;
         for (int i = 0; i < 2; ++i) {
             QVERIFY(!str(pending.at(i), "forwarded").isEmpty());
