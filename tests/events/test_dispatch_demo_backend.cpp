@@ -8,7 +8,7 @@
 #include "chats/chat_list_model.h"
 #include "events/event_dispatcher.h"
 #include "platform/array_data_model.h"
-#include "platform/toaster.h"
+#include "common/recording_toaster.h"
 
 #include <QImage>
 #include <QTemporaryDir>

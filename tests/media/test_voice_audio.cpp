@@ -306,4 +306,4 @@ private Q_SLOTS:
 };
 
 QTEST_MAIN(TstVoiceAudio)
-#include "tst_voice_audio.moc"
+#include "test_voice_audio.moc"

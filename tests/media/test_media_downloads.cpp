@@ -351,4 +351,4 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(TstMediaDownloads)
-#include "tst_media_downloads.moc"
+#include "test_media_downloads.moc"

@@ -62,4 +62,4 @@ private Q_SLOTS:
 };
 
 QTEST_MAIN(TestServices)
-#include "tst_services.moc"
+#include "test_services.moc"

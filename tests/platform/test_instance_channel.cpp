@@ -136,4 +136,4 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(TestInstanceChannel)
-#include "tst_instance_channel.moc"
+#include "test_instance_channel.moc"

@@ -69,4 +69,4 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(TestDisplayInfo)
-#include "tst_display_info.moc"
+#include "test_display_info.moc"

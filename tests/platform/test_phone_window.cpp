@@ -92,4 +92,4 @@ private Q_SLOTS:
 };
 
 QTEST_MAIN(TestPhoneWindow)
-#include "tst_phone_window.moc"
+#include "test_phone_window.moc"

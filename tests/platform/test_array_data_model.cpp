@@ -116,4 +116,4 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(TestArrayDataModel)
-#include "tst_array_data_model.moc"
+#include "test_array_data_model.moc"

@@ -74,4 +74,4 @@ private Q_SLOTS:
 };
 
 QTEST_APPLESS_MAIN(TestHeightIndex)
-#include "tst_height_index.moc"
+#include "test_height_index.moc"

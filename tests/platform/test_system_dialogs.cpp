@@ -172,4 +172,4 @@ private:
 };
 
 QTEST_MAIN(TestSystemDialogs)
-#include "tst_system_dialogs.moc"
+#include "test_system_dialogs.moc"

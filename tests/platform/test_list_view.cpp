@@ -431,4 +431,4 @@ private Q_SLOTS:
 };
 
 QTEST_MAIN(TestListView)
-#include "tst_list_view.moc"
+#include "test_list_view.moc"

@@ -120,4 +120,4 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(TestFolders)
-#include "tst_folders.moc"
+#include "test_folders.moc"

@@ -89,4 +89,4 @@ private Q_SLOTS:
 };
 
 QTEST_MAIN(TestAppLifecycle)
-#include "tst_app_lifecycle.moc"
+#include "test_app_lifecycle.moc"

@@ -736,4 +736,4 @@ private Q_SLOTS:
 };
 
 QTEST_GUILESS_MAIN(TstOggOpus)
-#include "tst_ogg_opus.moc"
+#include "test_ogg_opus.moc"
