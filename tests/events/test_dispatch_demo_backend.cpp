@@ -6,9 +6,9 @@
 #include "backend_link/app_log.h"
 #include "chats/avatar_download_queue.h"
 #include "chats/chat_list_model.h"
+#include "common/recording_toaster.h"
 #include "events/event_dispatcher.h"
 #include "platform/array_data_model.h"
-#include "common/recording_toaster.h"
 
 #include <QImage>
 #include <QTemporaryDir>

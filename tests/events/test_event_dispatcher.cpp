@@ -2,9 +2,9 @@
 #include "chats/avatar_download_queue.h"
 #include "chats/avatars.h"
 #include "chats/chat_list_model.h"
+#include "common/recording_toaster.h"
 #include "events/event_dispatcher.h"
 #include "platform/array_data_model.h"
-#include "common/recording_toaster.h"
 
 #include <QImage>
 #include <QJsonDocument>

@@ -4,6 +4,7 @@
 // Ogg page reader and builder, tone analysis, child processes and a
 // recording MediaServices.
 
+#include "common/recording_toaster.h"
 #include "media/media_services.h"
 
 #include <QDataStream>
