@@ -332,12 +332,10 @@ void EventDispatcher::onAuthState(const QVariantMap &e)
     m_authorized = ready;
     Q_EMIT authStateChanged(state, ready);
     if (ready) {
-        const bool first = !m_chatsRequested;
-        if (first) {
+        if (!m_chatsRequested) {
             m_chatsRequested = true;
             send(QStringLiteral("chats 60"));
         }
-        Q_EMIT authorizationReady(first);
     }
     const QString pending = m_pendingResolve.trimmed();
     if (!pending.isEmpty() && isSafeCommandWord(pending)) {
@@ -351,14 +349,12 @@ void EventDispatcher::onNeed(const QVariantMap &e)
 {
     const QString what = str(e, "what");
     setStatus(QStringLiteral("Need: ") + what);
-    Q_EMIT needReceived(what);
 }
 
 void EventDispatcher::onCodeInfo(const QVariantMap &e)
 {
     const QString delivery = str(e, "delivery");
     log(QStringLiteral("[event] code_info delivery=%1\n").arg(delivery));
-    Q_EMIT codeInfoReceived(delivery);
 }
 
 void EventDispatcher::onTdError(const QVariantMap &e)

@@ -99,10 +99,6 @@ Q_SIGNALS:
     // A state other than "Ready": selection, composer edit, pending lists,
     // message list and media viewer go back to their signed-out state.
     void signedInViewResetRequested();
-    // "Ready"; firstTime is true only for the first one in the process.
-    void authorizationReady(bool firstTime);
-    void needReceived(const QString &what);
-    void codeInfoReceived(const QString &delivery);
     void meDebugTextChanged(const QString &text);
     // The menu's own-profile header should be redrawn.
     void meChanged(const OwnProfile &me);

@@ -5,6 +5,9 @@
 
 #include <QColor>
 
+#include <QObject>
+#include <QVariant>
+
 namespace {
 
 QString css(ThemeGroup g, bool dark)
@@ -12,7 +15,82 @@ QString css(ThemeGroup g, bool dark)
     return theme_color_css(g, dark);
 }
 
+const char *const kBackground = "bg";
+const char *const kText = "fg";
+const char *const kTextSize = "textsize";
+const char *const kRole = "role";
+const char *const kViewer = "viewer";
+
+QString groupKey(ThemeGroup g)
+{
+    return QString(QChar('A' + int(g)));
+}
+
+QString sizeKey(TextSize size)
+{
+    switch (size) {
+    case TextSize::Title:
+        return QStringLiteral("title");
+    case TextSize::Heading:
+        return QStringLiteral("heading");
+    case TextSize::Body:
+        return QStringLiteral("body");
+    case TextSize::Secondary:
+        return QStringLiteral("secondary");
+    case TextSize::Small:
+        return QStringLiteral("small");
+    case TextSize::Log:
+        return QStringLiteral("log");
+    }
+    return QString();
+}
+
+QString roleKey(ControlRole role)
+{
+    switch (role) {
+    case ControlRole::Primary:
+        return QStringLiteral("primary");
+    case ControlRole::Plain:
+        return QStringLiteral("plain");
+    case ControlRole::Row:
+        return QStringLiteral("row");
+    case ControlRole::Icon:
+        return QStringLiteral("icon");
+    case ControlRole::Fab:
+        return QStringLiteral("fab");
+    case ControlRole::Field:
+        return QStringLiteral("field");
+    }
+    return QString();
+}
+
 } // namespace
+
+void set_background_group(QObject *control, ThemeGroup group)
+{
+    control->setProperty(kBackground, groupKey(group));
+}
+
+void set_text_group(QObject *control, ThemeGroup group)
+{
+    control->setProperty(kText, groupKey(group));
+}
+
+void set_viewer_colours(QObject *control)
+{
+    control->setProperty(kBackground, QString::fromLatin1(kViewer));
+    control->setProperty(kText, QString::fromLatin1(kViewer));
+}
+
+void set_text_size(QObject *control, TextSize size)
+{
+    control->setProperty(kTextSize, sizeKey(size));
+}
+
+void set_control_role(QObject *control, ControlRole role)
+{
+    control->setProperty(kRole, roleKey(role));
+}
 
 QString shell_style_sheet(bool dark, float scale)
 {
@@ -29,24 +107,33 @@ QString shell_style_sheet(bool dark, float scale)
     // No rule for every widget: item providers colour and size their own
     // rows through palettes and fonts, which a universal rule would override.
     // The defaults come from the root's palette and font (shell_palette).
-    for (const char *g : {"A", "B", "E", "G", "H", "I"}) {
-        const ThemeGroup group = ThemeGroup(int(*g - 'A'));
-        s += QStringLiteral("*[bg=\"%1\"] { background-color: %2; }\n").arg(g, css(group, dark));
+    for (ThemeGroup g : {ThemeGroup::A, ThemeGroup::B, ThemeGroup::E, ThemeGroup::G, ThemeGroup::H,
+                         ThemeGroup::I}) {
+        s += QStringLiteral("*[%1=\"%2\"] { background-color: %3; }\n")
+                 .arg(QLatin1String(kBackground), groupKey(g), css(g, dark));
+    }
+    for (ThemeGroup g :
+         {ThemeGroup::C, ThemeGroup::D, ThemeGroup::F, ThemeGroup::H, ThemeGroup::I}) {
+        s += QStringLiteral("*[%1=\"%2\"] { color: %3; }\n")
+                 .arg(QLatin1String(kText), groupKey(g), css(g, dark));
     }
     s += QStringLiteral("*[bg=\"viewer\"] { background-color: #000000; }\n");
-    for (const char *g : {"C", "D", "F", "H", "I"}) {
-        const ThemeGroup group = ThemeGroup(int(*g - 'A'));
-        s += QStringLiteral("*[fg=\"%1\"] { color: %2; }\n").arg(g, css(group, dark));
-    }
     s += QStringLiteral("*[fg=\"viewer\"] { color: #FFFFFF; }\n");
-    s += QStringLiteral("*[textsize=\"title\"] { font-size: %1; font-weight: 600; }\n").arg(px(40));
-    s += QStringLiteral("*[textsize=\"heading\"] { font-size: %1; font-weight: 600; }\n")
-             .arg(px(32));
-    s += QStringLiteral("*[textsize=\"body\"] { font-size: %1; }\n").arg(px(30));
-    s += QStringLiteral("*[textsize=\"secondary\"] { font-size: %1; }\n").arg(px(26));
-    s += QStringLiteral("*[textsize=\"small\"] { font-size: %1; }\n").arg(px(22));
-    s += QStringLiteral("*[textsize=\"log\"] { font-family: monospace; font-size: %1; }\n")
-             .arg(px(20));
+    const struct
+    {
+        TextSize size;
+        int px;
+        const char *extra;
+    } sizes[] = {{TextSize::Title, 40, " font-weight: 600;"},
+                 {TextSize::Heading, 32, " font-weight: 600;"},
+                 {TextSize::Body, 30, ""},
+                 {TextSize::Secondary, 26, ""},
+                 {TextSize::Small, 22, ""},
+                 {TextSize::Log, 20, " font-family: monospace;"}};
+    for (const auto &t : sizes) {
+        s += QStringLiteral("*[textsize=\"%1\"] { font-size: %2;%3 }\n")
+                 .arg(sizeKey(t.size), px(t.px), QLatin1String(t.extra));
+    }
 
     s += QStringLiteral("QLineEdit[role=\"field\"], QPlainTextEdit[role=\"field\"] {"
                         " background-color: %1; color: %2; border: %3 solid %4;"

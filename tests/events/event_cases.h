@@ -15,10 +15,10 @@
 // $LONG is a 250-character message, $200LONG its first 200 characters.
 const char *const kCases = R"(
 backend_ready ::  :: {"type":"backend_ready"} :: sig=statusTextChanged;status=Backend ready
-auth_state Ready ::  :: {"type":"auth_state","state":"Ready"} :: sent=chats 60;sig=authStateChanged,authorizationReady,hubOpenRequestCheckRequested,statusTextChanged;status=Auth: Ready;arg:authorizationReady:0=true;arg:authStateChanged:1=true
+auth_state Ready ::  :: {"type":"auth_state","state":"Ready"} :: sent=chats 60;sig=authStateChanged,hubOpenRequestCheckRequested,statusTextChanged;status=Auth: Ready;arg:authStateChanged:1=true
 auth_state WaitCode ::  :: {"type":"auth_state","state":"WaitCode"} :: sig=authStateChanged,hubOpenRequestCheckRequested,meChanged,signedInViewResetRequested,statusTextChanged;status=Auth: WaitCode;arg:authStateChanged:1=false;ids=100,200
-need ::  :: {"type":"need","what":"code"} :: sig=needReceived,statusTextChanged;status=Need: code;arg:needReceived:0=code
-code_info ::  :: {"type":"code_info","delivery":"sms"} :: log=[event] code_info delivery=sms;sig=codeInfoReceived
+need ::  :: {"type":"need","what":"code"} :: sig=statusTextChanged;status=Need: code
+code_info ::  :: {"type":"code_info","delivery":"sms"} :: log=[event] code_info delivery=sms
 td_error react ::  :: {"type":"td_error","json":"{\"message\":\"Too many\",\"@extra\":\"react:5\"}"} :: log=[event] td_error extra=react:5 message=Too many;toast=Too many
 td_error send ::  :: {"type":"td_error","json":"{\"message\":\"Flood\",\"@extra\":\"send:9\"}"} :: log=[event] td_error extra=send:9 message=Flood;toast=Flood
 td_error other tag ::  :: {"type":"td_error","json":"{\"message\":\"x\",\"@extra\":\"open:1\"}"} :: log=[event] td_error extra=open:1 message=x
@@ -113,7 +113,7 @@ message_new ::  :: {"type":"message_new","chat_id":200,"id":80,"date":1700000500
 message_new unknown chat inserts ::  :: {"type":"message_new","chat_id":999,"id":1,"date":5,"text":"yo"} :: sig=messageEvent;ids=100,200,999;row:999:last_text=yo
 send_ok ::  :: {"type":"send_ok"} :: log=[event] send_ok
 td_closed ::  :: {"type":"td_closed"} :: sig=statusTextChanged;status=TDLib closed
-pending resolve on Ready :: pending: durov  :: {"type":"auth_state","state":"Ready"} :: sent=chats 60;sent=resolve durov;log=ui: tg resolve send username=durov;sig=authStateChanged,authorizationReady,hubOpenRequestCheckRequested,statusTextChanged
+pending resolve on Ready :: pending: durov  :: {"type":"auth_state","state":"Ready"} :: sent=chats 60;sent=resolve durov;log=ui: tg resolve send username=durov;sig=authStateChanged,hubOpenRequestCheckRequested,statusTextChanged
 pending resolve before Ready :: pending:durov :: {"type":"auth_state","state":"WaitCode"} :: sent=resolve durov;log=ui: tg resolve send username=durov;sig=authStateChanged,hubOpenRequestCheckRequested,meChanged,signedInViewResetRequested,statusTextChanged
 pending resolve blank :: pending:    :: {"type":"auth_state","state":"WaitCode"} :: sig=authStateChanged,hubOpenRequestCheckRequested,meChanged,signedInViewResetRequested,statusTextChanged
 line break never reaches a command :: pending:du\nrov :: {"type":"auth_state","state":"WaitCode"} :: sig=authStateChanged,hubOpenRequestCheckRequested,meChanged,signedInViewResetRequested,statusTextChanged

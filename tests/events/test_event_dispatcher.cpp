@@ -276,14 +276,14 @@ void TestEventDispatcher::events()
 void TestEventDispatcher::chatsRequestedOnce()
 {
     Fixture f;
-    QList<bool> firsts;
-    connect(f.dispatcher.get(), &EventDispatcher::authorizationReady, this,
-            [&firsts](bool first) { firsts.append(first); });
+    QList<bool> authorized;
+    connect(f.dispatcher.get(), &EventDispatcher::authStateChanged, this,
+            [&authorized](const QString &, bool ready) { authorized.append(ready); });
     for (const char *state : {"WaitPhoneNumber", "Ready", "Ready", "WaitCode", "Ready"}) {
         f.feed(QStringLiteral(R"({"type":"auth_state","state":"%1"})").arg(QLatin1String(state)));
     }
     QCOMPARE(f.sent, QStringList{QStringLiteral("chats 60")});
-    QCOMPARE(firsts, (QList<bool>{true, false, false}));
+    QCOMPARE(authorized, (QList<bool>{false, true, true, false, true}));
     QVERIFY(f.dispatcher->isAuthorized());
     QVERIFY(f.dispatcher->chatListRequested());
 }

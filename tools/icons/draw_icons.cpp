@@ -277,6 +277,26 @@ void back(QPainter &p)
     p.drawLine(QPointF(20, 48), QPointF(80, 48));
 }
 
+// A circular arrow: most of a ring with an arrowhead at its open end.
+void refresh(QPainter &p)
+{
+    p.setPen(ink(8));
+    p.setBrush(Qt::NoBrush);
+    const QRectF ring(20, 20, 56, 56);
+    p.drawArc(ring, 60 * 16, 290 * 16);
+    p.setPen(Qt::NoPen);
+    p.setBrush(kInk);
+    // The ring's open end at 60 degrees, pointing along the turn.
+    const QPointF tip(48 + 28 * qCos(qDegreesToRadians(60.0)) + 10,
+                      48 - 28 * qSin(qDegreesToRadians(60.0)) + 2);
+    QPainterPath head;
+    head.moveTo(tip);
+    head.lineTo(tip + QPointF(-20, -12));
+    head.lineTo(tip + QPointF(-14, 14));
+    head.closeSubpath();
+    p.drawPath(head);
+}
+
 void more(QPainter &p)
 {
     p.setPen(Qt::NoPen);
@@ -399,6 +419,7 @@ const Icon kIcons[] = {
     {"ii_bbm_out_failed.png", failed},
     {"ic_back.png", back},
     {"ic_more.png", more},
+    {"ic_refresh.png", refresh},
     {"ic_close.png", close},
     {"ic_play.png", play},
     {"ic_pause.png", pause},

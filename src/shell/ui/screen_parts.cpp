@@ -13,24 +13,24 @@
 
 namespace screen_parts {
 
-QVBoxLayout *screenRoot(QWidget *screen, const QString &objectName, const char *bgGroup)
+QVBoxLayout *screenRoot(QWidget *screen, const QString &objectName, ThemeGroup background)
 {
     screen->setObjectName(objectName);
     screen->setAttribute(Qt::WA_StyledBackground, true);
-    screen->setProperty("bg", QString::fromLatin1(bgGroup));
+    set_background_group(screen, background);
     auto *v = new QVBoxLayout(screen);
     v->setContentsMargins(0, 0, 0, 0);
     v->setSpacing(0);
     return v;
 }
 
-QWidget *panel(const QString &objectName, const char *bgGroup, QWidget *parent)
+QWidget *panel(const QString &objectName, std::optional<ThemeGroup> background, QWidget *parent)
 {
     auto *w = new QWidget(parent);
     w->setObjectName(objectName);
     w->setAttribute(Qt::WA_StyledBackground, true);
-    if (bgGroup)
-        w->setProperty("bg", QString::fromLatin1(bgGroup));
+    if (background)
+        set_background_group(w, *background);
     return w;
 }
 
@@ -43,27 +43,39 @@ QVBoxLayout *cardColumn(QWidget *body, float scale)
     return v;
 }
 
-QLabel *label(const QString &text, const QString &objectName, const char *fgGroup, const char *font,
-              QWidget *parent)
+QWidget *card(const QString &objectName, float scale, QWidget *parent, QVBoxLayout **layout)
+{
+    QWidget *c = panel(objectName, ThemeGroup::E, parent);
+    c->setProperty("shape", QStringLiteral("card"));
+    auto *v = new QVBoxLayout(c);
+    v->setContentsMargins(scaled_px(28, scale), scaled_px(16, scale), scaled_px(28, scale),
+                          scaled_px(16, scale));
+    v->setSpacing(scaled_px(8, scale));
+    *layout = v;
+    return c;
+}
+
+QLabel *label(const QString &text, const QString &objectName, std::optional<ThemeGroup> colour,
+              std::optional<TextSize> size, QWidget *parent)
 {
     auto *l = new QLabel(text, parent);
     l->setObjectName(objectName);
-    if (fgGroup)
-        l->setProperty("fg", QString::fromLatin1(fgGroup));
-    if (font)
-        l->setProperty("textsize", QString::fromLatin1(font));
+    if (colour)
+        set_text_group(l, *colour);
+    if (size)
+        set_text_size(l, *size);
     return l;
 }
 
-QPushButton *button(const QString &text, const QString &objectName, const char *role, float scale,
+QPushButton *button(const QString &text, const QString &objectName, ControlRole role, float scale,
                     QWidget *parent)
 {
     auto *b = new QPushButton(text, parent);
     b->setObjectName(objectName);
-    b->setProperty("role", QString::fromLatin1(role));
+    set_control_role(b, role);
     b->setCursor(Qt::PointingHandCursor);
     b->setFocusPolicy(Qt::NoFocus);
-    b->setMinimumHeight(scaled_px(QLatin1String(role) == QLatin1String("row") ? 96 : 84, scale));
+    b->setMinimumHeight(scaled_px(role == ControlRole::Row ? 96 : 84, scale));
     return b;
 }
 
@@ -78,7 +90,7 @@ QToolButton *iconButton(const QString &iconFile, const QString &objectName, floa
 {
     auto *b = new QToolButton(parent);
     b->setObjectName(objectName);
-    b->setProperty("role", QStringLiteral("icon"));
+    set_control_role(b, ControlRole::Icon);
     b->setCursor(Qt::PointingHandCursor);
     b->setFocusPolicy(Qt::NoFocus);
     setIcon(b, iconFile);
@@ -92,7 +104,7 @@ QToolButton *iconButton(const QString &iconFile, const QString &objectName, floa
 QWidget *header(const QString &objectName, const QString &titleText, const QString &titleObjectName,
                 bool withBack, float scale, QWidget *parent, QLabel **title, QToolButton **back)
 {
-    QWidget *bar = panel(objectName, "A", parent);
+    QWidget *bar = panel(objectName, ThemeGroup::A, parent);
     bar->setFixedHeight(scaled_px(112, scale));
     auto *row = new QHBoxLayout(bar);
     row->setContentsMargins(scaled_px(withBack ? 8 : 28, scale), 0, scaled_px(8, scale), 0);
@@ -102,7 +114,7 @@ QWidget *header(const QString &objectName, const QString &titleText, const QStri
         backButton = iconButton(QStringLiteral("ic_back.png"), objectName + "_back", scale, bar);
         row->addWidget(backButton);
     }
-    QLabel *t = label(titleText, titleObjectName, "C", "title", bar);
+    QLabel *t = label(titleText, titleObjectName, ThemeGroup::C, TextSize::Title, bar);
     t->setTextFormat(Qt::PlainText);
     row->addWidget(t, 1);
     if (title)
@@ -110,6 +122,12 @@ QWidget *header(const QString &objectName, const QString &titleText, const QStri
     if (back)
         *back = backButton;
     return bar;
+}
+
+void showText(QLabel *label, const QString &text, QWidget *container)
+{
+    label->setText(text);
+    (container ? container : label)->setVisible(!text.isEmpty());
 }
 
 } // namespace screen_parts

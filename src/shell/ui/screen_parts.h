@@ -1,6 +1,11 @@
 #pragma once
 
+#include "shell/style_sheet.h"
+#include "shell/theme.h"
+
 #include <QString>
+
+#include <optional>
 
 class QBoxLayout;
 class QLabel;
@@ -10,19 +15,21 @@ class QVBoxLayout;
 class QWidget;
 
 // Small builders shared by the screens. Every control gets its object name
-// and the style properties that the shell style sheet reads (bg, fg, font,
-// role); sizes are design pixels times the UI scale.
+// and what the shell style sheet reads (background and text groups, text
+// size, role); sizes are design pixels times the UI scale.
 namespace screen_parts {
 
-// Names a screen's root widget, paints it with bgGroup and gives it a
+// Names a screen's root widget, paints it with background and gives it a
 // margin-less vertical layout, returned.
-QVBoxLayout *screenRoot(QWidget *screen, const QString &objectName, const char *bgGroup);
-QWidget *panel(const QString &objectName, const char *bgGroup, QWidget *parent);
+QVBoxLayout *screenRoot(QWidget *screen, const QString &objectName, ThemeGroup background);
+QWidget *panel(const QString &objectName, std::optional<ThemeGroup> background, QWidget *parent);
 // The padded column of cards that fills a screen's body.
 QVBoxLayout *cardColumn(QWidget *body, float scale);
-QLabel *label(const QString &text, const QString &objectName, const char *fgGroup, const char *font,
-              QWidget *parent);
-QPushButton *button(const QString &text, const QString &objectName, const char *role, float scale,
+// A rounded card on the column; its padded layout comes back through *layout.
+QWidget *card(const QString &objectName, float scale, QWidget *parent, QVBoxLayout **layout);
+QLabel *label(const QString &text, const QString &objectName, std::optional<ThemeGroup> colour,
+              std::optional<TextSize> size, QWidget *parent);
+QPushButton *button(const QString &text, const QString &objectName, ControlRole role, float scale,
                     QWidget *parent);
 QToolButton *iconButton(const QString &iconFile, const QString &objectName, float scale,
                         QWidget *parent);
@@ -31,5 +38,8 @@ QToolButton *iconButton(const QString &iconFile, const QString &objectName, floa
 QWidget *header(const QString &objectName, const QString &titleText, const QString &titleObjectName,
                 bool withBack, float scale, QWidget *parent, QLabel **title, QToolButton **back);
 void setIcon(QToolButton *button, const QString &iconFile);
+// Sets a label's text and shows it (or its container) only when there is
+// text.
+void showText(QLabel *label, const QString &text, QWidget *container = nullptr);
 
 } // namespace screen_parts

@@ -1,18 +1,22 @@
 #include "shell/ui/screens.h"
 
 #include "chats/avatars.h"
+#include "events/event_dispatcher.h"
 #include "shell/osicons.h"
+#include "shell/theme.h"
 #include "shell/ui/screen_parts.h"
 #include "shell/ui_scale.h"
 
 #include <QEvent>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPixmap>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QTextBoundaryFinder>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <QVariant>
@@ -30,7 +34,7 @@ QLineEdit *field(const QString &hint, const QString &objectName, float scale, QW
     auto *f = new QLineEdit(parent);
     f->setObjectName(objectName);
     f->setPlaceholderText(hint);
-    f->setProperty("role", QStringLiteral("field"));
+    set_control_role(f, ControlRole::Field);
     f->setMinimumHeight(scaled_px(92, scale));
     return f;
 }
@@ -43,8 +47,10 @@ QLabel *infoRow(QVBoxLayout *into, const QString &name, const QString &objectNam
     auto *v = new QVBoxLayout(row);
     v->setContentsMargins(0, scaled_px(10, scale), 0, scaled_px(10, scale));
     v->setSpacing(scaled_px(4, scale));
-    QLabel *n = label(name, objectName + QStringLiteral("_name"), "D", "secondary", row);
-    QLabel *value = label(QStringLiteral("—"), objectName, "C", "body", row);
+    QLabel *n =
+        label(name, objectName + QStringLiteral("_name"), ThemeGroup::D, TextSize::Secondary, row);
+    QLabel *value = label(QStringLiteral("—"), objectName, ThemeGroup::C, TextSize::Body, row);
+    value->setTextFormat(Qt::PlainText);
     value->setTextInteractionFlags(Qt::TextSelectableByMouse);
     value->setWordWrap(true);
     v->addWidget(n);
@@ -53,16 +59,23 @@ QLabel *infoRow(QVBoxLayout *into, const QString &name, const QString &objectNam
     return value;
 }
 
-QWidget *card(const QString &objectName, float scale, QWidget *parent, QVBoxLayout **layout)
+// The first user-perceived character (a flag, an emoji sequence, a letter
+// with its accents), never half of one.
+QString first_grapheme(const QString &text)
 {
-    QWidget *c = panel(objectName, "E", parent);
-    c->setProperty("shape", QStringLiteral("card"));
-    auto *v = new QVBoxLayout(c);
-    v->setContentsMargins(scaled_px(28, scale), scaled_px(16, scale), scaled_px(28, scale),
-                          scaled_px(16, scale));
-    v->setSpacing(scaled_px(8, scale));
-    *layout = v;
-    return c;
+    if (text.isEmpty())
+        return QString();
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
+    const int end = finder.toNextBoundary();
+    return text.left(end > 0 ? end : text.size());
+}
+
+// A button's click announced as a signal of the screen.
+template<typename Screen>
+void announce(QAbstractButton *b, Screen *screen, void (Screen::*signal)())
+{
+    QObject::connect(b, &QAbstractButton::clicked, screen,
+                     [screen, signal] { (screen->*signal)(); });
 }
 
 } // namespace
@@ -76,16 +89,15 @@ SignInForm::SignInForm(float scale, QWidget *parent) : QWidget(parent)
     v->setContentsMargins(0, 0, 0, 0);
     v->setSpacing(scaled_px(18, scale));
 
-    auto *intro = label(QStringLiteral("Sign in to Telegram"), QStringLiteral("sign_in_heading"),
-                        "C", "heading", this);
-    v->addWidget(intro);
+    v->addWidget(label(QStringLiteral("Sign in to Telegram"), QStringLiteral("sign_in_heading"),
+                       ThemeGroup::C, TextSize::Heading, this));
     auto *hint = label(QStringLiteral("Enter your phone number, then the code you receive."),
-                       QStringLiteral("sign_in_hint"), "D", "secondary", this);
+                       QStringLiteral("sign_in_hint"), ThemeGroup::D, TextSize::Secondary, this);
     hint->setWordWrap(true);
     v->addWidget(hint);
     v->addSpacing(scaled_px(8, scale));
 
-    // Each field spans the width; its button sits under it on the right.
+    // Each field spans the width; its buttons sit under it on the right.
     auto addField = [&](QLineEdit *f, std::initializer_list<QPushButton *> buttons) {
         v->addWidget(f);
         auto *row = new QHBoxLayout;
@@ -98,51 +110,81 @@ SignInForm::SignInForm(float scale, QWidget *parent) : QWidget(parent)
         v->addLayout(row);
         v->addSpacing(scaled_px(12, scale));
     };
+    // A field and its button submit the same text.
+    auto submits = [this](QLineEdit *f, QPushButton *b,
+                          void (SignInForm::*signal)(const QString &)) {
+        auto emitText = [this, f, signal] { (this->*signal)(f->text()); };
+        connect(b, &QPushButton::clicked, this, emitText);
+        connect(f, &QLineEdit::returnPressed, this, emitText);
+    };
 
-    phone_ = field(QStringLiteral("Phone (+E.164)"), QStringLiteral("phone_field"), scale, this);
-    phone_->setInputMethodHints(Qt::ImhDialableCharactersOnly);
-    sendPhone_ = button(QStringLiteral("Send phone"), QStringLiteral("send_phone_button"),
-                        "primary", scale, this);
-    addField(phone_, {sendPhone_});
+    m_phone = field(QStringLiteral("Phone (+E.164)"), QStringLiteral("phone_field"), scale, this);
+    m_phone->setInputMethodHints(Qt::ImhDialableCharactersOnly);
+    auto *sendPhone = button(QStringLiteral("Send phone"), QStringLiteral("send_phone_button"),
+                             ControlRole::Primary, scale, this);
+    addField(m_phone, {sendPhone});
+    submits(m_phone, sendPhone, &SignInForm::phoneSubmitted);
 
-    code_ = field(QStringLiteral("Code"), QStringLiteral("code_field"), scale, this);
-    code_->setInputMethodHints(Qt::ImhDigitsOnly);
-    sendCode_ = button(QStringLiteral("Send code"), QStringLiteral("send_code_button"), "primary",
-                       scale, this);
-    resendCode_ = button(QStringLiteral("Resend code"), QStringLiteral("resend_code_button"),
-                         "plain", scale, this);
-    addField(code_, {resendCode_, sendCode_});
+    m_code = field(QStringLiteral("Code"), QStringLiteral("code_field"), scale, this);
+    m_code->setInputMethodHints(Qt::ImhDigitsOnly);
+    auto *sendCode = button(QStringLiteral("Send code"), QStringLiteral("send_code_button"),
+                            ControlRole::Primary, scale, this);
+    auto *resendCode = button(QStringLiteral("Resend code"), QStringLiteral("resend_code_button"),
+                              ControlRole::Plain, scale, this);
+    addField(m_code, {resendCode, sendCode});
+    submits(m_code, sendCode, &SignInForm::codeSubmitted);
+    announce(resendCode, this, &SignInForm::resendRequested);
 
-    password_ =
+    m_password =
         field(QStringLiteral("2FA password"), QStringLiteral("password_field"), scale, this);
-    password_->setEchoMode(QLineEdit::Password);
-    sendPassword_ = button(QStringLiteral("Send password"), QStringLiteral("send_password_button"),
-                           "primary", scale, this);
-    addField(password_, {sendPassword_});
+    m_password->setEchoMode(QLineEdit::Password);
+    auto *sendPassword =
+        button(QStringLiteral("Send password"), QStringLiteral("send_password_button"),
+               ControlRole::Primary, scale, this);
+    addField(m_password, {sendPassword});
+    submits(m_password, sendPassword, &SignInForm::passwordSubmitted);
+}
+
+void SignInForm::suggestPhoneNumber(const QString &phone)
+{
+    if (!phone.isEmpty() && m_phone->text().isEmpty())
+        m_phone->setText(phone);
 }
 
 // ---------------------------------------------------------------- MainScreen
 
 MainScreen::MainScreen(float scale, QWidget *parent) : QWidget(parent)
 {
-    auto *v = screenRoot(this, QStringLiteral("main_screen"), "A");
+    auto *v = screenRoot(this, QStringLiteral("main_screen"), ThemeGroup::A);
 
     QWidget *bar = header(QStringLiteral("main_header"), QStringLiteral("Vexa"),
-                          QStringLiteral("main_title"), false, scale, this, &title_, nullptr);
-    search_ =
+                          QStringLiteral("main_title"), false, scale, this, nullptr, nullptr);
+    m_reload =
+        iconButton(QStringLiteral("ic_refresh.png"), QStringLiteral("reload_button"), scale, bar);
+    m_reload->setToolTip(QStringLiteral("Reload chats"));
+    m_reload->hide(); // there is no list to reload before sign-in
+    auto *search =
         iconButton(QStringLiteral("icon_search.png"), QStringLiteral("search_button"), scale, bar);
-    menu_ = iconButton(QStringLiteral("menu.png"), QStringLiteral("menu_button"), scale, bar);
-    bar->layout()->addWidget(search_);
-    bar->layout()->addWidget(menu_);
+    auto *menu = iconButton(QStringLiteral("menu.png"), QStringLiteral("menu_button"), scale, bar);
+    for (QToolButton *b : {m_reload, search, menu})
+        bar->layout()->addWidget(b);
+    announce(m_reload, this, &MainScreen::reloadChatsRequested);
+    announce(search, this, &MainScreen::searchRequested);
+    announce(menu, this, &MainScreen::menuRequested);
     v->addWidget(bar);
 
-    QWidget *statusBar = panel(QStringLiteral("status_bar"), "A", this);
+    QWidget *statusBar = panel(QStringLiteral("status_bar"), ThemeGroup::A, this);
     auto *sl = new QHBoxLayout(statusBar);
     sl->setContentsMargins(scaled_px(28, scale), 0, scaled_px(28, scale), scaled_px(12, scale));
-    status_ = label(QStringLiteral("Starting…"), QStringLiteral("status_label"), "D", "secondary",
-                    statusBar);
-    status_->setTextFormat(Qt::PlainText);
-    sl->addWidget(status_);
+    m_status = label(QStringLiteral("Starting…"), QStringLiteral("status_label"), ThemeGroup::D,
+                     TextSize::Secondary, statusBar);
+    m_status->setTextFormat(Qt::PlainText);
+    m_debug =
+        label(QString(), QStringLiteral("debug_label"), ThemeGroup::D, TextSize::Small, statusBar);
+    m_debug->setTextFormat(Qt::PlainText);
+    m_debug->hide();
+    sl->addWidget(m_status, 1);
+    sl->addWidget(m_debug);
     v->addWidget(statusBar);
 
     // Body: the sign-in form on a panel, replaced by the chat list later. It
@@ -152,469 +194,674 @@ MainScreen::MainScreen(float scale, QWidget *parent) : QWidget(parent)
     formScroll->setWidgetResizable(true);
     formScroll->setFrameShape(QFrame::NoFrame);
     formScroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    QWidget *formBody = panel(QStringLiteral("sign_in_panel"), "E", formScroll);
-    formPanel_ = formScroll;
+    QWidget *formBody = panel(QStringLiteral("sign_in_panel"), ThemeGroup::E, formScroll);
+    m_formPanel = formScroll;
     auto *fp = new QVBoxLayout(formBody);
     fp->setContentsMargins(scaled_px(36, scale), scaled_px(48, scale), scaled_px(36, scale),
                            scaled_px(36, scale));
-    form_ = new SignInForm(scale, formBody);
-    fp->addWidget(form_);
+    m_form = new SignInForm(scale, formBody);
+    fp->addWidget(m_form);
     fp->addStretch(1);
     formScroll->setWidget(formBody);
-    v->addWidget(formPanel_, 1);
+    v->addWidget(m_formPanel, 1);
+    connect(m_form, &SignInForm::phoneSubmitted, this, &MainScreen::phoneSubmitted);
+    connect(m_form, &SignInForm::codeSubmitted, this, &MainScreen::codeSubmitted);
+    connect(m_form, &SignInForm::resendRequested, this, &MainScreen::resendRequested);
+    connect(m_form, &SignInForm::passwordSubmitted, this, &MainScreen::passwordSubmitted);
 
-    listHost_ = panel(QStringLiteral("chat_list_host"), "E", this);
-    listLayout_ = new QVBoxLayout(listHost_);
-    listLayout_->setContentsMargins(0, 0, 0, 0);
-    listLayout_->setSpacing(0);
-    listHost_->hide();
-    v->addWidget(listHost_, 1);
+    m_listHost = panel(QStringLiteral("chat_list_host"), ThemeGroup::E, this);
+    m_listLayout = new QVBoxLayout(m_listHost);
+    m_listLayout->setContentsMargins(0, 0, 0, 0);
+    m_listLayout->setSpacing(0);
+    m_listHost->hide();
+    v->addWidget(m_listHost, 1);
+}
+
+void MainScreen::setStatusText(const QString &text)
+{
+    m_status->setText(text);
+}
+
+QString MainScreen::statusText() const
+{
+    return m_status->text();
+}
+
+void MainScreen::setDebugText(const QString &text)
+{
+    showText(m_debug, text);
+}
+
+void MainScreen::suggestPhoneNumber(const QString &phone)
+{
+    m_form->suggestPhoneNumber(phone);
 }
 
 void MainScreen::setChatListView(QWidget *view)
 {
-    listLayout_->addWidget(view);
+    m_listLayout->addWidget(view);
 }
 
 void MainScreen::setAuthorised(bool authorised)
 {
-    authorised_ = authorised;
-    formPanel_->setVisible(!authorised);
-    listHost_->setVisible(authorised);
+    m_authorised = authorised;
+    m_formPanel->setVisible(!authorised);
+    m_listHost->setVisible(authorised);
+    m_reload->setVisible(authorised);
 }
 
 // ------------------------------------------------------- ConversationScreen
 
 ConversationScreen::ConversationScreen(float scale, QWidget *parent)
-    : QWidget(parent), scale_(scale)
+    : QWidget(parent), m_scale(scale)
 {
-    auto *v = screenRoot(this, QStringLiteral("conversation_screen"), "A");
+    auto *v = screenRoot(this, QStringLiteral("conversation_screen"), ThemeGroup::A);
 
     // Header: back, title with subtitle, search, info and overflow.
-    QWidget *bar = panel(QStringLiteral("chat_header"), "A", this);
+    QWidget *bar = panel(QStringLiteral("chat_header"), ThemeGroup::A, this);
     bar->setFixedHeight(scaled_px(112, scale));
     auto *row = new QHBoxLayout(bar);
     row->setContentsMargins(scaled_px(8, scale), 0, scaled_px(8, scale), 0);
     row->setSpacing(scaled_px(8, scale));
-    back_ =
+    auto *back =
         iconButton(QStringLiteral("ic_back.png"), QStringLiteral("chat_back_button"), scale, bar);
-    row->addWidget(back_);
+    row->addWidget(back);
     auto *titles = new QVBoxLayout;
     titles->setSpacing(0);
-    title_ = label(QStringLiteral("Chat"), QStringLiteral("chat_title"), "C", "heading", bar);
-    title_->setTextFormat(Qt::PlainText);
-    subtitle_ = label(QString(), QStringLiteral("chat_subtitle"), "D", "small", bar);
-    subtitle_->setTextFormat(Qt::PlainText);
-    subtitle_->hide();
+    m_title = label(QStringLiteral("Chat"), QStringLiteral("chat_title"), ThemeGroup::C,
+                    TextSize::Heading, bar);
+    m_title->setTextFormat(Qt::PlainText);
+    m_subtitle =
+        label(QString(), QStringLiteral("chat_subtitle"), ThemeGroup::D, TextSize::Small, bar);
+    m_subtitle->setTextFormat(Qt::PlainText);
+    m_subtitle->hide();
     titles->addStretch(1);
-    titles->addWidget(title_);
-    titles->addWidget(subtitle_);
+    titles->addWidget(m_title);
+    titles->addWidget(m_subtitle);
     titles->addStretch(1);
     row->addLayout(titles, 1);
-    search_ = iconButton(QStringLiteral("icon_search.png"), QStringLiteral("chat_search_button"),
-                         scale, bar);
-    info_ =
+    auto *search = iconButton(QStringLiteral("icon_search.png"),
+                              QStringLiteral("chat_search_button"), scale, bar);
+    auto *info =
         iconButton(QStringLiteral("ic_info.png"), QStringLiteral("chat_info_button"), scale, bar);
-    more_ =
+    auto *more =
         iconButton(QStringLiteral("ic_more.png"), QStringLiteral("chat_more_button"), scale, bar);
-    row->addWidget(search_);
-    row->addWidget(info_);
-    row->addWidget(more_);
+    row->addWidget(search);
+    row->addWidget(info);
+    row->addWidget(more);
+    announce(back, this, &ConversationScreen::backRequested);
+    announce(search, this, &ConversationScreen::searchRequested);
+    announce(info, this, &ConversationScreen::infoRequested);
+    announce(more, this, &ConversationScreen::moreRequested);
     v->addWidget(bar);
 
-    // Selection bar, shown in selection mode instead of nothing.
-    selectionBar_ = panel(QStringLiteral("selection_bar"), "E", this);
-    selectionBar_->setFixedHeight(scaled_px(104, scale));
-    auto *sel = new QHBoxLayout(selectionBar_);
+    // Selection bar, shown in selection mode above the list.
+    m_selectionBar = panel(QStringLiteral("selection_bar"), ThemeGroup::E, this);
+    m_selectionBar->setFixedHeight(scaled_px(104, scale));
+    auto *sel = new QHBoxLayout(m_selectionBar);
     sel->setContentsMargins(scaled_px(8, scale), 0, scaled_px(8, scale), 0);
-    selClose_ = iconButton(QStringLiteral("ic_close.png"), QStringLiteral("selection_close_button"),
-                           scale, selectionBar_);
-    selectionCount_ = label(QStringLiteral("0 selected"), QStringLiteral("selection_count"), "C",
-                            "body", selectionBar_);
-    selReply_ = iconButton(QStringLiteral("ic_reply.png"), QStringLiteral("selection_reply_button"),
-                           scale, selectionBar_);
-    selForward_ = iconButton(QStringLiteral("ic_forward.png"),
-                             QStringLiteral("selection_forward_button"), scale, selectionBar_);
-    selDelete_ = iconButton(QStringLiteral("ic_delete.png"),
-                            QStringLiteral("selection_delete_button"), scale, selectionBar_);
-    sel->addWidget(selClose_);
-    sel->addWidget(selectionCount_, 1);
-    sel->addWidget(selReply_);
-    sel->addWidget(selForward_);
-    sel->addWidget(selDelete_);
-    selectionBar_->hide();
-    v->addWidget(selectionBar_);
+    auto *selClose = iconButton(QStringLiteral("ic_close.png"),
+                                QStringLiteral("selection_close_button"), scale, m_selectionBar);
+    m_selectionCount = label(QString(), QStringLiteral("selection_count"), ThemeGroup::C,
+                             TextSize::Body, m_selectionBar);
+    m_selReply = iconButton(QStringLiteral("ic_reply.png"),
+                            QStringLiteral("selection_reply_button"), scale, m_selectionBar);
+    m_selForward = iconButton(QStringLiteral("ic_forward.png"),
+                              QStringLiteral("selection_forward_button"), scale, m_selectionBar);
+    m_selDelete = iconButton(QStringLiteral("ic_delete.png"),
+                             QStringLiteral("selection_delete_button"), scale, m_selectionBar);
+    sel->addWidget(selClose);
+    sel->addWidget(m_selectionCount, 1);
+    sel->addWidget(m_selReply);
+    sel->addWidget(m_selForward);
+    sel->addWidget(m_selDelete);
+    announce(selClose, this, &ConversationScreen::selectionClosed);
+    announce(m_selReply, this, &ConversationScreen::selectionReplyRequested);
+    announce(m_selForward, this, &ConversationScreen::selectionForwardRequested);
+    announce(m_selDelete, this, &ConversationScreen::selectionDeleteRequested);
+    m_selectionBar->hide();
+    setSelectionCount(0);
+    v->addWidget(m_selectionBar);
 
     // Message list area; the to-bottom button floats over its lower right.
-    listHost_ = panel(QStringLiteral("message_list_host"), "B", this);
-    listLayout_ = new QVBoxLayout(listHost_);
-    listLayout_->setContentsMargins(0, 0, 0, 0);
-    listLayout_->setSpacing(0);
-    listHost_->installEventFilter(this);
-    toBottom_ = iconButton(QStringLiteral("ic_to_bottom.png"), QStringLiteral("to_bottom_button"),
-                           scale, listHost_);
-    toBottom_->setProperty("role", QStringLiteral("fab"));
-    toBottom_->setFixedSize(scaled_px(80, scale), scaled_px(80, scale));
-    toBottom_->setIconSize(QSize(scaled_px(40, scale), scaled_px(40, scale)));
-    toBottom_->hide();
-    v->addWidget(listHost_, 1);
+    m_listHost = panel(QStringLiteral("message_list_host"), ThemeGroup::B, this);
+    m_listLayout = new QVBoxLayout(m_listHost);
+    m_listLayout->setContentsMargins(0, 0, 0, 0);
+    m_listLayout->setSpacing(0);
+    m_listHost->installEventFilter(this);
+    m_toBottom = iconButton(QStringLiteral("ic_to_bottom.png"), QStringLiteral("to_bottom_button"),
+                            scale, m_listHost);
+    set_control_role(m_toBottom, ControlRole::Fab);
+    m_toBottom->setFixedSize(scaled_px(80, scale), scaled_px(80, scale));
+    m_toBottom->setIconSize(QSize(scaled_px(40, scale), scaled_px(40, scale)));
+    m_toBottom->hide();
+    announce(m_toBottom, this, &ConversationScreen::toBottomRequested);
+    v->addWidget(m_listHost, 1);
 
-    auto makeBar = [&](const QString &name, QLabel **text, QToolButton **close) {
-        QWidget *b = panel(name, "E", this);
+    auto makeBar = [&](const QString &name, QLabel **text, void (ConversationScreen::*cancel)()) {
+        QWidget *b = panel(name, ThemeGroup::E, this);
         auto *h = new QHBoxLayout(b);
         h->setContentsMargins(scaled_px(28, scale), scaled_px(8, scale), scaled_px(8, scale),
                               scaled_px(8, scale));
-        *text = label(QString(), name + QStringLiteral("_label"), "H", "secondary", b);
+        *text = label(QString(), name + QStringLiteral("_label"), ThemeGroup::H,
+                      TextSize::Secondary, b);
         (*text)->setTextFormat(Qt::PlainText);
-        *close =
+        auto *close =
             iconButton(QStringLiteral("ic_close.png"), name + QStringLiteral("_close"), scale, b);
+        announce(close, this, cancel);
         h->addWidget(*text, 1);
-        h->addWidget(*close);
+        h->addWidget(close);
         b->hide();
         v->addWidget(b);
         return b;
     };
-    replyBar_ = makeBar(QStringLiteral("reply_bar"), &replyLabel_, &replyClose_);
-    editBar_ = makeBar(QStringLiteral("edit_bar"), &editLabel_, &editClose_);
+    m_replyBar =
+        makeBar(QStringLiteral("reply_bar"), &m_replyLabel, &ConversationScreen::replyCancelled);
+    m_editBar =
+        makeBar(QStringLiteral("edit_bar"), &m_editLabel, &ConversationScreen::editCancelled);
 
-    recordPanel_ = panel(QStringLiteral("record_panel"), "E", this);
-    auto *rp = new QHBoxLayout(recordPanel_);
+    m_recordPanel = panel(QStringLiteral("record_panel"), ThemeGroup::E, this);
+    auto *rp = new QHBoxLayout(m_recordPanel);
     rp->setContentsMargins(scaled_px(28, scale), scaled_px(12, scale), scaled_px(28, scale),
                            scaled_px(12, scale));
-    recordLabel_ = label(QString(), QStringLiteral("record_label"), "I", "secondary", recordPanel_);
-    recordLock_ =
-        label(QString(), QStringLiteral("record_lock_hint"), nullptr, nullptr, recordPanel_);
-    recordLock_->setPixmap(QPixmap(osicon_path(QStringLiteral("ic_lock.png")))
-                               .scaled(scaled_px(40, scale), scaled_px(40, scale),
-                                       Qt::KeepAspectRatio, Qt::SmoothTransformation));
-    rp->addWidget(recordLabel_, 1);
-    rp->addWidget(recordLock_);
-    recordPanel_->hide();
-    v->addWidget(recordPanel_);
+    m_recordLabel = label(QString(), QStringLiteral("record_label"), ThemeGroup::I,
+                          TextSize::Secondary, m_recordPanel);
+    m_recordLock = label(QString(), QStringLiteral("record_lock_hint"), std::nullopt, std::nullopt,
+                         m_recordPanel);
+    m_recordLock->setPixmap(QPixmap(osicon_path(QStringLiteral("ic_lock.png")))
+                                .scaled(scaled_px(40, scale), scaled_px(40, scale),
+                                        Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    rp->addWidget(m_recordLabel, 1);
+    rp->addWidget(m_recordLock);
+    m_recordPanel->hide();
+    v->addWidget(m_recordPanel);
 
     // Composer: attach, text, action (microphone or send).
-    QWidget *comp = panel(QStringLiteral("composer"), "A", this);
+    QWidget *comp = panel(QStringLiteral("composer"), ThemeGroup::A, this);
     auto *ch = new QHBoxLayout(comp);
     ch->setContentsMargins(scaled_px(8, scale), scaled_px(12, scale), scaled_px(8, scale),
                            scaled_px(12, scale));
     ch->setSpacing(scaled_px(8, scale));
-    attach_ =
+    auto *attach =
         iconButton(QStringLiteral("ic_attach.png"), QStringLiteral("attach_button"), scale, comp);
-    composer_ = new QPlainTextEdit(comp);
-    composer_->setObjectName(QStringLiteral("composer_field"));
-    composer_->setProperty("role", QStringLiteral("field"));
-    composer_->setPlaceholderText(QStringLiteral("Message"));
-    composer_->setFixedHeight(scaled_px(92, scale));
-    composer_->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    composer_->setTabChangesFocus(true);
-    action_ = iconButton(QStringLiteral("ic_microphone_unmute.png"),
-                         QStringLiteral("composer_action_button"), scale, comp);
-    ch->addWidget(attach_, 0, Qt::AlignBottom);
-    ch->addWidget(composer_, 1);
-    ch->addWidget(action_, 0, Qt::AlignBottom);
+    m_composer = new QPlainTextEdit(comp);
+    m_composer->setObjectName(QStringLiteral("composer_field"));
+    set_control_role(m_composer, ControlRole::Field);
+    m_composer->setPlaceholderText(QStringLiteral("Message"));
+    m_composer->setFixedHeight(scaled_px(92, scale));
+    m_composer->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_composer->setTabChangesFocus(true);
+    m_action = iconButton(QStringLiteral("ic_microphone_unmute.png"),
+                          QStringLiteral("composer_action_button"), scale, comp);
+    announce(attach, this, &ConversationScreen::attachRequested);
+    announce(m_action, this, &ConversationScreen::actionTriggered);
+    ch->addWidget(attach, 0, Qt::AlignBottom);
+    ch->addWidget(m_composer, 1);
+    ch->addWidget(m_action, 0, Qt::AlignBottom);
     v->addWidget(comp);
+}
+
+void ConversationScreen::setTitle(const QString &title)
+{
+    m_title->setText(title.isEmpty() ? QStringLiteral("Chat") : title);
+}
+
+QString ConversationScreen::title() const
+{
+    return m_title->text();
 }
 
 void ConversationScreen::setSubtitle(const QString &text)
 {
-    subtitle_->setText(text);
-    subtitle_->setVisible(!text.isEmpty());
+    showText(m_subtitle, text);
+}
+
+QString ConversationScreen::subtitle() const
+{
+    return m_subtitle->text();
 }
 
 void ConversationScreen::setMessageListView(QWidget *view)
 {
-    listLayout_->addWidget(view);
-    toBottom_->raise();
+    m_listLayout->addWidget(view);
+    m_toBottom->raise();
 }
 
 void ConversationScreen::setActionIcon(const QString &iconPath)
 {
     const int slash = iconPath.lastIndexOf(QLatin1Char('/'));
-    setIcon(action_, slash >= 0 ? iconPath.mid(slash + 1) : iconPath);
+    setIcon(m_action, slash >= 0 ? iconPath.mid(slash + 1) : iconPath);
+}
+
+QString ConversationScreen::composerText() const
+{
+    return m_composer->toPlainText();
+}
+
+void ConversationScreen::setComposerText(const QString &text)
+{
+    m_composer->setPlainText(text);
+}
+
+void ConversationScreen::setReplyPreview(const QString &text)
+{
+    showText(m_replyLabel, text, m_replyBar);
+}
+
+void ConversationScreen::setEditPreview(const QString &text)
+{
+    showText(m_editLabel, text, m_editBar);
+}
+
+void ConversationScreen::setToBottomVisible(bool visible)
+{
+    m_toBottom->setVisible(visible);
+    if (visible)
+        placeToBottomButton();
+}
+
+void ConversationScreen::setSelectionMode(bool on)
+{
+    m_selectionBar->setVisible(on);
+}
+
+void ConversationScreen::setSelectionCount(int count)
+{
+    m_selectionCount->setText(QStringLiteral("%1 selected").arg(count));
+}
+
+void ConversationScreen::setSelectionActions(bool reply, bool forward, bool remove)
+{
+    m_selReply->setEnabled(reply);
+    m_selForward->setEnabled(forward);
+    m_selDelete->setEnabled(remove);
+}
+
+void ConversationScreen::setRecordPanel(const QString &text, bool showLockHint)
+{
+    m_recordLabel->setText(text);
+    m_recordLock->setVisible(showLockHint);
+    m_recordPanel->setVisible(!text.isEmpty());
 }
 
 bool ConversationScreen::eventFilter(QObject *watched, QEvent *event)
 {
-    if (watched == listHost_ && (event->type() == QEvent::Resize || event->type() == QEvent::Show))
+    if (watched == m_listHost && (event->type() == QEvent::Resize || event->type() == QEvent::Show))
         placeToBottomButton();
     return QWidget::eventFilter(watched, event);
 }
 
 void ConversationScreen::placeToBottomButton()
 {
-    const int margin = scaled_px(24, scale_);
-    toBottom_->move(listHost_->width() - toBottom_->width() - margin,
-                    listHost_->height() - toBottom_->height() - margin);
-    toBottom_->raise();
+    const int margin = scaled_px(24, m_scale);
+    m_toBottom->move(m_listHost->width() - m_toBottom->width() - margin,
+                     m_listHost->height() - m_toBottom->height() - margin);
+    m_toBottom->raise();
 }
 
 // ----------------------------------------------------------- ChatInfoScreen
 
 ChatInfoScreen::ChatInfoScreen(float scale, QWidget *parent) : QWidget(parent)
 {
-    auto *v = screenRoot(this, QStringLiteral("chat_info_screen"), "A");
+    auto *v = screenRoot(this, QStringLiteral("chat_info_screen"), ThemeGroup::A);
+    QToolButton *back = nullptr;
     v->addWidget(header(QStringLiteral("info_header"), QStringLiteral("Info"),
-                        QStringLiteral("info_title"), true, scale, this, nullptr, &back_));
+                        QStringLiteral("info_title"), true, scale, this, nullptr, &back));
+    announce(back, this, &ChatInfoScreen::backRequested);
 
     auto *scroll = new QScrollArea(this);
     scroll->setObjectName(QStringLiteral("info_scroll"));
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    QWidget *body = panel(QStringLiteral("info_body"), "A", scroll);
+    QWidget *body = panel(QStringLiteral("info_body"), ThemeGroup::A, scroll);
     QVBoxLayout *bv = cardColumn(body, scale);
 
     QVBoxLayout *top = nullptr;
     QWidget *topCard = card(QStringLiteral("info_top_card"), scale, body, &top);
     auto *who = new QHBoxLayout;
     who->setSpacing(scaled_px(24, scale));
-    letter_ =
-        label(QStringLiteral("?"), QStringLiteral("info_avatar_letter"), nullptr, nullptr, topCard);
-    letter_->setProperty("shape", QStringLiteral("letter"));
-    letter_->setAlignment(Qt::AlignCenter);
-    letter_->setFixedSize(scaled_px(80, scale), scaled_px(80, scale));
+    m_letter = label(QStringLiteral("?"), QStringLiteral("info_avatar_letter"), std::nullopt,
+                     std::nullopt, topCard);
+    m_letter->setProperty("shape", QStringLiteral("letter"));
+    m_letter->setAlignment(Qt::AlignCenter);
+    m_letter->setFixedSize(scaled_px(80, scale), scaled_px(80, scale));
     auto *names = new QVBoxLayout;
-    chatTitle_ = label(QString(), QStringLiteral("info_chat_title"), "C", "heading", topCard);
-    chatTitle_->setTextFormat(Qt::PlainText);
-    chatTitle_->setWordWrap(true);
-    chatKind_ = label(QString(), QStringLiteral("info_chat_kind"), "D", "secondary", topCard);
-    names->addWidget(chatTitle_);
-    names->addWidget(chatKind_);
-    who->addWidget(letter_);
+    m_chatTitle = label(QString(), QStringLiteral("info_chat_title"), ThemeGroup::C,
+                        TextSize::Heading, topCard);
+    m_chatTitle->setTextFormat(Qt::PlainText);
+    m_chatTitle->setWordWrap(true);
+    m_chatKind = label(QString(), QStringLiteral("info_chat_kind"), ThemeGroup::D,
+                       TextSize::Secondary, topCard);
+    names->addWidget(m_chatTitle);
+    names->addWidget(m_chatKind);
+    who->addWidget(m_letter);
     who->addLayout(names, 1);
     top->addLayout(who);
     bv->addWidget(topCard);
 
     QVBoxLayout *details = nullptr;
     QWidget *detailsCard = card(QStringLiteral("info_details_card"), scale, body, &details);
-    members_ = infoRow(details, QStringLiteral("Members"), QStringLiteral("info_members"), scale,
-                       detailsCard);
-    link_ =
+    m_members = infoRow(details, QStringLiteral("Members"), QStringLiteral("info_members"), scale,
+                        detailsCard);
+    m_link =
         infoRow(details, QStringLiteral("Link"), QStringLiteral("info_link"), scale, detailsCard);
-    notifications_ = infoRow(details, QStringLiteral("Notifications"),
-                             QStringLiteral("info_notifications"), scale, detailsCard);
-    id_ = infoRow(details, QStringLiteral("ID"), QStringLiteral("info_id"), scale, detailsCard);
+    m_notifications = infoRow(details, QStringLiteral("Notifications"),
+                              QStringLiteral("info_notifications"), scale, detailsCard);
+    m_id = infoRow(details, QStringLiteral("ID"), QStringLiteral("info_id"), scale, detailsCard);
     bv->addWidget(detailsCard);
 
     QVBoxLayout *actions = nullptr;
     QWidget *actionsCard = card(QStringLiteral("info_actions_card"), scale, body, &actions);
-    clear_ = button(QStringLiteral("Clear history"), QStringLiteral("info_clear_history_button"),
-                    "row", scale, actionsCard);
-    join_ = button(QStringLiteral("Join"), QStringLiteral("info_join_button"), "row", scale,
-                   actionsCard);
-    leave_ = button(QStringLiteral("Leave"), QStringLiteral("info_leave_button"), "row", scale,
-                    actionsCard);
-    delete_ = button(QStringLiteral("Delete chat"), QStringLiteral("info_delete_chat_button"),
-                     "row", scale, actionsCard);
-    for (QPushButton *b : {clear_, join_, leave_, delete_})
+    auto *clear =
+        button(QStringLiteral("Clear history"), QStringLiteral("info_clear_history_button"),
+               ControlRole::Row, scale, actionsCard);
+    m_join = button(QStringLiteral("Join"), QStringLiteral("info_join_button"), ControlRole::Row,
+                    scale, actionsCard);
+    m_leave = button(QStringLiteral("Leave"), QStringLiteral("info_leave_button"), ControlRole::Row,
+                     scale, actionsCard);
+    auto *remove = button(QStringLiteral("Delete chat"), QStringLiteral("info_delete_chat_button"),
+                          ControlRole::Row, scale, actionsCard);
+    for (QPushButton *b : {clear, m_join, m_leave, remove})
         actions->addWidget(b);
+    announce(clear, this, &ChatInfoScreen::clearHistoryRequested);
+    announce(m_join, this, &ChatInfoScreen::joinRequested);
+    announce(m_leave, this, &ChatInfoScreen::leaveRequested);
+    announce(remove, this, &ChatInfoScreen::deleteChatRequested);
     bv->addWidget(actionsCard);
     bv->addStretch(1);
     scroll->setWidget(body);
     v->addWidget(scroll, 1);
 }
 
+void ChatInfoScreen::setDetails(const ChatDetails &d)
+{
+    const QString dash = QStringLiteral("—");
+    auto orDash = [&dash](const QString &s) { return s.isEmpty() ? dash : s; };
+    m_chatTitle->setText(d.title);
+    m_chatKind->setText(d.kind);
+    m_members->setText(orDash(d.members));
+    m_link->setText(orDash(d.link));
+    m_notifications->setText(orDash(d.notifications));
+    m_id->setText(d.id != 0 ? QString::number(d.id) : dash);
+    const QString initial = first_grapheme(d.title.trimmed()).toUpper();
+    m_letter->setText(initial.isEmpty() ? QStringLiteral("?") : initial);
+    m_join->setVisible(d.canJoin);
+    m_leave->setVisible(d.canLeave);
+}
+
 // --------------------------------------------------------------- MenuScreen
 
 MenuScreen::MenuScreen(float scale, bool darkTheme, QWidget *parent)
-    : QWidget(parent), scale_(scale)
+    : QWidget(parent), m_scale(scale)
 {
-    auto *v = screenRoot(this, QStringLiteral("menu_screen"), "A");
+    auto *v = screenRoot(this, QStringLiteral("menu_screen"), ThemeGroup::A);
+    QToolButton *back = nullptr;
     v->addWidget(header(QStringLiteral("menu_header"), QStringLiteral("Menu"),
-                        QStringLiteral("menu_title"), true, scale, this, nullptr, &back_));
+                        QStringLiteral("menu_title"), true, scale, this, nullptr, &back));
+    announce(back, this, &MenuScreen::backRequested);
 
-    QWidget *body = panel(QStringLiteral("menu_body"), "A", this);
+    QWidget *body = panel(QStringLiteral("menu_body"), ThemeGroup::A, this);
     QVBoxLayout *bv = cardColumn(body, scale);
 
     // Own profile: avatar on the left, name, user name and phone beside it.
     QVBoxLayout *me = nullptr;
-    meCard_ = card(QStringLiteral("menu_me_card"), scale, body, &me);
+    m_meCard = card(QStringLiteral("menu_me_card"), scale, body, &me);
     auto *who = new QHBoxLayout;
     who->setSpacing(scaled_px(28, scale));
     const int side = scaled_px(kMeAvatarSize, scale);
-    meAvatar_ = label(QString(), QStringLiteral("me_avatar"), nullptr, nullptr, meCard_);
-    meAvatar_->setFixedSize(side, side);
-    meLetter_ = label(QString(), QStringLiteral("me_avatar_letter"), nullptr, nullptr, meAvatar_);
-    meLetter_->setAlignment(Qt::AlignCenter);
-    meLetter_->setGeometry(0, 0, side, side);
+    m_meAvatar =
+        label(QString(), QStringLiteral("me_avatar"), std::nullopt, std::nullopt, m_meCard);
+    m_meAvatar->setFixedSize(side, side);
+    m_meLetter = label(QString(), QStringLiteral("me_avatar_letter"), std::nullopt, std::nullopt,
+                       m_meAvatar);
+    m_meLetter->setAlignment(Qt::AlignCenter);
+    m_meLetter->setGeometry(0, 0, side, side);
     auto *lines = new QVBoxLayout;
     lines->setSpacing(scaled_px(4, scale));
-    meName_ = label(QString(), QStringLiteral("me_name"), "C", "heading", meCard_);
-    meUsername_ = label(QString(), QStringLiteral("me_username"), "H", "secondary", meCard_);
-    mePhone_ = label(QString(), QStringLiteral("me_phone"), "D", "secondary", meCard_);
-    meName_->setWordWrap(true);
-    for (QLabel *l : {meName_, meUsername_, mePhone_}) {
+    m_meName =
+        label(QString(), QStringLiteral("me_name"), ThemeGroup::C, TextSize::Heading, m_meCard);
+    m_meUsername = label(QString(), QStringLiteral("me_username"), ThemeGroup::H,
+                         TextSize::Secondary, m_meCard);
+    m_mePhone =
+        label(QString(), QStringLiteral("me_phone"), ThemeGroup::D, TextSize::Secondary, m_meCard);
+    m_meName->setWordWrap(true);
+    for (QLabel *l : {m_meName, m_meUsername, m_mePhone}) {
         l->setTextFormat(Qt::PlainText);
         l->setTextInteractionFlags(Qt::TextSelectableByMouse);
         lines->addWidget(l);
     }
     lines->insertStretch(0, 1);
     lines->addStretch(1);
-    who->addWidget(meAvatar_);
+    who->addWidget(m_meAvatar);
     who->addLayout(lines, 1);
     me->addLayout(who);
-    bv->addWidget(meCard_);
-    updateMenuMeHeader(0, QString(), QString(), QString(), QString());
+    bv->addWidget(m_meCard);
+    setProfile(OwnProfile());
 
     QVBoxLayout *updates = nullptr;
     QWidget *updatesCard = card(QStringLiteral("menu_updates_card"), scale, body, &updates);
-    checkUpdates_ = button(QStringLiteral("Check updates"), QStringLiteral("check_updates_button"),
-                           "row", scale, updatesCard);
-    updateStatus_ =
-        label(QString(), QStringLiteral("update_status_label"), "D", "secondary", updatesCard);
-    updateStatus_->setWordWrap(true);
-    updateStatus_->hide();
-    updates->addWidget(checkUpdates_);
-    updates->addWidget(updateStatus_);
+    auto *checkUpdates =
+        button(QStringLiteral("Check updates"), QStringLiteral("check_updates_button"),
+               ControlRole::Row, scale, updatesCard);
+    m_updateStatus = label(QString(), QStringLiteral("update_status_label"), ThemeGroup::D,
+                           TextSize::Secondary, updatesCard);
+    m_updateStatus->setWordWrap(true);
+    m_updateStatus->hide();
+    updates->addWidget(checkUpdates);
+    updates->addWidget(m_updateStatus);
     bv->addWidget(updatesCard);
 
     QVBoxLayout *cache = nullptr;
     QWidget *cacheCard = card(QStringLiteral("menu_cache_card"), scale, body, &cache);
-    filesCache_ = button(QStringLiteral("Files cache"), QStringLiteral("files_cache_button"), "row",
-                         scale, cacheCard);
-    cacheSize_ = label(QStringLiteral("Size not calculated yet"),
-                       QStringLiteral("cache_size_label"), "D", "secondary", cacheCard);
-    cacheSize_->setContentsMargins(scaled_px(28, scale), 0, 0, 0);
-    recalc_ = button(QStringLiteral("Recalculate size"), QStringLiteral("recalculate_size_button"),
-                     "row", scale, cacheCard);
-    clearCache_ = button(QStringLiteral("Clear cache"), QStringLiteral("clear_cache_button"), "row",
-                         scale, cacheCard);
-    cache->addWidget(filesCache_);
-    cache->addWidget(cacheSize_);
-    cache->addWidget(recalc_);
-    cache->addWidget(clearCache_);
+    auto *filesCache = button(QStringLiteral("Files cache"), QStringLiteral("files_cache_button"),
+                              ControlRole::Row, scale, cacheCard);
+    m_cacheSize =
+        label(QStringLiteral("Size not calculated yet"), QStringLiteral("cache_size_label"),
+              ThemeGroup::D, TextSize::Secondary, cacheCard);
+    m_cacheSize->setContentsMargins(scaled_px(28, scale), 0, 0, 0);
+    auto *recalc =
+        button(QStringLiteral("Recalculate size"), QStringLiteral("recalculate_size_button"),
+               ControlRole::Row, scale, cacheCard);
+    auto *clearCache = button(QStringLiteral("Clear cache"), QStringLiteral("clear_cache_button"),
+                              ControlRole::Row, scale, cacheCard);
+    cache->addWidget(filesCache);
+    cache->addWidget(m_cacheSize);
+    cache->addWidget(recalc);
+    cache->addWidget(clearCache);
     bv->addWidget(cacheCard);
 
     QVBoxLayout *look = nullptr;
     QWidget *lookCard = card(QStringLiteral("menu_look_card"), scale, body, &look);
-    theme_ = button(darkTheme ? QStringLiteral("Theme: Dark") : QStringLiteral("Theme: Bright"),
-                    QStringLiteral("theme_button"), "row", scale, lookCard);
-    logToggle_ = button(QStringLiteral("Debug log"), QStringLiteral("log_toggle_button"), "row",
-                        scale, lookCard);
-    logToggle_->setCheckable(true);
-    look->addWidget(theme_);
-    look->addWidget(logToggle_);
+    m_theme = button(theme_button_text(darkTheme), QStringLiteral("theme_button"), ControlRole::Row,
+                     scale, lookCard);
+    m_logToggle = button(QStringLiteral("Debug log"), QStringLiteral("log_toggle_button"),
+                         ControlRole::Row, scale, lookCard);
+    m_logToggle->setCheckable(true);
+    look->addWidget(m_theme);
+    look->addWidget(m_logToggle);
     bv->addWidget(lookCard);
     bv->addStretch(1);
     v->addWidget(body, 1);
+
+    announce(checkUpdates, this, &MenuScreen::checkUpdatesRequested);
+    announce(filesCache, this, &MenuScreen::filesCacheRequested);
+    announce(recalc, this, &MenuScreen::recalculateCacheRequested);
+    announce(clearCache, this, &MenuScreen::clearCacheRequested);
+    announce(m_theme, this, &MenuScreen::themeToggleRequested);
+    // The check mark follows the log view, not the click.
+    connect(m_logToggle, &QPushButton::clicked, this, [this] {
+        m_logToggle->setChecked(!m_logToggle->isChecked());
+        Q_EMIT debugLogToggleRequested();
+    });
 }
 
-void MenuScreen::updateMenuMeHeader(qint64 id, const QString &displayName, const QString &username,
-                                    const QString &phone, const QString &avatarPath)
+void MenuScreen::setDarkTheme(bool dark)
 {
-    const QString name = displayName.trimmed();
-    QString user = username.trimmed();
+    m_theme->setText(theme_button_text(dark));
+}
+
+void MenuScreen::setDebugLogOn(bool on)
+{
+    m_logToggle->setChecked(on);
+}
+
+void MenuScreen::setUpdateStatus(const QString &text)
+{
+    showText(m_updateStatus, text);
+}
+
+void MenuScreen::setCacheSizeText(const QString &text)
+{
+    m_cacheSize->setText(text);
+}
+
+void MenuScreen::setProfile(const OwnProfile &profile)
+{
+    const QString name = profile.displayName.trimmed();
+    QString user = profile.username.trimmed();
     while (user.startsWith(QLatin1Char('@')))
         user.remove(0, 1);
-    QString number = phone.trimmed();
+    QString number = profile.phone.trimmed();
     if (!number.isEmpty() && !number.startsWith(QLatin1Char('+')))
         number.prepend(QLatin1Char('+'));
 
-    const bool signedIn = id != 0 || !name.isEmpty() || !user.isEmpty() || !number.isEmpty();
-    meName_->setText(name);
-    meName_->setVisible(!name.isEmpty());
-    meUsername_->setText(user.isEmpty() ? QString() : QStringLiteral("@") + user);
-    meUsername_->setVisible(!user.isEmpty());
-    mePhone_->setText(number);
-    mePhone_->setVisible(!number.isEmpty());
+    const bool signedIn =
+        profile.id != 0 || !name.isEmpty() || !user.isEmpty() || !number.isEmpty();
+    m_meName->setText(name);
+    m_meName->setVisible(!name.isEmpty());
+    m_meUsername->setText(user.isEmpty() ? QString() : QStringLiteral("@") + user);
+    m_meUsername->setVisible(!user.isEmpty());
+    m_mePhone->setText(number);
+    m_mePhone->setVisible(!number.isEmpty());
 
     // The round PNG when it loads; until then (or if it is unreadable) the
     // tile in the colour the chat list gives the same id and name.
-    const int side = meAvatar_->width();
+    const int side = m_meAvatar->width();
+    const QString avatarPath = profile.avatarPath;
     const QPixmap photo = signedIn && !avatarPath.isEmpty() ? QPixmap(avatarPath) : QPixmap();
     if (!photo.isNull()) {
-        meAvatar_->setPixmap(
+        m_meAvatar->setPixmap(
             photo.scaled(side, side, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation));
-        meAvatar_->setProperty("image_path", avatarPath);
-        meLetter_->clear();
-        meLetter_->setProperty("tile_color", QString());
-        meLetter_->hide();
+        m_meAvatar->setProperty("image_path", avatarPath);
+        m_meLetter->clear();
+        m_meLetter->setProperty("tile_color", QString());
+        m_meLetter->hide();
     } else {
-        meAvatar_->clear();
-        meAvatar_->setProperty("image_path", QString());
+        m_meAvatar->clear();
+        m_meAvatar->setProperty("image_path", QString());
         const QString initialFrom = !name.isEmpty() ? name : user;
-        const QColor color = placeholder_avatar_color(id, name);
-        meLetter_->setText(initialFrom.isEmpty() ? QStringLiteral("?")
-                                                 : initialFrom.left(1).toUpper());
-        meLetter_->setProperty("tile_color", signedIn ? color.name() : QString());
-        meLetter_->setStyleSheet(QStringLiteral("background-color: %1; color: #FFFFFF;"
-                                                " border-radius: %2px; font-size: %3px;"
-                                                " font-weight: 600;")
-                                     .arg(color.name())
-                                     .arg(side * kMeAvatarRadius / kMeAvatarSize)
-                                     .arg(scaled_px(64, scale_)));
-        meLetter_->setVisible(signedIn);
+        const QColor color = placeholder_avatar_color(profile.id, name);
+        const QString initial = first_grapheme(initialFrom).toUpper();
+        m_meLetter->setText(initial.isEmpty() ? QStringLiteral("?") : initial);
+        m_meLetter->setProperty("tile_color", signedIn ? color.name() : QString());
+        m_meLetter->setStyleSheet(QStringLiteral("background-color: %1; color: #FFFFFF;"
+                                                 " border-radius: %2px; font-size: %3px;"
+                                                 " font-weight: 600;")
+                                      .arg(color.name())
+                                      .arg(side * kMeAvatarRadius / kMeAvatarSize)
+                                      .arg(scaled_px(64, m_scale)));
+        m_meLetter->setVisible(signedIn);
     }
     if (!signedIn)
-        meLetter_->clear();
-    meCard_->setVisible(signedIn);
+        m_meLetter->clear();
+    m_meCard->setVisible(signedIn);
 }
 
 // --------------------------------------------------------- FilesCacheScreen
 
 FilesCacheScreen::FilesCacheScreen(float scale, QWidget *parent) : QWidget(parent)
 {
-    auto *v = screenRoot(this, QStringLiteral("files_cache_screen"), "A");
+    auto *v = screenRoot(this, QStringLiteral("files_cache_screen"), ThemeGroup::A);
+    QToolButton *back = nullptr;
     v->addWidget(header(QStringLiteral("files_cache_header"), QStringLiteral("Files cache"),
-                        QStringLiteral("files_cache_title"), true, scale, this, nullptr, &back_));
-    QWidget *body = panel(QStringLiteral("files_cache_body"), "E", this);
+                        QStringLiteral("files_cache_title"), true, scale, this, nullptr, &back));
+    announce(back, this, &FilesCacheScreen::backRequested);
+    QWidget *body = panel(QStringLiteral("files_cache_body"), ThemeGroup::E, this);
     auto *bv = new QVBoxLayout(body);
     bv->setContentsMargins(scaled_px(28, scale), scaled_px(20, scale), scaled_px(28, scale), 0);
-    summary_ = label(QString(), QStringLiteral("files_cache_summary"), "D", "secondary", body);
-    summary_->setWordWrap(true);
-    bv->addWidget(summary_);
-    listHost_ = new QWidget(body);
-    listHost_->setObjectName(QStringLiteral("files_cache_list_host"));
-    auto *lh = new QVBoxLayout(listHost_);
+    m_summary = label(QString(), QStringLiteral("files_cache_summary"), ThemeGroup::D,
+                      TextSize::Secondary, body);
+    m_summary->setWordWrap(true);
+    bv->addWidget(m_summary);
+    m_listHost = new QWidget(body);
+    m_listHost->setObjectName(QStringLiteral("files_cache_list_host"));
+    auto *lh = new QVBoxLayout(m_listHost);
     lh->setContentsMargins(0, 0, 0, 0);
-    bv->addWidget(listHost_, 1);
+    bv->addWidget(m_listHost, 1);
     v->addWidget(body, 1);
+}
+
+void FilesCacheScreen::setSummary(const QString &text)
+{
+    m_summary->setText(text);
+}
+
+void FilesCacheScreen::setListView(QWidget *view)
+{
+    m_listHost->layout()->addWidget(view);
 }
 
 // -------------------------------------------------------- MediaViewerScreen
 
 MediaViewerScreen::MediaViewerScreen(Kind kind, float scale, QWidget *parent)
-    : QWidget(parent), kind_(kind)
+    : QWidget(parent), m_kind(kind)
 {
     const bool photo = kind == Kind::Photo;
-    auto *v = screenRoot(
-        this, photo ? QStringLiteral("photo_viewer") : QStringLiteral("video_viewer"), "viewer");
+    auto *v =
+        screenRoot(this, photo ? QStringLiteral("photo_viewer") : QStringLiteral("video_viewer"),
+                   ThemeGroup::A);
+    set_viewer_colours(this);
+    QToolButton *back = nullptr;
     QWidget *bar =
         header(objectName() + QStringLiteral("_header"),
                photo ? QStringLiteral("Photo") : QStringLiteral("Video"),
-               objectName() + QStringLiteral("_title"), true, scale, this, &title_, &back_);
-    bar->setProperty("bg", QStringLiteral("G"));
-    title_->setProperty("fg", QStringLiteral("viewer"));
+               objectName() + QStringLiteral("_title"), true, scale, this, &m_title, &back);
+    set_background_group(bar, ThemeGroup::G);
+    set_viewer_colours(m_title);
+    announce(back, this, &MediaViewerScreen::backRequested);
     v->addWidget(bar);
     if (photo) {
-        image_ = label(QString(), QStringLiteral("photo_image"), nullptr, nullptr, this);
-        image_->setAlignment(Qt::AlignCenter);
-        image_->setMinimumSize(1, 1);
-        v->addWidget(image_, 1);
+        m_image = label(QString(), QStringLiteral("photo_image"), std::nullopt, std::nullopt, this);
+        m_image->setAlignment(Qt::AlignCenter);
+        m_image->setMinimumSize(1, 1);
+        v->addWidget(m_image, 1);
     } else {
-        videoHost_ = new QWidget(this);
-        videoHost_->setObjectName(QStringLiteral("video_host"));
-        auto *vh = new QVBoxLayout(videoHost_);
+        m_videoHost = new QWidget(this);
+        m_videoHost->setObjectName(QStringLiteral("video_host"));
+        auto *vh = new QVBoxLayout(m_videoHost);
         vh->setContentsMargins(0, 0, 0, 0);
-        v->addWidget(videoHost_, 1);
-        auto *controls = panel(QStringLiteral("video_controls"), "G", this);
+        v->addWidget(m_videoHost, 1);
+        auto *controls = panel(QStringLiteral("video_controls"), ThemeGroup::G, this);
         auto *ch = new QHBoxLayout(controls);
-        play_ = iconButton(QStringLiteral("ic_play.png"), QStringLiteral("video_play_button"),
-                           scale, controls);
+        auto *play = iconButton(QStringLiteral("ic_play.png"), QStringLiteral("video_play_button"),
+                                scale, controls);
+        announce(play, this, &MediaViewerScreen::playRequested);
         ch->addStretch(1);
-        ch->addWidget(play_);
+        ch->addWidget(play);
         ch->addStretch(1);
         v->addWidget(controls);
     }
 }
 
+void MediaViewerScreen::setTitle(const QString &title)
+{
+    m_title->setText(title);
+}
+
 bool MediaViewerScreen::showImageFile(const QString &path)
 {
-    if (!image_)
+    if (!m_image)
         return false;
-    imagePath_ = path;
+    m_imagePath = path;
     refitImage();
-    return !image_->pixmap(Qt::ReturnByValue).isNull();
+    return !m_image->pixmap(Qt::ReturnByValue).isNull();
+}
+
+void MediaViewerScreen::setVideoOutput(QWidget *output)
+{
+    if (m_videoHost)
+        m_videoHost->layout()->addWidget(output);
 }
 
 void MediaViewerScreen::resizeEvent(QResizeEvent *event)
@@ -625,12 +872,12 @@ void MediaViewerScreen::resizeEvent(QResizeEvent *event)
 
 void MediaViewerScreen::refitImage()
 {
-    if (!image_ || imagePath_.isEmpty())
+    if (!m_image || m_imagePath.isEmpty())
         return;
-    QPixmap pm(imagePath_);
+    QPixmap pm(m_imagePath);
     if (pm.isNull()) {
-        image_->clear();
+        m_image->clear();
         return;
     }
-    image_->setPixmap(pm.scaled(image_->size(), Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    m_image->setPixmap(pm.scaled(m_image->size(), Qt::KeepAspectRatio, Qt::SmoothTransformation));
 }

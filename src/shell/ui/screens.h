@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QString>
 #include <QWidget>
 
 class QLabel;
@@ -8,64 +9,73 @@ class QPlainTextEdit;
 class QPushButton;
 class QToolButton;
 class QVBoxLayout;
+struct OwnProfile;
 
-// The screens of the phone UI. They are built with their initial texts; the
-// controller and the subsystems fill them. Controls are reachable by
-// accessor or by object name (findChild).
+// The screens of the phone UI. Each is built with its initial texts, says
+// what the user wants through its signals and takes the models' values
+// through setters; its controls stay its own.
 
-// Sign-in form: three fields and four buttons, all shown together.
+// Sign-in form: three fields and four buttons, all shown together. Enter in
+// a field submits it, like its button.
 class SignInForm : public QWidget
 {
     Q_OBJECT
 public:
     explicit SignInForm(float scale, QWidget *parent = nullptr);
-    QLineEdit *phoneField() const { return phone_; }
-    QLineEdit *codeField() const { return code_; }
-    QLineEdit *passwordField() const { return password_; }
-    QPushButton *sendPhoneButton() const { return sendPhone_; }
-    QPushButton *sendCodeButton() const { return sendCode_; }
-    QPushButton *resendCodeButton() const { return resendCode_; }
-    QPushButton *sendPasswordButton() const { return sendPassword_; }
+
+    // Fills the phone field unless the user has typed something already.
+    void suggestPhoneNumber(const QString &phone);
+
+Q_SIGNALS:
+    void phoneSubmitted(const QString &phone);
+    void codeSubmitted(const QString &code);
+    void resendRequested();
+    void passwordSubmitted(const QString &password);
 
 private:
-    QLineEdit *phone_ = nullptr;
-    QLineEdit *code_ = nullptr;
-    QLineEdit *password_ = nullptr;
-    QPushButton *sendPhone_ = nullptr;
-    QPushButton *sendCode_ = nullptr;
-    QPushButton *resendCode_ = nullptr;
-    QPushButton *sendPassword_ = nullptr;
+    QLineEdit *m_phone = nullptr;
+    QLineEdit *m_code = nullptr;
+    QLineEdit *m_password = nullptr;
 };
 
-// Main screen: title "Vexa", the status label, the sign-in form until the
-// user is authorised, then the chat list.
+// Main screen: title "Vexa", the status and debug lines, the sign-in form
+// until the user is authorised, then the chat list.
 class MainScreen : public QWidget
 {
     Q_OBJECT
 public:
     explicit MainScreen(float scale, QWidget *parent = nullptr);
-    QLabel *titleLabel() const { return title_; }
-    QLabel *statusLabel() const { return status_; }
-    SignInForm *signInForm() const { return form_; }
-    QToolButton *menuButton() const { return menu_; }
-    QToolButton *searchButton() const { return search_; }
-    // Holds the chat list view; setChatListView puts a view into it.
-    QWidget *chatListHost() const { return listHost_; }
+
+    void setStatusText(const QString &text);
+    QString statusText() const;
+    // The developer line beside the status (for example the own user id).
+    void setDebugText(const QString &text);
+    void suggestPhoneNumber(const QString &phone);
+    // Puts the chat list view into the screen; the screen takes no ownership
+    // decisions beyond parenting it.
     void setChatListView(QWidget *view);
     // Hides the sign-in form and shows the chat list (or the reverse).
     void setAuthorised(bool authorised);
-    bool isAuthorised() const { return authorised_; }
+    bool isAuthorised() const { return m_authorised; }
+
+Q_SIGNALS:
+    void phoneSubmitted(const QString &phone);
+    void codeSubmitted(const QString &code);
+    void resendRequested();
+    void passwordSubmitted(const QString &password);
+    void menuRequested();
+    void searchRequested();
+    void reloadChatsRequested();
 
 private:
-    QLabel *title_ = nullptr;
-    QLabel *status_ = nullptr;
-    SignInForm *form_ = nullptr;
-    QWidget *formPanel_ = nullptr;
-    QToolButton *menu_ = nullptr;
-    QToolButton *search_ = nullptr;
-    QWidget *listHost_ = nullptr;
-    QVBoxLayout *listLayout_ = nullptr;
-    bool authorised_ = false;
+    QLabel *m_status = nullptr;
+    QLabel *m_debug = nullptr;
+    SignInForm *m_form = nullptr;
+    QWidget *m_formPanel = nullptr;
+    QToolButton *m_reload = nullptr;
+    QWidget *m_listHost = nullptr;
+    QVBoxLayout *m_listLayout = nullptr;
+    bool m_authorised = false;
 };
 
 // Conversation: header, selection bar, message list, reply and edit bars,
@@ -75,38 +85,44 @@ class ConversationScreen : public QWidget
     Q_OBJECT
 public:
     explicit ConversationScreen(float scale, QWidget *parent = nullptr);
-    QLabel *titleLabel() const { return title_; }
-    QLabel *subtitleLabel() const { return subtitle_; }
-    // Sets the line under the title (presence, members); hidden when empty.
+
+    // "Chat" stands in for an empty title.
+    void setTitle(const QString &title);
+    QString title() const;
+    // The line under the title (presence, members); hidden when empty.
     void setSubtitle(const QString &text);
-    QToolButton *backButton() const { return back_; }
-    QToolButton *infoButton() const { return info_; }
-    QToolButton *searchButton() const { return search_; }
-    QToolButton *moreButton() const { return more_; }
-    QWidget *selectionBar() const { return selectionBar_; }
-    QLabel *selectionCountLabel() const { return selectionCount_; }
-    QToolButton *selectionReplyButton() const { return selReply_; }
-    QToolButton *selectionForwardButton() const { return selForward_; }
-    QToolButton *selectionDeleteButton() const { return selDelete_; }
-    QToolButton *selectionCloseButton() const { return selClose_; }
-    QWidget *messageListHost() const { return listHost_; }
+    QString subtitle() const;
     void setMessageListView(QWidget *view);
-    QToolButton *toBottomButton() const { return toBottom_; }
-    QWidget *replyBar() const { return replyBar_; }
-    QLabel *replyLabel() const { return replyLabel_; }
-    QToolButton *replyCloseButton() const { return replyClose_; }
-    QWidget *editBar() const { return editBar_; }
-    QLabel *editLabel() const { return editLabel_; }
-    QToolButton *editCloseButton() const { return editClose_; }
-    QWidget *recordPanel() const { return recordPanel_; }
-    QLabel *recordLabel() const { return recordLabel_; }
-    QLabel *recordLockHint() const { return recordLock_; }
-    QPlainTextEdit *composerField() const { return composer_; }
-    QToolButton *attachButton() const { return attach_; }
-    QToolButton *actionButton() const { return action_; }
     // Sets the action button's icon from an "assets/osicons/..." path or a
     // bare file name.
     void setActionIcon(const QString &iconPath);
+    QString composerText() const;
+    void setComposerText(const QString &text);
+    // The bars above the composer; an empty text hides the bar.
+    void setReplyPreview(const QString &text);
+    void setEditPreview(const QString &text);
+    void setToBottomVisible(bool visible);
+    // Selection mode: the bar replaces nothing, it appears above the list.
+    void setSelectionMode(bool on);
+    void setSelectionCount(int count);
+    void setSelectionActions(bool reply, bool forward, bool remove);
+    // The voice record panel; an empty text hides it.
+    void setRecordPanel(const QString &text, bool showLockHint);
+
+Q_SIGNALS:
+    void backRequested();
+    void infoRequested();
+    void searchRequested();
+    void moreRequested();
+    void toBottomRequested();
+    void replyCancelled();
+    void editCancelled();
+    void attachRequested();
+    void actionTriggered();
+    void selectionClosed();
+    void selectionReplyRequested();
+    void selectionForwardRequested();
+    void selectionDeleteRequested();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -114,34 +130,39 @@ protected:
 private:
     void placeToBottomButton();
 
-    float scale_;
-    QLabel *title_ = nullptr;
-    QLabel *subtitle_ = nullptr;
-    QToolButton *back_ = nullptr;
-    QToolButton *info_ = nullptr;
-    QToolButton *search_ = nullptr;
-    QToolButton *more_ = nullptr;
-    QWidget *selectionBar_ = nullptr;
-    QLabel *selectionCount_ = nullptr;
-    QToolButton *selReply_ = nullptr;
-    QToolButton *selForward_ = nullptr;
-    QToolButton *selDelete_ = nullptr;
-    QToolButton *selClose_ = nullptr;
-    QWidget *listHost_ = nullptr;
-    QVBoxLayout *listLayout_ = nullptr;
-    QToolButton *toBottom_ = nullptr;
-    QWidget *replyBar_ = nullptr;
-    QLabel *replyLabel_ = nullptr;
-    QToolButton *replyClose_ = nullptr;
-    QWidget *editBar_ = nullptr;
-    QLabel *editLabel_ = nullptr;
-    QToolButton *editClose_ = nullptr;
-    QWidget *recordPanel_ = nullptr;
-    QLabel *recordLabel_ = nullptr;
-    QLabel *recordLock_ = nullptr;
-    QPlainTextEdit *composer_ = nullptr;
-    QToolButton *attach_ = nullptr;
-    QToolButton *action_ = nullptr;
+    float m_scale;
+    QLabel *m_title = nullptr;
+    QLabel *m_subtitle = nullptr;
+    QWidget *m_selectionBar = nullptr;
+    QLabel *m_selectionCount = nullptr;
+    QToolButton *m_selReply = nullptr;
+    QToolButton *m_selForward = nullptr;
+    QToolButton *m_selDelete = nullptr;
+    QWidget *m_listHost = nullptr;
+    QVBoxLayout *m_listLayout = nullptr;
+    QToolButton *m_toBottom = nullptr;
+    QWidget *m_replyBar = nullptr;
+    QLabel *m_replyLabel = nullptr;
+    QWidget *m_editBar = nullptr;
+    QLabel *m_editLabel = nullptr;
+    QWidget *m_recordPanel = nullptr;
+    QLabel *m_recordLabel = nullptr;
+    QLabel *m_recordLock = nullptr;
+    QPlainTextEdit *m_composer = nullptr;
+    QToolButton *m_action = nullptr;
+};
+
+// What the chat information page shows.
+struct ChatDetails
+{
+    qint64 id = 0;
+    QString title;
+    QString kind;
+    QString members;
+    QString link;
+    QString notifications;
+    bool canJoin = false;
+    bool canLeave = false;
 };
 
 // Details of the open chat and its actions.
@@ -150,32 +171,25 @@ class ChatInfoScreen : public QWidget
     Q_OBJECT
 public:
     explicit ChatInfoScreen(float scale, QWidget *parent = nullptr);
-    QToolButton *backButton() const { return back_; }
-    QLabel *avatarLetter() const { return letter_; }
-    QLabel *chatTitleLabel() const { return chatTitle_; }
-    QLabel *chatKindLabel() const { return chatKind_; }
-    QLabel *membersValue() const { return members_; }
-    QLabel *linkValue() const { return link_; }
-    QLabel *notificationsValue() const { return notifications_; }
-    QLabel *idValue() const { return id_; }
-    QPushButton *clearHistoryButton() const { return clear_; }
-    QPushButton *joinButton() const { return join_; }
-    QPushButton *leaveButton() const { return leave_; }
-    QPushButton *deleteChatButton() const { return delete_; }
+    void setDetails(const ChatDetails &details);
+
+Q_SIGNALS:
+    void backRequested();
+    void clearHistoryRequested();
+    void joinRequested();
+    void leaveRequested();
+    void deleteChatRequested();
 
 private:
-    QToolButton *back_ = nullptr;
-    QLabel *letter_ = nullptr;
-    QLabel *chatTitle_ = nullptr;
-    QLabel *chatKind_ = nullptr;
-    QLabel *members_ = nullptr;
-    QLabel *link_ = nullptr;
-    QLabel *notifications_ = nullptr;
-    QLabel *id_ = nullptr;
-    QPushButton *clear_ = nullptr;
-    QPushButton *join_ = nullptr;
-    QPushButton *leave_ = nullptr;
-    QPushButton *delete_ = nullptr;
+    QLabel *m_letter = nullptr;
+    QLabel *m_chatTitle = nullptr;
+    QLabel *m_chatKind = nullptr;
+    QLabel *m_members = nullptr;
+    QLabel *m_link = nullptr;
+    QLabel *m_notifications = nullptr;
+    QLabel *m_id = nullptr;
+    QPushButton *m_join = nullptr;
+    QPushButton *m_leave = nullptr;
 };
 
 // Menu: the own profile, updates, files cache, theme and the debug log
@@ -185,40 +199,38 @@ class MenuScreen : public QWidget
     Q_OBJECT
 public:
     explicit MenuScreen(float scale, bool darkTheme, QWidget *parent = nullptr);
-    QToolButton *backButton() const { return back_; }
     // The own-profile card at the top: the round photo when avatarPath loads,
     // else a coloured tile with the initial; the name, "@username" and the
     // phone with a leading "+". Lines without a value are hidden; with no id
     // and no texts (signed out) the whole card is hidden and cleared.
-    void updateMenuMeHeader(qint64 id, const QString &displayName, const QString &username,
-                            const QString &phone, const QString &avatarPath);
-    QWidget *meCard() const { return meCard_; }
-    QPushButton *checkUpdatesButton() const { return checkUpdates_; }
-    QLabel *updateStatusLabel() const { return updateStatus_; }
-    QPushButton *filesCacheButton() const { return filesCache_; }
-    QLabel *cacheSizeLabel() const { return cacheSize_; }
-    QPushButton *recalculateSizeButton() const { return recalc_; }
-    QPushButton *clearCacheButton() const { return clearCache_; }
-    QPushButton *themeButton() const { return theme_; }
-    QPushButton *logToggleButton() const { return logToggle_; }
+    void setProfile(const OwnProfile &me);
+    void setDarkTheme(bool dark);
+    void setDebugLogOn(bool on);
+    // An empty text hides the line under "Check updates".
+    void setUpdateStatus(const QString &text);
+    void setCacheSizeText(const QString &text);
+
+Q_SIGNALS:
+    void backRequested();
+    void checkUpdatesRequested();
+    void filesCacheRequested();
+    void recalculateCacheRequested();
+    void clearCacheRequested();
+    void themeToggleRequested();
+    void debugLogToggleRequested();
 
 private:
-    float scale_;
-    QWidget *meCard_ = nullptr;
-    QLabel *meAvatar_ = nullptr;
-    QLabel *meLetter_ = nullptr;
-    QLabel *meName_ = nullptr;
-    QLabel *meUsername_ = nullptr;
-    QLabel *mePhone_ = nullptr;
-    QToolButton *back_ = nullptr;
-    QPushButton *checkUpdates_ = nullptr;
-    QLabel *updateStatus_ = nullptr;
-    QPushButton *filesCache_ = nullptr;
-    QLabel *cacheSize_ = nullptr;
-    QPushButton *recalc_ = nullptr;
-    QPushButton *clearCache_ = nullptr;
-    QPushButton *theme_ = nullptr;
-    QPushButton *logToggle_ = nullptr;
+    float m_scale;
+    QWidget *m_meCard = nullptr;
+    QLabel *m_meAvatar = nullptr;
+    QLabel *m_meLetter = nullptr;
+    QLabel *m_meName = nullptr;
+    QLabel *m_meUsername = nullptr;
+    QLabel *m_mePhone = nullptr;
+    QLabel *m_updateStatus = nullptr;
+    QLabel *m_cacheSize = nullptr;
+    QPushButton *m_theme = nullptr;
+    QPushButton *m_logToggle = nullptr;
 };
 
 // The media cache broken down; its list is filled by the cache code.
@@ -227,14 +239,15 @@ class FilesCacheScreen : public QWidget
     Q_OBJECT
 public:
     explicit FilesCacheScreen(float scale, QWidget *parent = nullptr);
-    QToolButton *backButton() const { return back_; }
-    QLabel *summaryLabel() const { return summary_; }
-    QWidget *listHost() const { return listHost_; }
+    void setSummary(const QString &text);
+    void setListView(QWidget *view);
+
+Q_SIGNALS:
+    void backRequested();
 
 private:
-    QToolButton *back_ = nullptr;
-    QLabel *summary_ = nullptr;
-    QWidget *listHost_ = nullptr;
+    QLabel *m_summary = nullptr;
+    QWidget *m_listHost = nullptr;
 };
 
 // Full-screen photo or video viewer.
@@ -248,14 +261,17 @@ public:
         Video
     };
     MediaViewerScreen(Kind kind, float scale, QWidget *parent = nullptr);
-    Kind kind() const { return kind_; }
-    QToolButton *backButton() const { return back_; }
-    QLabel *titleLabel() const { return title_; }
-    // Photo: shows the image; video: hosts the video output widget.
-    QLabel *imageLabel() const { return image_; }
-    QWidget *videoHost() const { return videoHost_; }
-    QToolButton *playButton() const { return play_; }
+    Kind kind() const { return m_kind; }
+    void setTitle(const QString &title);
+    // Photo viewer: shows the image scaled to fit; false when it does not
+    // load (or this is the video viewer).
     bool showImageFile(const QString &path);
+    // Video viewer: hosts the video output widget.
+    void setVideoOutput(QWidget *output);
+
+Q_SIGNALS:
+    void backRequested();
+    void playRequested();
 
 protected:
     void resizeEvent(QResizeEvent *event) override;
@@ -263,11 +279,9 @@ protected:
 private:
     void refitImage();
 
-    Kind kind_;
-    QToolButton *back_ = nullptr;
-    QLabel *title_ = nullptr;
-    QLabel *image_ = nullptr;
-    QWidget *videoHost_ = nullptr;
-    QToolButton *play_ = nullptr;
-    QString imagePath_;
+    Kind m_kind;
+    QLabel *m_title = nullptr;
+    QLabel *m_image = nullptr;
+    QWidget *m_videoHost = nullptr;
+    QString m_imagePath;
 };

@@ -7,86 +7,87 @@
 #include "shell/ui_scale.h"
 
 #include <QPlainTextEdit>
-#include <QPushButton>
+#include <QScrollBar>
 #include <QStackedWidget>
-#include <QToolButton>
 #include <QVBoxLayout>
 #include <QVariant>
 
 ShellScreens::ShellScreens(bool darkTheme, float uiScale, QWidget *parent)
-    : QWidget(parent), dark_(darkTheme), scale_(uiScale)
+    : QWidget(parent), m_dark(darkTheme), m_scale(uiScale)
 {
-    auto *v = screen_parts::screenRoot(this, QStringLiteral("shell_root"), "A");
+    auto *v = screen_parts::screenRoot(this, QStringLiteral("shell_root"), ThemeGroup::A);
 
-    stack_ = new QStackedWidget(this);
-    stack_->setObjectName(QStringLiteral("screen_stack"));
-    main_ = new MainScreen(scale_, stack_);
-    conversation_ = new ConversationScreen(scale_, stack_);
-    chatInfo_ = new ChatInfoScreen(scale_, stack_);
-    menu_ = new MenuScreen(scale_, dark_, stack_);
-    filesCache_ = new FilesCacheScreen(scale_, stack_);
-    photo_ = new MediaViewerScreen(MediaViewerScreen::Kind::Photo, scale_, stack_);
-    video_ = new MediaViewerScreen(MediaViewerScreen::Kind::Video, scale_, stack_);
-    for (QWidget *w : {static_cast<QWidget *>(main_), static_cast<QWidget *>(conversation_),
-                       static_cast<QWidget *>(chatInfo_), static_cast<QWidget *>(menu_),
-                       static_cast<QWidget *>(filesCache_), static_cast<QWidget *>(photo_),
-                       static_cast<QWidget *>(video_)})
-        stack_->addWidget(w);
-    v->addWidget(stack_, 1);
+    m_stack = new QStackedWidget(this);
+    m_stack->setObjectName(QStringLiteral("screen_stack"));
+    m_main = new MainScreen(m_scale, m_stack);
+    m_conversation = new ConversationScreen(m_scale, m_stack);
+    m_chatInfo = new ChatInfoScreen(m_scale, m_stack);
+    m_menu = new MenuScreen(m_scale, m_dark, m_stack);
+    m_filesCache = new FilesCacheScreen(m_scale, m_stack);
+    m_photo = new MediaViewerScreen(MediaViewerScreen::Kind::Photo, m_scale, m_stack);
+    m_video = new MediaViewerScreen(MediaViewerScreen::Kind::Video, m_scale, m_stack);
+    for (QWidget *w : {static_cast<QWidget *>(m_main), static_cast<QWidget *>(m_conversation),
+                       static_cast<QWidget *>(m_chatInfo), static_cast<QWidget *>(m_menu),
+                       static_cast<QWidget *>(m_filesCache), static_cast<QWidget *>(m_photo),
+                       static_cast<QWidget *>(m_video)})
+        m_stack->addWidget(w);
+    v->addWidget(m_stack, 1);
 
-    logView_ = new QPlainTextEdit(this);
-    logView_->setObjectName(QStringLiteral("log_view"));
-    logView_->setReadOnly(true);
-    logView_->setProperty("bg", QStringLiteral("E"));
-    logView_->setProperty("fg", QStringLiteral("F"));
-    logView_->setProperty("textsize", QStringLiteral("log"));
-    logView_->setFrameShape(QFrame::NoFrame);
-    logView_->setFixedHeight(scaled_px(360, scale_));
-    logView_->setLineWrapMode(QPlainTextEdit::WidgetWidth);
-    logView_->hide();
-    v->addWidget(logView_);
+    m_logView = new QPlainTextEdit(this);
+    m_logView->setObjectName(QStringLiteral("log_view"));
+    m_logView->setReadOnly(true);
+    set_background_group(m_logView, ThemeGroup::E);
+    set_text_group(m_logView, ThemeGroup::F);
+    set_text_size(m_logView, TextSize::Log);
+    m_logView->setFrameShape(QFrame::NoFrame);
+    m_logView->setFixedHeight(scaled_px(360, m_scale));
+    m_logView->setLineWrapMode(QPlainTextEdit::WidgetWidth);
+    m_logView->hide();
+    v->addWidget(m_logView);
 
     // Navigation that needs no controller decision.
-    connect(main_->menuButton(), &QToolButton::clicked, this, [this] { showScreen(Screen::Menu); });
-    connect(menu_->backButton(), &QToolButton::clicked, this, &ShellScreens::goBack);
-    connect(menu_->filesCacheButton(), &QPushButton::clicked, this,
+    connect(m_main, &MainScreen::menuRequested, this, [this] { showScreen(Screen::Menu); });
+    connect(m_menu, &MenuScreen::backRequested, this, &ShellScreens::goBack);
+    connect(m_menu, &MenuScreen::filesCacheRequested, this,
             [this] { showScreen(Screen::FilesCache); });
-    connect(filesCache_->backButton(), &QToolButton::clicked, this, &ShellScreens::goBack);
-    connect(conversation_->infoButton(), &QToolButton::clicked, this,
+    connect(m_menu, &MenuScreen::debugLogToggleRequested, this,
+            &ShellScreens::debugLogToggleRequested);
+    connect(m_filesCache, &FilesCacheScreen::backRequested, this, &ShellScreens::goBack);
+    connect(m_conversation, &ConversationScreen::infoRequested, this,
             [this] { showScreen(Screen::ChatInfo); });
-    connect(chatInfo_->backButton(), &QToolButton::clicked, this, &ShellScreens::goBack);
-    connect(photo_->backButton(), &QToolButton::clicked, this, &ShellScreens::goBack);
-    connect(video_->backButton(), &QToolButton::clicked, this, &ShellScreens::goBack);
-    connect(conversation_->backButton(), &QToolButton::clicked, this,
+    connect(m_chatInfo, &ChatInfoScreen::backRequested, this, &ShellScreens::goBack);
+    connect(m_photo, &MediaViewerScreen::backRequested, this, &ShellScreens::goBack);
+    connect(m_video, &MediaViewerScreen::backRequested, this, &ShellScreens::goBack);
+    connect(m_conversation, &ConversationScreen::backRequested, this,
             &ShellScreens::backToChatsRequested);
 
-    applyTheme(dark_);
+    applyTheme(m_dark);
 }
 
 QWidget *ShellScreens::pageFor(Screen screen) const
 {
     switch (screen) {
     case Screen::Main:
-        return main_;
+        return m_main;
     case Screen::Conversation:
-        return conversation_;
+        return m_conversation;
     case Screen::ChatInfo:
-        return chatInfo_;
+        return m_chatInfo;
     case Screen::Menu:
-        return menu_;
+        return m_menu;
     case Screen::FilesCache:
-        return filesCache_;
+        return m_filesCache;
     case Screen::Photo:
-        return photo_;
+        return m_photo;
     case Screen::Video:
-        return video_;
+        return m_video;
     }
-    return main_;
+    return m_main;
 }
 
 ShellScreens::Screen ShellScreens::currentScreen() const
 {
-    QWidget *w = stack_->currentWidget();
+    QWidget *w = m_stack->currentWidget();
     for (Screen s : {Screen::Main, Screen::Conversation, Screen::ChatInfo, Screen::Menu,
                      Screen::FilesCache, Screen::Photo, Screen::Video}) {
         if (pageFor(s) == w)
@@ -101,23 +102,23 @@ void ShellScreens::showScreen(Screen screen)
     if (now == screen)
         return;
     if (screen == Screen::Main) {
-        history_.clear();
+        m_history.clear();
     } else {
         // A page already in the history is returned to, not stacked twice.
-        const int at = history_.indexOf(screen);
+        const int at = m_history.indexOf(screen);
         if (at >= 0)
-            history_.erase(history_.begin() + at, history_.end());
+            m_history.erase(m_history.begin() + at, m_history.end());
         else
-            history_.append(now);
+            m_history.append(now);
     }
-    stack_->setCurrentWidget(pageFor(screen));
+    m_stack->setCurrentWidget(pageFor(screen));
     Q_EMIT screenChanged(screen);
 }
 
 void ShellScreens::goBack()
 {
-    const Screen to = history_.isEmpty() ? Screen::Main : history_.takeLast();
-    stack_->setCurrentWidget(pageFor(to));
+    const Screen to = m_history.isEmpty() ? Screen::Main : m_history.takeLast();
+    m_stack->setCurrentWidget(pageFor(to));
     Q_EMIT screenChanged(to);
 }
 
@@ -128,22 +129,29 @@ void ShellScreens::showMainScreen()
 
 void ShellScreens::applyTheme(bool dark)
 {
-    dark_ = dark;
-    setPalette(shell_palette(dark_));
+    m_dark = dark;
+    setPalette(shell_palette(m_dark));
     QFont f = font();
-    f.setPixelSize(shell_font_pixel_size(scale_));
+    f.setPixelSize(shell_font_pixel_size(m_scale));
     setFont(f);
-    setStyleSheet(shell_style_sheet(dark_, scale_));
-    menu_->themeButton()->setText(theme_button_text(dark_));
+    setStyleSheet(shell_style_sheet(m_dark, m_scale));
+    m_menu->setDarkTheme(m_dark);
 }
 
 void ShellScreens::setLogViewVisible(bool visible)
 {
-    logView_->setVisible(visible);
-    menu_->logToggleButton()->setChecked(visible);
+    m_logView->setVisible(visible);
+    m_menu->setDebugLogOn(visible);
+}
+
+void ShellScreens::setLogText(const QString &text)
+{
+    m_logView->setPlainText(text);
+    QScrollBar *bar = m_logView->verticalScrollBar();
+    bar->setValue(bar->maximum());
 }
 
 bool ShellScreens::isLogViewVisible() const
 {
-    return !logView_->isHidden();
+    return !m_logView->isHidden();
 }

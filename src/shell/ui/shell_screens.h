@@ -33,14 +33,13 @@ public:
 
     ShellScreens(bool darkTheme, float uiScale, QWidget *parent = nullptr);
 
-    MainScreen *mainScreen() const { return main_; }
-    ConversationScreen *conversationScreen() const { return conversation_; }
-    ChatInfoScreen *chatInfoScreen() const { return chatInfo_; }
-    MenuScreen *menuScreen() const { return menu_; }
-    FilesCacheScreen *filesCacheScreen() const { return filesCache_; }
-    MediaViewerScreen *photoViewer() const { return photo_; }
-    MediaViewerScreen *videoViewer() const { return video_; }
-    QPlainTextEdit *logView() const { return logView_; }
+    MainScreen *mainScreen() const { return m_main; }
+    ConversationScreen *conversationScreen() const { return m_conversation; }
+    ChatInfoScreen *chatInfoScreen() const { return m_chatInfo; }
+    MenuScreen *menuScreen() const { return m_menu; }
+    FilesCacheScreen *filesCacheScreen() const { return m_filesCache; }
+    MediaViewerScreen *photoViewer() const { return m_photo; }
+    MediaViewerScreen *videoViewer() const { return m_video; }
 
     Screen currentScreen() const;
     // Shows a page; the page shown before is remembered for goBack().
@@ -52,31 +51,36 @@ public:
 
     // Recolours every control for the theme and updates the theme button.
     void applyTheme(bool dark);
-    bool darkTheme() const { return dark_; }
-    float uiScale() const { return scale_; }
+    bool darkTheme() const { return m_dark; }
+    float uiScale() const { return m_scale; }
 
     void setLogViewVisible(bool visible);
     bool isLogViewVisible() const;
+    // The in-app log's text; the view keeps its newest line in sight.
+    void setLogText(const QString &text);
 
 Q_SIGNALS:
     // The conversation's back button: the controller closes the chat and
     // then calls showMainScreen().
     void backToChatsRequested();
+    // The menu's debug-log switch; the controller turns the log on or off
+    // and then calls setLogViewVisible().
+    void debugLogToggleRequested();
     void screenChanged(ShellScreens::Screen screen);
 
 private:
     QWidget *pageFor(Screen screen) const;
 
-    bool dark_;
-    float scale_;
-    QStackedWidget *stack_ = nullptr;
-    MainScreen *main_ = nullptr;
-    ConversationScreen *conversation_ = nullptr;
-    ChatInfoScreen *chatInfo_ = nullptr;
-    MenuScreen *menu_ = nullptr;
-    FilesCacheScreen *filesCache_ = nullptr;
-    MediaViewerScreen *photo_ = nullptr;
-    MediaViewerScreen *video_ = nullptr;
-    QPlainTextEdit *logView_ = nullptr;
-    QList<Screen> history_;
+    bool m_dark;
+    float m_scale;
+    QStackedWidget *m_stack = nullptr;
+    MainScreen *m_main = nullptr;
+    ConversationScreen *m_conversation = nullptr;
+    ChatInfoScreen *m_chatInfo = nullptr;
+    MenuScreen *m_menu = nullptr;
+    FilesCacheScreen *m_filesCache = nullptr;
+    MediaViewerScreen *m_photo = nullptr;
+    MediaViewerScreen *m_video = nullptr;
+    QPlainTextEdit *m_logView = nullptr;
+    QList<Screen> m_history;
 };

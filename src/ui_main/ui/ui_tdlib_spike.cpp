@@ -25,22 +25,16 @@
 #include "shell/debug_flags.h"
 #include "shell/osicons.h"
 #include "shell/sign_in.h"
+#include "shell/style_sheet.h"
 #include "shell/theme.h"
 #include "shell/ui/screens.h"
 #include "shell/ui/shell_screens.h"
 #include "shell/ui_scale.h"
 
 #include <QDir>
-#include <QLabel>
-#include <QLineEdit>
 #include <QPixmapCache>
-#include <QPlainTextEdit>
 #include <QProcessEnvironment>
-#include <QPushButton>
-#include <QScrollBar>
 #include <QTimer>
-#include <QToolButton>
-#include <QVBoxLayout>
 
 namespace {
 
@@ -58,107 +52,110 @@ QProcessEnvironment toProcessEnvironment(const QStringList &entries)
 } // namespace
 
 UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment, QObject *parent)
-    : QObject(parent), environment_(environment)
+    : QObject(parent), m_environment(environment)
 {
     init_osicons();
-    const QProcessEnvironment env = toProcessEnvironment(environment_);
+    const QProcessEnvironment env = toProcessEnvironment(m_environment);
 
     // 1. Folders; the app starts in the foreground.
-    folders_ = resolve_app_folders(appDir, env);
-    QDir().mkpath(folders_.dataDir);
-    appActive_ = true;
-    log_ = new AppLog(this);
-    intake_ = new EventIntake(log_, this);
-    invoker_ = std::make_unique<DesktopInvoker>();
-    link_ = new BackendLink(folders_, log_, intake_, invoker_.get(), environment_, this);
+    m_folders = resolve_app_folders(appDir, env);
+    QDir().mkpath(m_folders.dataDir);
+    m_appActive = true;
+    m_log = new AppLog(this);
+    m_intake = new EventIntake(m_log, this);
+    m_invoker = std::make_unique<DesktopInvoker>();
+    m_link = new BackendLink(m_folders, m_log, m_intake, m_invoker.get(), m_environment, this);
 
     // 2. The UI-is-running marker and its refresh timer.
-    link_->startRunningMarker();
+    m_link->startRunningMarker();
 
     // 3. The one switch the UI itself takes from the developer env files.
-    disableBubbles_ = read_disable_bubbles(td_debug_env_path(folders_.miscDir));
+    m_disableBubbles = read_disable_bubbles(td_debug_env_path(m_folders.miscDir));
 
     // 4. Theme, then scale.
     loadThemeSetting();
     applyTheme();
-    uiScale_ = detectUiScale();
+    m_uiScale = detectUiScale();
 
     // 5. The transport was chosen by the link from the same environment.
 
     // 6. Memory pressure and incoming invocations.
-    lifecycle_ = new AppLifecycle(this);
+    m_lifecycle = new AppLifecycle(this);
     QString error;
-    if (!lifecycle_->installSignalHandlers(&error))
-        log_->appendUiFileLog(QStringLiteral("app: no signal handlers: ") + error);
-    if (!lifecycle_->watchMemoryPressure(&error))
-        log_->appendUiFileLog(QStringLiteral("app: no memory pressure watch: ") + error);
-    connect(lifecycle_, &AppLifecycle::lowMemory, this, &UiTdlibSpike::onLowMemory);
-    instance_ = new InstanceChannel(InstanceChannel::server_name_for(folders_.dataDir), this);
-    if (!instance_->listen(&error))
-        log_->appendUiFileLog(QStringLiteral("app: instance channel: ") + error);
-    connect(instance_, &InstanceChannel::urlReceived, this, &UiTdlibSpike::onInvoked);
-    connect(instance_, &InstanceChannel::activationRequested, this, [this] {
-        if (window_) {
-            window_->show();
-            window_->raise();
-            window_->activateWindow();
+    if (!m_lifecycle->installSignalHandlers(&error))
+        m_log->appendUiFileLog(QStringLiteral("app: no signal handlers: ") + error);
+    if (!m_lifecycle->watchMemoryPressure(&error))
+        m_log->appendUiFileLog(QStringLiteral("app: no memory pressure watch: ") + error);
+    connect(m_lifecycle, &AppLifecycle::lowMemory, this, &UiTdlibSpike::onLowMemory);
+    connect(m_lifecycle, &AppLifecycle::terminationRequested, this, [this](int signalNumber) {
+        m_log->appendUiFileLog(QStringLiteral("app: quit on signal %1").arg(signalNumber));
+    });
+    m_instance = new InstanceChannel(InstanceChannel::server_name_for(m_folders.dataDir), this);
+    if (!m_instance->listen(&error))
+        m_log->appendUiFileLog(QStringLiteral("app: instance channel: ") + error);
+    connect(m_instance, &InstanceChannel::urlReceived, this, &UiTdlibSpike::onInvoked);
+    connect(m_instance, &InstanceChannel::activationRequested, this, [this] {
+        if (m_window) {
+            m_window->show();
+            m_window->raise();
+            m_window->activateWindow();
         }
     });
 
     // 7. Screens with their initial texts, then the models and the event
     //    dispatch that fill them, wired to the slots.
     buildScreens();
-    toaster_ = new ToastOverlay(window_->screenHost(), this);
-    chatRows_ = new ArrayDataModel(this);
-    chats_ = new ChatListModel(chatRows_, this);
+    m_toaster = new ToastOverlay(m_window->screenHost(), this);
+    m_chatRows = new ArrayDataModel(this);
+    m_chats = new ChatListModel(m_chatRows, this);
     auto send = [this](const QString &line) { sendLine(line); };
     auto log = [this](const QString &text) { appendLog(text); };
-    avatars_ = new AvatarDownloadQueue(send, log, this);
+    m_avatars = new AvatarDownloadQueue(send, log, this);
     EventDispatcherDeps deps;
-    deps.chats = chats_;
-    deps.avatars = avatars_;
-    deps.toaster = toaster_;
-    deps.log = log_;
+    deps.chats = m_chats;
+    deps.avatars = m_avatars;
+    deps.toaster = m_toaster;
+    deps.log = m_log;
     deps.sendLine = send;
-    deps.dataDir = folders_.dataDir;
-    dispatcher_ = new EventDispatcher(deps, this);
-    connect(intake_, &EventIntake::eventReceived, dispatcher_, &EventDispatcher::handleEventMap);
+    deps.dataDir = m_folders.dataDir;
+    m_dispatcher = new EventDispatcher(deps, this);
+    connect(m_intake, &EventIntake::eventReceived, m_dispatcher, &EventDispatcher::handleEventMap);
     // Voice notes and downloads; the libraries load on first use.
-    opus_ = std::make_unique<OpusLib>();
-    openal_ = std::make_unique<OpenAlLib>();
+    m_opus = std::make_unique<OpusLib>();
+    m_openal = std::make_unique<OpenAlLib>();
     MediaServices media;
     media.sendLine = send;
     media.appendLog = log;
-    media.toaster = toaster_;
-    media.invoker = invoker_.get();
-    downloads_ =
-        new MediaDownloads(media, folders_.downloadsDir, folders_.sharedPrefix, nullptr, this);
-    voicePlayer_ = new VoicePlayer(*opus_, downloads_, folders_.dataDir + QStringLiteral("/cache"),
-                                   media, nullptr, this);
-    voiceRecorder_ = new VoiceRecorder(*opus_, *openal_, folders_.dataDir, media, this);
+    media.toaster = m_toaster;
+    media.invoker = m_invoker.get();
+    m_downloads =
+        new MediaDownloads(media, m_folders.downloadsDir, m_folders.sharedPrefix, nullptr, this);
+    m_voicePlayer = new VoicePlayer(
+        *m_opus, m_downloads, m_folders.dataDir + QStringLiteral("/cache"), media, nullptr, this);
+    m_voiceRecorder = new VoiceRecorder(*m_opus, *m_openal, m_folders.dataDir, media, this);
 
-    chatItems_ = new ChatItemProvider(folders_.dataDir + QStringLiteral("/ui-cache"), this);
-    chatListView_->setDataModel(chatRows_);
-    chatListView_->setListItemProvider(chatItems_);
+    m_chatItems = new ChatItemProvider(m_folders.dataDir + QStringLiteral("/ui-cache"), this);
+    m_chatListView->setDataModel(m_chatRows);
+    m_chatListView->setListItemProvider(m_chatItems);
     connectScreens();
-    window_->show();
+    m_window->show();
 
     // 8. Application lifecycle.
-    connect(lifecycle_, &AppLifecycle::thumbnailed, this, &UiTdlibSpike::onAppThumbnailed);
-    connect(lifecycle_, &AppLifecycle::fullscreen, this, [this] {
-        if (!pinnedToBackground_)
+    connect(m_lifecycle, &AppLifecycle::thumbnailed, this, &UiTdlibSpike::onAppThumbnailed);
+    connect(m_lifecycle, &AppLifecycle::fullscreen, this, [this] {
+        if (!m_pinnedToBackground)
             onAppFullscreen();
     });
-    connect(lifecycle_, &AppLifecycle::aboutToQuit, this, &UiTdlibSpike::onAppAboutToQuit);
+    connect(m_lifecycle, &AppLifecycle::aboutToQuit, this, &UiTdlibSpike::onAppAboutToQuit);
 
     // 9. The retry, avatar and download timers belong to the link and the
     //    queues; each created its own above.
 
     // 10. First backend attempt.
-    link_->startBackendAttempt();
+    m_link->startBackendAttempt();
 
     // 11. Event polling, 1000 ms to begin with.
-    intake_->startPolling();
+    m_intake->startPolling();
 
     // 12. The headless service request, once, half a second later.
     QTimer::singleShot(500, this, &UiTdlibSpike::onInitNotifications);
@@ -166,7 +163,7 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     // Developer switch for measurements: behave as if sent to the background
     // right after start, whatever the window system reports later.
     if (env.value(QStringLiteral("VEXA_START_IN_BACKGROUND")) == QLatin1String("1")) {
-        pinnedToBackground_ = true;
+        m_pinnedToBackground = true;
         QTimer::singleShot(0, this, &UiTdlibSpike::onAppThumbnailed);
     }
 }
@@ -175,51 +172,50 @@ UiTdlibSpike::~UiTdlibSpike()
 {
     // Screens first (they point into the models), then the dispatcher and the
     // link, whose destructor ends the child while the log still exists.
-    window_.reset();
-    screens_ = nullptr;
-    chatListView_ = nullptr;
+    m_window.reset();
+    m_screens = nullptr;
+    m_chatListView = nullptr;
     // The media objects hold references to the libraries.
-    delete voiceRecorder_;
-    delete voicePlayer_;
-    delete downloads_;
-    delete dispatcher_;
-    delete link_;
-    delete intake_;
-    delete log_;
+    delete m_voiceRecorder;
+    delete m_voicePlayer;
+    delete m_downloads;
+    delete m_dispatcher;
+    delete m_link;
+    delete m_intake;
+    delete m_log;
 }
 
 Toaster *UiTdlibSpike::toaster() const
 {
-    return toaster_;
+    return m_toaster;
 }
 
 QString UiTdlibSpike::themeFilePath() const
 {
-    return theme_file_path(folders_.dataDir);
+    return theme_file_path(m_folders.dataDir);
 }
 
 void UiTdlibSpike::loadThemeSetting()
 {
-    darkTheme_ = read_theme_file(themeFilePath());
+    m_darkTheme = read_theme_file(themeFilePath());
 }
 
 void UiTdlibSpike::applyTheme()
 {
-    if (!screens_)
+    if (!m_screens)
         return;
-    screens_->applyTheme(darkTheme_);
+    m_screens->applyTheme(m_darkTheme);
     // Rows read the theme from the list that shows them, and redraw.
-    const QList<ListView *> lists = screens_->findChildren<ListView *>();
+    const QList<ListView *> lists = m_screens->findChildren<ListView *>();
     for (ListView *list : lists) {
-        list->setProperty("ui_dark_theme", darkTheme_);
+        list->setProperty("ui_dark_theme", m_darkTheme);
         list->updateVisibleItems();
     }
-    screens_->conversationScreen()->messageListHost()->setProperty("ui_dark_theme", darkTheme_);
 }
 
 float UiTdlibSpike::detectUiScale()
 {
-    const QProcessEnvironment env = toProcessEnvironment(environment_);
+    const QProcessEnvironment env = toProcessEnvironment(m_environment);
     const QString override = env.contains(QStringLiteral("QUILLO_UI_SCALE"))
                                  ? env.value(QStringLiteral("QUILLO_UI_SCALE"))
                                  : QString();
@@ -232,113 +228,113 @@ float UiTdlibSpike::detectUiScale()
 
 void UiTdlibSpike::appendLog(const QString &text)
 {
-    log_->appendLog(text);
+    m_log->appendLog(text);
 }
 
 void UiTdlibSpike::sendLine(const QString &line)
 {
-    link_->sendLine(line);
+    m_link->sendLine(line);
 }
 
 void UiTdlibSpike::buildScreens()
 {
-    const DisplayInfo display(toProcessEnvironment(environment_));
-    window_ = std::make_unique<PhoneWindow>(display);
-    window_->setWindowTitle(QStringLiteral("Vexa"));
-    screens_ = new ShellScreens(darkTheme_, uiScale_);
-    window_->setScreen(screens_);
+    const DisplayInfo display(toProcessEnvironment(m_environment));
+    m_window = std::make_unique<PhoneWindow>(display);
+    m_window->setWindowTitle(QStringLiteral("Vexa"));
+    m_screens = new ShellScreens(m_darkTheme, m_uiScale);
+    m_window->setScreen(m_screens);
 
-    chatListView_ = new ListView;
-    chatListView_->setObjectName(QStringLiteral("chat_list_view"));
-    chatListView_->setFrameShape(QFrame::NoFrame);
-    chatListView_->setProperty("bg", QStringLiteral("E"));
+    m_chatListView = new ListView;
+    m_chatListView->setObjectName(QStringLiteral("chat_list_view"));
+    m_chatListView->setFrameShape(QFrame::NoFrame);
+    set_background_group(m_chatListView, ThemeGroup::E);
 
-    chatListView_->setEstimatedRowHeight(scaled_px(188, uiScale_));
-    screens_->mainScreen()->setChatListView(chatListView_);
+    m_chatListView->setEstimatedRowHeight(scaled_px(188, m_uiScale));
+    m_screens->mainScreen()->setChatListView(m_chatListView);
     applyTheme();
 }
 
 void UiTdlibSpike::connectScreens()
 {
-    SignInForm *form = screens_->mainScreen()->signInForm();
-    connect(form->sendPhoneButton(), &QPushButton::clicked, this, &UiTdlibSpike::onSendPhone);
-    connect(form->sendCodeButton(), &QPushButton::clicked, this, &UiTdlibSpike::onSendCode);
-    connect(form->resendCodeButton(), &QPushButton::clicked, this, &UiTdlibSpike::onResendCode);
-    connect(form->sendPasswordButton(), &QPushButton::clicked, this, &UiTdlibSpike::onSendPassword);
-    connect(form->phoneField(), &QLineEdit::returnPressed, this, &UiTdlibSpike::onSendPhone);
-    connect(form->codeField(), &QLineEdit::returnPressed, this, &UiTdlibSpike::onSendCode);
-    connect(form->passwordField(), &QLineEdit::returnPressed, this, &UiTdlibSpike::onSendPassword);
+    MainScreen *main = m_screens->mainScreen();
+    connect(main, &MainScreen::phoneSubmitted, this, &UiTdlibSpike::onSendPhone);
+    connect(main, &MainScreen::codeSubmitted, this, &UiTdlibSpike::onSendCode);
+    connect(main, &MainScreen::resendRequested, this, &UiTdlibSpike::onResendCode);
+    connect(main, &MainScreen::passwordSubmitted, this, &UiTdlibSpike::onSendPassword);
+    connect(main, &MainScreen::reloadChatsRequested, this, &UiTdlibSpike::onLoadChats);
+    connect(m_link, &BackendLink::phoneNumberFromEnvironment, main,
+            &MainScreen::suggestPhoneNumber);
+    connect(m_dispatcher, &EventDispatcher::meDebugTextChanged, main, &MainScreen::setDebugText);
 
-    MenuScreen *menu = screens_->menuScreen();
-    connect(menu->themeButton(), &QPushButton::clicked, this, &UiTdlibSpike::onToggleTheme);
-    connect(menu->logToggleButton(), &QPushButton::clicked, this, &UiTdlibSpike::onToggleDebugLog);
+    MenuScreen *menu = m_screens->menuScreen();
+    connect(menu, &MenuScreen::themeToggleRequested, this, &UiTdlibSpike::onToggleTheme);
+    connect(m_screens, &ShellScreens::debugLogToggleRequested, this,
+            &UiTdlibSpike::onToggleDebugLog);
     // "me", the own "user", the own photo's download and signing out all
     // arrive as meChanged.
-    connect(dispatcher_, &EventDispatcher::meChanged, this, &UiTdlibSpike::updateMenuMeHeader);
-    connect(screens_, &ShellScreens::backToChatsRequested, this, &UiTdlibSpike::onBackToChats);
+    connect(m_dispatcher, &EventDispatcher::meChanged, this, &UiTdlibSpike::updateMenuMeHeader);
+    connect(m_screens, &ShellScreens::backToChatsRequested, this, &UiTdlibSpike::onBackToChats);
 
     // The log view shows the in-app log while it is open.
-    QPlainTextEdit *logView = screens_->logView();
-    connect(log_, &AppLog::viewTextChanged, logView, [logView](const QString &text) {
-        logView->setPlainText(text);
-        logView->verticalScrollBar()->setValue(logView->verticalScrollBar()->maximum());
-    });
-    connect(log_, &AppLog::viewVisibleChanged, screens_, &ShellScreens::setLogViewVisible);
+    connect(m_log, &AppLog::viewTextChanged, m_screens, &ShellScreens::setLogText);
+    connect(m_log, &AppLog::viewVisibleChanged, m_screens, &ShellScreens::setLogViewVisible);
 
     // Everything that reports a state writes the one status line.
-    connect(link_, &BackendLink::statusTextChanged, this, &UiTdlibSpike::setStatusText);
-    connect(intake_, &EventIntake::statusTextChanged, this, &UiTdlibSpike::setStatusText);
-    connect(dispatcher_, &EventDispatcher::statusTextChanged, this, &UiTdlibSpike::setStatusText);
-
-    connect(link_, &BackendLink::phoneNumberFromEnvironment, this, [this](const QString &phone) {
-        QLineEdit *field = screens_->mainScreen()->signInForm()->phoneField();
-        if (!phone.isEmpty() && field->text().isEmpty())
-            field->setText(phone);
-    });
+    connect(m_link, &BackendLink::statusTextChanged, this, &UiTdlibSpike::setStatusText);
+    connect(m_intake, &EventIntake::statusTextChanged, this, &UiTdlibSpike::setStatusText);
+    connect(m_dispatcher, &EventDispatcher::statusTextChanged, this, &UiTdlibSpike::setStatusText);
 
     // Signed in: the form goes and the chat list comes, for good.
-    connect(dispatcher_, &EventDispatcher::authorizationReady, this,
-            [this](bool) { showSignedInView(true); });
-    connect(dispatcher_, &EventDispatcher::backToChatsRequested, this,
+    connect(m_dispatcher, &EventDispatcher::authStateChanged, this,
+            [this](const QString &, bool authorized) { showSignedInView(authorized); });
+    connect(m_dispatcher, &EventDispatcher::backToChatsRequested, this,
             &UiTdlibSpike::onBackToChats);
 
+    // The chat list model and its view: the model hears whether the view shows
+    // its beginning, and brings a chat that rises to the top into view.
+    connect(m_chatListView, &ListView::atBeginningChanged, m_chats,
+            &ChatListModel::onChatsAtBeginningChanged);
+    connect(m_chats, &ChatListModel::scrollToBeginningRequested, m_chatListView,
+            [this] { m_chatListView->scrollToPosition(ListView::Beginning, true); });
+    connect(m_chats, &ChatListModel::sendLineRequested, this, &UiTdlibSpike::sendLine);
+    connect(m_chats, &ChatListModel::logLine, this, &UiTdlibSpike::appendLog);
+
     // Chat list <-> conversation: the header follows the open chat.
-    connect(chatListView_, &ListView::triggered, this, &UiTdlibSpike::onChatTriggered);
-    connect(dispatcher_, &EventDispatcher::openChatRequested, this, &UiTdlibSpike::openChatFromRow);
-    ConversationScreen *conversation = screens_->conversationScreen();
-    connect(dispatcher_, &EventDispatcher::currentChatTitleChanged, conversation,
-            [conversation](const QString &title) { conversation->titleLabel()->setText(title); });
-    connect(dispatcher_, &EventDispatcher::chatHeaderSubtitleChanged, conversation,
+    connect(m_chatListView, &ListView::triggered, this, &UiTdlibSpike::onChatTriggered);
+    connect(m_dispatcher, &EventDispatcher::openChatRequested, this,
+            &UiTdlibSpike::openChatFromRow);
+    ConversationScreen *conversation = m_screens->conversationScreen();
+    connect(m_dispatcher, &EventDispatcher::currentChatTitleChanged, conversation,
+            &ConversationScreen::setTitle);
+    connect(m_dispatcher, &EventDispatcher::chatHeaderSubtitleChanged, conversation,
             &ConversationScreen::setSubtitle);
 }
 
 void UiTdlibSpike::setStatusText(const QString &text)
 {
-    if (screens_)
-        screens_->mainScreen()->statusLabel()->setText(text);
+    if (m_screens)
+        m_screens->mainScreen()->setStatusText(text);
 }
 
 void UiTdlibSpike::showSignedInView(bool authorised)
 {
-    if (!screens_ || !authorised)
+    if (!m_screens || !authorised)
         return;
-    screens_->mainScreen()->setAuthorised(true);
+    m_screens->mainScreen()->setAuthorised(true);
 }
 
 void UiTdlibSpike::onToggleTheme()
 {
-    darkTheme_ = !darkTheme_;
+    m_darkTheme = !m_darkTheme;
     applyTheme();
     QString error;
-    if (!write_theme_file(themeFilePath(), darkTheme_, &error))
+    if (!write_theme_file(themeFilePath(), m_darkTheme, &error))
         appendLog(QStringLiteral("ui: theme file not written: ") + error + QLatin1Char('\n'));
-    if (screens_)
-        screens_->menuScreen()->themeButton()->setText(theme_button_text(darkTheme_));
 }
 
 void UiTdlibSpike::onToggleDebugLog()
 {
-    intake_->onToggleDebugLog();
+    m_intake->onToggleDebugLog();
 }
 
 namespace {
@@ -352,16 +348,14 @@ void runSignInStep(UiTdlibSpike *spike, SignInAction action, const QString &fiel
 
 } // namespace
 
-void UiTdlibSpike::onSendPhone()
+void UiTdlibSpike::onSendPhone(const QString &phone)
 {
-    runSignInStep(this, SignInAction::SendPhone,
-                  screens_->mainScreen()->signInForm()->phoneField()->text());
+    runSignInStep(this, SignInAction::SendPhone, phone);
 }
 
-void UiTdlibSpike::onSendCode()
+void UiTdlibSpike::onSendCode(const QString &code)
 {
-    runSignInStep(this, SignInAction::SendCode,
-                  screens_->mainScreen()->signInForm()->codeField()->text());
+    runSignInStep(this, SignInAction::SendCode, code);
 }
 
 void UiTdlibSpike::onResendCode()
@@ -369,65 +363,71 @@ void UiTdlibSpike::onResendCode()
     runSignInStep(this, SignInAction::ResendCode, QString());
 }
 
-void UiTdlibSpike::onSendPassword()
+void UiTdlibSpike::onSendPassword(const QString &password)
 {
-    runSignInStep(this, SignInAction::SendPassword,
-                  screens_->mainScreen()->signInForm()->passwordField()->text());
+    runSignInStep(this, SignInAction::SendPassword, password);
+}
+
+void UiTdlibSpike::onLoadChats()
+{
+    m_chats->onLoadChats();
 }
 
 void UiTdlibSpike::stopMedia()
 {
-    if (voiceRecorder_->voiceRecording())
-        voiceRecorder_->stopVoiceRecording(false);
-    voicePlayer_->stopVoicePlayback();
+    if (m_voiceRecorder->voiceRecording())
+        m_voiceRecorder->stopVoiceRecording(false);
+    m_voicePlayer->stopVoicePlayback();
 }
 
 void UiTdlibSpike::onAppThumbnailed()
 {
     appendLog(QStringLiteral("app: thumbnailed\n"));
-    appActive_ = false;
-    link_->onAppThumbnailed();
-    stopMedia();
-    intake_->onAppThumbnailed();
+    m_appActive = false;
+    m_link->onAppThumbnailed();
+    // Another window took the focus or the window was minimised: a voice
+    // note that plays or records goes on (a recording is never thrown away
+    // because the user looked at something else).
+    m_intake->onAppThumbnailed();
 }
 
 void UiTdlibSpike::onAppFullscreen()
 {
     appendLog(QStringLiteral("app: fullscreen\n"));
-    appActive_ = true;
-    link_->onAppFullscreen();
-    intake_->onAppFullscreen();
+    m_appActive = true;
+    m_link->onAppFullscreen();
+    m_intake->onAppFullscreen();
 }
 
 void UiTdlibSpike::onAppAboutToQuit()
 {
     appendLog(QStringLiteral("app: aboutToQuit\n"));
     stopMedia();
-    link_->onAppAboutToQuit();
+    m_link->onAppAboutToQuit();
 }
 
 void UiTdlibSpike::onLowMemory(int level)
 {
     stopMedia();
     QPixmapCache::clear();
-    avatars_->clear();
-    downloads_->clear();
-    log_->clear();
-    intake_->onLowMemory();
-    if (log_->isViewVisible())
+    m_avatars->clear();
+    m_downloads->clear();
+    m_log->clear();
+    m_intake->onLowMemory();
+    if (m_log->isViewVisible())
         appendLog(QStringLiteral("app: low_memory level=%1\n").arg(level));
 }
 
 void UiTdlibSpike::onInitNotifications()
 {
-    link_->onInitNotifications();
+    m_link->onInitNotifications();
 }
 
 void UiTdlibSpike::onBackToChats()
 {
-    dispatcher_->setCurrentChat(0, QString());
-    if (screens_)
-        screens_->showMainScreen();
+    m_dispatcher->setCurrentChat(0, QString());
+    if (m_screens)
+        m_screens->showMainScreen();
 }
 
 void UiTdlibSpike::onChatTriggered(const QVariantList &indexPath)
@@ -435,40 +435,37 @@ void UiTdlibSpike::onChatTriggered(const QVariantList &indexPath)
     if (indexPath.isEmpty())
         return;
     const int row = indexPath.first().toInt();
-    if (row < 0 || row >= chatRows_->size())
+    if (row < 0 || row >= m_chatRows->size())
         return;
-    openChatFromRow(chatRows_->value(row));
+    openChatFromRow(m_chatRows->value(row));
 }
 
 void UiTdlibSpike::openChatFromRow(const QVariantMap &chat)
 {
     const qint64 id = chat.value(QStringLiteral("id")).toString().toLongLong();
-    if (id == 0 || !screens_)
+    if (id == 0 || !m_screens)
         return;
-    ConversationScreen *conversation = screens_->conversationScreen();
-    const QString title = chat.value(QStringLiteral("title")).toString();
-    conversation->titleLabel()->setText(title.isEmpty() ? QStringLiteral("Chat") : title);
+    ConversationScreen *conversation = m_screens->conversationScreen();
+    conversation->setTitle(chat.value(QStringLiteral("title")).toString());
     conversation->setSubtitle(QString());
-    dispatcher_->setCurrentChat(id, chat.value(QStringLiteral("chat_type")).toString());
-    dispatcher_->updateChatHeaderSubtitleForCurrentChat();
-    screens_->showScreen(ShellScreens::Screen::Conversation);
+    m_dispatcher->setCurrentChat(id, chat.value(QStringLiteral("chat_type")).toString());
+    m_dispatcher->updateChatHeaderSubtitleForCurrentChat();
+    m_screens->showScreen(ShellScreens::Screen::Conversation);
 }
 
 void UiTdlibSpike::updateMenuMeHeader()
 {
-    if (!screens_)
+    if (!m_screens)
         return;
-    const OwnProfile &me = dispatcher_->me();
-    screens_->menuScreen()->updateMenuMeHeader(me.id, me.displayName, me.username, me.phone,
-                                               me.avatarPath);
+    m_screens->menuScreen()->setProfile(m_dispatcher->me());
 }
 
 void UiTdlibSpike::onInvoked(const QString &url)
 {
     appendLog(QStringLiteral("ui: invoked %1\n").arg(url));
-    if (window_) {
-        window_->show();
-        window_->raise();
-        window_->activateWindow();
+    if (m_window) {
+        m_window->show();
+        m_window->raise();
+        m_window->activateWindow();
     }
 }

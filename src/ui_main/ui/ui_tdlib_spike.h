@@ -47,26 +47,26 @@ public:
     UiTdlibSpike(const QString &appDir, const QStringList &environment, QObject *parent = nullptr);
     ~UiTdlibSpike() override;
 
-    const AppFolders &folders() const { return folders_; }
-    bool darkTheme() const { return darkTheme_; }
-    bool disableBubbles() const { return disableBubbles_; }
-    float uiScale() const { return uiScale_; }
-    bool isAppActive() const { return appActive_; }
+    const AppFolders &folders() const { return m_folders; }
+    bool darkTheme() const { return m_darkTheme; }
+    bool disableBubbles() const { return m_disableBubbles; }
+    float uiScale() const { return m_uiScale; }
+    bool isAppActive() const { return m_appActive; }
     QString themeFilePath() const;
 
-    ShellScreens *screens() const { return screens_; }
-    PhoneWindow *window() const { return window_.get(); }
-    ListView *chatListView() const { return chatListView_; }
+    ShellScreens *screens() const { return m_screens; }
+    PhoneWindow *window() const { return m_window.get(); }
+    ListView *chatListView() const { return m_chatListView; }
     Toaster *toaster() const;
-    AppLog *appLog() const { return log_; }
-    EventIntake *eventIntake() const { return intake_; }
-    BackendLink *backendLink() const { return link_; }
-    EventDispatcher *dispatcher() const { return dispatcher_; }
-    ChatListModel *chatList() const { return chats_; }
-    AppLifecycle *lifecycle() const { return lifecycle_; }
-    MediaDownloads *mediaDownloads() const { return downloads_; }
-    VoicePlayer *voicePlayer() const { return voicePlayer_; }
-    VoiceRecorder *voiceRecorder() const { return voiceRecorder_; }
+    AppLog *appLog() const { return m_log; }
+    EventIntake *eventIntake() const { return m_intake; }
+    BackendLink *backendLink() const { return m_link; }
+    EventDispatcher *dispatcher() const { return m_dispatcher; }
+    ChatListModel *chatList() const { return m_chats; }
+    AppLifecycle *lifecycle() const { return m_lifecycle; }
+    MediaDownloads *mediaDownloads() const { return m_downloads; }
+    VoicePlayer *voicePlayer() const { return m_voicePlayer; }
+    VoiceRecorder *voiceRecorder() const { return m_voiceRecorder; }
 
     // Theme: read the file, then recolour whatever exists.
     void loadThemeSetting();
@@ -83,10 +83,13 @@ public Q_SLOTS:
     void onToggleTheme();
     void onToggleDebugLog();
 
-    void onSendPhone();
-    void onSendCode();
+    // Sign-in: each logs its line and sends what the user typed as it is.
+    void onSendPhone(const QString &phone);
+    void onSendCode(const QString &code);
     void onResendCode();
-    void onSendPassword();
+    void onSendPassword(const QString &password);
+    // The chat list's reload action.
+    void onLoadChats();
 
     void onAppThumbnailed();
     void onAppFullscreen();
@@ -110,34 +113,34 @@ private:
     // Ends voice recording (unsent) and playback.
     void stopMedia();
 
-    QStringList environment_;
-    AppFolders folders_;
-    bool appActive_ = true;
-    bool pinnedToBackground_ = false;
-    bool darkTheme_ = true;
-    bool disableBubbles_ = false;
-    float uiScale_ = 1.0f;
+    QStringList m_environment;
+    AppFolders m_folders;
+    bool m_appActive = true;
+    bool m_pinnedToBackground = false;
+    bool m_darkTheme = true;
+    bool m_disableBubbles = false;
+    float m_uiScale = 1.0f;
 
-    AppLog *log_ = nullptr;
-    EventIntake *intake_ = nullptr;
-    BackendLink *link_ = nullptr;
-    std::unique_ptr<Invoker> invoker_;
-    ToastOverlay *toaster_ = nullptr;
-    AppLifecycle *lifecycle_ = nullptr;
-    InstanceChannel *instance_ = nullptr;
-    ArrayDataModel *chatRows_ = nullptr;
-    ChatListModel *chats_ = nullptr;
-    AvatarDownloadQueue *avatars_ = nullptr;
-    EventDispatcher *dispatcher_ = nullptr;
-    ChatItemProvider *chatItems_ = nullptr;
-    std::unique_ptr<OpusLib> opus_;
-    std::unique_ptr<OpenAlLib> openal_;
-    MediaDownloads *downloads_ = nullptr;
-    VoicePlayer *voicePlayer_ = nullptr;
-    VoiceRecorder *voiceRecorder_ = nullptr;
+    AppLog *m_log = nullptr;
+    EventIntake *m_intake = nullptr;
+    BackendLink *m_link = nullptr;
+    std::unique_ptr<Invoker> m_invoker;
+    ToastOverlay *m_toaster = nullptr;
+    AppLifecycle *m_lifecycle = nullptr;
+    InstanceChannel *m_instance = nullptr;
+    ArrayDataModel *m_chatRows = nullptr;
+    ChatListModel *m_chats = nullptr;
+    AvatarDownloadQueue *m_avatars = nullptr;
+    EventDispatcher *m_dispatcher = nullptr;
+    ChatItemProvider *m_chatItems = nullptr;
+    std::unique_ptr<OpusLib> m_opus;
+    std::unique_ptr<OpenAlLib> m_openal;
+    MediaDownloads *m_downloads = nullptr;
+    VoicePlayer *m_voicePlayer = nullptr;
+    VoiceRecorder *m_voiceRecorder = nullptr;
 
     // The top-level window; the screens live inside it.
-    std::unique_ptr<PhoneWindow> window_;
-    ShellScreens *screens_ = nullptr;  // owned by window_
-    ListView *chatListView_ = nullptr; // owned by the screens
+    std::unique_ptr<PhoneWindow> m_window;
+    ShellScreens *m_screens = nullptr;  // owned by m_window
+    ListView *m_chatListView = nullptr; // owned by the screens
 };
