@@ -3,6 +3,7 @@
 #include "backend_link/app_log.h"
 #include "backend_link/env_file.h"
 #include "backend_link/event_intake.h"
+#include "backend_link/text_cut.h"
 #include "platform/invoker.h"
 
 #include <QDateTime>
@@ -340,7 +341,7 @@ void BackendLink::sendLine(const QString &line)
         m_log->appendUiFileLog(
             QStringLiteral("react: sendLine begin use_service_backend=%1 line=%2\n")
                 .arg(m_useServiceBackend ? 1 : 0)
-                .arg(trimmed.left(240)));
+                .arg(left_code_points(trimmed, 240)));
     }
     if (m_useServiceBackend) {
         if (trimmed.isEmpty())
