@@ -1,5 +1,7 @@
 #include "backend_link/app_log.h"
 
+#include "backend_link/text_cut.h"
+
 #include <QDateTime>
 #include <QFile>
 #include <QIODevice>
@@ -11,8 +13,9 @@ AppLog::AppLog(QObject *parent) : QObject(parent) {}
 void AppLog::appendLog(const QString &text)
 {
     m_buffer.append(text);
-    if (m_buffer.size() > kMaxBufferChars)
-        m_buffer = m_buffer.right(kMaxBufferChars);
+    // Code units never undercount code points, so the count is only needed past the limit.
+    if (m_buffer.size() > kMaxBufferChars && code_point_count(m_buffer) > kMaxBufferChars)
+        m_buffer = right_code_points(m_buffer, kMaxBufferChars);
     if (m_viewVisible) {
         m_stale = false;
         Q_EMIT viewTextChanged(m_buffer);

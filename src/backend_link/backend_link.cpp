@@ -3,6 +3,7 @@
 #include "backend_link/app_log.h"
 #include "backend_link/env_file.h"
 #include "backend_link/event_intake.h"
+#include "backend_link/text_cut.h"
 #include "platform/invoker.h"
 
 #include <QDateTime>
@@ -134,10 +135,10 @@ void BackendLink::startBackendAttempt()
     m_log->appendLog(QStringLiteral("dataDir=") + m_dataDir + QLatin1Char('\n'));
     m_log->appendLog(QStringLiteral("homeDir=") + QDir::homePath() + QLatin1Char('\n'));
     m_log->appendLog(QStringLiteral("cwd=") + QDir::currentPath() + QLatin1Char('\n'));
-    m_log->appendLog(
-        QStringLiteral("backendExists=") +
-        (QFileInfo::exists(program) ? QStringLiteral("true") : QStringLiteral("false")) +
-        QLatin1Char('\n'));
+    const bool existedBefore = QFileInfo::exists(program);
+    m_log->appendLog(QStringLiteral("backendExists=") +
+                     (existedBefore ? QStringLiteral("true") : QStringLiteral("false")) +
+                     QLatin1Char('\n'));
     m_log->appendLog(QStringLiteral("eventsFile=") + eventsFilePath() + QLatin1Char('\n'));
     m_log->appendUiFileLog(QStringLiteral("startBackendAttempt use_service_backend=%1\n")
                                .arg(m_useServiceBackend ? 1 : 0));
@@ -198,8 +199,11 @@ void BackendLink::startBackendAttempt()
     const QString error = m_process.errorString();
     m_log->appendLog(QStringLiteral("backend: failed to start: ") + error + QLatin1Char('\n'));
     setStatus(QStringLiteral("Backend failed to start"));
-    if (m_process.error() == QProcess::FailedToStart &&
-        error.contains(QLatin1String("No such file or directory")) && m_retryTimer &&
+    // Only a missing program is worth waiting for (it may still be being installed). The error
+    // text is translated on a localised desktop, so the file itself is asked; looking before and
+    // after the start covers a file that came or went in between.
+    const bool missing = !existedBefore || !QFileInfo::exists(program);
+    if (m_process.error() == QProcess::FailedToStart && missing && m_retryTimer &&
         m_retryCount < kMaxMissingRetries) {
         const int delay = 250 * (m_retryCount + 1);
         m_log->appendLog(QStringLiteral("backend: retry in %1 ms\n").arg(delay));
@@ -337,7 +341,7 @@ void BackendLink::sendLine(const QString &line)
         m_log->appendUiFileLog(
             QStringLiteral("react: sendLine begin use_service_backend=%1 line=%2\n")
                 .arg(m_useServiceBackend ? 1 : 0)
-                .arg(trimmed.left(240)));
+                .arg(left_code_points(trimmed, 240)));
     }
     if (m_useServiceBackend) {
         if (trimmed.isEmpty())

@@ -180,7 +180,12 @@ void EventIntake::handleEventLine(const QByteArray &raw)
     if (line.isEmpty())
         return;
     QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(line, &error);
+    QJsonDocument doc = QJsonDocument::fromJson(line, &error);
+    if (error.error == QJsonParseError::IllegalUTF8String) {
+        // One bad byte (a cut character, a stray Latin-1 name) should not cost the whole event:
+        // decoding puts a replacement character in its place.
+        doc = QJsonDocument::fromJson(QString::fromUtf8(line).toUtf8(), &error);
+    }
     if (error.error != QJsonParseError::NoError) {
         // The reader only takes objects and arrays at the top level; a bare number, string or
         // literal is valid JSON that is merely not an event, and is dropped without a message.

@@ -1,5 +1,7 @@
 #include "chats/avatars.h"
 
+#include "backend_link/text_cut.h"
+
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
@@ -34,6 +36,20 @@ bool save_rounded_rect_png(const QString &file, int width, int height, int radiu
 }
 
 } // namespace
+
+QString avatar_initial(const QString &title)
+{
+    const QString first = first_grapheme(title.trimmed());
+    if (first.isEmpty())
+        return QStringLiteral("?");
+    // Only the base character changes case; marks and joined parts of the cluster stay as they
+    // are, and a letter whose capital is two letters keeps its one-letter form.
+    const uint base = first.at(0).isHighSurrogate() && first.size() > 1
+                          ? QChar::surrogateToUcs4(first.at(0), first.at(1))
+                          : first.at(0).unicode();
+    const uint upper = QChar::toUpper(base);
+    return QString::fromUcs4(&upper, 1) + first.mid(QChar::requiresSurrogates(base) ? 2 : 1);
+}
 
 QColor placeholder_avatar_color(qint64 id, const QString &title)
 {

@@ -15,6 +15,10 @@ constexpr int kUnreadBadgePx = 56;
 // mixer, so equal inputs always give the same one of eight colours.
 QColor placeholder_avatar_color(qint64 id, const QString &title);
 
+// The letter on a placeholder tile: the first grapheme cluster of the trimmed title, its first
+// code point in upper case; "?" for a blank title.
+QString avatar_initial(const QString &title);
+
 // "Jan" .. "Dec" for 1 .. 12, empty otherwise.
 QString month_short_en(int month);
 

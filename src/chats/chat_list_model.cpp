@@ -1,5 +1,6 @@
 #include "chats/chat_list_model.h"
 
+#include "backend_link/text_cut.h"
 #include "platform/array_data_model.h"
 
 #include <algorithm>
@@ -11,8 +12,10 @@ QString chat_list_preview_text(const QString &text)
     QString out = text;
     out.replace(QChar(13), QChar(' '));
     out.replace(QChar(10), QChar(' '));
-    if (out.size() > 240) {
-        out = out.left(240) + QStringLiteral("...");
+    // Counted in code points and cut between grapheme clusters, so that no emoji or accented
+    // letter is cut in half.
+    if (code_point_count(out) > 240) {
+        out = left_graphemes(out, 240) + QStringLiteral("...");
     }
     return out;
 }

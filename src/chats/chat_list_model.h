@@ -10,7 +10,8 @@
 class ArrayDataModel;
 
 // One-line preview of a last message: CR and LF become blanks, and text
-// longer than 240 characters is cut to 240 plus "...".
+// longer than 240 characters (code points) is cut to at most 240, between
+// grapheme clusters, plus "...".
 QString chat_list_preview_text(const QString &text);
 
 // What a row shows for a last message without text, from the backend's

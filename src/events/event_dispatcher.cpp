@@ -1,6 +1,7 @@
 #include "events/event_dispatcher.h"
 
 #include "backend_link/app_log.h"
+#include "backend_link/text_cut.h"
 #include "chats/avatar_download_queue.h"
 #include "chats/avatars.h"
 #include "chats/chat_list_model.h"
@@ -400,7 +401,7 @@ void EventDispatcher::onReactionError(const QVariantMap &e)
     const QString code = num(i32(e, "code"));
     const QString message = str(e, "message");
     fileLog(QStringLiteral("react: error chat_id=%1 msg_id=%2 mode=%3 code=%4 msg=%5\n")
-                .arg(chat, id, mode, code, message.left(200)));
+                .arg(chat, id, mode, code, left_code_points(message, 200)));
     log(QStringLiteral("[event] reaction_error chat_id=%1 msg_id=%2 mode=%3 code=%4 message=%5\n")
             .arg(chat, id, mode, code, message));
     toast(message.isEmpty() ? QStringLiteral("Reaction failed") : message);

@@ -80,6 +80,9 @@ void TestEventIntake::poll_eventsFile_data()
         {"[1,2]\n42\n\"text\"\nnull\ntrue\n{\"type\":\"o\"}\n"}, "o", 0);
     row("garbage after a value", {"42 43\n{\"type\":\"o\"} x\n"}, "", 2);
     row("character split across polls", {"{\"type\":\"\xc3", "\xa9\"}\n"}, QStringLiteral(",é"), 0);
+    row("invalid UTF-8 replaced, not dropped",
+        {"{\"type\":\"a\xff\"}\n{\"type\":\"\xed\xa0\x80\"}\n"},
+        QStringLiteral("a\uFFFD\uFFFD\uFFFD\uFFFD"), 0);
 }
 
 void TestEventIntake::poll_eventsFile()

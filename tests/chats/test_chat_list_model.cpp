@@ -1,3 +1,5 @@
+#include "backend_link/text_cut.h"
+#include "chats/avatars.h"
 #include "chats/chat_list_model.h"
 #include "chats_test_util.h"
 #include "linear_chat_list.h"
@@ -32,6 +34,8 @@ private Q_SLOTS:
     void matchesLinearRule();
     void previewText_data();
     void previewText();
+    void textCuts_data();
+    void textCuts();
     void avatarPathsAndLastMessage();
     void loadChatsAndNullModel();
 };
@@ -284,8 +288,6 @@ void TestChatListModel::previewText_data()
                                          << "  x\t ";
     QTest::newRow("crlf, lone cr and lf") << "a\r\nb\rc\nd"
                                           << "a  b c d";
-    QTest::newRow("exactly 240") << x240 << x240;
-    QTest::newRow("241 cut") << x240 + "x" << x240 + "...";
     QTest::newRow("line breaks count before cut")
         << x240.left(239) + "\n\nz" << x240.left(239) + " ...";
 }
@@ -295,6 +297,46 @@ void TestChatListModel::previewText()
     QFETCH(QString, text);
     QFETCH(QString, expected);
     QCOMPARE(chat_list_preview_text(text), expected);
+}
+
+void TestChatListModel::textCuts_data()
+{
+    // cut3: the longest start of whole clusters with at most three code points; the preview of
+    // the text after 237 other characters keeps the same.
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("cut3");
+    QTest::addColumn<QString>("initial");
+    const auto row = [](const char *name, const char *text, const char *cut3, const char *initial) {
+        QTest::newRow(name) << QString::fromUtf8(text) << QString::fromUtf8(cut3)
+                            << QString::fromUtf8(initial);
+    };
+    row("latin", "zoë z", "zoë", "Z");
+    row("combining acute", "e\u0301cole", "e\u0301c", "E\u0301");
+    row("flags", "🇩🇪🇫🇷 x", "🇩🇪", "🇩🇪");
+    row("skin tone", "👍🏽ok", "👍🏽o", "👍🏽");
+    row("family longer than the limit", "👨‍👩‍👧 Family", "", "👨‍👩‍👧");
+    row("hebrew after blanks", "  שלום", "  ש", "ש");
+    row("arabic with a vowel mark", "مَرحبا", "مَر", "مَ");
+    row("blank title, 240 kept", "   ", "   ", "?");
+    row("short", "ab", "ab", "A");
+}
+
+void TestChatListModel::textCuts()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, cut3);
+    QFETCH(QString, initial);
+    QCOMPARE(left_graphemes(text, 3), cut3);
+    QCOMPARE(avatar_initial(text), initial);
+    const QString pad(237, QLatin1Char('x'));
+    const int n = code_point_count(text);
+    QCOMPARE(chat_list_preview_text(pad + text), n > 3 ? pad + cut3 + "..." : pad + text);
+    // Plain cuts never leave half a pair, and the two ends add up to the whole.
+    for (int i = 0; i <= n; ++i) {
+        const QString head = left_code_points(text, i);
+        QCOMPARE(code_point_count(head), i);
+        QCOMPARE(head + right_code_points(text, n - i), text);
+    }
 }
 
 void TestChatListModel::avatarPathsAndLastMessage()

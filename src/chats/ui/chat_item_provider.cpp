@@ -243,8 +243,7 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
         letter->hide();
     }
 
-    const QString trimmed = titleText.trimmed();
-    letter->setText(trimmed.isEmpty() ? QStringLiteral("?") : trimmed.left(1).toUpper());
+    letter->setText(avatar_initial(titleText));
 
     const int unread = data.value(QStringLiteral("unread_count")).toInt();
     if (unread <= 0) {
