@@ -16,7 +16,6 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScrollArea>
-#include <QTextBoundaryFinder>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <QVariant>
@@ -57,17 +56,6 @@ QLabel *infoRow(QVBoxLayout *into, const QString &name, const QString &objectNam
     v->addWidget(value);
     into->addWidget(row);
     return value;
-}
-
-// The first user-perceived character (a flag, an emoji sequence, a letter
-// with its accents), never half of one.
-QString first_grapheme(const QString &text)
-{
-    if (text.isEmpty())
-        return QString();
-    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, text);
-    const int end = finder.toNextBoundary();
-    return text.left(end > 0 ? end : text.size());
 }
 
 // A button's click announced as a signal of the screen.
@@ -584,8 +572,7 @@ void ChatInfoScreen::setDetails(const ChatDetails &d)
     m_link->setText(orDash(d.link));
     m_notifications->setText(orDash(d.notifications));
     m_id->setText(d.id != 0 ? QString::number(d.id) : dash);
-    const QString initial = first_grapheme(d.title.trimmed()).toUpper();
-    m_letter->setText(initial.isEmpty() ? QStringLiteral("?") : initial);
+    m_letter->setText(avatar_initial(d.title));
     m_join->setVisible(d.canJoin);
     m_leave->setVisible(d.canLeave);
 }
@@ -752,8 +739,7 @@ void MenuScreen::setProfile(const OwnProfile &profile)
         m_meAvatar->setProperty("image_path", QString());
         const QString initialFrom = !name.isEmpty() ? name : user;
         const QColor color = placeholder_avatar_color(profile.id, name);
-        const QString initial = first_grapheme(initialFrom).toUpper();
-        m_meLetter->setText(initial.isEmpty() ? QStringLiteral("?") : initial);
+        m_meLetter->setText(avatar_initial(initialFrom));
         m_meLetter->setProperty("tile_color", signedIn ? color.name() : QString());
         m_meLetter->setStyleSheet(QStringLiteral("background-color: %1; color: #FFFFFF;"
                                                  " border-radius: %2px; font-size: %3px;"
