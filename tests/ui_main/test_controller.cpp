@@ -113,7 +113,10 @@ private:
     QString dataDir() const { return m_dir->filePath("data"); }
     QString miscDir() const { return m_dir->filePath("shared/misc/marlinde"); }
     QString eventsFile() const { return dataDir() + "/backend_events.jsonl"; }
-    void emitEvent(const QByteArray &json) { m_spike->sendLine("emit " + json.toBase64()); }
+    void emitEvent(const QByteArray &json)
+    {
+        m_spike->sendLine(QString("emit " + json.toBase64()));
+    }
     // Signs in and loads a list of count chats whose order is their id.
     bool loadChats(int count);
 
