@@ -1,6 +1,6 @@
 #include "chats/avatars.h"
 #include "events/event_dispatcher.h"
-#include "shell/osicons.h"
+#include "platform/osicons.h"
 #include "shell/theme.h"
 #include "shell/ui/screens.h"
 #include "shell/ui/shell_screens.h"

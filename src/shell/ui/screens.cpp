@@ -2,7 +2,7 @@
 
 #include "chats/avatars.h"
 #include "events/event_dispatcher.h"
-#include "shell/osicons.h"
+#include "platform/osicons.h"
 #include "shell/theme.h"
 #include "shell/ui/screen_parts.h"
 #include "shell/ui_scale.h"

@@ -23,7 +23,7 @@
 #include "platform/ui/phone_window.h"
 #include "platform/ui/toast_overlay.h"
 #include "shell/debug_flags.h"
-#include "shell/osicons.h"
+#include "platform/osicons.h"
 #include "shell/sign_in.h"
 #include "shell/style_sheet.h"
 #include "shell/theme.h"
