@@ -15,6 +15,8 @@
 #include <QSslConfiguration>
 #include <QVariantMap>
 
+#include <climits>
+
 namespace {
 
 const int kConfirmResult = 2;
@@ -38,6 +40,15 @@ QString safe_file_name_part(const QString &text)
             c = QLatin1Char('_');
     }
     return out;
+}
+
+// A whole number from the manifest, or 0 when it is missing, not a number or
+// beyond max (a huge JSON number must not overflow the conversion).
+qint64 manifest_number(const QVariant &value, qint64 max)
+{
+    bool ok = false;
+    const double d = value.toDouble(&ok);
+    return ok && d >= 0 && d <= double(max) ? qint64(d) : 0;
 }
 
 } // namespace
@@ -188,7 +199,7 @@ void UpdateChecker::onUpdateManifestFinished(QNetworkReply *reply)
         return;
     }
     const QVariantMap manifest = doc.object().toVariantMap();
-    const int build = manifest.value(QStringLiteral("build_id")).toInt();
+    const int build = int(manifest_number(manifest.value(QStringLiteral("build_id")), INT_MAX));
     const QString downloadUrl = manifest.value(QStringLiteral("download_url")).toString().trimmed();
     if (build <= 0 || downloadUrl.isEmpty()) {
         toast(QStringLiteral("Update check failed (invalid manifest)"));
@@ -200,7 +211,8 @@ void UpdateChecker::onUpdateManifestFinished(QNetworkReply *reply)
         m_downloadUrl = manifest.value(QStringLiteral("download_url")).toString();
         m_downloadUrlHttp = manifest.value(QStringLiteral("download_url_http")).toString();
         m_checksum = manifest.value(QStringLiteral("sha256")).toString();
-        m_expectedSize = manifest.value(QStringLiteral("size_bytes")).toLongLong();
+        m_expectedSize =
+            manifest_number(manifest.value(QStringLiteral("size_bytes")), qint64(1) << 53);
         if (m_questionOpen) {
             m_questionOpen = false;
             emit updateQuestionWithdrawn();

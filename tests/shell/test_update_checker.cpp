@@ -251,6 +251,19 @@ private Q_SLOTS:
             << "" << kConfirm << ""
             << QStringList{checking, "Update check failed (invalid manifest)"} << ""
             << QStringList();
+        QTest::newRow("manifest too long")
+            << QByteArray(R"({"build_id": 4, "download_url": "{HTTPS}/pkg.bar", "pad": "{PAD}"})")
+                   .replace("{PAD}", QByteArray(UpdateChecker::kMaxManifestBytes, 'x'))
+            << "up"
+            << ""
+            << "" << kConfirm << "" << QStringList{checking, "Update check failed (invalid JSON)"}
+            << "" << QStringList();
+        QTest::newRow("build_id beyond range")
+            << QByteArray(R"({"build_id": 1e30, "download_url": "{HTTPS}/pkg.bar"})") << "up"
+            << ""
+            << "" << kConfirm << ""
+            << QStringList{checking, "Update check failed (invalid manifest)"} << ""
+            << QStringList();
         QTest::newRow("HTTPS down, HTTP serves")
             << offer << "down"
             << ""
@@ -412,6 +425,44 @@ private Q_SLOTS:
         QVERIFY(!agents.isEmpty());
         for (const QByteArray &agent : agents)
             QCOMPARE(agent, QByteArray("Vexa/ (BB10)"));
+    }
+
+    // A second offer while the question is open replaces it; an answer with no
+    // question open does nothing; a checker that goes away mid-download leaves
+    // no partial package.
+    void questionReplacedAndTeardown()
+    {
+        WebServer server;
+        QVERIFY(server.start());
+        const QString manifest = QStringLiteral(R"({"build_id": 4, "download_url": "%1/pkg.bar"})")
+                                     .arg(server.baseUrl());
+        server.m_routes.insert(kManifestPath, {manifest.toUtf8(), -1, false});
+        server.m_routes.insert(kPackagePath, {m_package, -1, true});
+        UpdateCheckerConfig config;
+        config.httpsBaseUrl = server.baseUrl(); // plain HTTP is enough here
+        config.httpBaseUrl = server.baseUrl();
+        config.downloadsDir = downloads();
+        RecordingToaster toaster;
+        auto *checker = new UpdateChecker(config, &toaster, nullptr);
+        QSignalSpy asked(checker, &UpdateChecker::updateQuestionAsked);
+        QSignalSpy withdrawn(checker, &UpdateChecker::updateQuestionWithdrawn);
+
+        checker->onUpdateDialogFinished(kConfirm);
+        QVERIFY(!checker->isBusy());
+        for (int round = 1; round <= 2; ++round) {
+            checker->onCheckUpdates();
+            QTRY_COMPARE_WITH_TIMEOUT(asked.size(), round, 30000);
+            QCOMPARE(withdrawn.size(), round - 1);
+        }
+        QSignalSpy held(&server, &WebServer::requestHeld);
+        checker->onUpdateDialogFinished(kConfirm);
+        QVERIFY(checker->isDownloadRunning());
+        QVERIFY(held.wait(30000));
+        const QString path = checker->packagePath();
+        QVERIFY(QFileInfo::exists(path));
+        delete checker;
+        QVERIFY(!QFileInfo::exists(path));
+        QCOMPARE(withdrawn.size(), 1);
     }
 
     // Without an update server the check fails at once.
