@@ -185,13 +185,14 @@ private Q_SLOTS:
 
     void check_data()
     {
-        // An empty manifest is not served (404). The manifest's {HTTPS}, {HTTP}, {SIZE} and {SHA}
-        // become the servers' addresses and the package's size and checksum.
+        // The manifest's {HTTPS}, {HTTP}, {SIZE} and {SHA} become the servers'
+        // addresses and the package's size and checksum; an empty one is not
+        // served (404). Setup words: "https-down" (nothing listens),
+        // "untrusted" (certificate not trusted), "drop-https" and "drop-both"
+        // (package cut short), "hold-manifest" and "hold-package" (the answer
+        // waits while the user asks again), "decline" (the question's answer).
         QTest::addColumn<QByteArray>("manifest");
-        QTest::addColumn<QString>("https");    // "up", "down" (nothing listens), "untrusted"
-        QTest::addColumn<QString>("drop");     // package cut short over "", "https" or "both"
-        QTest::addColumn<QString>("hold");     // "", "manifest" or "package": asked again meanwhile
-        QTest::addColumn<int>("answer");       // to the question, when asked
+        QTest::addColumn<QString>("setup");
         QTest::addColumn<QString>("question"); // its body; empty when none is asked
         QTest::addColumn<QStringList>("toasts");
         QTest::addColumn<QString>("saved");      // package file name; empty when none is left
@@ -203,144 +204,107 @@ private Q_SLOTS:
         const QString checking = QStringLiteral("Checking for updates…");
         const QString downloading = QStringLiteral("Downloading update…");
         const QString asked = QStringLiteral("Version 1.2 (build 4) is available.\nDownload now?");
-        const QString done = QStringLiteral("Update downloaded: Vexa_1.2_build4.bar");
+        const QString pkg = QStringLiteral("Vexa_1.2_build4.bar");
+        const QString done = QStringLiteral("Update downloaded: ") + pkg;
         const QString corrupted = QStringLiteral("Update download failed (corrupted file)");
         const QString httpsFailed = QStringLiteral("HTTPS failed, trying HTTP…");
-        const QString httpsDownloadFailed = QStringLiteral("HTTPS download failed, trying HTTP…");
+        const QString httpsDlFailed = QStringLiteral("HTTPS download failed, trying HTTP…");
         const QString running = QStringLiteral("Update check is already running");
-        const QString pkg = QStringLiteral("Vexa_1.2_build4.bar");
+        const QString invalidJson = QStringLiteral("Update check failed (invalid JSON)");
+        const QString invalidManifest = QStringLiteral("Update check failed (invalid manifest)");
+        const QStringList fetched{checking, downloading, done};
+        const QStringList viaHttp{checking,      httpsFailed, downloading,
+                                  httpsDlFailed, downloading, done};
 
         QTest::newRow("up to date")
-            << QByteArray(R"({"build_id": 3, "download_url": "{HTTPS}/pkg.bar"})") << "up"
-            << ""
-            << "" << kConfirm << "" << QStringList{checking, "You're up to date (build 3)"} << ""
+            << QByteArray(R"({"build_id": 3, "download_url": "{HTTPS}/pkg.bar"})") << QString()
+            << QString() << QStringList{checking, "You're up to date (build 3)"} << QString()
             << QStringList();
         QTest::newRow("newer build")
-            << offer << "up"
-            << ""
-            << "" << kConfirm << asked << QStringList{checking, downloading, done} << pkg
-            << QStringList();
+            << offer << QString() << asked << fetched << pkg << QStringList();
         QTest::newRow("newer build declined")
-            << offer << "up"
-            << ""
-            << "" << kCancel << asked << QStringList{checking} << "" << QStringList();
+            << offer << "decline" << asked << QStringList{checking} << QString() << QStringList();
         QTest::newRow("empty version, any size")
             << QByteArray(R"({"build_id": 5, "version_number": "",
                  "download_url": "{HTTPS}/pkg.bar", "size_bytes": 0})")
-            << "up"
-            << ""
-            << "" << kConfirm << "Version new (build 5) is available.\nDownload now?"
+            << QString() << "Version new (build 5) is available.\nDownload now?"
             << QStringList{checking, downloading, "Update downloaded: Vexa_update_build5.bar"}
             << "Vexa_update_build5.bar" << QStringList();
         QTest::newRow("version with a slash")
             << QByteArray(R"({"build_id": 4, "version_number": "../1",
                  "download_url": "{HTTPS}/pkg.bar"})")
-            << "up"
-            << ""
-            << "" << kConfirm << "Version ../1 (build 4) is available.\nDownload now?"
+            << QString() << "Version ../1 (build 4) is available.\nDownload now?"
             << QStringList{checking, downloading, "Update downloaded: Vexa_.._1_build4.bar"}
             << "Vexa_.._1_build4.bar" << QStringList();
         QTest::newRow("invalid JSON")
-            << QByteArray(R"({"build_id": 4, "download_url": )") << "up"
-            << ""
-            << "" << kConfirm << "" << QStringList{checking, "Update check failed (invalid JSON)"}
-            << "" << QStringList();
-        QTest::newRow("missing download_url")
-            << QByteArray(R"({"build_id": 4, "download_url_http": "{HTTP}/pkg.bar"})") << "up"
-            << ""
-            << "" << kConfirm << ""
-            << QStringList{checking, "Update check failed (invalid manifest)"} << ""
-            << QStringList();
+            << QByteArray(R"({"build_id": 4, "download_url": )") << QString() << QString()
+            << QStringList{checking, invalidJson} << QString() << QStringList();
         QTest::newRow("manifest too long")
             << QByteArray(R"({"build_id": 4, "download_url": "{HTTPS}/pkg.bar", "pad": "{PAD}"})")
                    .replace("{PAD}", QByteArray(UpdateChecker::kMaxManifestBytes, 'x'))
-            << "up"
-            << ""
-            << "" << kConfirm << "" << QStringList{checking, "Update check failed (invalid JSON)"}
-            << "" << QStringList();
-        QTest::newRow("build_id beyond range")
-            << QByteArray(R"({"build_id": 1e30, "download_url": "{HTTPS}/pkg.bar"})") << "up"
-            << ""
-            << "" << kConfirm << ""
-            << QStringList{checking, "Update check failed (invalid manifest)"} << ""
+            << QString() << QString() << QStringList{checking, invalidJson} << QString()
             << QStringList();
+        QTest::newRow("missing download_url")
+            << QByteArray(R"({"build_id": 4, "download_url_http": "{HTTP}/pkg.bar"})") << QString()
+            << QString() << QStringList{checking, invalidManifest} << QString() << QStringList();
+        QTest::newRow("build_id beyond range")
+            << QByteArray(R"({"build_id": 1e30, "download_url": "{HTTPS}/pkg.bar"})") << QString()
+            << QString() << QStringList{checking, invalidManifest} << QString() << QStringList();
         QTest::newRow("HTTPS down, HTTP serves")
-            << offer << "down"
-            << ""
-            << "" << kConfirm << asked
-            << QStringList{checking,    httpsFailed, downloading, httpsDownloadFailed,
-                           downloading, done}
-            << pkg << QStringList{"try=0", "try=0"};
+            << offer << "https-down" << asked << viaHttp << pkg << QStringList{"try=0"};
         QTest::newRow("untrusted certificate, HTTP serves")
-            << offer << "untrusted"
-            << ""
-            << "" << kConfirm << asked
-            << QStringList{checking,    httpsFailed, downloading, httpsDownloadFailed,
-                           downloading, done}
-            << pkg << QStringList();
+            << offer << "untrusted" << asked << viaHttp << pkg << QStringList{"try=0"};
         QTest::newRow("HTTPS down, no manifest over HTTP")
-            << QByteArray() << "down"
-            << ""
-            << "" << kConfirm << "" << QStringList{checking, httpsFailed, "Update check failed"}
-            << "" << QStringList{"try=0", "try=1"};
+            << QByteArray() << "https-down" << QString()
+            << QStringList{checking, httpsFailed, "Update check failed"} << QString()
+            << QStringList{"try=0", "try=1"};
         QTest::newRow("shorter than announced")
-            << QByteArray(offer).replace("{SIZE}", "999999999") << "up"
-            << ""
-            << "" << kConfirm << asked << QStringList{checking, downloading, corrupted} << ""
+            << QByteArray(offer).replace("{SIZE}", "999999999") << QString() << asked
+            << QStringList{checking, downloading, corrupted} << QString()
             << QStringList{"{SIZE}", "999999999"};
         QTest::newRow("longer than announced")
-            << QByteArray(offer).replace("{SIZE}", "1000") << "up"
-            << ""
-            << "" << kConfirm << asked << QStringList{checking, downloading, corrupted} << ""
+            << QByteArray(offer).replace("{SIZE}", "1000") << QString() << asked
+            << QStringList{checking, downloading, corrupted} << QString()
             << QStringList{"want=1000"};
         QTest::newRow("checksum mismatch")
-            << QByteArray(offer).replace("{SHA}", QByteArray(64, 'a')) << "up"
-            << ""
-            << "" << kConfirm << asked << QStringList{checking, downloading, corrupted} << ""
+            << QByteArray(offer).replace("{SHA}", QByteArray(64, 'a')) << QString() << asked
+            << QStringList{checking, downloading, corrupted} << QString()
             << QStringList{"{SHA}", QString(64, 'a')};
         QTest::newRow("dropped over HTTPS, HTTP serves")
-            << offer << "up"
-            << "https"
-            << "" << kConfirm << asked
-            << QStringList{checking, downloading, httpsDownloadFailed, downloading, done} << pkg
+            << offer << "drop-https" << asked
+            << QStringList{checking, downloading, httpsDlFailed, downloading, done} << pkg
             << QStringList{"try=0"};
-        QTest::newRow("dropped over both")
-            << offer << "up"
-            << "both"
-            << "" << kConfirm << asked
-            << QStringList{checking, downloading, httpsDownloadFailed, downloading,
-                           "Update download failed"}
-            << "" << QStringList{"try=0", "try=1"};
+        QTest::newRow("dropped over both") << offer << "drop-both" << asked
+                                           << QStringList{checking, downloading, httpsDlFailed,
+                                                          downloading, "Update download failed"}
+                                           << QString() << QStringList{"try=0", "try=1"};
         QTest::newRow("slow manifest, asked again")
-            << offer << "up"
-            << ""
-            << "manifest" << kConfirm << asked << QStringList{checking, running, downloading, done}
-            << pkg << QStringList();
+            << offer << "hold-manifest" << asked
+            << QStringList{checking, running, downloading, done} << pkg << QStringList();
         QTest::newRow("slow package, asked again")
-            << offer << "up"
-            << ""
-            << "package" << kConfirm << asked << QStringList{checking, downloading, running, done}
+            << offer << "hold-package" << asked << QStringList{checking, downloading, running, done}
             << pkg << QStringList();
     }
 
     void check()
     {
         QFETCH(QByteArray, manifest);
-        QFETCH(QString, https);
-        QFETCH(QString, drop);
-        QFETCH(QString, hold);
-        QFETCH(int, answer);
+        QFETCH(QString, setup);
         QFETCH(QString, question);
         QFETCH(QStringList, toasts);
         QFETCH(QString, saved);
         QFETCH(QStringList, logged);
+        const QStringList words = setup.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+        const bool httpsDown = words.contains(QLatin1String("https-down"));
+        const bool holdManifest = words.contains(QLatin1String("hold-manifest"));
+        const bool holdPackage = words.contains(QLatin1String("hold-package"));
 
         WebServer secure(m_cert, m_key);
         WebServer plain;
         QVERIFY(secure.start());
         QVERIFY(plain.start());
         const QString httpsBase = secure.baseUrl();
-        if (https == QLatin1String("down"))
+        if (httpsDown)
             secure.close();
         const auto expand = [&](QString text) -> QString {
             return text.replace(QLatin1String("{HTTPS}"), httpsBase)
@@ -351,21 +315,20 @@ private Q_SLOTS:
         const QByteArray body = expand(QString::fromUtf8(manifest)).toUtf8();
         for (WebServer *server : {&secure, &plain}) {
             if (!manifest.isEmpty())
-                server->m_routes.insert(kManifestPath,
-                                        {body, -1, hold == QLatin1String("manifest")});
-            server->m_routes.insert(kPackagePath,
-                                    {m_package, -1, hold == QLatin1String("package")});
+                server->m_routes.insert(kManifestPath, {body, -1, holdManifest});
+            server->m_routes.insert(kPackagePath, {m_package, -1, holdPackage});
         }
-        if (!drop.isEmpty())
+        if (words.contains(QLatin1String("drop-https")) ||
+            words.contains(QLatin1String("drop-both")))
             secure.m_routes[kPackagePath].dropAfter = m_package.size() / 2;
-        if (drop == QLatin1String("both"))
+        if (words.contains(QLatin1String("drop-both")))
             plain.m_routes[kPackagePath].dropAfter = m_package.size() / 2;
 
         UpdateCheckerConfig config;
         config.httpsBaseUrl = httpsBase;
         config.httpBaseUrl = plain.baseUrl();
         config.downloadsDir = downloads();
-        if (https != QLatin1String("untrusted"))
+        if (!words.contains(QLatin1String("untrusted")))
             config.caCertificates = {m_cert};
         RecordingToaster toaster;
         AppLog log;
@@ -374,10 +337,10 @@ private Q_SLOTS:
         QSignalSpy progress(&checker, &UpdateChecker::downloadProgress);
         QSignalSpy busy(&checker, &UpdateChecker::busyChanged);
         // The server that answers first: HTTPS unless it cannot be reached.
-        WebServer &first = https == QLatin1String("up") ? secure : plain;
+        WebServer &first = httpsDown ? plain : secure;
 
         checker.onCheckUpdates();
-        if (hold == QLatin1String("manifest")) {
+        if (holdManifest) {
             QSignalSpy held(&first, &WebServer::requestHeld);
             QVERIFY(held.wait(30000));
             checker.onCheckUpdates();
@@ -392,9 +355,10 @@ private Q_SLOTS:
             QCOMPARE(q.confirmLabel, QStringLiteral("Download"));
             QCOMPARE(q.cancelLabel, QStringLiteral("Cancel"));
             QVERIFY(checker.isQuestionOpen());
-            checker.onUpdateDialogFinished(answer);
+            checker.onUpdateDialogFinished(words.contains(QLatin1String("decline")) ? kCancel
+                                                                                    : kConfirm);
             QVERIFY(!checker.isQuestionOpen());
-            if (hold == QLatin1String("package")) {
+            if (holdPackage) {
                 QSignalSpy held(&first, &WebServer::requestHeld);
                 QVERIFY(held.wait(30000));
                 checker.onCheckUpdates();
