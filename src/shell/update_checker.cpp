@@ -163,11 +163,10 @@ void UpdateChecker::onUpdateManifestFinished(QNetworkReply *reply)
 {
     if (reply != m_manifestReply)
         return;
+    onUpdateManifestReadyRead();
     const bool tooLong = m_manifestTooLong;
     const QNetworkReply::NetworkError error = tooLong ? QNetworkReply::NoError : reply->error();
     const QString errorText = reply->errorString();
-    if (!tooLong)
-        onUpdateManifestReadyRead();
     const QByteArray body = m_manifestBody;
     m_manifestBody.clear();
     reply->disconnect(this);
@@ -189,9 +188,8 @@ void UpdateChecker::onUpdateManifestFinished(QNetworkReply *reply)
         return;
     }
 
-    QJsonParseError parseError;
-    const QJsonDocument doc =
-        tooLong ? QJsonDocument() : QJsonDocument::fromJson(body, &parseError);
+    QJsonParseError parseError{};
+    const QJsonDocument doc = QJsonDocument::fromJson(body, &parseError);
     if (tooLong || parseError.error != QJsonParseError::NoError) {
         log(QStringLiteral("ui: update manifest parse failed\n"));
         toast(QStringLiteral("Update check failed (invalid JSON)"));
@@ -358,7 +356,8 @@ void UpdateChecker::onUpdateDownloadFinished(QNetworkReply *reply)
         return;
     }
 
-    m_downloadFile->flush();
+    if (!m_downloadFile->flush())
+        m_writeFailed = true;
     m_downloadFile->close();
     const qint64 got = QFileInfo(m_packagePath).size();
     const QString gotHash = QString::fromLatin1(m_hash.result().toHex());
