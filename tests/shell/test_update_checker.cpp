@@ -190,7 +190,9 @@ private Q_SLOTS:
         // served (404). Setup words: "https-down" (nothing listens),
         // "untrusted" (certificate not trusted), "drop-https" and "drop-both"
         // (package cut short), "hold-manifest" and "hold-package" (the answer
-        // waits while the user asks again), "decline" (the question's answer).
+        // waits while the user asks again), "decline" (the question's answer),
+        // "no-folder" (a file stands where the downloads folder belongs),
+        // "folder-in-the-way" (a folder stands where the package belongs).
         QTest::addColumn<QByteArray>("manifest");
         QTest::addColumn<QString>("setup");
         QTest::addColumn<QString>("question"); // its body; empty when none is asked
@@ -278,6 +280,14 @@ private Q_SLOTS:
                                            << QStringList{checking, downloading, httpsDlFailed,
                                                           downloading, "Update download failed"}
                                            << QString() << QStringList{"try=0", "try=1"};
+        QTest::newRow("downloads folder cannot be made")
+            << offer << "no-folder" << asked
+            << QStringList{checking, "Update download failed (can't create downloads folder)"}
+            << QString() << QStringList();
+        QTest::newRow("package cannot be written")
+            << offer << "folder-in-the-way" << asked
+            << QStringList{checking, "Update download failed (can't write file)"} << QString()
+            << QStringList();
         QTest::newRow("slow manifest, asked again")
             << offer << "hold-manifest" << asked
             << QStringList{checking, running, downloading, done} << pkg << QStringList();
@@ -298,6 +308,14 @@ private Q_SLOTS:
         const bool httpsDown = words.contains(QLatin1String("https-down"));
         const bool holdManifest = words.contains(QLatin1String("hold-manifest"));
         const bool holdPackage = words.contains(QLatin1String("hold-package"));
+
+        if (words.contains(QLatin1String("no-folder"))) {
+            QVERIFY(QDir().mkpath(QFileInfo(downloads()).path()));
+            QFile blocker(downloads());
+            QVERIFY(blocker.open(QIODevice::WriteOnly));
+        }
+        if (words.contains(QLatin1String("folder-in-the-way")))
+            QVERIFY(QDir().mkpath(downloads() + QStringLiteral("/Vexa_1.2_build4.bar")));
 
         WebServer secure(m_cert, m_key);
         WebServer plain;
