@@ -43,8 +43,9 @@ struct UpdateQuestion
 // Checks the update server for a newer build on the user's request, asks
 // whether to download it and saves the package into the shared downloads
 // folder. Every request goes over HTTPS first and, when that fails, once
-// more over plain HTTP, so a package is trusted only after its size and,
-// when the manifest gives one, its SHA-256 checksum match.
+// more over plain HTTP; since the package may thus come unprotected, it is
+// kept only when its size and, when the manifest gives one, its SHA-256
+// checksum match.
 //
 // Toasts go to the toaster and diagnostic lines to the in-app log. The
 // question is asked through updateQuestionAsked(); the answer comes back
