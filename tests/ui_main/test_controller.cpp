@@ -12,8 +12,11 @@
 #include "platform/app_lifecycle.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
+#include "platform/ui/system_dialogs.h"
+#include "platform/ui/toast_overlay.h"
 #include "shell/ui/screens.h"
 #include "shell/ui/shell_screens.h"
+#include "shell/update_checker.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
 #include <QLabel>
@@ -94,6 +97,7 @@ private Q_SLOTS:
     void chatListOpensConversation();
     void lifecycleKeepsVoiceOnFocusLoss();
     void menuAndDebugLineFollowOwnProfile();
+    void updateCheckFromTheMenu();
     void everySignalHasAReceiver();
 
 private:
@@ -456,6 +460,38 @@ struct ReceiverCount : QObject
 
 } // namespace
 
+void TestController::updateCheckFromTheMenu()
+{
+    // No update server is configured: the check ends at once with a toast.
+    makeController();
+    auto *toasts = static_cast<ToastOverlay *>(m_spike->toaster());
+    MenuScreen *menu = m_spike->screens()->menuScreen();
+    Q_EMIT menu->checkUpdatesRequested();
+    QTRY_COMPARE(toasts->currentText(), QStringLiteral("Update check failed"));
+    QVERIFY(!m_spike->updateChecker()->isBusy());
+    // A question becomes a dialog over the phone screen; a newer one
+    // replaces it, and a withdrawn one goes away unanswered.
+    UpdateChecker *updates = m_spike->updateChecker();
+    const auto dialogs = [this] {
+        QList<SystemUiDialog *> open;
+        for (auto *d : m_spike->window()->findChildren<SystemUiDialog *>())
+            if (d->isOpen())
+                open << d;
+        return open;
+    };
+    Q_EMIT updates->updateQuestionAsked({"Update available", "Version 2", "Download", "Later"});
+    Q_EMIT updates->updateQuestionAsked({"Update available", "Version 3", "Download", "Later"});
+    QCOMPARE(dialogs().size(), 1);
+    QCOMPARE(dialogs().first()->body(), QStringLiteral("Version 3"));
+    Q_EMIT updates->updateQuestionWithdrawn();
+    QVERIFY(dialogs().isEmpty());
+    // Progress reads as a line under "Check updates", gone when idle again.
+    Q_EMIT updates->downloadProgress(1024, 4096, 25);
+    QVERIFY(textsIn(menu).contains(QStringLiteral("Downloading update: 25% (1.0 KB of 4.0 KB)")));
+    Q_EMIT updates->busyChanged(false);
+    QVERIFY(!textsIn(menu).join('|').contains(QStringLiteral("Downloading")));
+}
+
 void TestController::everySignalHasAReceiver()
 {
     // A signal of a subsystem that nothing receives is a feature that does
@@ -481,7 +517,7 @@ void TestController::everySignalHasAReceiver()
         "ChatInfoScreen::clearHistoryRequested", "ChatInfoScreen::joinRequested",
         "ChatInfoScreen::leaveRequested", "ChatInfoScreen::deleteChatRequested",
         // Links and hub open requests; the update checker.
-        "EventDispatcher::hubOpenRequestCheckRequested", "MenuScreen::checkUpdatesRequested",
+        "EventDispatcher::hubOpenRequestCheckRequested",
         // Pinned messages, search and the files cache.
         "EventDispatcher::pinnedEvent", "EventDispatcher::chatSearchResultsReady",
         "MainScreen::searchRequested", "MenuScreen::recalculateCacheRequested",
@@ -491,10 +527,10 @@ void TestController::everySignalHasAReceiver()
         "ListView::firstVisibleItemChanged"};
     makeController();
     const QList<QObject *> parts = {
-        m_spike->backendLink(),    m_spike->eventIntake(), m_spike->appLog(),
-        m_spike->dispatcher(),     m_spike->chatList(),    m_spike->lifecycle(),
-        m_spike->mediaDownloads(), m_spike->voicePlayer(), m_spike->voiceRecorder(),
-        m_spike->screens(),        m_spike->chatListView()};
+        m_spike->backendLink(),    m_spike->eventIntake(),  m_spike->appLog(),
+        m_spike->dispatcher(),     m_spike->chatList(),     m_spike->lifecycle(),
+        m_spike->mediaDownloads(), m_spike->voicePlayer(),  m_spike->voiceRecorder(),
+        m_spike->screens(),        m_spike->chatListView(), m_spike->updateChecker()};
     QObjectList subsystems = parts;
     for (QWidget *w : m_spike->screens()->findChildren<QWidget *>())
         if (!QByteArray(w->metaObject()->className()).startsWith('Q'))

@@ -7,6 +7,7 @@
 #include "chats/avatar_download_queue.h"
 #include "chats/chat_list_model.h"
 #include "chats/ui/chat_item_provider.h"
+#include "conversation/message_text.h"
 #include "conversation/ui/chat_screen.h"
 #include "events/event_dispatcher.h"
 #include "media/audio_libs.h"
@@ -23,6 +24,7 @@
 #include "platform/toaster.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
+#include "platform/ui/system_dialogs.h"
 #include "platform/ui/toast_overlay.h"
 #include "shell/debug_flags.h"
 #include "shell/sign_in.h"
@@ -31,6 +33,7 @@
 #include "shell/ui/screens.h"
 #include "shell/ui/shell_screens.h"
 #include "shell/ui_scale.h"
+#include "shell/update_checker.h"
 
 #include <QDir>
 #include <QPixmapCache>
@@ -139,6 +142,7 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     m_chatListView->setDataModel(m_chatRows);
     m_chatListView->setListItemProvider(m_chatItems);
     connectScreens();
+    connectUpdateChecker();
     m_window->show();
 
     // 8. Application lifecycle.
@@ -312,6 +316,55 @@ void UiTdlibSpike::connectScreens()
             &ChatScreen::setTitle);
     connect(m_dispatcher, &EventDispatcher::chatHeaderSubtitleChanged, m_chatScreen,
             &ChatScreen::setSubtitle);
+}
+
+void UiTdlibSpike::connectUpdateChecker()
+{
+    const UpdateCheckerConfig config = UpdateChecker::configFromEnvironment(
+        toProcessEnvironment(m_environment), m_folders.downloadsDir);
+    m_updates = new UpdateChecker(config, m_toaster, m_log, this);
+    MenuScreen *menu = m_screens->menuScreen();
+    connect(menu, &MenuScreen::checkUpdatesRequested, m_updates, &UpdateChecker::onCheckUpdates);
+    connect(m_updates, &UpdateChecker::updateQuestionAsked, this,
+            &UiTdlibSpike::showUpdateQuestion);
+    connect(m_updates, &UpdateChecker::updateQuestionWithdrawn, this, [this] {
+        if (m_updateDialog) {
+            m_updateDialog->cancel();
+            m_updateDialog->deleteLater();
+        }
+    });
+    // The line under "Check updates" says what is going on until it ends.
+    connect(m_updates, &UpdateChecker::busyChanged, menu, [menu](bool busy) {
+        menu->setUpdateStatus(busy ? QStringLiteral("Checking for updates…") : QString());
+    });
+    connect(m_updates, &UpdateChecker::downloadProgress, menu,
+            [menu](qint64 received, qint64 total, int percent) {
+                const auto size = [](qint64 bytes) -> QString {
+                    return bytes > 0 ? format_file_size(bytes) : QStringLiteral("0 B");
+                };
+                menu->setUpdateStatus(
+                    percent >= 0 ? QStringLiteral("Downloading update: %1% (%2 of %3)")
+                                       .arg(percent)
+                                       .arg(size(received), size(total))
+                                 : QStringLiteral("Downloading update: %1").arg(size(received)));
+            });
+}
+
+void UiTdlibSpike::showUpdateQuestion(const UpdateQuestion &question)
+{
+    if (m_updateDialog) {
+        m_updateDialog->cancel();
+        m_updateDialog->deleteLater();
+    }
+    auto *dialog =
+        new SystemDialog(question.confirmLabel, question.cancelLabel, m_window->screenHost());
+    dialog->setObjectName(QStringLiteral("update_dialog"));
+    dialog->setTitle(question.title);
+    dialog->setBody(question.body);
+    connect(dialog, &SystemUiDialog::finished, m_updates, &UpdateChecker::onUpdateDialogFinished);
+    connect(dialog, &SystemUiDialog::finished, dialog, &QObject::deleteLater);
+    m_updateDialog = dialog;
+    dialog->show();
 }
 
 void UiTdlibSpike::setStatusText(const QString &text)

@@ -3,6 +3,7 @@
 #include "platform/folders.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QStringList>
 #include <QVariantList>
 #include <QVariantMap>
@@ -16,6 +17,9 @@ class AvatarDownloadQueue;
 class BackendLink;
 class ChatItemProvider;
 class ChatScreen;
+class SystemDialog;
+class UpdateChecker;
+struct UpdateQuestion;
 class ChatListModel;
 class EventDispatcher;
 class EventIntake;
@@ -60,6 +64,7 @@ public:
     PhoneWindow *window() const { return m_window.get(); }
     ListView *chatListView() const { return m_chatListView; }
     Toaster *toaster() const;
+    UpdateChecker *updateChecker() const { return m_updates; }
     AppLog *appLog() const { return m_log; }
     EventIntake *eventIntake() const { return m_intake; }
     BackendLink *backendLink() const { return m_link; }
@@ -110,6 +115,9 @@ public Q_SLOTS:
 private:
     void buildScreens();
     void connectScreens();
+    // The menu's "Check updates", its question dialog and progress line.
+    void connectUpdateChecker();
+    void showUpdateQuestion(const UpdateQuestion &question);
     void setStatusText(const QString &text);
     void showSignedInView(bool authorised);
     // Ends voice recording (unsent) and playback.
@@ -146,4 +154,6 @@ private:
     ShellScreens *m_screens = nullptr;  // owned by m_window
     ListView *m_chatListView = nullptr; // owned by the screens
     ChatScreen *m_chatScreen = nullptr; // owned by the screens
+    UpdateChecker *m_updates = nullptr;
+    QPointer<SystemDialog> m_updateDialog;
 };
