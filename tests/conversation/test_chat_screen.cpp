@@ -30,6 +30,7 @@ private Q_SLOTS:
     void header();
     void keyboard_data();
     void keyboard();
+    void typedTextIsAnnounced();
 };
 
 void TestChatScreen::barsAndSelectionFollowSetters()
@@ -95,7 +96,7 @@ void TestChatScreen::keyboard_data()
     QTest::newRow("keypad Enter sends") << "" << int(Qt::Key_Enter) << 0 << "sendRequested"
                                         << "hi";
     QTest::newRow("Shift+Enter breaks the line")
-        << "" << int(Qt::Key_Return) << int(Qt::ShiftModifier) << ""
+        << "" << int(Qt::Key_Return) << int(Qt::ShiftModifier) << "composerTextChanged"
         << "hi\n";
     QTest::newRow("Esc cancels the edit first")
         << "edit reply selection" << int(Qt::Key_Escape) << 0 << "editCancelled"
@@ -143,6 +144,19 @@ void TestChatScreen::keyboard()
     qDeleteAll(spies);
     QCOMPARE(fired, signal.isEmpty() ? QStringList() : QStringList{signal});
     QCOMPARE(c.composerText(), text);
+}
+
+void TestChatScreen::typedTextIsAnnounced()
+{
+    QTemporaryDir dir;
+    ChatScreen c(1.0f, dir.path());
+    QSignalSpy typed(&c, &ChatScreen::composerTextChanged);
+    c.setComposerText(QStringLiteral("set by the program"));
+    QVERIFY(typed.isEmpty());
+    c.focusComposer();
+    QTest::keyClicks(c.findChild<QPlainTextEdit *>(), QStringLiteral("!"));
+    QCOMPARE(typed.size(), 1);
+    QCOMPARE(typed.first().first().toString(), QStringLiteral("set by the program!"));
 }
 
 QTEST_MAIN(TestChatScreen)

@@ -504,6 +504,7 @@ void TestController::everySignalHasAReceiver()
         "EventDispatcher::avatarReady", "ChatScreen::searchRequested",
         "ChatScreen::toBottomRequested", "ChatScreen::replyCancelled", "ChatScreen::editCancelled",
         "ChatScreen::attachRequested", "ChatScreen::actionTriggered", "ChatScreen::sendRequested",
+        "ChatScreen::composerTextChanged",
         // Media in the conversation: files, voice notes, viewers.
         "EventDispatcher::fileEvent", "MediaDownloads::mediaRowsNeedRefresh",
         "MediaDownloads::fileSharedPathChanged", "MediaDownloads::videoViewerRequested",

@@ -178,6 +178,10 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     m_composer->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_composer->setTabChangesFocus(true);
     m_composer->installEventFilter(this);
+    connect(m_composer, &QPlainTextEdit::textChanged, this, [this] {
+        if (!m_settingText)
+            Q_EMIT composerTextChanged(m_composer->toPlainText());
+    });
     m_action = iconButton(QStringLiteral("ic_microphone_unmute.png"),
                           QStringLiteral("composer_action_button"), scale, comp);
     announce(attach, this, &ChatScreen::attachRequested);
@@ -227,7 +231,12 @@ QString ChatScreen::composerText() const
 
 void ChatScreen::setComposerText(const QString &text)
 {
+    if (m_composer->toPlainText() == text)
+        return;
+    m_settingText = true;
     m_composer->setPlainText(text);
+    m_settingText = false;
+    m_composer->moveCursor(QTextCursor::End);
 }
 
 void ChatScreen::setReplyPreview(const QString &text)

@@ -65,6 +65,8 @@ Q_SIGNALS:
     void actionTriggered();
     // Enter in the composer.
     void sendRequested();
+    // What the user typed (not the texts set through setComposerText).
+    void composerTextChanged(const QString &text);
     void selectionClosed();
     void selectionReplyRequested();
     void selectionForwardRequested();
@@ -101,4 +103,5 @@ private:
     QLabel *m_recordLock = nullptr;
     QPlainTextEdit *m_composer = nullptr;
     QToolButton *m_action = nullptr;
+    bool m_settingText = false;
 };
