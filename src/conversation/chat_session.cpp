@@ -2,7 +2,6 @@
 
 #include "chats/chat_list_model.h"
 #include "conversation/message_row_model.h"
-#include "platform/array_data_model.h"
 
 namespace {
 
@@ -457,19 +456,8 @@ void ChatSession::maybeSendReadForCurrentChatAtEnd()
     if (!m_atEnd || m_chatId == 0 || m_messages->isEmpty()) {
         return;
     }
-    // Only incoming messages are reported; the walk stops at the newest one.
-    qint64 newest = 0;
-    for (int i = m_messages->size() - 1; i >= 0; --i) {
-        const QVariantMap &row = m_messages->model()->rows().at(i);
-        if (row.value(QStringLiteral("outgoing")).toString() == QLatin1String("true")) {
-            continue;
-        }
-        const qint64 id = m_messages->messageIdAt(i);
-        if (id >= 1) {
-            newest = id;
-            break;
-        }
-    }
+    // Only incoming messages are reported.
+    const qint64 newest = m_messages->newestIncomingMessageId();
     if (newest == 0 || newest == m_lastReadSent) {
         return;
     }

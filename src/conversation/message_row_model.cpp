@@ -67,7 +67,7 @@ qint64 MessageRowModel::messageIdAt(int index) const
     if (index < 0 || index >= int(m_meta.size())) {
         return 0;
     }
-    return m_meta[size_t(index)].id;
+    return m_meta[size_t(index)]->id;
 }
 
 // ---------------------------------------------------------------- chat
@@ -132,6 +132,7 @@ MessageRowModel::RowMeta MessageRowModel::metaOf(const QVariantMap &row) const
     m.mediaFile = i64(row, QStringLiteral("media_file_id"));
     m.thumbFile = i64(row, QStringLiteral("media_thumb_file_id"));
     m.replyTo = qMax<qint64>(0, i64(row, QStringLiteral("reply_to_message_id")));
+    m.outgoing = isTrue(row, QStringLiteral("outgoing"));
     return m;
 }
 
@@ -199,7 +200,7 @@ void MessageRowModel::rebuildIndex()
         if (m_index.contains(m.id)) {
             m.id = 0; // a second row with a known id stays out of the index
         }
-        m_meta.push_back(m);
+        m_meta.push_back(std::make_unique<RowMeta>(m));
         indexAdd(m);
     }
     m_nextBack = rows.size();
@@ -209,12 +210,12 @@ void MessageRowModel::rebuildIndex()
 void MessageRowModel::onForeignDataChanged(int first, int last)
 {
     for (int i = qMax(first, 0); i <= last && i < int(m_meta.size()); ++i) {
-        RowMeta &old = m_meta[size_t(i)];
+        RowMeta &old = *m_meta[size_t(i)];
         RowMeta fresh = metaOf(m_rows->rows().at(i));
         fresh.ordinal = old.ordinal;
         if (fresh.id != old.id || fresh.senderPhoto != old.senderPhoto ||
             fresh.mediaFile != old.mediaFile || fresh.thumbFile != old.thumbFile ||
-            fresh.replyTo != old.replyTo) {
+            fresh.replyTo != old.replyTo || fresh.outgoing != old.outgoing) {
             indexRemove(old);
             if (fresh.id != old.id && m_index.contains(fresh.id)) {
                 fresh.id = 0;
@@ -227,13 +228,23 @@ void MessageRowModel::onForeignDataChanged(int first, int last)
 
 int MessageRowModel::indexOfOrdinal(qint64 ordinal) const
 {
-    const auto it =
-        std::lower_bound(m_meta.begin(), m_meta.end(), ordinal,
-                         [](const RowMeta &m, qint64 value) { return m.ordinal < value; });
-    if (it == m_meta.end() || it->ordinal != ordinal) {
+    const auto it = std::lower_bound(
+        m_meta.begin(), m_meta.end(), ordinal,
+        [](const std::unique_ptr<RowMeta> &m, qint64 value) { return m->ordinal < value; });
+    if (it == m_meta.end() || (*it)->ordinal != ordinal) {
         return -1;
     }
     return int(it - m_meta.begin());
+}
+
+qint64 MessageRowModel::newestIncomingMessageId() const
+{
+    for (auto it = m_meta.rbegin(); it != m_meta.rend(); ++it) {
+        if (!(*it)->outgoing && (*it)->id >= 1) {
+            return (*it)->id;
+        }
+    }
+    return 0;
 }
 
 int MessageRowModel::findMessageRowIndexById(qint64 messageId) const
@@ -265,7 +276,7 @@ void MessageRowModel::appendRow(const QVariantMap &row)
     --m_writing;
     RowMeta m = metaOf(row);
     m.ordinal = m_nextBack++;
-    m_meta.push_back(m);
+    m_meta.push_back(std::make_unique<RowMeta>(m));
     indexAdd(m);
 }
 
@@ -277,7 +288,7 @@ void MessageRowModel::insertFront(const QList<QVariantMap> &rows)
     for (int i = rows.size() - 1; i >= 0; --i) {
         RowMeta m = metaOf(rows.at(i));
         m.ordinal = m_nextFront--;
-        m_meta.push_front(m);
+        m_meta.push_front(std::make_unique<RowMeta>(m));
         indexAdd(m);
     }
 }
@@ -935,9 +946,9 @@ void MessageRowModel::removeMessagesFromModel(const QList<qint64> &messageIds)
     QList<qint64> removed;
     QVector<qint64> followers; // ordinals of the rows that lost their predecessor
     for (int index : indexes) {
-        const RowMeta meta = m_meta[size_t(index)];
+        const RowMeta meta = *m_meta[size_t(index)];
         if (index + 1 < int(m_meta.size())) {
-            followers.append(m_meta[size_t(index + 1)].ordinal);
+            followers.append(m_meta[size_t(index + 1)]->ordinal);
         }
         indexRemove(meta);
         m_meta.erase(m_meta.begin() + index);

@@ -9,6 +9,7 @@
 #include <QVariantMap>
 
 #include <deque>
+#include <memory>
 
 class ArrayDataModel;
 class AvatarDownloadQueue;
@@ -61,6 +62,9 @@ public:
     int findMessageRowIndexById(qint64 messageId) const;
     int findMessageIndexById(qint64 messageId) const { return findMessageRowIndexById(messageId); }
     bool containsMessage(qint64 messageId) const { return m_index.contains(messageId); }
+    // The id of the newest row that is not the user's own and has an id of
+    // 1 or more; 0 when there is none.
+    qint64 newestIncomingMessageId() const;
 
     // --- derived keys ---
     // Sets "sender_indent", "sender_show" and, for a sender photo, the
@@ -148,6 +152,7 @@ private:
         qint64 mediaFile = 0;
         qint64 thumbFile = 0;
         qint64 replyTo = 0;
+        bool outgoing = false;
     };
     RowMeta metaOf(const QVariantMap &row) const;
     void indexAdd(const RowMeta &meta);
@@ -190,7 +195,8 @@ private:
     QString m_chatType;
 
     // The id index.
-    std::deque<RowMeta> m_meta;                      // parallel to the rows, ordinals ascending
+    std::deque<std::unique_ptr<RowMeta>> m_meta; // parallel to the rows, ordinals ascending;
+    // held by pointer so that a removal moves little
     QHash<qint64, qint64> m_index;                   // message id -> ordinal
     qint64 m_nextBack = 0;                           // ordinal of the next appended row
     qint64 m_nextFront = -1;                         // ordinal of the next row put in front
