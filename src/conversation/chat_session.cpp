@@ -110,6 +110,15 @@ void ChatSession::openChat(const QVariantMap &chatRow)
     m_openTimer.start();
 }
 
+void ChatSession::setChatType(const QString &chatType)
+{
+    if (m_chatId == 0) {
+        return;
+    }
+    m_chatType = chatType;
+    m_messages->setChatType(chatType);
+}
+
 void ChatSession::openChatAtMessage(const QVariantMap &chatRow, qint64 messageId)
 {
     const qint64 chatId = i64(chatRow, "id");

@@ -82,6 +82,8 @@ public:
 
 public Q_SLOTS:
     void openChatFromRow(const QVariantMap &chatRow);
+    // The open chat's type became known or changed (sender grouping follows).
+    void setChatType(const QString &chatType);
     // Opens a chat anchored at a message (a link, a search result of another
     // chat); within the open chat it is a plain jump.
     void openChatAtMessage(const QVariantMap &chatRow, qint64 messageId);

@@ -8,6 +8,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <vector>
 
 namespace {
 
@@ -105,6 +106,8 @@ void MessageRowModel::clearPerChat()
     m_meta.clear();
     m_index.clear();
     m_rowsBySenderPhoto.clear();
+    m_outgoingIds.clear();
+    m_pendingIds.clear();
     m_rowsByMediaFile.clear();
     m_rowsByThumbFile.clear();
     m_repliesByTarget.clear();
@@ -133,6 +136,8 @@ MessageRowModel::RowMeta MessageRowModel::metaOf(const QVariantMap &row) const
     m.thumbFile = i64(row, QStringLiteral("media_thumb_file_id"));
     m.replyTo = qMax<qint64>(0, i64(row, QStringLiteral("reply_to_message_id")));
     m.outgoing = isTrue(row, QStringLiteral("outgoing"));
+    m.pending = m.outgoing &&
+                row.value(QStringLiteral("sending_state")).toString() == QLatin1String("pending");
     return m;
 }
 
@@ -153,6 +158,12 @@ void MessageRowModel::indexAdd(const RowMeta &m)
     }
     if (m.replyTo > 0) {
         m_repliesByTarget.insert(m.replyTo, m.id);
+    }
+    if (m.outgoing && m.id >= 1) {
+        m_outgoingIds.insert(m.id);
+    }
+    if (m.pending) {
+        m_pendingIds.insert(m.id);
     }
 }
 
@@ -183,6 +194,10 @@ void MessageRowModel::indexRemove(const RowMeta &m)
     if (m.replyTo > 0) {
         m_repliesByTarget.remove(m.replyTo, m.id);
     }
+    if (m.outgoing) {
+        m_outgoingIds.erase(m.id);
+    }
+    m_pendingIds.remove(m.id);
 }
 
 void MessageRowModel::rebuildIndex()
@@ -190,6 +205,8 @@ void MessageRowModel::rebuildIndex()
     m_meta.clear();
     m_index.clear();
     m_rowsBySenderPhoto.clear();
+    m_outgoingIds.clear();
+    m_pendingIds.clear();
     m_rowsByMediaFile.clear();
     m_rowsByThumbFile.clear();
     m_repliesByTarget.clear();
@@ -215,7 +232,8 @@ void MessageRowModel::onForeignDataChanged(int first, int last)
         fresh.ordinal = old.ordinal;
         if (fresh.id != old.id || fresh.senderPhoto != old.senderPhoto ||
             fresh.mediaFile != old.mediaFile || fresh.thumbFile != old.thumbFile ||
-            fresh.replyTo != old.replyTo || fresh.outgoing != old.outgoing) {
+            fresh.replyTo != old.replyTo || fresh.outgoing != old.outgoing ||
+            fresh.pending != old.pending) {
             indexRemove(old);
             if (fresh.id != old.id && m_index.contains(fresh.id)) {
                 fresh.id = 0;
@@ -367,11 +385,15 @@ QVariantMap MessageRowModel::buildMessageRow(const QVariantMap &e)
     if (has("media_size")) {
         row.insert(QStringLiteral("media_size"), QString::number(num("media_size")));
     }
-    static const char *const smallNumbers[] = {"media_w", "media_h", "media_duration"};
-    for (const char *key : smallNumbers) {
-        if (has(key)) {
-            row.insert(QLatin1String(key), internNumber(num(key)));
-        }
+    // Keys are literals so that every row shares their text.
+    if (has("media_w")) {
+        row.insert(QStringLiteral("media_w"), internNumber(num("media_w")));
+    }
+    if (has("media_h")) {
+        row.insert(QStringLiteral("media_h"), internNumber(num("media_h")));
+    }
+    if (has("media_duration")) {
+        row.insert(QStringLiteral("media_duration"), internNumber(num("media_duration")));
     }
     const qint64 mediaFile = num("media_file_id");
     if (has("media_file_id")) {
@@ -431,7 +453,6 @@ void MessageRowModel::annotateMessageSenderGrouping(QVariantMap *row, const QVar
 
     const qint64 photo = i64(*row, QStringLiteral("sender_photo_small_id"));
     if (photo >= 1) {
-        m_senderByPhoto.insert(photo, sender);
         const auto path = m_avatarPaths.constFind(photo);
         if (path != m_avatarPaths.constEnd()) {
             row->insert(QStringLiteral("sender_avatar_path"), path.value());
@@ -1008,6 +1029,34 @@ void MessageRowModel::touchMessageRowsForMediaFileId(qint64 fileId)
         return;
     }
     const QList<qint64> ids = m_rowsByMediaFile.values(fileId);
+    for (qint64 id : ids) {
+        const int index = findMessageRowIndexById(id);
+        if (index >= 0) {
+            writeRow(index, m_rows->rows().at(index));
+        }
+    }
+}
+
+void MessageRowModel::touchOutgoingRowsForReadOutbox(qint64 previousId, qint64 newId)
+{
+    auto first = m_outgoingIds.cbegin();
+    auto last = m_outgoingIds.cend();
+    if (newId >= previousId) {
+        first = m_outgoingIds.upper_bound(previousId);
+        last = m_outgoingIds.upper_bound(newId);
+    }
+    const std::vector<qint64> ids(first, last);
+    for (qint64 id : ids) {
+        const int index = findMessageRowIndexById(id);
+        if (index >= 0) {
+            writeRow(index, m_rows->rows().at(index));
+        }
+    }
+}
+
+void MessageRowModel::touchPendingOutgoingRows()
+{
+    const QList<qint64> ids = m_pendingIds.values();
     for (qint64 id : ids) {
         const int index = findMessageRowIndexById(id);
         if (index >= 0) {

@@ -10,6 +10,7 @@
 
 #include <deque>
 #include <memory>
+#include <set>
 
 class ArrayDataModel;
 class AvatarDownloadQueue;
@@ -112,6 +113,11 @@ public:
 
     // --- file paths ---
     void touchMessageRowsForMediaFileId(qint64 fileId);
+    // The chat's last read outgoing id went from previousId to newId: own rows
+    // whose read mark changes are put back (all of them when it went down).
+    void touchOutgoingRowsForReadOutbox(qint64 previousId, qint64 newId);
+    // The connection state changed: own rows still pending are put back.
+    void touchPendingOutgoingRows();
     void setMediaPathForFile(qint64 fileId, const QString &path);
     void setMediaThumbPathForFile(qint64 fileId, const QString &path);
     void setFileSharedPathForFile(qint64 fileId, const QString &path);
@@ -153,6 +159,7 @@ private:
         qint64 thumbFile = 0;
         qint64 replyTo = 0;
         bool outgoing = false;
+        bool pending = false; // "sending_state" is "pending"
     };
     RowMeta metaOf(const QVariantMap &row) const;
     void indexAdd(const RowMeta &meta);
@@ -204,6 +211,8 @@ private:
     QMultiHash<qint64, qint64> m_rowsByMediaFile;    // file id -> message ids
     QMultiHash<qint64, qint64> m_rowsByThumbFile;
     QMultiHash<qint64, qint64> m_repliesByTarget; // replied-to id -> answering ids
+    std::set<qint64> m_outgoingIds;               // own rows, for their read marks
+    QSet<qint64> m_pendingIds;                    // own rows still waiting to be sent
 
     // Values many rows share are stored once.
     QSet<QString> m_strings;
@@ -225,5 +234,4 @@ private:
     QHash<qint64, QString> m_thumbPaths;
     QHash<qint64, QString> m_sharedPaths;
     QHash<qint64, QString> m_avatarPaths;
-    QHash<qint64, qint64> m_senderByPhoto; // photo file id -> sender user id
 };

@@ -82,12 +82,11 @@ class TestMessageRowModel : public QObject
 private Q_SLOTS:
     void events_data();
     void events();
-    void replyPreviewText_data();
-    void replyPreviewText();
+    void redrawTouches_data();
+    void redrawTouches();
     void indexFollowsEveryChange_data();
     void indexFollowsEveryChange();
     void foreignWritesAreIndexed();
-    void messageProperties();
     void filePathsAndAvatars();
     void deletingTheLastMessageUpdatesTheChatRow();
 };
@@ -171,6 +170,15 @@ void TestMessageRowModel::events_data()
     row("a missing target fills in when its page arrives", "private",
         "message_new id=9 reply_to_message_id=3; begin replace=0; msg id=3 media_type=photo; end",
         "3,9", "9.reply_preview=[Photo]");
+    row("previews of messages without text", "private",
+        "message_new id=1 text=~~ media_type=photo; message_new id=2 media_type=file; "
+        "message_new id=3 media_type=file media_name=~a.pdf~; message_new id=4 text=~a\rb~; "
+        "message_new id=5 media_type=video_note; message_new id=11 reply_to_message_id=1; "
+        "message_new id=12 reply_to_message_id=2; message_new id=13 reply_to_message_id=3; "
+        "message_new id=14 reply_to_message_id=4; message_new id=15 reply_to_message_id=5",
+        "1,2,3,4,5,11,12,13,14,15",
+        "11.reply_preview=[Photo] 12.reply_preview=[File] 13.reply_preview=[File]~a.pdf "
+        "14.reply_preview=a\nb 15.reply_preview=\u2026");
     row("a deleted row leaves the open batch too", "private",
         "message_new id=9; begin replace=0; msg id=7; msg id=8; messages_deleted message_ids=8; "
         "end",
@@ -198,34 +206,50 @@ void TestMessageRowModel::events()
     }
 }
 
-void TestMessageRowModel::replyPreviewText_data()
+void TestMessageRowModel::redrawTouches_data()
 {
-    QTest::addColumn<QString>("row");
-    QTest::addColumn<QString>("expected");
-    QTest::newRow("trimmed text, CR becomes LF") << "text=~a\rb~"
-                                                 << "a\nb";
-    QTest::newRow("blank text with a photo") << "text=~~ media_type=photo"
-                                             << "[Photo]";
-    QTest::newRow("video") << "media_type=video"
-                           << "[Video]";
-    QTest::newRow("voice") << "media_type=voice"
-                           << "[Voice message]";
-    QTest::newRow("named file") << "media_type=file media_name=~a.pdf~"
-                                << "[File] a.pdf";
-    QTest::newRow("unnamed file") << "media_type=file"
-                                  << "[File]";
-    QTest::newRow("video note") << "media_type=video_note"
-                                << "\u2026";
-    QTest::newRow("nothing") << ""
-                             << "\u2026";
+    QTest::addColumn<QString>("steps"); // "read PREVIOUS NEW", "pending", or message events
+    QTest::addColumn<QString>("touched");
+    QTest::newRow("read mark moved up") << "read 2 5"
+                                        << "3,4,5";
+    QTest::newRow("read mark moved down") << "read 5 1"
+                                          << "1,3,4,5";
+    QTest::newRow("read mark unchanged") << "read 5 5"
+                                         << "";
+    QTest::newRow("connection state") << "pending"
+                                      << "4";
+    QTest::newRow("a sent message is no longer pending")
+        << "message_send_succeeded old_id=4 new_id=40;pending;read 39 40"
+        << "40";
 }
 
-void TestMessageRowModel::replyPreviewText()
+void TestMessageRowModel::redrawTouches()
 {
-    QFETCH(QString, row);
-    QFETCH(QString, expected);
-    QVariantMap r = ev(QStringLiteral("row ") + row);
-    QCOMPARE(MessageRowModel::replyPreviewTextFromMessageRow(r), expected);
+    QFETCH(QString, steps);
+    QFETCH(QString, touched);
+    ArrayDataModel rows;
+    MessageRowModel m(&rows, nullptr, nullptr);
+    m.setOpenChat(kChat, QStringLiteral("private"));
+    run(&m, QStringLiteral("message_new id=1 outgoing=true; message_new id=2; "
+                           "message_new id=3 outgoing=true; message_new id=4 outgoing=true "
+                           "sending_state=pending; message_new id=5 outgoing=true"));
+    QStringList seen;
+    connect(&rows, &QAbstractItemModel::dataChanged, this, [&](const QModelIndex &i) {
+        seen.append(m.rowAt(i.row()).value(QStringLiteral("id")).toString());
+    });
+    for (const QString &step : steps.split(QLatin1Char(';'))) {
+        const QStringList w = step.split(QLatin1Char(' '));
+        if (w.first() == QLatin1String("read")) {
+            m.touchOutgoingRowsForReadOutbox(w.value(1).toLongLong(), w.value(2).toLongLong());
+        } else if (w.first() == QLatin1String("pending")) {
+            m.touchPendingOutgoingRows();
+        } else {
+            run(&m, step);
+            seen.clear();
+        }
+    }
+    seen.sort();
+    QCOMPARE(seen.join(QLatin1Char(',')), touched);
 }
 
 void TestMessageRowModel::indexFollowsEveryChange_data()
@@ -308,34 +332,6 @@ void TestMessageRowModel::foreignWritesAreIndexed()
     run(&m, QStringLiteral("message_send_succeeded old_id=22 new_id=30; messages_deleted "
                            "message_ids=1"));
     QCOMPARE(ids(m), QStringLiteral("-4,0,30,3"));
-}
-
-void TestMessageRowModel::messageProperties()
-{
-    ArrayDataModel rows;
-    MessageRowModel m(&rows, nullptr, nullptr);
-    QSignalSpy sent(&m, &MessageRowModel::sendLineRequested);
-    QSignalSpy logged(&m, &MessageRowModel::logLine);
-    m.requestMessageProperties(7); // no chat open
-    m.setOpenChat(kChat, QStringLiteral("private"));
-    m.ensureMessagePropertiesForIds({7, 0, -3, 7, 8});
-    QCOMPARE(sent.count(), 2);
-    QCOMPARE(sent.at(0).at(0).toString(), QStringLiteral("props 5 7"));
-    QCOMPARE(sent.at(1).at(0).toString(), QStringLiteral("props 5 8"));
-    run(&m, QStringLiteral("message_properties chat_id=6 id=7 can_be_replied=true; "
-                           "message_properties id=7 can_be_replied=true can_be_edited=false; "
-                           "message_properties_error id=8 code=400 message=Not~found"));
-    QCOMPARE(m.messagePropertiesForId(7).value(QStringLiteral("can_be_replied")).toString(),
-             QStringLiteral("true"));
-    QCOMPARE(m.messagePropertiesForId(7).value(QStringLiteral("can_be_edited")).toString(),
-             QStringLiteral("false"));
-    QVERIFY(m.messagePropertiesForId(8).isEmpty());
-    QVERIFY(!m.isMessagePropertiesPending(8));
-    QCOMPARE(logged.count(), 1);
-    m.ensureMessagePropertiesForIds({7, 8}); // 7 cached, 8 asked again
-    QCOMPARE(sent.count(), 3);
-    m.setOpenChat(kChat, QStringLiteral("private"));
-    QVERIFY(m.messagePropertiesForId(7).isEmpty());
 }
 
 void TestMessageRowModel::filePathsAndAvatars()
