@@ -101,7 +101,11 @@ void ChatSession::openChat(const QVariantMap &chatRow)
     m_muted = chatRow.value(QStringLiteral("muted")).toString() == QLatin1String("true");
     m_messages->setOpenChat(chatId, m_chatType);
 
-    Q_EMIT lastReadOutboxChanged(i64(chatRow, "last_read_outbox_message_id"));
+    qint64 readOutbox = i64(chatRow, "last_read_outbox_message_id");
+    if (!chatRow.contains(QStringLiteral("last_read_outbox_message_id")) && m_chats) {
+        readOutbox = m_chats->lastReadOutboxForChat(chatId); // a row made from a link
+    }
+    Q_EMIT lastReadOutboxChanged(readOutbox);
     Q_EMIT chatOpened(chatId, headerTitleForChatRow(chatRow), chatRow);
 
     send(QStringLiteral("chat_info %1").arg(chatId));
