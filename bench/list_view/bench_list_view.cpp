@@ -140,7 +140,7 @@ int main(int argc, char *argv[])
     t.restart();
     for (int i = 4500; i < 5500; ++i) {
         QVariantMap r = model.value(i);
-        r["text"] = r.value("text").toString() + " edited";
+        r["text"] = QString(r.value("text").toString() + " edited");
         model.replace(i, r);
     }
     view.layoutNow();

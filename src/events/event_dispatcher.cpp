@@ -450,7 +450,7 @@ void EventDispatcher::onMe(const QVariantMap &e)
     me.username = str(e, "username").trimmed();
     me.phone = str(e, "phone").trimmed();
     me.photoSmallId = i64(e, "photo_small_id");
-    me.displayName = (me.firstName + QLatin1Char(' ') + me.lastName).trimmed();
+    me.displayName = QString(me.firstName + QLatin1Char(' ') + me.lastName).trimmed();
     if (me.photoSmallId > 0) {
         me.avatarPath = m_presence.avatarPath(me.photoSmallId);
     }

@@ -94,7 +94,9 @@ void set_control_role(QObject *control, ControlRole role)
 
 QString shell_style_sheet(bool dark, float scale)
 {
-    auto px = [scale](int design) { return QString::number(scaled_px(design, scale)) + "px"; };
+    auto px = [scale](int design) -> QString {
+        return QString::number(scaled_px(design, scale)) + "px";
+    };
 
     // Input fields sit on panels (E); they take the main background in the
     // dark theme and the warm content colour in the bright one.

@@ -40,7 +40,7 @@ void TestAppLog::appendLog_bounded()
     AppLog log;
     log.appendLog(text(before, 'a'));
     log.appendLog(text(appended, 'A'));
-    QCOMPARE(log.buffer(), (text(before, 'a') + text(appended, 'A')).right(12000));
+    QCOMPARE(log.buffer(), QString(text(before, 'a') + text(appended, 'A')).right(12000));
 }
 
 void TestAppLog::view_visibleHiddenStaleAndClear()

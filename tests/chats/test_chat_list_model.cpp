@@ -330,7 +330,7 @@ void TestChatListModel::textCuts()
     QCOMPARE(avatar_initial(text), initial);
     const QString pad(237, QLatin1Char('x'));
     const int n = code_point_count(text);
-    QCOMPARE(chat_list_preview_text(pad + text), n > 3 ? pad + cut3 + "..." : pad + text);
+    QCOMPARE(chat_list_preview_text(pad + text), n > 3 ? QString(pad + cut3 + "...") : QString(pad + text));
     // Plain cuts never leave half a pair, and the two ends add up to the whole.
     for (int i = 0; i <= n; ++i) {
         const QString head = left_code_points(text, i);

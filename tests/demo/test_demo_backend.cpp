@@ -478,7 +478,7 @@ private Q_SLOTS:
             }
             QVERIFY(chatId != 0);
             const int m = p.post("send64 " + num(chatId) + ' ' +
-                                 (asReply ? num(replyTo) + ' ' : "") + b64(text));
+                                 (asReply ? QByteArray(num(replyTo) + ' ') : QByteArray()) + b64(text));
             const int pending = p.waitType(m, QStringLiteral("message_new"));
             QVERIFY(pending >= 0);
             const QJsonObject pm = p.events().at(pending);

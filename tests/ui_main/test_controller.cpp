@@ -1,4 +1,5 @@
 #include "common.h"
+#include "conversation/ui/chat_screen.h"
 
 #include "backend_link/app_log.h"
 #include "backend_link/backend_link.h"
@@ -113,7 +114,10 @@ private:
     QString dataDir() const { return m_dir->filePath("data"); }
     QString miscDir() const { return m_dir->filePath("shared/misc/marlinde"); }
     QString eventsFile() const { return dataDir() + "/backend_events.jsonl"; }
-    void emitEvent(const QByteArray &json) { m_spike->sendLine("emit " + json.toBase64()); }
+    void emitEvent(const QByteArray &json)
+    {
+        m_spike->sendLine(QString("emit " + json.toBase64()));
+    }
     // Signs in and loads a list of count chats whose order is their id.
     bool loadChats(int count);
 
@@ -354,8 +358,8 @@ void TestController::chatListOpensConversation()
     ShellScreens *screens = m_spike->screens();
     QVERIFY(waitFor([&] { return screens->currentScreen() == ShellScreens::Screen::Conversation; },
                     3000));
-    QCOMPARE(screens->conversationScreen()->title(), QStringLiteral("Chat 1"));
-    Q_EMIT screens->conversationScreen()->backRequested();
+    QCOMPARE(m_spike->chatScreen()->title(), QStringLiteral("Chat 1"));
+    Q_EMIT m_spike->chatScreen()->backRequested();
     QCOMPARE(screens->currentScreen(), ShellScreens::Screen::Main);
 }
 
@@ -461,10 +465,9 @@ void TestController::everySignalHasAReceiver()
         // The conversation: message rows, history, sends, read marks.
         "EventDispatcher::messageEvent", "EventDispatcher::currentChatReadOutboxChanged",
         "EventDispatcher::signedInViewResetRequested", "EventDispatcher::connectionStateChanged",
-        "EventDispatcher::avatarReady", "ConversationScreen::searchRequested",
-        "ConversationScreen::toBottomRequested", "ConversationScreen::replyCancelled",
-        "ConversationScreen::editCancelled", "ConversationScreen::attachRequested",
-        "ConversationScreen::actionTriggered",
+        "EventDispatcher::avatarReady", "ChatScreen::searchRequested",
+        "ChatScreen::toBottomRequested", "ChatScreen::replyCancelled", "ChatScreen::editCancelled",
+        "ChatScreen::attachRequested", "ChatScreen::actionTriggered", "ChatScreen::sendRequested",
         // Media in the conversation: files, voice notes, viewers.
         "EventDispatcher::fileEvent", "MediaDownloads::mediaRowsNeedRefresh",
         "MediaDownloads::fileSharedPathChanged", "MediaDownloads::videoViewerRequested",
@@ -472,12 +475,11 @@ void TestController::everySignalHasAReceiver()
         "VoiceRecorder::gestureResetRequested", "VoiceRecorder::voiceRecordingChanged",
         "VoiceRecorder::replyTargetConsumed", "MediaViewerScreen::playRequested",
         // Message actions, selection and the chat information page.
-        "EventDispatcher::chatInfoChanged", "ConversationScreen::moreRequested",
-        "ConversationScreen::selectionClosed", "ConversationScreen::selectionReplyRequested",
-        "ConversationScreen::selectionForwardRequested",
-        "ConversationScreen::selectionDeleteRequested", "ChatInfoScreen::clearHistoryRequested",
-        "ChatInfoScreen::joinRequested", "ChatInfoScreen::leaveRequested",
-        "ChatInfoScreen::deleteChatRequested",
+        "EventDispatcher::chatInfoChanged", "ChatScreen::moreRequested",
+        "ChatScreen::selectionClosed", "ChatScreen::selectionReplyRequested",
+        "ChatScreen::selectionForwardRequested", "ChatScreen::selectionDeleteRequested",
+        "ChatInfoScreen::clearHistoryRequested", "ChatInfoScreen::joinRequested",
+        "ChatInfoScreen::leaveRequested", "ChatInfoScreen::deleteChatRequested",
         // Links and hub open requests; the update checker.
         "EventDispatcher::hubOpenRequestCheckRequested", "MenuScreen::checkUpdatesRequested",
         // Pinned messages, search and the files cache.

@@ -121,11 +121,11 @@ void TestStartup::childEnvironment_data()
 {
     QTest::addColumn<QString>("entry");
     const QString app = m_main.app();
-    for (const QString &e :
-         {"#cwd=" + app, "LD_LIBRARY_PATH=" + app, QStringLiteral("TDLIB_LOG_VERBOSITY=4"),
-          "BACKEND_EVENTS_FILE=" + m_main.data() + "/backend_events.jsonl",
-          QStringLiteral("TG_API_ID=12345"), QStringLiteral("TG_PHONE_NUMBER=+15550100"),
-          QStringLiteral("LAYER=debug"), QStringLiteral("VEXA_TEST_INHERITED=from parent")})
+    for (const QString &e : QStringList{
+             "#cwd=" + app, "LD_LIBRARY_PATH=" + app, QStringLiteral("TDLIB_LOG_VERBOSITY=4"),
+             "BACKEND_EVENTS_FILE=" + m_main.data() + "/backend_events.jsonl",
+             QStringLiteral("TG_API_ID=12345"), QStringLiteral("TG_PHONE_NUMBER=+15550100"),
+             QStringLiteral("LAYER=debug"), QStringLiteral("VEXA_TEST_INHERITED=from parent")})
         QTest::newRow(qPrintable(e.section('=', 0, 0))) << e;
 }
 

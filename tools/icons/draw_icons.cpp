@@ -254,6 +254,27 @@ void read(QPainter &p)
     drawCheck(p, QPointF(58, 50), 40, 7);
 }
 
+void pin(QPainter &p)
+{
+    // A push pin leaning right: round head, collar and needle.
+    p.translate(48, 48);
+    p.rotate(40);
+    p.translate(-48, -48);
+    p.setPen(Qt::NoPen);
+    p.setBrush(kInk);
+    p.drawRoundedRect(QRectF(32, 10, 32, 12), 5, 5);
+    QPainterPath body;
+    body.moveTo(37, 22);
+    body.lineTo(59, 22);
+    body.lineTo(64, 52);
+    body.lineTo(32, 52);
+    body.closeSubpath();
+    p.drawPath(body);
+    p.drawRoundedRect(QRectF(24, 50, 48, 10), 5, 5);
+    p.setPen(ink(6));
+    p.drawLine(QPointF(48, 60), QPointF(48, 88));
+}
+
 void failed(QPainter &p)
 {
     p.setPen(Qt::NoPen);
@@ -428,6 +449,7 @@ const Icon kIcons[] = {
     {"ic_theme.png", theme},
     {"ic_info.png", info},
     {"ic_log.png", log},
+    {"ic_pin.png", pin},
 };
 
 } // namespace

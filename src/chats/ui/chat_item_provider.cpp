@@ -2,11 +2,13 @@
 
 #include "chats/avatars.h"
 #include "chats/chat_list_model.h"
+#include "platform/osicons.h"
 
 #include <QEvent>
 #include <QFont>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPainter>
 #include <QPixmap>
 #include <QResizeEvent>
 #include <QVBoxLayout>
@@ -22,6 +24,28 @@ constexpr int kBadgeGap = 12;
 const QRgb kAvatarBackground = 0xFFD7E6FF;
 const QRgb kPreviewColor = 0xFFB0B0B0;
 const QRgb kDividerColor = 0x4D808080;
+
+constexpr int kPinSize = 40;
+
+// The pin icon in the preview's grey.
+QPixmap pinPixmap()
+{
+    QPixmap pm;
+    {
+        QImage img(osicon_path(QStringLiteral("ic_pin.png")));
+        if (img.isNull()) {
+            return pm;
+        }
+        img = img.convertToFormat(QImage::Format_ARGB32_Premultiplied)
+                  .scaled(kPinSize, kPinSize, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+        QPainter p(&img);
+        p.setCompositionMode(QPainter::CompositionMode_SourceIn);
+        p.fillRect(img.rect(), QColor::fromRgba(kPreviewColor));
+        p.end();
+        pm = QPixmap::fromImage(img);
+    }
+    return pm;
+}
 
 int fontPx(int percent)
 {
@@ -171,6 +195,17 @@ QWidget *ChatItemProvider::createItem(ListView *listView, const QString &type)
     setTextColor(badgeNum, Qt::white);
     badge->hide();
     line2Layout->addWidget(badge, 0, Qt::AlignTop);
+
+    // Pinned chats lead the list; the pin says why an old chat sits on top.
+    auto *pin = new QLabel(line2);
+    pin->setObjectName(QStringLiteral("pin"));
+    pin->setFixedSize(kPinSize, kPinSize);
+    if (m_pin.isNull()) {
+        m_pin = pinPixmap();
+    }
+    pin->setPixmap(m_pin);
+    pin->hide();
+    line2Layout->addWidget(pin, 0, Qt::AlignTop);
     columnLayout->addWidget(line2);
     rowLayout->addWidget(column, 1);
 
@@ -253,6 +288,11 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
         badgeNum->setText(unread > 99 ? QStringLiteral("99+") : QString::number(unread));
         badge->show();
     }
+    // The unread count matters more than the pin when both apply.
+    if (auto *pin = item->findChild<QLabel *>(QStringLiteral("pin"))) {
+        pin->setVisible(unread <= 0 &&
+                        data.value(QStringLiteral("pinned")).toString() == QLatin1String("true"));
+    }
 
     time->setText(
         chat_list_time_text(data.value(QStringLiteral("last_date")).toLongLong(), m_clock()));
@@ -282,6 +322,10 @@ void ChatItemProvider::applyPreviewWidth(QWidget *item)
     int width = rowWidth - kLeftGap - kAvatarSize - kAvatarGap - kRightGap;
     if (!badge->isHidden()) {
         width -= kBadgeSize + kBadgeGap;
+    }
+    auto *pin = item->findChild<QWidget *>(QStringLiteral("pin"));
+    if (pin && !pin->isHidden()) {
+        width -= kPinSize + kBadgeGap;
     }
     width = qMax(width, 1);
     preview->setMinimumWidth(width);

@@ -5,6 +5,7 @@
 
 #include <QDateTime>
 #include <QObject>
+#include <QPixmap>
 #include <QRectF>
 
 #include <functional>
@@ -46,4 +47,5 @@ private:
     QString m_uiCacheDir;
     std::function<QDateTime()> m_clock;
     QWidget *m_frameSender = nullptr;
+    QPixmap m_pin;
 };

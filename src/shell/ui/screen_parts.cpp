@@ -1,6 +1,6 @@
 #include "shell/ui/screen_parts.h"
 
-#include "shell/osicons.h"
+#include "platform/osicons.h"
 #include "shell/ui_scale.h"
 
 #include <QHBoxLayout>

@@ -3,6 +3,7 @@
 #include "shell/style_sheet.h"
 #include "shell/theme.h"
 
+#include <QAbstractButton>
 #include <QString>
 
 #include <optional>
@@ -38,6 +39,14 @@ QToolButton *iconButton(const QString &iconFile, const QString &objectName, floa
 QWidget *header(const QString &objectName, const QString &titleText, const QString &titleObjectName,
                 bool withBack, float scale, QWidget *parent, QLabel **title, QToolButton **back);
 void setIcon(QToolButton *button, const QString &iconFile);
+// A button's click announced as a signal of the screen.
+template<typename Screen>
+void announce(QAbstractButton *b, Screen *screen, void (Screen::*signal)())
+{
+    QObject::connect(b, &QAbstractButton::clicked, screen,
+                     [screen, signal] { (screen->*signal)(); });
+}
+
 // Sets a label's text and shows it (or its container) only when there is
 // text.
 void showText(QLabel *label, const QString &text, QWidget *container = nullptr);

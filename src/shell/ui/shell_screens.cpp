@@ -20,7 +20,7 @@ ShellScreens::ShellScreens(bool darkTheme, float uiScale, QWidget *parent)
     m_stack = new QStackedWidget(this);
     m_stack->setObjectName(QStringLiteral("screen_stack"));
     m_main = new MainScreen(m_scale, m_stack);
-    m_conversation = new ConversationScreen(m_scale, m_stack);
+    m_conversation = new QWidget(m_stack); // until the chat screen is placed
     m_chatInfo = new ChatInfoScreen(m_scale, m_stack);
     m_menu = new MenuScreen(m_scale, m_dark, m_stack);
     m_filesCache = new FilesCacheScreen(m_scale, m_stack);
@@ -53,15 +53,23 @@ ShellScreens::ShellScreens(bool darkTheme, float uiScale, QWidget *parent)
     connect(m_menu, &MenuScreen::debugLogToggleRequested, this,
             &ShellScreens::debugLogToggleRequested);
     connect(m_filesCache, &FilesCacheScreen::backRequested, this, &ShellScreens::goBack);
-    connect(m_conversation, &ConversationScreen::infoRequested, this,
-            [this] { showScreen(Screen::ChatInfo); });
     connect(m_chatInfo, &ChatInfoScreen::backRequested, this, &ShellScreens::goBack);
     connect(m_photo, &MediaViewerScreen::backRequested, this, &ShellScreens::goBack);
     connect(m_video, &MediaViewerScreen::backRequested, this, &ShellScreens::goBack);
-    connect(m_conversation, &ConversationScreen::backRequested, this,
-            &ShellScreens::backToChatsRequested);
 
     applyTheme(m_dark);
+}
+
+void ShellScreens::setChatScreen(QWidget *screen)
+{
+    const bool shown = m_stack->currentWidget() == m_conversation;
+    const int at = m_stack->indexOf(m_conversation);
+    m_stack->removeWidget(m_conversation);
+    delete m_conversation;
+    m_conversation = screen;
+    m_stack->insertWidget(at, screen);
+    if (shown)
+        m_stack->setCurrentWidget(screen);
 }
 
 QWidget *ShellScreens::pageFor(Screen screen) const

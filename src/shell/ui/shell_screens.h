@@ -6,7 +6,6 @@
 class QPlainTextEdit;
 class QStackedWidget;
 class ChatInfoScreen;
-class ConversationScreen;
 class FilesCacheScreen;
 class MainScreen;
 class MediaViewerScreen;
@@ -34,7 +33,10 @@ public:
     ShellScreens(bool darkTheme, float uiScale, QWidget *parent = nullptr);
 
     MainScreen *mainScreen() const { return m_main; }
-    ConversationScreen *conversationScreen() const { return m_conversation; }
+    // The chat screen is built by its own subsystem and placed here as the
+    // Conversation page; the caller wires its back and info requests.
+    void setChatScreen(QWidget *screen);
+    QWidget *chatScreen() const { return m_conversation; }
     ChatInfoScreen *chatInfoScreen() const { return m_chatInfo; }
     MenuScreen *menuScreen() const { return m_menu; }
     FilesCacheScreen *filesCacheScreen() const { return m_filesCache; }
@@ -60,9 +62,6 @@ public:
     void setLogText(const QString &text);
 
 Q_SIGNALS:
-    // The conversation's back button: the controller closes the chat and
-    // then calls showMainScreen().
-    void backToChatsRequested();
     // The menu's debug-log switch; the controller turns the log on or off
     // and then calls setLogViewVisible().
     void debugLogToggleRequested();
@@ -75,7 +74,7 @@ private:
     float m_scale;
     QStackedWidget *m_stack = nullptr;
     MainScreen *m_main = nullptr;
-    ConversationScreen *m_conversation = nullptr;
+    QWidget *m_conversation = nullptr;
     ChatInfoScreen *m_chatInfo = nullptr;
     MenuScreen *m_menu = nullptr;
     FilesCacheScreen *m_filesCache = nullptr;

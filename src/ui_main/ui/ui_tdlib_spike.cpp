@@ -7,6 +7,7 @@
 #include "chats/avatar_download_queue.h"
 #include "chats/chat_list_model.h"
 #include "chats/ui/chat_item_provider.h"
+#include "conversation/ui/chat_screen.h"
 #include "events/event_dispatcher.h"
 #include "media/audio_libs.h"
 #include "media/media_downloads.h"
@@ -18,12 +19,12 @@
 #include "platform/display_info.h"
 #include "platform/instance_channel.h"
 #include "platform/invoker.h"
+#include "platform/osicons.h"
 #include "platform/toaster.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
 #include "platform/ui/toast_overlay.h"
 #include "shell/debug_flags.h"
-#include "shell/osicons.h"
 #include "shell/sign_in.h"
 #include "shell/style_sheet.h"
 #include "shell/theme.h"
@@ -243,6 +244,8 @@ void UiTdlibSpike::buildScreens()
     m_window->setWindowTitle(QStringLiteral("Vexa"));
     m_screens = new ShellScreens(m_darkTheme, m_uiScale);
     m_window->setScreen(m_screens);
+    m_chatScreen = new ChatScreen(m_uiScale, m_folders.dataDir + QStringLiteral("/ui-cache"));
+    m_screens->setChatScreen(m_chatScreen);
 
     m_chatListView = new ListView;
     m_chatListView->setObjectName(QStringLiteral("chat_list_view"));
@@ -273,7 +276,9 @@ void UiTdlibSpike::connectScreens()
     // "me", the own "user", the own photo's download and signing out all
     // arrive as meChanged.
     connect(m_dispatcher, &EventDispatcher::meChanged, this, &UiTdlibSpike::updateMenuMeHeader);
-    connect(m_screens, &ShellScreens::backToChatsRequested, this, &UiTdlibSpike::onBackToChats);
+    connect(m_chatScreen, &ChatScreen::backRequested, this, &UiTdlibSpike::onBackToChats);
+    connect(m_chatScreen, &ChatScreen::infoRequested, m_screens,
+            [this] { m_screens->showScreen(ShellScreens::Screen::ChatInfo); });
 
     // The log view shows the in-app log while it is open.
     connect(m_log, &AppLog::viewTextChanged, m_screens, &ShellScreens::setLogText);
@@ -303,11 +308,10 @@ void UiTdlibSpike::connectScreens()
     connect(m_chatListView, &ListView::triggered, this, &UiTdlibSpike::onChatTriggered);
     connect(m_dispatcher, &EventDispatcher::openChatRequested, this,
             &UiTdlibSpike::openChatFromRow);
-    ConversationScreen *conversation = m_screens->conversationScreen();
-    connect(m_dispatcher, &EventDispatcher::currentChatTitleChanged, conversation,
-            &ConversationScreen::setTitle);
-    connect(m_dispatcher, &EventDispatcher::chatHeaderSubtitleChanged, conversation,
-            &ConversationScreen::setSubtitle);
+    connect(m_dispatcher, &EventDispatcher::currentChatTitleChanged, m_chatScreen,
+            &ChatScreen::setTitle);
+    connect(m_dispatcher, &EventDispatcher::chatHeaderSubtitleChanged, m_chatScreen,
+            &ChatScreen::setSubtitle);
 }
 
 void UiTdlibSpike::setStatusText(const QString &text)
@@ -445,9 +449,10 @@ void UiTdlibSpike::openChatFromRow(const QVariantMap &chat)
     const qint64 id = chat.value(QStringLiteral("id")).toString().toLongLong();
     if (id == 0 || !m_screens)
         return;
-    ConversationScreen *conversation = m_screens->conversationScreen();
-    conversation->setTitle(chat.value(QStringLiteral("title")).toString());
-    conversation->setSubtitle(QString());
+    const QString title = chat.value(QStringLiteral("title")).toString();
+    m_chatScreen->setTitle(title);
+    m_chatScreen->setAvatar(id, title, chat.value(QStringLiteral("avatar_path")).toString());
+    m_chatScreen->setSubtitle(QString());
     m_dispatcher->setCurrentChat(id, chat.value(QStringLiteral("chat_type")).toString());
     m_dispatcher->updateChatHeaderSubtitleForCurrentChat();
     m_screens->showScreen(ShellScreens::Screen::Conversation);

@@ -15,6 +15,7 @@ class ArrayDataModel;
 class AvatarDownloadQueue;
 class BackendLink;
 class ChatItemProvider;
+class ChatScreen;
 class ChatListModel;
 class EventDispatcher;
 class EventIntake;
@@ -55,6 +56,7 @@ public:
     QString themeFilePath() const;
 
     ShellScreens *screens() const { return m_screens; }
+    ChatScreen *chatScreen() const { return m_chatScreen; }
     PhoneWindow *window() const { return m_window.get(); }
     ListView *chatListView() const { return m_chatListView; }
     Toaster *toaster() const;
@@ -143,4 +145,5 @@ private:
     std::unique_ptr<PhoneWindow> m_window;
     ShellScreens *m_screens = nullptr;  // owned by m_window
     ListView *m_chatListView = nullptr; // owned by the screens
+    ChatScreen *m_chatScreen = nullptr; // owned by the screens
 };

@@ -1,4 +1,4 @@
-#include "shell/osicons.h"
+#include "platform/osicons.h"
 
 static void registerOsiconsResource()
 {

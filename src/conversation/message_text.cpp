@@ -1,0 +1,141 @@
+#include "conversation/message_text.h"
+
+#include <QDateTime>
+#include <QRegularExpression>
+
+QString escape_html(const QString &text)
+{
+    QString out;
+    out.reserve(text.size() + text.size() / 8);
+    for (const QChar c : text) {
+        switch (c.unicode()) {
+        case '&':
+            out += QLatin1String("&amp;");
+            break;
+        case '<':
+            out += QLatin1String("&lt;");
+            break;
+        case '>':
+            out += QLatin1String("&gt;");
+            break;
+        case '"':
+            out += QLatin1String("&quot;");
+            break;
+        case '\'':
+            out += QLatin1String("&#39;");
+            break;
+        default:
+            out += c;
+        }
+    }
+    return out;
+}
+
+QString escape_html_with_br(const QString &text)
+{
+    QString s = escape_html(text);
+    s.replace(QLatin1String("\r\n"), QLatin1String("\n"));
+    s.replace(QLatin1Char('\r'), QLatin1Char('\n'));
+    s.replace(QLatin1Char('\n'), QLatin1String("<br/>"));
+    return s;
+}
+
+QString format_duration_mmss(qint64 seconds)
+{
+    if (seconds < 1)
+        return QString();
+    seconds = qMin<qint64>(seconds, 86400);
+    return QStringLiteral("%1:%2").arg(seconds / 60).arg(seconds % 60, 2, 10, QLatin1Char('0'));
+}
+
+QString bb10EmojiForReactionDisplay(const QString &emoji)
+{
+    QString s = emoji;
+    s.remove(QChar(0xFE0F));
+    s.remove(QChar(0xFE0E));
+    struct Swap
+    {
+        char32_t from;
+        char32_t to;
+    };
+    static const Swap swaps[] = {{0x1F923, 0x1F602}, {0x1F92F, 0x1F62E}, {0x1F92C, 0x1F621}};
+    for (const Swap &w : swaps) {
+        s.replace(QString::fromUcs4(&w.from, 1), QString::fromUcs4(&w.to, 1));
+    }
+    return s;
+}
+
+QList<TextLink> find_text_links(const QString &text)
+{
+    static const QRegularExpression re(QStringLiteral("(?:https?://|www\\.|t\\.me/)\\S+"),
+                                       QRegularExpression::CaseInsensitiveOption);
+    QList<TextLink> links;
+    auto it = re.globalMatch(text);
+    while (it.hasNext()) {
+        const QRegularExpressionMatch m = it.next();
+        links.append({int(m.capturedStart()), int(m.capturedLength())});
+    }
+    return links;
+}
+
+QString message_rich_text(const QString &text)
+{
+    QString html;
+    int pos = 0;
+    for (const TextLink &l : find_text_links(text)) {
+        html += escape_html_with_br(text.mid(pos, l.start - pos));
+        const QString link = escape_html(text.mid(l.start, l.length));
+        html += QStringLiteral("<a href=\"%1\">%1</a>").arg(link);
+        pos = l.start + l.length;
+    }
+    html += escape_html_with_br(text.mid(pos));
+    return html;
+}
+
+QString message_time_text(qint64 unixSeconds)
+{
+    if (unixSeconds <= 0)
+        return QString();
+    return QDateTime::fromSecsSinceEpoch(unixSeconds).toString(QStringLiteral("HH:mm"));
+}
+
+QString message_status_icon(const QVariantMap &row, qint64 lastReadOutboxId)
+{
+    if (row.value(QStringLiteral("outgoing")).toString() != QLatin1String("true"))
+        return QString();
+    const QString state = row.value(QStringLiteral("sending_state")).toString();
+    const auto icon = [](const char *name) -> QString {
+        return QStringLiteral("assets/osicons/") + QLatin1String(name);
+    };
+    if (state == QLatin1String("waiting_for_network"))
+        return icon("ii_bbm_ping.png");
+    if (state == QLatin1String("failed"))
+        return icon("ii_bbm_out_failed.png");
+    if (!state.isEmpty()) {
+        if (row.value(QStringLiteral("send_acked")).toString() == QLatin1String("true"))
+            return icon("ii_bbm_out_sent.png");
+        return icon(state == QLatin1String("pending") ? "ii_bbm_out_pending.png"
+                                                      : "ii_bbm_out_sending.png");
+    }
+    const qint64 id = row.value(QStringLiteral("id")).toString().toLongLong();
+    return icon(id <= lastReadOutboxId ? "ii_bbm_out_read.png" : "ii_bbm_out_delivered.png");
+}
+
+QString format_file_size(qint64 bytes)
+{
+    if (bytes < 1)
+        return QString();
+    if (bytes < 1024)
+        return QStringLiteral("%1 B").arg(bytes);
+    if (bytes < 1024 * 1024)
+        return QStringLiteral("%1 KB").arg(double(bytes) / 1024, 0, 'f', bytes < 10 * 1024 ? 1 : 0);
+    if (bytes < 1024LL * 1024 * 1024)
+        return QStringLiteral("%1 MB").arg(double(bytes) / (1024 * 1024), 0, 'f', 1);
+    return QStringLiteral("%1 GB").arg(double(bytes) / (1024.0 * 1024 * 1024), 0, 'f', 2);
+}
+
+bool message_is_forwarded(const QVariantMap &row)
+{
+    const QString f = row.value(QStringLiteral("forwarded")).toString();
+    return !f.isEmpty() && f != QLatin1String("false");
+}

@@ -1,0 +1,347 @@
+#include "conversation/ui/chat_screen.h"
+
+#include "chats/avatars.h"
+#include "platform/osicons.h"
+#include "shell/style_sheet.h"
+#include "shell/theme.h"
+#include "shell/ui/screen_parts.h"
+#include "shell/ui_scale.h"
+
+#include <QEvent>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QPixmap>
+#include <QPlainTextEdit>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+using namespace screen_parts;
+
+namespace {
+
+constexpr int kHeaderAvatarPx = 80;
+
+} // namespace
+
+ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
+    : QWidget(parent), m_scale(scale), m_uiCacheDir(uiCacheDir)
+{
+    auto *v = screenRoot(this, QStringLiteral("conversation_screen"), ThemeGroup::A);
+
+    // Header: back, title with subtitle, search, info and overflow.
+    QWidget *bar = panel(QStringLiteral("chat_header"), ThemeGroup::A, this);
+    bar->setFixedHeight(scaled_px(112, scale));
+    auto *row = new QHBoxLayout(bar);
+    row->setContentsMargins(scaled_px(8, scale), 0, scaled_px(8, scale), 0);
+    row->setSpacing(scaled_px(8, scale));
+    auto *back =
+        iconButton(QStringLiteral("ic_back.png"), QStringLiteral("chat_back_button"), scale, bar);
+    row->addWidget(back);
+    const int avatarPx = scaled_px(kHeaderAvatarPx, scale);
+    m_avatar = new QLabel(bar);
+    m_avatar->setObjectName(QStringLiteral("chat_avatar"));
+    m_avatar->setFixedSize(avatarPx, avatarPx);
+    m_avatar->setScaledContents(true);
+    m_avatarLetter = new QLabel(m_avatar);
+    m_avatarLetter->setObjectName(QStringLiteral("chat_avatar_letter"));
+    m_avatarLetter->setGeometry(0, 0, avatarPx, avatarPx);
+    m_avatarLetter->setAlignment(Qt::AlignCenter);
+    QFont letterFont = m_avatarLetter->font();
+    letterFont.setBold(true);
+    letterFont.setPixelSize(avatarPx / 2);
+    m_avatarLetter->setFont(letterFont);
+    m_avatarLetter->setStyleSheet(QStringLiteral("color: white; background: transparent;"));
+    row->addWidget(m_avatar);
+    auto *titles = new QVBoxLayout;
+    titles->setSpacing(0);
+    m_title = label(QStringLiteral("Chat"), QStringLiteral("chat_title"), ThemeGroup::C,
+                    TextSize::Heading, bar);
+    m_title->setTextFormat(Qt::PlainText);
+    m_subtitle =
+        label(QString(), QStringLiteral("chat_subtitle"), ThemeGroup::D, TextSize::Small, bar);
+    m_subtitle->setTextFormat(Qt::PlainText);
+    m_subtitle->hide();
+    titles->addStretch(1);
+    titles->addWidget(m_title);
+    titles->addWidget(m_subtitle);
+    titles->addStretch(1);
+    row->addLayout(titles, 1);
+    auto *search = iconButton(QStringLiteral("icon_search.png"),
+                              QStringLiteral("chat_search_button"), scale, bar);
+    auto *info =
+        iconButton(QStringLiteral("ic_info.png"), QStringLiteral("chat_info_button"), scale, bar);
+    auto *more =
+        iconButton(QStringLiteral("ic_more.png"), QStringLiteral("chat_more_button"), scale, bar);
+    row->addWidget(search);
+    row->addWidget(info);
+    row->addWidget(more);
+    announce(back, this, &ChatScreen::backRequested);
+    announce(search, this, &ChatScreen::searchRequested);
+    announce(info, this, &ChatScreen::infoRequested);
+    announce(more, this, &ChatScreen::moreRequested);
+    v->addWidget(bar);
+
+    // Selection bar, shown in selection mode above the list.
+    m_selectionBar = panel(QStringLiteral("selection_bar"), ThemeGroup::E, this);
+    m_selectionBar->setFixedHeight(scaled_px(104, scale));
+    auto *sel = new QHBoxLayout(m_selectionBar);
+    sel->setContentsMargins(scaled_px(8, scale), 0, scaled_px(8, scale), 0);
+    auto *selClose = iconButton(QStringLiteral("ic_close.png"),
+                                QStringLiteral("selection_close_button"), scale, m_selectionBar);
+    m_selectionCount = label(QString(), QStringLiteral("selection_count"), ThemeGroup::C,
+                             TextSize::Body, m_selectionBar);
+    m_selReply = iconButton(QStringLiteral("ic_reply.png"),
+                            QStringLiteral("selection_reply_button"), scale, m_selectionBar);
+    m_selForward = iconButton(QStringLiteral("ic_forward.png"),
+                              QStringLiteral("selection_forward_button"), scale, m_selectionBar);
+    m_selDelete = iconButton(QStringLiteral("ic_delete.png"),
+                             QStringLiteral("selection_delete_button"), scale, m_selectionBar);
+    sel->addWidget(selClose);
+    sel->addWidget(m_selectionCount, 1);
+    sel->addWidget(m_selReply);
+    sel->addWidget(m_selForward);
+    sel->addWidget(m_selDelete);
+    announce(selClose, this, &ChatScreen::selectionClosed);
+    announce(m_selReply, this, &ChatScreen::selectionReplyRequested);
+    announce(m_selForward, this, &ChatScreen::selectionForwardRequested);
+    announce(m_selDelete, this, &ChatScreen::selectionDeleteRequested);
+    m_selectionBar->hide();
+    setSelectionCount(0);
+    v->addWidget(m_selectionBar);
+
+    // Message list area; the to-bottom button floats over its lower right.
+    m_listHost = panel(QStringLiteral("message_list_host"), ThemeGroup::B, this);
+    m_listLayout = new QVBoxLayout(m_listHost);
+    m_listLayout->setContentsMargins(0, 0, 0, 0);
+    m_listLayout->setSpacing(0);
+    m_listHost->installEventFilter(this);
+    m_toBottom = iconButton(QStringLiteral("ic_to_bottom.png"), QStringLiteral("jump_bottom_btn"),
+                            scale, m_listHost);
+    set_control_role(m_toBottom, ControlRole::Fab);
+    m_toBottom->setFixedSize(scaled_px(80, scale), scaled_px(80, scale));
+    m_toBottom->setIconSize(QSize(scaled_px(40, scale), scaled_px(40, scale)));
+    m_toBottom->hide();
+    announce(m_toBottom, this, &ChatScreen::toBottomRequested);
+    v->addWidget(m_listHost, 1);
+
+    auto makeBar = [&](const QString &name, QLabel **text, void (ChatScreen::*cancel)()) {
+        QWidget *b = panel(name, ThemeGroup::E, this);
+        auto *h = new QHBoxLayout(b);
+        h->setContentsMargins(scaled_px(28, scale), scaled_px(8, scale), scaled_px(8, scale),
+                              scaled_px(8, scale));
+        *text = label(QString(), name + QStringLiteral("_label"), ThemeGroup::H,
+                      TextSize::Secondary, b);
+        (*text)->setTextFormat(Qt::PlainText);
+        auto *close =
+            iconButton(QStringLiteral("ic_close.png"), name + QStringLiteral("_close"), scale, b);
+        announce(close, this, cancel);
+        h->addWidget(*text, 1);
+        h->addWidget(close);
+        b->hide();
+        v->addWidget(b);
+        return b;
+    };
+    m_replyBar = makeBar(QStringLiteral("reply_bar"), &m_replyLabel, &ChatScreen::replyCancelled);
+    m_editBar = makeBar(QStringLiteral("edit_bar"), &m_editLabel, &ChatScreen::editCancelled);
+
+    m_recordPanel = panel(QStringLiteral("record_panel"), ThemeGroup::E, this);
+    auto *rp = new QHBoxLayout(m_recordPanel);
+    rp->setContentsMargins(scaled_px(28, scale), scaled_px(12, scale), scaled_px(28, scale),
+                           scaled_px(12, scale));
+    m_recordLabel = label(QString(), QStringLiteral("record_label"), ThemeGroup::I,
+                          TextSize::Secondary, m_recordPanel);
+    m_recordLock = label(QString(), QStringLiteral("record_lock_hint"), std::nullopt, std::nullopt,
+                         m_recordPanel);
+    m_recordLock->setPixmap(QPixmap(osicon_path(QStringLiteral("ic_lock.png")))
+                                .scaled(scaled_px(40, scale), scaled_px(40, scale),
+                                        Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    rp->addWidget(m_recordLabel, 1);
+    rp->addWidget(m_recordLock);
+    m_recordPanel->hide();
+    v->addWidget(m_recordPanel);
+
+    // Composer: attach, text, action (microphone or send).
+    QWidget *comp = panel(QStringLiteral("composer"), ThemeGroup::A, this);
+    m_composerRow = comp;
+    auto *ch = new QHBoxLayout(comp);
+    ch->setContentsMargins(scaled_px(8, scale), scaled_px(12, scale), scaled_px(8, scale),
+                           scaled_px(12, scale));
+    ch->setSpacing(scaled_px(8, scale));
+    auto *attach =
+        iconButton(QStringLiteral("ic_attach.png"), QStringLiteral("attach_button"), scale, comp);
+    m_composer = new QPlainTextEdit(comp);
+    m_composer->setObjectName(QStringLiteral("composer_field"));
+    set_control_role(m_composer, ControlRole::Field);
+    m_composer->setPlaceholderText(QStringLiteral("Message"));
+    m_composer->setFixedHeight(scaled_px(92, scale));
+    m_composer->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    m_composer->setTabChangesFocus(true);
+    m_composer->installEventFilter(this);
+    m_action = iconButton(QStringLiteral("ic_microphone_unmute.png"),
+                          QStringLiteral("composer_action_button"), scale, comp);
+    announce(attach, this, &ChatScreen::attachRequested);
+    announce(m_action, this, &ChatScreen::actionTriggered);
+    ch->addWidget(attach, 0, Qt::AlignBottom);
+    ch->addWidget(m_composer, 1);
+    ch->addWidget(m_action, 0, Qt::AlignBottom);
+    v->addWidget(comp);
+}
+
+void ChatScreen::setTitle(const QString &title)
+{
+    m_title->setText(title.isEmpty() ? QStringLiteral("Chat") : title);
+}
+
+QString ChatScreen::title() const
+{
+    return m_title->text();
+}
+
+void ChatScreen::setSubtitle(const QString &text)
+{
+    showText(m_subtitle, text);
+}
+
+QString ChatScreen::subtitle() const
+{
+    return m_subtitle->text();
+}
+
+void ChatScreen::setMessageListView(QWidget *view)
+{
+    m_listLayout->addWidget(view);
+    m_toBottom->raise();
+}
+
+void ChatScreen::setActionIcon(const QString &iconPath)
+{
+    const int slash = iconPath.lastIndexOf(QLatin1Char('/'));
+    setIcon(m_action, slash >= 0 ? iconPath.mid(slash + 1) : iconPath);
+}
+
+QString ChatScreen::composerText() const
+{
+    return m_composer->toPlainText();
+}
+
+void ChatScreen::setComposerText(const QString &text)
+{
+    m_composer->setPlainText(text);
+}
+
+void ChatScreen::setReplyPreview(const QString &text)
+{
+    showText(m_replyLabel, text, m_replyBar);
+}
+
+void ChatScreen::setEditPreview(const QString &text)
+{
+    showText(m_editLabel, text, m_editBar);
+}
+
+void ChatScreen::setToBottomVisible(bool visible)
+{
+    m_toBottom->setVisible(visible);
+    if (visible)
+        placeToBottomButton();
+}
+
+void ChatScreen::setSelectionMode(bool on)
+{
+    m_selectionBar->setVisible(on);
+}
+
+void ChatScreen::setSelectionCount(int count)
+{
+    m_selectionCount->setText(QStringLiteral("%1 selected").arg(count));
+}
+
+void ChatScreen::setSelectionActions(bool reply, bool forward, bool remove)
+{
+    m_selReply->setEnabled(reply);
+    m_selForward->setEnabled(forward);
+    m_selDelete->setEnabled(remove);
+}
+
+void ChatScreen::setRecordPanel(const QString &text, bool showLockHint)
+{
+    m_recordLabel->setText(text);
+    m_recordLock->setVisible(showLockHint);
+    m_recordPanel->setVisible(!text.isEmpty());
+}
+
+void ChatScreen::setAvatar(qint64 chatId, const QString &title, const QString &avatarPath)
+{
+    const int px = m_avatar->width();
+    QPixmap photo;
+    if (!avatarPath.isEmpty())
+        photo.load(avatarPath);
+    if (!photo.isNull()) {
+        m_avatar->setPixmap(photo);
+        m_avatarLetter->hide();
+    } else {
+        const QString tile = ensure_bubble_bg_png(
+            px, px, px / 2, placeholder_avatar_color(chatId, title), m_uiCacheDir);
+        m_avatar->setPixmap(tile.isEmpty() ? QPixmap() : QPixmap(tile));
+        m_avatarLetter->setText(avatar_initial(title));
+        m_avatarLetter->show();
+    }
+    m_avatar->setProperty("image_path", photo.isNull() ? QString() : avatarPath);
+}
+
+void ChatScreen::setComposerVisible(bool visible)
+{
+    m_composerRow->setVisible(visible);
+}
+
+bool ChatScreen::isComposerVisible() const
+{
+    return !m_composerRow->isHidden();
+}
+
+void ChatScreen::focusComposer()
+{
+    m_composer->setFocus(Qt::OtherFocusReason);
+    m_composer->moveCursor(QTextCursor::End);
+}
+
+void ChatScreen::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() != Qt::Key_Escape) {
+        QWidget::keyPressEvent(event);
+        return;
+    }
+    // The innermost thing the user started is cancelled first.
+    if (!m_editBar->isHidden())
+        Q_EMIT editCancelled();
+    else if (!m_replyBar->isHidden())
+        Q_EMIT replyCancelled();
+    else if (!m_selectionBar->isHidden())
+        Q_EMIT selectionClosed();
+    else
+        Q_EMIT backRequested();
+}
+
+bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_composer && event->type() == QEvent::KeyPress) {
+        auto *key = static_cast<QKeyEvent *>(event);
+        const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
+        if (enter && !(key->modifiers() & Qt::ShiftModifier)) {
+            Q_EMIT sendRequested();
+            return true;
+        }
+    }
+    if (watched == m_listHost && (event->type() == QEvent::Resize || event->type() == QEvent::Show))
+        placeToBottomButton();
+    return QWidget::eventFilter(watched, event);
+}
+
+void ChatScreen::placeToBottomButton()
+{
+    const int margin = scaled_px(24, m_scale);
+    m_toBottom->move(m_listHost->width() - m_toBottom->width() - margin,
+                     m_listHost->height() - m_toBottom->height() - margin);
+    m_toBottom->raise();
+}

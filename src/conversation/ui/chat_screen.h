@@ -1,0 +1,104 @@
+#pragma once
+
+#include <QString>
+#include <QWidget>
+
+class QKeyEvent;
+class QLabel;
+class QPlainTextEdit;
+class QToolButton;
+class QVBoxLayout;
+
+// The open chat: header (back, round avatar, title and subtitle, search,
+// info, overflow), selection bar, message list with its jump-to-bottom button,
+// reply and edit bars, the voice record panel and the composer. It stands on
+// its own, so a wide window can show it beside the chat list. Keyboard: Enter
+// sends, Shift+Enter breaks the line, Esc cancels an edit, a reply or the
+// selection, else goes back to the list.
+class ChatScreen : public QWidget
+{
+    Q_OBJECT
+public:
+    // uiCacheDir holds the drawn avatar tiles.
+    ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent = nullptr);
+
+    // "Chat" stands in for an empty title.
+    void setTitle(const QString &title);
+    QString title() const;
+    // The line under the title (presence, members); hidden when empty.
+    void setSubtitle(const QString &text);
+    QString subtitle() const;
+    // The header's round photo, or a coloured tile with the title's initial
+    // while avatarPath is empty.
+    void setAvatar(qint64 chatId, const QString &title, const QString &avatarPath);
+    // Channels the user cannot write to have no composer.
+    void setComposerVisible(bool visible);
+    bool isComposerVisible() const;
+    // Gives the text field the keyboard focus.
+    void focusComposer();
+    void setMessageListView(QWidget *view);
+    // Sets the action button's icon from an "assets/osicons/..." path or a
+    // bare file name.
+    void setActionIcon(const QString &iconPath);
+    QString composerText() const;
+    void setComposerText(const QString &text);
+    // The bars above the composer; an empty text hides the bar.
+    void setReplyPreview(const QString &text);
+    void setEditPreview(const QString &text);
+    void setToBottomVisible(bool visible);
+    // Selection mode: the bar replaces nothing, it appears above the list.
+    void setSelectionMode(bool on);
+    void setSelectionCount(int count);
+    void setSelectionActions(bool reply, bool forward, bool remove);
+    // The voice record panel; an empty text hides it.
+    void setRecordPanel(const QString &text, bool showLockHint);
+
+Q_SIGNALS:
+    void backRequested();
+    void infoRequested();
+    void searchRequested();
+    void moreRequested();
+    void toBottomRequested();
+    void replyCancelled();
+    void editCancelled();
+    void attachRequested();
+    void actionTriggered();
+    // Enter in the composer.
+    void sendRequested();
+    void selectionClosed();
+    void selectionReplyRequested();
+    void selectionForwardRequested();
+    void selectionDeleteRequested();
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+
+private:
+    void placeToBottomButton();
+
+    float m_scale;
+    QString m_uiCacheDir;
+    QLabel *m_avatar = nullptr;
+    QLabel *m_avatarLetter = nullptr;
+    QWidget *m_composerRow = nullptr;
+    QLabel *m_title = nullptr;
+    QLabel *m_subtitle = nullptr;
+    QWidget *m_selectionBar = nullptr;
+    QLabel *m_selectionCount = nullptr;
+    QToolButton *m_selReply = nullptr;
+    QToolButton *m_selForward = nullptr;
+    QToolButton *m_selDelete = nullptr;
+    QWidget *m_listHost = nullptr;
+    QVBoxLayout *m_listLayout = nullptr;
+    QToolButton *m_toBottom = nullptr;
+    QWidget *m_replyBar = nullptr;
+    QLabel *m_replyLabel = nullptr;
+    QWidget *m_editBar = nullptr;
+    QLabel *m_editLabel = nullptr;
+    QWidget *m_recordPanel = nullptr;
+    QLabel *m_recordLabel = nullptr;
+    QLabel *m_recordLock = nullptr;
+    QPlainTextEdit *m_composer = nullptr;
+    QToolButton *m_action = nullptr;
+};

@@ -1,0 +1,149 @@
+#include "conversation/ui/chat_screen.h"
+#include "platform/osicons.h"
+
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+// Whether a label with this text is on screen.
+bool shown(const QWidget *root, const QString &text)
+{
+    for (auto *l : root->findChildren<QLabel *>()) {
+        if (l->text() == text)
+            return l->isVisible();
+    }
+    return false;
+}
+
+} // namespace
+
+class TestChatScreen : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { init_osicons(); }
+    void barsAndSelectionFollowSetters();
+    void header();
+    void keyboard_data();
+    void keyboard();
+};
+
+void TestChatScreen::barsAndSelectionFollowSetters()
+{
+    QTemporaryDir dir;
+    ChatScreen c(1.0f, dir.path());
+    c.resize(720, 1280);
+    c.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&c));
+    c.setReplyPreview(QStringLiteral("Ada: see you"));
+    c.setEditPreview(QStringLiteral("draft"));
+    c.setSelectionMode(true);
+    c.setSelectionCount(3);
+    c.setRecordPanel(QStringLiteral("Recording… 0:03"), true);
+    c.setSubtitle(QStringLiteral("online"));
+    for (const char *t : {"Ada: see you", "draft", "3 selected", "Recording… 0:03", "online"})
+        QVERIFY2(shown(&c, QString::fromUtf8(t)), t);
+    c.setReplyPreview(QString());
+    c.setEditPreview(QString());
+    c.setSelectionMode(false);
+    c.setRecordPanel(QString(), false);
+    c.setSubtitle(QString());
+    for (const char *t : {"Ada: see you", "draft", "3 selected", "online"})
+        QVERIFY2(!shown(&c, QString::fromUtf8(t)), t);
+    c.setTitle(QString());
+    QCOMPARE(c.title(), QStringLiteral("Chat"));
+    c.setComposerText(QStringLiteral("two\nlines"));
+    QCOMPARE(c.composerText(), QStringLiteral("two\nlines"));
+    c.setComposerVisible(false);
+    QVERIFY(!c.isComposerVisible() && !c.findChild<QPlainTextEdit *>()->isVisible());
+}
+
+void TestChatScreen::header()
+{
+    QTemporaryDir dir;
+    ChatScreen c(1.0f, dir.path());
+    // No photo yet: a round tile with the initial, drawn into the cache.
+    c.setAvatar(42, QStringLiteral("émile"), QString());
+    QVERIFY(shown(&c, QStringLiteral("É")) || !c.isVisible());
+    QCOMPARE(QDir(dir.path()).entryList({"bubble_bg_*.png"}).size(), 1);
+    // The photo replaces the tile and its letter.
+    QImage img(64, 64, QImage::Format_RGB32);
+    img.fill(Qt::blue);
+    const QString photo = dir.filePath("photo.png");
+    QVERIFY(img.save(photo));
+    c.setAvatar(42, QStringLiteral("émile"), photo);
+    auto *letter = c.findChild<QLabel *>(QStringLiteral("chat_avatar_letter"));
+    QVERIFY(letter->isHidden());
+    // A photo that does not load falls back to the tile.
+    c.setAvatar(42, QStringLiteral("émile"), dir.filePath("missing.png"));
+    QVERIFY(!letter->isHidden());
+}
+
+void TestChatScreen::keyboard_data()
+{
+    QTest::addColumn<QString>("state"); // bars shown before the key
+    QTest::addColumn<int>("key");
+    QTest::addColumn<int>("modifiers");
+    QTest::addColumn<QString>("signal");
+    QTest::addColumn<QString>("text"); // composer text after the key
+    QTest::newRow("Enter sends") << "" << int(Qt::Key_Return) << 0 << "sendRequested"
+                                 << "hi";
+    QTest::newRow("keypad Enter sends") << "" << int(Qt::Key_Enter) << 0 << "sendRequested"
+                                        << "hi";
+    QTest::newRow("Shift+Enter breaks the line")
+        << "" << int(Qt::Key_Return) << int(Qt::ShiftModifier) << ""
+        << "hi\n";
+    QTest::newRow("Esc cancels the edit first")
+        << "edit reply selection" << int(Qt::Key_Escape) << 0 << "editCancelled"
+        << "hi";
+    QTest::newRow("Esc cancels a reply")
+        << "reply selection" << int(Qt::Key_Escape) << 0 << "replyCancelled"
+        << "hi";
+    QTest::newRow("Esc leaves the selection")
+        << "selection" << int(Qt::Key_Escape) << 0 << "selectionClosed"
+        << "hi";
+    QTest::newRow("Esc goes back") << "" << int(Qt::Key_Escape) << 0 << "backRequested"
+                                   << "hi";
+}
+
+void TestChatScreen::keyboard()
+{
+    QFETCH(QString, state);
+    QFETCH(int, key);
+    QFETCH(int, modifiers);
+    QFETCH(QString, signal);
+    QFETCH(QString, text);
+    QTemporaryDir dir;
+    ChatScreen c(1.0f, dir.path());
+    c.resize(720, 1280);
+    c.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&c));
+    c.setEditPreview(state.contains("edit") ? QStringLiteral("Edit: x") : QString());
+    c.setReplyPreview(state.contains("reply") ? QStringLiteral("Reply: y") : QString());
+    c.setSelectionMode(state.contains("selection"));
+    c.setComposerText(QStringLiteral("hi"));
+    c.focusComposer();
+    QList<QSignalSpy *> spies;
+    const QMetaObject *mo = c.metaObject();
+    for (int i = mo->methodOffset(); i < mo->methodCount(); ++i) {
+        if (mo->method(i).methodType() == QMetaMethod::Signal)
+            spies << new QSignalSpy(&c, mo->method(i));
+    }
+    QTest::keyClick(c.findChild<QPlainTextEdit *>(), Qt::Key(key),
+                    Qt::KeyboardModifiers(modifiers));
+    QStringList fired;
+    for (QSignalSpy *s : spies) {
+        if (!s->isEmpty())
+            fired << QString::fromLatin1(s->signal()).section('(', 0, 0);
+    }
+    qDeleteAll(spies);
+    QCOMPARE(fired, signal.isEmpty() ? QStringList() : QStringList{signal});
+    QCOMPARE(c.composerText(), text);
+}
+
+QTEST_MAIN(TestChatScreen)
+#include "test_chat_screen.moc"

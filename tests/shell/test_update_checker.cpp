@@ -1,0 +1,477 @@
+// The update checker against real HTTPS and HTTP servers on 127.0.0.1: the
+// manifest, the question, the package download with its checks, the fallback
+// from HTTPS to HTTP and the package file left behind.
+
+#include "backend_link/app_log.h"
+#include "common/recording_toaster.h"
+#include "shell/update_checker.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QHash>
+#include <QPointer>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QSslKey>
+#include <QSslSocket>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QtTest>
+
+// A small HTTP/1.1 server: fixed bodies by path, one request per connection.
+// A route can hold its answer until release(), or close the connection after
+// a part of the body.
+class WebServer : public QTcpServer
+{
+    Q_OBJECT
+public:
+    struct Route
+    {
+        QByteArray body;
+        qint64 dropAfter = -1; // bytes of the body sent before the connection closes
+        bool hold = false;
+    };
+
+    WebServer(const QSslCertificate &cert = QSslCertificate(), const QSslKey &key = QSslKey())
+        : m_cert(cert), m_key(key)
+    {
+    }
+
+    bool start() { return listen(QHostAddress::LocalHost, 0); }
+    QString baseUrl() const
+    {
+        return (m_cert.isNull() ? QStringLiteral("http") : QStringLiteral("https")) +
+               QStringLiteral("://127.0.0.1:") + QString::number(serverPort());
+    }
+    // Serves held requests from now on.
+    void release()
+    {
+        for (Route &r : m_routes)
+            r.hold = false;
+        const auto held = m_held;
+        m_held.clear();
+        for (const auto &h : held) {
+            if (h.first)
+                respond(h.first, h.second);
+        }
+    }
+
+    QHash<QByteArray, Route> m_routes;
+    QList<QByteArray> m_paths;
+    QList<QByteArray> m_userAgents;
+
+Q_SIGNALS:
+    void requestHeld();
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        QTcpSocket *socket = m_cert.isNull() ? new QTcpSocket(this) : new QSslSocket(this);
+        socket->setSocketDescriptor(descriptor);
+        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { onData(socket); });
+        if (auto *ssl = qobject_cast<QSslSocket *>(socket)) {
+            ssl->setLocalCertificate(m_cert);
+            ssl->setPrivateKey(m_key);
+            ssl->startServerEncryption();
+        }
+    }
+
+private:
+    void onData(QTcpSocket *socket)
+    {
+        QByteArray &head = m_heads[socket];
+        head += socket->readAll();
+        const int end = head.indexOf("\r\n\r\n");
+        if (end < 0) {
+            if (head.size() > 16384)
+                socket->abort();
+            return;
+        }
+        const QList<QByteArray> lines = head.left(end).split('\n');
+        m_heads.remove(socket);
+        const QByteArray path = lines.value(0).split(' ').value(1);
+        m_paths.append(path);
+        for (const QByteArray &line : lines) {
+            if (line.toLower().startsWith("user-agent:"))
+                m_userAgents.append(line.mid(11).trimmed());
+        }
+        const Route route = m_routes.value(path, Route{"not found", -1, false});
+        if (route.hold) {
+            m_held.append({socket, path});
+            emit requestHeld();
+            return;
+        }
+        respond(socket, path);
+    }
+
+    void respond(QTcpSocket *socket, const QByteArray &path)
+    {
+        const bool known = m_routes.contains(path);
+        const Route route = m_routes.value(path, Route{"not found", -1, false});
+        QByteArray out = known ? QByteArrayLiteral("HTTP/1.1 200 OK\r\n")
+                               : QByteArrayLiteral("HTTP/1.1 404 Not Found\r\n");
+        out += "Content-Type: application/octet-stream\r\nContent-Length: " +
+               QByteArray::number(route.body.size()) + "\r\nConnection: close\r\n\r\n";
+        out += route.dropAfter >= 0 ? route.body.left(int(route.dropAfter)) : route.body;
+        socket->write(out);
+        // Closes once everything written has gone out.
+        socket->disconnectFromHost();
+    }
+
+    QSslCertificate m_cert;
+    QSslKey m_key;
+    QHash<QTcpSocket *, QByteArray> m_heads;
+    QList<QPair<QPointer<QTcpSocket>, QByteArray>> m_held;
+};
+
+namespace {
+
+const char kManifestPath[] = "/download/latest.json";
+const char kPackagePath[] = "/pkg.bar";
+const int kConfirm = 2;
+const int kCancel = 3;
+
+QByteArray make_package()
+{
+    QByteArray bytes(300 * 1024, '\0');
+    quint32 x = 12345;
+    for (char &c : bytes) {
+        x = x * 1103515245u + 12345u;
+        c = char(x >> 24);
+    }
+    return bytes;
+}
+
+} // namespace
+
+class TstUpdateChecker : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir m_dir;
+    QSslCertificate m_cert;
+    QSslKey m_key;
+    const QByteArray m_package = make_package();
+    const QString m_sha = QString::fromLatin1(
+        QCryptographicHash::hash(m_package, QCryptographicHash::Sha256).toHex());
+
+    QString downloads() const { return m_dir.filePath(QStringLiteral("shared/downloads/quillo")); }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        QVERIFY2(QSslSocket::supportsSsl(), "Qt has no TLS backend");
+        // A self-signed certificate for 127.0.0.1, made fresh for this run.
+        QProcess openssl;
+        openssl.setWorkingDirectory(m_dir.path());
+        openssl.start(QStringLiteral("openssl"),
+                      {"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1",
+                       "-nodes", "-keyout", "key.pem", "-out", "cert.pem", "-days", "2", "-subj",
+                       "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1"});
+        QVERIFY2(openssl.waitForFinished(60000), "openssl did not finish");
+        QCOMPARE(openssl.exitCode(), 0);
+        const auto certs = QSslCertificate::fromPath(m_dir.filePath(QStringLiteral("cert.pem")));
+        QCOMPARE(certs.size(), 1);
+        m_cert = certs.first();
+        QFile keyFile(m_dir.filePath(QStringLiteral("key.pem")));
+        QVERIFY(keyFile.open(QIODevice::ReadOnly));
+        m_key = QSslKey(&keyFile, QSsl::Ec);
+        QVERIFY(!m_key.isNull());
+    }
+
+    void init() { QDir(m_dir.filePath(QStringLiteral("shared"))).removeRecursively(); }
+
+    void check_data()
+    {
+        // The manifest's {HTTPS}, {HTTP}, {SIZE} and {SHA} become the servers'
+        // addresses and the package's size and checksum; an empty one is not
+        // served (404). Setup words: "https-down" (nothing listens),
+        // "untrusted" (certificate not trusted), "drop-https" and "drop-both"
+        // (package cut short), "hold-manifest" and "hold-package" (the answer
+        // waits while the user asks again), "decline" (the question's answer),
+        // "no-folder" (a file stands where the downloads folder belongs),
+        // "folder-in-the-way" (a folder stands where the package belongs).
+        QTest::addColumn<QByteArray>("manifest");
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QString>("question"); // its body; empty when none is asked
+        QTest::addColumn<QStringList>("toasts");
+        QTest::addColumn<QString>("saved");      // package file name; empty when none is left
+        QTest::addColumn<QStringList>("logged"); // values the log names
+
+        const QByteArray offer = R"({"build_id": 4, "version_number": " 1.2 ",
+            "download_url": "{HTTPS}/pkg.bar", "download_url_http": "{HTTP}/pkg.bar",
+            "size_bytes": {SIZE}, "sha256": "{SHA}"})";
+        const QString checking = QStringLiteral("Checking for updates…");
+        const QString downloading = QStringLiteral("Downloading update…");
+        const QString asked = QStringLiteral("Version 1.2 (build 4) is available.\nDownload now?");
+        const QString pkg = QStringLiteral("Vexa_1.2_build4.bar");
+        const QString done = QStringLiteral("Update downloaded: ") + pkg;
+        const QString corrupted = QStringLiteral("Update download failed (corrupted file)");
+        const QString httpsFailed = QStringLiteral("HTTPS failed, trying HTTP…");
+        const QString httpsDlFailed = QStringLiteral("HTTPS download failed, trying HTTP…");
+        const QString running = QStringLiteral("Update check is already running");
+        const QString invalidJson = QStringLiteral("Update check failed (invalid JSON)");
+        const QString invalidManifest = QStringLiteral("Update check failed (invalid manifest)");
+        const QStringList fetched{checking, downloading, done};
+        const QStringList viaHttp{checking,      httpsFailed, downloading,
+                                  httpsDlFailed, downloading, done};
+
+        QTest::newRow("up to date")
+            << QByteArray(R"({"build_id": 3, "download_url": "{HTTPS}/pkg.bar"})") << QString()
+            << QString() << QStringList{checking, "You're up to date (build 3)"} << QString()
+            << QStringList();
+        QTest::newRow("newer build")
+            << offer << QString() << asked << fetched << pkg << QStringList();
+        QTest::newRow("newer build declined")
+            << offer << "decline" << asked << QStringList{checking} << QString() << QStringList();
+        QTest::newRow("empty version, any size")
+            << QByteArray(R"({"build_id": 5, "version_number": "",
+                 "download_url": "{HTTPS}/pkg.bar", "size_bytes": 0})")
+            << QString() << "Version new (build 5) is available.\nDownload now?"
+            << QStringList{checking, downloading, "Update downloaded: Vexa_update_build5.bar"}
+            << "Vexa_update_build5.bar" << QStringList();
+        QTest::newRow("version with a slash")
+            << QByteArray(R"({"build_id": 4, "version_number": "../1",
+                 "download_url": "{HTTPS}/pkg.bar"})")
+            << QString() << "Version ../1 (build 4) is available.\nDownload now?"
+            << QStringList{checking, downloading, "Update downloaded: Vexa_.._1_build4.bar"}
+            << "Vexa_.._1_build4.bar" << QStringList();
+        QTest::newRow("invalid JSON")
+            << QByteArray(R"({"build_id": 4, "download_url": )") << QString() << QString()
+            << QStringList{checking, invalidJson} << QString() << QStringList();
+        QTest::newRow("manifest too long")
+            << QByteArray(R"({"build_id": 4, "download_url": "{HTTPS}/pkg.bar", "pad": "{PAD}"})")
+                   .replace("{PAD}", QByteArray(UpdateChecker::kMaxManifestBytes, 'x'))
+            << QString() << QString() << QStringList{checking, invalidJson} << QString()
+            << QStringList();
+        QTest::newRow("missing download_url")
+            << QByteArray(R"({"build_id": 4, "download_url_http": "{HTTP}/pkg.bar"})") << QString()
+            << QString() << QStringList{checking, invalidManifest} << QString() << QStringList();
+        QTest::newRow("build_id beyond range")
+            << QByteArray(R"({"build_id": 1e30, "download_url": "{HTTPS}/pkg.bar"})") << QString()
+            << QString() << QStringList{checking, invalidManifest} << QString() << QStringList();
+        QTest::newRow("HTTPS down, HTTP serves")
+            << offer << "https-down" << asked << viaHttp << pkg << QStringList{"try=0"};
+        QTest::newRow("untrusted certificate, HTTP serves")
+            << offer << "untrusted" << asked << viaHttp << pkg << QStringList{"try=0"};
+        QTest::newRow("HTTPS down, no manifest over HTTP")
+            << QByteArray() << "https-down" << QString()
+            << QStringList{checking, httpsFailed, "Update check failed"} << QString()
+            << QStringList{"try=0", "try=1"};
+        QTest::newRow("shorter than announced")
+            << QByteArray(offer).replace("{SIZE}", "999999999") << QString() << asked
+            << QStringList{checking, downloading, corrupted} << QString()
+            << QStringList{"{SIZE}", "999999999"};
+        QTest::newRow("longer than announced")
+            << QByteArray(offer).replace("{SIZE}", "1000") << QString() << asked
+            << QStringList{checking, downloading, corrupted} << QString()
+            << QStringList{"want=1000"};
+        QTest::newRow("checksum mismatch")
+            << QByteArray(offer).replace("{SHA}", QByteArray(64, 'a')) << QString() << asked
+            << QStringList{checking, downloading, corrupted} << QString()
+            << QStringList{"{SHA}", QString(64, 'a')};
+        QTest::newRow("dropped over HTTPS, HTTP serves")
+            << offer << "drop-https" << asked
+            << QStringList{checking, downloading, httpsDlFailed, downloading, done} << pkg
+            << QStringList{"try=0"};
+        QTest::newRow("dropped over both") << offer << "drop-both" << asked
+                                           << QStringList{checking, downloading, httpsDlFailed,
+                                                          downloading, "Update download failed"}
+                                           << QString() << QStringList{"try=0", "try=1"};
+        QTest::newRow("downloads folder cannot be made")
+            << offer << "no-folder" << asked
+            << QStringList{checking, "Update download failed (can't create downloads folder)"}
+            << QString() << QStringList();
+        QTest::newRow("package cannot be written")
+            << offer << "folder-in-the-way" << asked
+            << QStringList{checking, "Update download failed (can't write file)"} << QString()
+            << QStringList();
+        QTest::newRow("slow manifest, asked again")
+            << offer << "hold-manifest" << asked
+            << QStringList{checking, running, downloading, done} << pkg << QStringList();
+        QTest::newRow("slow package, asked again")
+            << offer << "hold-package" << asked << QStringList{checking, downloading, running, done}
+            << pkg << QStringList();
+    }
+
+    void check()
+    {
+        QFETCH(QByteArray, manifest);
+        QFETCH(QString, setup);
+        QFETCH(QString, question);
+        QFETCH(QStringList, toasts);
+        QFETCH(QString, saved);
+        QFETCH(QStringList, logged);
+        const QStringList words = setup.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+        const bool httpsDown = words.contains(QLatin1String("https-down"));
+        const bool holdManifest = words.contains(QLatin1String("hold-manifest"));
+        const bool holdPackage = words.contains(QLatin1String("hold-package"));
+
+        if (words.contains(QLatin1String("no-folder"))) {
+            QVERIFY(QDir().mkpath(QFileInfo(downloads()).path()));
+            QFile blocker(downloads());
+            QVERIFY(blocker.open(QIODevice::WriteOnly));
+        }
+        if (words.contains(QLatin1String("folder-in-the-way")))
+            QVERIFY(QDir().mkpath(downloads() + QStringLiteral("/Vexa_1.2_build4.bar")));
+
+        WebServer secure(m_cert, m_key);
+        WebServer plain;
+        QVERIFY(secure.start());
+        QVERIFY(plain.start());
+        const QString httpsBase = secure.baseUrl();
+        if (httpsDown)
+            secure.close();
+        const auto expand = [&](QString text) -> QString {
+            return text.replace(QLatin1String("{HTTPS}"), httpsBase)
+                .replace(QLatin1String("{HTTP}"), plain.baseUrl())
+                .replace(QLatin1String("{SIZE}"), QString::number(m_package.size()))
+                .replace(QLatin1String("{SHA}"), m_sha);
+        };
+        const QByteArray body = expand(QString::fromUtf8(manifest)).toUtf8();
+        for (WebServer *server : {&secure, &plain}) {
+            if (!manifest.isEmpty())
+                server->m_routes.insert(kManifestPath, {body, -1, holdManifest});
+            server->m_routes.insert(kPackagePath, {m_package, -1, holdPackage});
+        }
+        if (words.contains(QLatin1String("drop-https")) ||
+            words.contains(QLatin1String("drop-both")))
+            secure.m_routes[kPackagePath].dropAfter = m_package.size() / 2;
+        if (words.contains(QLatin1String("drop-both")))
+            plain.m_routes[kPackagePath].dropAfter = m_package.size() / 2;
+
+        UpdateCheckerConfig config;
+        config.httpsBaseUrl = httpsBase;
+        config.httpBaseUrl = plain.baseUrl();
+        config.downloadsDir = downloads();
+        if (!words.contains(QLatin1String("untrusted")))
+            config.caCertificates = {m_cert};
+        RecordingToaster toaster;
+        AppLog log;
+        UpdateChecker checker(config, &toaster, &log);
+        QSignalSpy asked(&checker, &UpdateChecker::updateQuestionAsked);
+        QSignalSpy progress(&checker, &UpdateChecker::downloadProgress);
+        QSignalSpy busy(&checker, &UpdateChecker::busyChanged);
+        // The server that answers first: HTTPS unless it cannot be reached.
+        WebServer &first = httpsDown ? plain : secure;
+
+        checker.onCheckUpdates();
+        if (holdManifest) {
+            QSignalSpy held(&first, &WebServer::requestHeld);
+            QVERIFY(held.wait(30000));
+            checker.onCheckUpdates();
+            first.release();
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(!checker.isBusy(), 30000);
+        QCOMPARE(asked.size(), question.isEmpty() ? 0 : 1);
+        if (!question.isEmpty()) {
+            const auto q = asked.first().first().value<UpdateQuestion>();
+            QCOMPARE(q.title, QStringLiteral("Update available"));
+            QCOMPARE(q.body, question);
+            QCOMPARE(q.confirmLabel, QStringLiteral("Download"));
+            QCOMPARE(q.cancelLabel, QStringLiteral("Cancel"));
+            QVERIFY(checker.isQuestionOpen());
+            checker.onUpdateDialogFinished(words.contains(QLatin1String("decline")) ? kCancel
+                                                                                    : kConfirm);
+            QVERIFY(!checker.isQuestionOpen());
+            if (holdPackage) {
+                QSignalSpy held(&first, &WebServer::requestHeld);
+                QVERIFY(held.wait(30000));
+                checker.onCheckUpdates();
+                first.release();
+            }
+            QTRY_VERIFY_WITH_TIMEOUT(!checker.isBusy(), 30000);
+        }
+
+        QCOMPARE(toaster.shown(), toasts);
+        for (const QString &value : logged)
+            QVERIFY2(log.buffer().contains(expand(value)), qPrintable(log.buffer()));
+        QVERIFY(!busy.isEmpty());
+        QCOMPARE(busy.last().first().toBool(), false);
+        // Only the package asked for is left, complete.
+        const QStringList left = QDir(downloads()).entryList(QDir::Files);
+        QCOMPARE(left, saved.isEmpty() ? QStringList() : QStringList{saved});
+        if (!saved.isEmpty()) {
+            QFile file(QDir(downloads()).filePath(saved));
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            QVERIFY(file.readAll() == m_package);
+            QVERIFY(!progress.isEmpty());
+            QCOMPARE(progress.last().at(0).toLongLong(), qint64(m_package.size()));
+            QCOMPARE(progress.last().at(1).toLongLong(), qint64(m_package.size()));
+            QCOMPARE(progress.last().at(2).toInt(), 100);
+        }
+        // Every request named the client.
+        const QList<QByteArray> agents = secure.m_userAgents + plain.m_userAgents;
+        QVERIFY(!agents.isEmpty());
+        for (const QByteArray &agent : agents)
+            QCOMPARE(agent, QByteArray("Vexa/ (BB10)"));
+    }
+
+    // A second offer while the question is open replaces it; an answer with no
+    // question open does nothing; a checker that goes away mid-download leaves
+    // no partial package.
+    void questionReplacedAndTeardown()
+    {
+        WebServer server;
+        QVERIFY(server.start());
+        const QString manifest = QStringLiteral(R"({"build_id": 4, "download_url": "%1/pkg.bar"})")
+                                     .arg(server.baseUrl());
+        server.m_routes.insert(kManifestPath, {manifest.toUtf8(), -1, false});
+        server.m_routes.insert(kPackagePath, {m_package, -1, true});
+        UpdateCheckerConfig config;
+        config.httpsBaseUrl = server.baseUrl(); // plain HTTP is enough here
+        config.httpBaseUrl = server.baseUrl();
+        config.downloadsDir = downloads();
+        RecordingToaster toaster;
+        auto *checker = new UpdateChecker(config, &toaster, nullptr);
+        QSignalSpy asked(checker, &UpdateChecker::updateQuestionAsked);
+        QSignalSpy withdrawn(checker, &UpdateChecker::updateQuestionWithdrawn);
+
+        checker->onUpdateDialogFinished(kConfirm);
+        QVERIFY(!checker->isBusy());
+        for (int round = 1; round <= 2; ++round) {
+            checker->onCheckUpdates();
+            QTRY_COMPARE_WITH_TIMEOUT(asked.size(), round, 30000);
+            QCOMPARE(withdrawn.size(), round - 1);
+        }
+        QSignalSpy held(&server, &WebServer::requestHeld);
+        checker->onUpdateDialogFinished(kConfirm);
+        QVERIFY(checker->isDownloadRunning());
+        QVERIFY(held.wait(30000));
+        const QString path = checker->packagePath();
+        QVERIFY(QFileInfo::exists(path));
+        delete checker;
+        QVERIFY(!QFileInfo::exists(path));
+        QCOMPARE(withdrawn.size(), 1);
+    }
+
+    // Without an update server the check fails at once.
+    void noServer()
+    {
+        RecordingToaster toaster;
+        UpdateCheckerConfig config = UpdateChecker::configFromEnvironment({}, downloads());
+        UpdateChecker checker(config, &toaster, nullptr);
+        QVERIFY(!checker.updateManifestUrlForTry(0).isValid());
+        checker.onCheckUpdates();
+        QVERIFY(!checker.isBusy());
+        QCOMPARE(toaster.shown(),
+                 (QStringList{"Checking for updates…", QStringLiteral("Update check failed")}));
+    }
+
+    void serverFromEnvironment()
+    {
+        QProcessEnvironment env;
+        env.insert(QStringLiteral("VEXA_UPDATE_HOST"), QStringLiteral(" updates.example:8443 "));
+        UpdateChecker checker(UpdateChecker::configFromEnvironment(env, downloads()), nullptr,
+                              nullptr);
+        QCOMPARE(checker.updateManifestUrlForTry(0),
+                 QUrl("https://updates.example:8443/download/latest.json"));
+        QCOMPARE(checker.updateManifestUrlForTry(1),
+                 QUrl("http://updates.example:8443/download/latest.json"));
+    }
+};
+
+QTEST_MAIN(TstUpdateChecker)
+#include "test_update_checker.moc"
