@@ -163,22 +163,24 @@ void TestChatSession::paging_data()
     QTest::addColumn<QString>("expectedLines");
     QTest::addColumn<QString>("expectedRows");
     QTest::addColumn<QString>("logged"); // a line the log must hold, or empty
-    auto row = [](const char *name, const char *steps, const char *lines, const char *rows,
-                  const char *logged) { QTest::newRow(name) << steps << lines << rows << logged; };
+    auto row = [](const char *name, const QString &steps, const char *lines, const char *rows,
+                  const char *logged) {
+        QTest::newRow(name) << steps << QString::fromUtf8(lines) << QString::fromUtf8(rows)
+                            << QString::fromUtf8(logged);
+    };
 
     row("two quick taps open the second chat once", "tap 2;open 1",
         "chat_info 2|chat_info 1|open 1", "empty", "ui: open chat 1\n");
     row("anchored at a message", "openat 3 77", "chat_info 3|open 3 77", "empty",
         "ui: open chat 3 anchor=77\n");
-    const char *opened = "open 1;page 1 1 1001 1060;end 0;";
-    row("anchored within the open chat is a jump", QByteArray(opened) + "openat 1 1020",
+    const QString opened = QStringLiteral("open 1;page 1 1 1001 1060;end 0;");
+    row("anchored within the open chat is a jump", opened + "openat 1 1020",
         "chat_info 1|open 1|read 1 1060", "1001..1060 (60)", "");
-    row("row 7 asks for nothing, row 6 for an older page",
-        QByteArray(opened) + "first 7;first 6;serve 1",
+    row("row 7 asks for nothing, row 6 for an older page", opened + "first 7;first 6;serve 1",
         "chat_info 1|open 1|read 1 1060|history_more 1 1001 50", "951..1060 (110)",
         "ui: history_more chat=1 from=1001\n");
     row("the beginning asks too; never twice while loading",
-        QByteArray(opened) + "begin 1;first 2;first 1;serve 1;first 3",
+        opened + "begin 1;first 2;first 1;serve 1;first 3",
         "chat_info 1|open 1|read 1 1060|history_more 1 1001 50|history_more 1 951 50",
         "951..1060 (110)", "");
     row("at the end nothing is asked", "open 1;page 1 1 1001 1060;first 2;begin 1",
@@ -188,18 +190,16 @@ void TestChatSession::paging_data()
         "chat_info 1|open 1|read 1 40|history_more 1 1 50", "1..40 (40)",
         "[event] history_no_more\n");
     row("batches of another generation are ignored",
-        QByteArray(opened) + "page 0 1 1 10;page 2 0 900 1000;page 0 0 1 5",
-        "chat_info 1|open 1|read 1 1060", "1001..1060 (60)", "");
-    row("a cleared history starts a new generation",
-        QByteArray(opened) + "clear 2;page 1 1 1 5;page 2 0 1 5", "chat_info 1|open 1|read 1 1060",
-        "1..5 (5)", "[event] history_clear\n");
+        opened + "page 0 1 1 10;page 2 0 900 1000;page 0 0 1 5", "chat_info 1|open 1|read 1 1060",
+        "1001..1060 (60)", "");
+    row("a cleared history starts a new generation", opened + "clear 2;page 1 1 1 5;page 2 0 1 5",
+        "chat_info 1|open 1|read 1 1060", "1..5 (5)", "[event] history_clear\n");
     row("read once per newest incoming message, never for own ones",
-        QByteArray(opened) + "end 1;new 1061 true;new 1062 false;end 0;end 1",
+        opened + "end 1;new 1061 true;new 1062 false;end 0;end 1",
         "chat_info 1|open 1|read 1 1060|read 1 1062", "1001..1062 (62)", "");
-    row("a loaded target needs no request", QByteArray(opened) + "jump 1010",
-        "chat_info 1|open 1|read 1 1060", "1001..1060 (60)", "");
-    row("500 back: 8 pages, one slice, then give up",
-        QByteArray(opened) + "jump 500;serve 20;page 2 1 541 580",
+    row("a loaded target needs no request", opened + "jump 1010", "chat_info 1|open 1|read 1 1060",
+        "1001..1060 (60)", "");
+    row("500 back: 8 pages, one slice, then give up", opened + "jump 500;serve 20;page 2 1 541 580",
         "chat_info 1|open 1|read 1 1060|history_more 1 1001 50|history_more 1 951 50|history_more "
         "1 901 50|"
         "history_more 1 851 50|history_more 1 801 50|history_more 1 751 50|history_more 1 701 50|"
@@ -221,10 +221,10 @@ void TestChatSession::paging_data()
         "chat_info 2|open 2|read 2 1060|open 2", "1001..1060 (60)", "");
     row("bottom with the newest page shown only scrolls", "open 1;page 1 1 1001 1060;end 0;bottom",
         "chat_info 1|open 1|read 1 1060", "1001..1060 (60)", "");
-    row("refresh", QByteArray(opened) + "refresh", "chat_info 1|open 1|read 1 1060|history 1 60",
+    row("refresh", opened + "refresh", "chat_info 1|open 1|read 1 1060|history 1 60",
         "1001..1060 (60)", "ui: refresh history chat=1\n");
-    row("close", QByteArray(opened) + "close;refresh", "chat_info 1|open 1|read 1 1060|close 1",
-        "empty", "ui: select chat first\n");
+    row("close", opened + "close;refresh", "chat_info 1|open 1|read 1 1060|close 1", "empty",
+        "ui: select chat first\n");
 }
 
 void TestChatSession::paging()
