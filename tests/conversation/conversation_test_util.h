@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QStringList>
+#include <QVariantMap>
+
+// "message_new chat_id=5 id=7 text=hi~there" -> an event map: the first word
+// is the type, "~" stands for a blank inside a value, "ids=1,2,3" gives a
+// list and "reactions=👍:2:1,🔥:1:0" reaction chips (emoji:count:chosen).
+inline QVariantMap ev(const QString &text)
+{
+    const QStringList words = text.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    QVariantMap e;
+    if (words.isEmpty()) {
+        return e;
+    }
+    e.insert(QStringLiteral("type"), words.first());
+    for (int i = 1; i < words.size(); ++i) {
+        const int eq = words.at(i).indexOf(QLatin1Char('='));
+        const QString key = words.at(i).left(eq);
+        QString value = words.at(i).mid(eq + 1);
+        value.replace(QLatin1Char('~'), QLatin1Char(' '));
+        if (key == QLatin1String("message_ids")) {
+            QVariantList ids;
+            for (const QString &id : value.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+                ids.append(id.toLongLong());
+            }
+            e.insert(key, ids);
+        } else if (key == QLatin1String("reactions")) {
+            QVariantList chips;
+            for (const QString &chip : value.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+                const QStringList p = chip.split(QLatin1Char(':'));
+                chips.append(
+                    QVariantMap{{QStringLiteral("emoji"), p.value(0)},
+                                {QStringLiteral("count"), p.value(1).toInt()},
+                                {QStringLiteral("chosen"), p.value(2) == QLatin1String("1")}});
+            }
+            e.insert(key, chips);
+        } else {
+            e.insert(key, value);
+        }
+    }
+    return e;
+}
+
+// Events separated by ";".
+inline QList<QVariantMap> evs(const QString &text)
+{
+    QList<QVariantMap> out;
+    for (const QString &part : text.split(QLatin1Char(';'), Qt::SkipEmptyParts)) {
+        out.append(ev(part.trimmed()));
+    }
+    return out;
+}
