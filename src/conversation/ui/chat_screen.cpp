@@ -62,6 +62,11 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
         label(QString(), QStringLiteral("chat_subtitle"), ThemeGroup::D, TextSize::Small, bar);
     m_subtitle->setTextFormat(Qt::PlainText);
     m_subtitle->hide();
+    // Long titles end in "…" instead of being cut mid-letter by the buttons.
+    for (QLabel *l : {m_title, m_subtitle}) {
+        l->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+        l->installEventFilter(this);
+    }
     titles->addStretch(1);
     titles->addWidget(m_title);
     titles->addWidget(m_subtitle);
@@ -194,22 +199,25 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
 
 void ChatScreen::setTitle(const QString &title)
 {
-    m_title->setText(title.isEmpty() ? QStringLiteral("Chat") : title);
+    m_fullTitle = title.isEmpty() ? QStringLiteral("Chat") : title;
+    elide(m_title, m_fullTitle);
 }
 
 QString ChatScreen::title() const
 {
-    return m_title->text();
+    return m_fullTitle;
 }
 
 void ChatScreen::setSubtitle(const QString &text)
 {
-    showText(m_subtitle, text);
+    m_fullSubtitle = text.trimmed();
+    m_subtitle->setVisible(!m_fullSubtitle.isEmpty());
+    elide(m_subtitle, m_fullSubtitle);
 }
 
 QString ChatScreen::subtitle() const
 {
-    return m_subtitle->text();
+    return m_fullSubtitle;
 }
 
 void ChatScreen::setMessageListView(QWidget *view)
@@ -332,8 +340,21 @@ void ChatScreen::keyPressEvent(QKeyEvent *event)
         Q_EMIT backRequested();
 }
 
+void ChatScreen::elide(QLabel *label, const QString &text)
+{
+    const int width = label->width();
+    label->setText(width > 0 ? label->fontMetrics().elidedText(text, Qt::ElideRight, width) : text);
+    label->setToolTip(label->text() == text ? QString() : text);
+}
+
 bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
 {
+    if (event->type() == QEvent::Resize) {
+        if (watched == m_title)
+            elide(m_title, m_fullTitle);
+        else if (watched == m_subtitle)
+            elide(m_subtitle, m_fullSubtitle);
+    }
     if (watched == m_composer && event->type() == QEvent::KeyPress) {
         auto *key = static_cast<QKeyEvent *>(event);
         const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;

@@ -84,6 +84,10 @@ private:
     QLabel *m_avatar = nullptr;
     QLabel *m_avatarLetter = nullptr;
     QWidget *m_composerRow = nullptr;
+    void elide(QLabel *label, const QString &text);
+
+    QString m_fullTitle = QStringLiteral("Chat");
+    QString m_fullSubtitle;
     QLabel *m_title = nullptr;
     QLabel *m_subtitle = nullptr;
     QWidget *m_selectionBar = nullptr;

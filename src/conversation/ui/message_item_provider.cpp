@@ -331,6 +331,29 @@ QPixmap roundPixmap(const QString &path, int diameter)
     return pm;
 }
 
+// A round video note whose picture is not there yet: a disc with the play
+// sign, so the row does not look empty.
+QPixmap roundPlaceholder(const QColor &color, int diameter)
+{
+    const QString key = QStringLiteral("msgroundph:%1:%2").arg(color.name()).arg(diameter);
+    QPixmap pm;
+    if (QPixmapCache::find(key, &pm))
+        return pm;
+    pm = QPixmap(diameter, diameter);
+    pm.fill(Qt::transparent);
+    QPainter p(&pm);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(Qt::NoPen);
+    p.setBrush(color);
+    p.drawEllipse(0, 0, diameter, diameter);
+    const QPixmap play = cachedPixmap(QStringLiteral("assets/osicons/ic_play.png"));
+    const int s = diameter / 3;
+    p.drawPixmap(QRect((diameter - s) / 2, (diameter - s) / 2, s, s), play);
+    p.end();
+    QPixmapCache::insert(key, pm);
+    return pm;
+}
+
 } // namespace
 
 MessageItemProvider::MessageItemProvider(const QString &uiCacheDir, QObject *parent)
@@ -668,7 +691,10 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
                 ->setText(format_duration_mmss(id64(data, "media_duration")));
         } else {
             auto *surface = child<QLabel>(item, "msg_video_note_play_surface");
-            surface->setPixmap(roundPixmap(picture, kVideoNotePx));
+            QPixmap round = roundPixmap(picture, kVideoNotePx);
+            if (round.isNull())
+                round = roundPlaceholder(pal.chip, kVideoNotePx);
+            surface->setPixmap(round);
             surface->setProperty("image_path", picture);
         }
     }

@@ -7,6 +7,7 @@
 #include "chats/avatar_download_queue.h"
 #include "chats/chat_list_model.h"
 #include "chats/ui/chat_item_provider.h"
+#include "conversation/chat_session.h"
 #include "conversation/message_text.h"
 #include "conversation/ui/chat_screen.h"
 #include "events/event_dispatcher.h"
@@ -141,8 +142,10 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     m_chatItems = new ChatItemProvider(m_folders.dataDir + QStringLiteral("/ui-cache"), this);
     m_chatListView->setDataModel(m_chatRows);
     m_chatListView->setListItemProvider(m_chatItems);
+    buildConversation();
     connectScreens();
     connectUpdateChecker();
+    connectConversation();
     m_window->show();
 
     // 8. Application lifecycle.
@@ -280,7 +283,6 @@ void UiTdlibSpike::connectScreens()
     // "me", the own "user", the own photo's download and signing out all
     // arrive as meChanged.
     connect(m_dispatcher, &EventDispatcher::meChanged, this, &UiTdlibSpike::updateMenuMeHeader);
-    connect(m_chatScreen, &ChatScreen::backRequested, this, &UiTdlibSpike::onBackToChats);
     connect(m_chatScreen, &ChatScreen::infoRequested, m_screens,
             [this] { m_screens->showScreen(ShellScreens::Screen::ChatInfo); });
 
@@ -482,9 +484,8 @@ void UiTdlibSpike::onInitNotifications()
 
 void UiTdlibSpike::onBackToChats()
 {
-    m_dispatcher->setCurrentChat(0, QString());
-    if (m_screens)
-        m_screens->showMainScreen();
+    // The session closes the chat and answers with chatClosed.
+    m_session->onBackToChats();
 }
 
 void UiTdlibSpike::onChatTriggered(const QVariantList &indexPath)
@@ -499,16 +500,8 @@ void UiTdlibSpike::onChatTriggered(const QVariantList &indexPath)
 
 void UiTdlibSpike::openChatFromRow(const QVariantMap &chat)
 {
-    const qint64 id = chat.value(QStringLiteral("id")).toString().toLongLong();
-    if (id == 0 || !m_screens)
-        return;
-    const QString title = chat.value(QStringLiteral("title")).toString();
-    m_chatScreen->setTitle(title);
-    m_chatScreen->setAvatar(id, title, chat.value(QStringLiteral("avatar_path")).toString());
-    m_chatScreen->setSubtitle(QString());
-    m_dispatcher->setCurrentChat(id, chat.value(QStringLiteral("chat_type")).toString());
-    m_dispatcher->updateChatHeaderSubtitleForCurrentChat();
-    m_screens->showScreen(ShellScreens::Screen::Conversation);
+    if (m_screens)
+        m_session->openChatFromRow(chat);
 }
 
 void UiTdlibSpike::updateMenuMeHeader()

@@ -17,6 +17,11 @@ class AvatarDownloadQueue;
 class BackendLink;
 class ChatItemProvider;
 class ChatScreen;
+class ChatSession;
+class Composer;
+class FilePicker;
+class MessageItemProvider;
+class MessageRowModel;
 class SystemDialog;
 class UpdateChecker;
 struct UpdateQuestion;
@@ -61,6 +66,13 @@ public:
 
     ShellScreens *screens() const { return m_screens; }
     ChatScreen *chatScreen() const { return m_chatScreen; }
+    ListView *messageListView() const { return m_messageListView; }
+    ArrayDataModel *messageRows() const { return m_messageRows; }
+    MessageRowModel *messages() const { return m_messages; }
+    ChatSession *chatSession() const { return m_session; }
+    Composer *composer() const { return m_composer; }
+    MessageItemProvider *messageItems() const { return m_messageItems; }
+    FilePicker *filePicker() const { return m_filePicker; }
     PhoneWindow *window() const { return m_window.get(); }
     ListView *chatListView() const { return m_chatListView; }
     Toaster *toaster() const;
@@ -117,6 +129,11 @@ private:
     void connectScreens();
     // The menu's "Check updates", its question dialog and progress line.
     void connectUpdateChecker();
+    // The open chat: its rows, paging, composer and bubbles.
+    void buildConversation();
+    void connectConversation();
+    void onChatOpened(qint64 chatId, const QString &title, const QVariantMap &chatRow);
+    void onChatClosed();
     void showUpdateQuestion(const UpdateQuestion &question);
     void setStatusText(const QString &text);
     void showSignedInView(bool authorised);
@@ -155,5 +172,12 @@ private:
     ListView *m_chatListView = nullptr; // owned by the screens
     ChatScreen *m_chatScreen = nullptr; // owned by the screens
     UpdateChecker *m_updates = nullptr;
+    ListView *m_messageListView = nullptr; // owned by the chat screen
+    ArrayDataModel *m_messageRows = nullptr;
+    MessageRowModel *m_messages = nullptr;
+    ChatSession *m_session = nullptr;
+    Composer *m_composer = nullptr;
+    MessageItemProvider *m_messageItems = nullptr;
+    FilePicker *m_filePicker = nullptr;
     QPointer<SystemDialog> m_updateDialog;
 };

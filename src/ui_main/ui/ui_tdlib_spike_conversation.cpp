@@ -1,0 +1,258 @@
+// The controller's wiring of the open chat: the message rows and their
+// bubbles, history paging, the composer and the chat screen's header.
+
+#include "ui_main/ui/ui_tdlib_spike.h"
+
+#include "backend_link/app_log.h"
+#include "chats/avatar_download_queue.h"
+#include "conversation/chat_session.h"
+#include "conversation/composer.h"
+#include "conversation/message_row_model.h"
+#include "conversation/ui/chat_screen.h"
+#include "conversation/ui/message_item_provider.h"
+#include "events/event_dispatcher.h"
+#include "media/media_downloads.h"
+#include "media/voice_player.h"
+#include "platform/array_data_model.h"
+#include "platform/toaster.h"
+#include "platform/ui/file_picker.h"
+#include "platform/ui/list_view.h"
+#include "platform/ui/phone_window.h"
+#include "platform/ui/toast_overlay.h"
+#include "shell/style_sheet.h"
+#include "shell/theme.h"
+#include "shell/ui/shell_screens.h"
+
+#include <QFileInfo>
+
+void UiTdlibSpike::buildConversation()
+{
+    m_messageRows = new ArrayDataModel(this);
+    m_messages = new MessageRowModel(m_messageRows, m_chats, m_avatars, this);
+    m_session = new ChatSession(m_messages, m_chats, this);
+    m_composer = new Composer(
+        m_session, [this](qint64 chatId) { return m_dispatcher->chatInfo(chatId); }, this);
+
+    m_messageListView = new ListView;
+    m_messageListView->setObjectName(QStringLiteral("message_list_view"));
+    m_messageListView->setFrameShape(QFrame::NoFrame);
+    set_background_group(m_messageListView, ThemeGroup::B);
+    // New messages keep the view at the end while the user reads there; an
+    // older page goes in above without moving what is on screen.
+    m_messageListView->setStickToEnd(true);
+    m_messageListView->setProperty("ui_dark_theme", m_darkTheme);
+    m_messageItems = new MessageItemProvider(m_folders.dataDir + QStringLiteral("/ui-cache"), this);
+    m_messageListView->setDataModel(m_messageRows);
+    m_messageListView->setListItemProvider(m_messageItems);
+    m_chatScreen->setMessageListView(m_messageListView);
+    m_downloads->setListView(m_messageListView);
+    m_voicePlayer->setListView(m_messageListView);
+    m_filePicker = new FilePicker(m_window->screenHost());
+}
+
+void UiTdlibSpike::connectConversation()
+{
+    const auto send = [this](const QString &line) { sendLine(line); };
+    const auto log = [this](const QString &line) { appendLog(line); };
+
+    // The session: opening, paging, jumps, read receipts, closing.
+    connect(m_session, &ChatSession::sendLineRequested, this, send);
+    connect(m_session, &ChatSession::logLine, this, log);
+    connect(m_session, &ChatSession::chatOpened, this, &UiTdlibSpike::onChatOpened);
+    connect(m_session, &ChatSession::chatClosed, this, &UiTdlibSpike::onChatClosed);
+    connect(m_session, &ChatSession::lastReadOutboxChanged, this, [this](qint64 id) {
+        m_messageListView->setProperty("chat_last_read_outbox_message_id", id);
+        m_messageListView->updateVisibleItems();
+    });
+    connect(m_session, &ChatSession::scrollToEndRequested, this,
+            [this](ChatSession::ScrollAnimation animation) {
+                m_messageListView->scrollToPosition(
+                    ListView::End, animation == ChatSession::ScrollAnimation::Smooth);
+            });
+    connect(m_session, &ChatSession::scrollToMessageRequested, this,
+            [this](qint64, int row, ChatSession::ScrollAnimation animation) {
+                m_messageListView->scrollToItem({row},
+                                                animation == ChatSession::ScrollAnimation::Smooth);
+            });
+    connect(m_session, &ChatSession::jumpToBottomVisibleChanged, m_chatScreen,
+            &ChatScreen::setToBottomVisible);
+    // The list keeps the anchor row in place by itself; the page is logged.
+    connect(m_session, &ChatSession::olderPageInserted, this, [this](int count, qint64 anchor) {
+        m_log->appendUiFileLog(
+            QStringLiteral("ui: older page rows=%1 anchor=%2\n").arg(count).arg(anchor));
+    });
+    connect(m_session, &ChatSession::historyCleared, this,
+            [this] { m_downloads->setFilePendingFileId(0); });
+
+    // The message list's state drives the paging.
+    connect(m_messageListView, &ListView::atBeginningChanged, m_session,
+            &ChatSession::onMessagesAtBeginningChanged);
+    connect(m_messageListView, &ListView::atEndChanged, m_session,
+            &ChatSession::onMessagesAtEndChanged);
+    connect(m_messageListView, &ListView::firstVisibleItemChanged, m_session,
+            &ChatSession::onMessagesFirstVisibleItemChanged);
+
+    // The rows.
+    connect(m_messages, &MessageRowModel::sendLineRequested, this, send);
+    connect(m_messages, &MessageRowModel::logLine, this, log);
+    // A message that arrives while the user reads the end is read.
+    connect(m_messages, &MessageRowModel::messageAppended, m_session,
+            [this] { m_session->maybeSendReadForCurrentChatAtEnd(); });
+    connect(m_messages, &MessageRowModel::mediaDownloadRequested, this,
+            [this](qint64 fileId) { m_downloads->enqueueMediaDownload(fileId, false); });
+    connect(m_dispatcher, &EventDispatcher::messageEvent, m_session,
+            &ChatSession::handleMessageEvent);
+    connect(m_dispatcher, &EventDispatcher::currentChatReadOutboxChanged, this,
+            [this](qint64 previousId, qint64 newId, bool redrawRows) {
+                m_messageListView->setProperty("chat_last_read_outbox_message_id", newId);
+                if (redrawRows)
+                    m_messages->touchOutgoingRowsForReadOutbox(previousId, newId);
+            });
+    connect(m_dispatcher, &EventDispatcher::connectionStateChanged, m_messages,
+            [this] { m_messages->touchPendingOutgoingRows(); });
+    connect(m_dispatcher, &EventDispatcher::avatarReady, this,
+            [this](qint64 fileId, const QString &path) {
+                m_messages->setSenderAvatarPathForFile(fileId, path);
+                const QVariantMap chat = m_session->chatRow();
+                if (m_session->chatId() != 0 &&
+                    chat.value(QStringLiteral("photo_small_id")).toString().toLongLong() == fileId)
+                    m_chatScreen->setAvatar(m_session->chatId(),
+                                            chat.value(QStringLiteral("title")).toString(), path);
+            });
+    connect(m_dispatcher, &EventDispatcher::chatInfoChanged, this, [this](qint64 chatId) {
+        if (chatId == m_session->chatId())
+            m_composer->updateComposerVisibilityForCurrentChat();
+    });
+    // Signed out: nothing of the chat stays on screen.
+    connect(m_dispatcher, &EventDispatcher::signedInViewResetRequested, this, [this] {
+        m_composer->clearEdit(false);
+        m_composer->clearReply();
+        if (m_session->chatId() != 0)
+            m_session->onBackToChats();
+    });
+    m_dispatcher->setMessageRows(m_messageRows, m_messages->historyBatchRows());
+
+    // Downloads: a finished file fills the rows that show it (as the photo,
+    // the thumbnail or the document), ends the user's wait for it and starts
+    // a voice note that waited for it; progress moves the waiting row.
+    connect(m_dispatcher, &EventDispatcher::fileEvent, this, [this](const QVariantMap &e) {
+        const qint64 fileId = e.value(QStringLiteral("id")).toLongLong();
+        if (fileId < 1)
+            return;
+        if (e.value(QStringLiteral("type")).toString() == QLatin1String("file_progress")) {
+            m_downloads->onFileProgress(fileId, e.value(QStringLiteral("downloaded")).toLongLong(),
+                                        e.value(QStringLiteral("total")).toLongLong());
+            m_messages->touchMessageRowsForMediaFileId(fileId);
+            return;
+        }
+        const QString path = e.value(QStringLiteral("path")).toString();
+        m_messages->setMediaPathForFile(fileId, path);
+        m_messages->setMediaThumbPathForFile(fileId, path);
+        m_downloads->onPendingFileDownloaded(fileId, path, QString());
+        if (m_voicePlayer->pendingFileId() == fileId && QFileInfo(path).isFile())
+            m_voicePlayer->startVoicePlayback(fileId, path);
+    });
+
+    // Media rows redraw when their download or playback state changes.
+    connect(m_downloads, &MediaDownloads::mediaRowsNeedRefresh, m_messages,
+            [this](long long fileId) { m_messages->touchMessageRowsForMediaFileId(fileId); });
+    connect(m_voicePlayer, &VoicePlayer::mediaRowsNeedRefresh, m_messages,
+            [this](long long fileId) { m_messages->touchMessageRowsForMediaFileId(fileId); });
+    connect(m_downloads, &MediaDownloads::fileSharedPathChanged, m_messages,
+            [this](long long fileId, const QString &path) {
+                m_messages->setFileSharedPathForFile(fileId, path);
+            });
+
+    // The bubbles.
+    connect(m_messageItems, &MessageItemProvider::replyPreviewTapped, m_session,
+            &ChatSession::onReplyPreviewTapped);
+    connect(m_messageItems, &MessageItemProvider::downloadRequested, this,
+            [this](qint64 fileId) { m_downloads->enqueueMediaDownload(fileId, false); });
+    connect(
+        m_messageItems, &MessageItemProvider::webLinkActivated, this,
+        [this](const QString &url) { appendLog(QStringLiteral("ui: link tapped %1\n").arg(url)); });
+    connect(
+        m_messageItems, &MessageItemProvider::videoTapped, this,
+        [this](const QString &path, qint64 fileId) { m_downloads->onVideoTapped(path, fileId); });
+    connect(m_messageItems, &MessageItemProvider::fileIconTapped, this,
+            [this](const QString &path, qint64 fileId) {
+                m_downloads->onFileIconTapped(path, fileId);
+            });
+    connect(
+        m_messageItems, &MessageItemProvider::fileTapped, this,
+        [this](const QString &path, qint64 fileId) { m_downloads->onFileTapped(path, fileId); });
+    connect(
+        m_messageItems, &MessageItemProvider::voiceTapped, this,
+        [this](const QString &path, qint64 fileId) { m_voicePlayer->onVoiceTapped(path, fileId); });
+
+    // The composer and the chat screen.
+    connect(m_composer, &Composer::sendLineRequested, this, send);
+    connect(m_composer, &Composer::logLine, this, log);
+    connect(m_composer, &Composer::toastRequested, this,
+            [this](const QString &text) { m_toaster->showToast(text); });
+    connect(m_composer, &Composer::textReplaced, m_chatScreen, &ChatScreen::setComposerText);
+    connect(m_composer, &Composer::replyBarChanged, m_chatScreen,
+            [this](bool visible, const QString &text) {
+                m_chatScreen->setReplyPreview(visible ? text : QString());
+            });
+    connect(m_composer, &Composer::editBarChanged, m_chatScreen,
+            [this](bool visible, const QString &text) {
+                m_chatScreen->setEditPreview(visible ? text : QString());
+            });
+    connect(m_composer, &Composer::actionIconChanged, m_chatScreen, &ChatScreen::setActionIcon);
+    connect(m_composer, &Composer::composerVisibleChanged, m_chatScreen,
+            &ChatScreen::setComposerVisible);
+    connect(m_composer, &Composer::focusRequested, m_chatScreen, &ChatScreen::focusComposer);
+    connect(m_composer, &Composer::filePickerRequested, this, [this](const QString &title) {
+        m_filePicker->setTitle(title);
+        m_filePicker->setDirectories(
+            {QFileInfo(m_folders.downloadsDir).path(), m_folders.documentsDir, m_folders.photosDir,
+             m_folders.musicDir, m_folders.videosDir, QFileInfo(m_folders.miscDir).path()});
+        m_filePicker->show();
+    });
+    connect(m_filePicker, &FilePicker::finished, m_composer, &Composer::onAttachFileSelected);
+    connect(m_chatScreen, &ChatScreen::composerTextChanged, m_composer, &Composer::setText);
+    connect(m_chatScreen, &ChatScreen::sendRequested, m_composer, &Composer::onSendMessage);
+    // The action button sends while it shows the send icon; recording
+    // through it comes with voice notes.
+    connect(m_chatScreen, &ChatScreen::actionTriggered, this, [this] {
+        if (m_composer->actionIconPath().endsWith(QLatin1String("/send.png")))
+            m_composer->onSendMessage();
+    });
+    connect(m_chatScreen, &ChatScreen::attachRequested, m_composer, &Composer::onAttachTap);
+    connect(m_chatScreen, &ChatScreen::replyCancelled, m_composer, &Composer::clearReply);
+    connect(m_chatScreen, &ChatScreen::editCancelled, m_composer,
+            [this] { m_composer->clearEdit(true); });
+    connect(m_chatScreen, &ChatScreen::toBottomRequested, m_session, &ChatSession::onJumpToBottom);
+    connect(m_chatScreen, &ChatScreen::backRequested, this, &UiTdlibSpike::onBackToChats);
+}
+
+void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVariantMap &chatRow)
+{
+    // Whatever played or downloaded for the chat being left stops with it.
+    m_voicePlayer->stopVoicePlayback();
+    m_downloads->setFilePendingFileId(0);
+    m_messageListView->setProperty("ui_selection_mode", false);
+    m_chatScreen->setSelectionMode(false);
+
+    const QString avatarPath = chatRow.value(QStringLiteral("avatar_path")).toString();
+    m_chatScreen->setTitle(title);
+    m_chatScreen->setAvatar(chatId, title, avatarPath);
+    m_chatScreen->setSubtitle(QString());
+    const qint64 photo = chatRow.value(QStringLiteral("photo_small_id")).toString().toLongLong();
+    if (avatarPath.isEmpty() && photo > 0)
+        m_avatars->enqueueAvatarDownload(photo);
+    m_dispatcher->setCurrentChat(chatId, chatRow.value(QStringLiteral("chat_type")).toString());
+    m_dispatcher->updateChatHeaderSubtitleForCurrentChat();
+    m_screens->showScreen(ShellScreens::Screen::Conversation);
+    m_chatScreen->focusComposer();
+}
+
+void UiTdlibSpike::onChatClosed()
+{
+    m_voicePlayer->stopVoicePlayback();
+    m_chatScreen->setSelectionMode(false);
+    m_dispatcher->setCurrentChat(0, QString());
+    if (m_screens)
+        m_screens->showMainScreen();
+}
