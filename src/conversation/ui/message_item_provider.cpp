@@ -798,7 +798,12 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
     const bool ownTime = isFile || isVoice;
     auto *textLabel = child<QLabel>(item, "msg_text");
     auto *textInline = child<QLabel>(item, "msg_text_inline");
-    const QString html = message_rich_text(body);
+    // Links in the theme's link colour (a style sheet would override the
+    // label's palette).
+    QString html = message_rich_text(body);
+    html.replace(QLatin1String("<a href="),
+                 QStringLiteral("<a style=\"color:%1\" href=")
+                     .arg(dark ? QStringLiteral("#8ac8ff") : QStringLiteral("#165fc0")));
     textLabel->setText(html);
     textInline->setText(html);
     setTextColor(textLabel, textColor);
