@@ -15,6 +15,7 @@
 #include "media/voice_player.h"
 #include "media/voice_recorder.h"
 #include "platform/app_lifecycle.h"
+#include "platform/array_data_model.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
 #include "platform/ui/system_dialogs.h"
@@ -100,6 +101,7 @@ private Q_SLOTS:
     void chatRisingToTheTop_data();
     void chatRisingToTheTop();
     void chatListOpensConversation();
+    void conversationRoundTrip();
     void lifecycleKeepsVoiceOnFocusLoss();
     void menuAndDebugLineFollowOwnProfile();
     void updateCheckFromTheMenu();
@@ -370,6 +372,39 @@ void TestController::chatListOpensConversation()
     QCOMPARE(m_spike->chatScreen()->title(), QStringLiteral("Chat 1"));
     Q_EMIT m_spike->chatScreen()->backRequested();
     QCOMPARE(screens->currentScreen(), ShellScreens::Screen::Main);
+}
+
+void TestController::conversationRoundTrip()
+{
+    QVERIFY(loadChats(1));
+    m_spike->openChatFromRow(m_spike->chatList()->rowAt(0));
+    // Its info at once, its history after the open delay.
+    QVERIFY(waitReceived("chat_info 1"));
+    QVERIFY(waitReceived("open 1"));
+    emitEvent(R"({"type":"history_begin","chat_id":1,"clear":true})");
+    emitEvent(R"({"type":"message","chat_id":1,"id":10,"text":"hi there","outgoing":false})");
+    emitEvent(R"({"type":"message","chat_id":1,"id":11,"text":"hello","outgoing":true})");
+    emitEvent(R"({"type":"history_end","chat_id":1,"clear":true})");
+    ListView *list = m_spike->messageListView();
+    QVERIFY(waitFor([&] { return list->itemWidget(1) != nullptr; }, 5000));
+    QCOMPARE(m_spike->messageRows()->size(), 2);
+    // At the end of the history the newest incoming message is read.
+    QVERIFY(waitReceived("read 1 10"));
+
+    // Typing and Enter send the text as one Base64 token, even with a line break.
+    ChatScreen *chat = m_spike->chatScreen();
+    Q_EMIT chat->composerTextChanged(QStringLiteral(" two\nlines "));
+    Q_EMIT chat->sendRequested();
+    QVERIFY(waitReceived("send64 1 " + QString::fromLatin1(QByteArray("two\nlines").toBase64())));
+    QCOMPARE(chat->composerText(), QString());
+    // A new message from the peer shows at the end.
+    emitEvent(R"({"type":"message_new","chat_id":1,"id":12,"text":"ok","outgoing":false})");
+    QVERIFY(waitFor([&] { return m_spike->messageRows()->size() == 3; }, 5000));
+    // Back closes the chat.
+    Q_EMIT chat->backRequested();
+    QVERIFY(waitReceived("close 1"));
+    QCOMPARE(m_spike->screens()->currentScreen(), ShellScreens::Screen::Main);
+    QCOMPARE(m_spike->messageRows()->size(), 0);
 }
 
 void TestController::lifecycleKeepsVoiceOnFocusLoss()
