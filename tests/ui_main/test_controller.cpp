@@ -397,6 +397,14 @@ void TestController::conversationRoundTrip()
     Q_EMIT chat->sendRequested();
     QVERIFY(waitReceived("send64 1 " + QString::fromLatin1(QByteArray("two\nlines").toBase64())));
     QCOMPARE(chat->composerText(), QString());
+    // Up in the empty composer edits the user's own last message.
+    Q_EMIT chat->editLastRequested();
+    QCOMPARE(chat->composerText(), QStringLiteral("hello"));
+    Q_EMIT chat->composerTextChanged(QStringLiteral("hello again"));
+    Q_EMIT chat->sendRequested();
+    QVERIFY(
+        waitReceived("edit64 1 11 " + QString::fromLatin1(QByteArray("hello again").toBase64())));
+    QCOMPARE(chat->composerText(), QString());
     // A new message from the peer shows at the end.
     emitEvent(R"({"type":"message_new","chat_id":1,"id":12,"text":"ok","outgoing":false})");
     QVERIFY(waitFor([&] { return m_spike->messageRows()->size() == 3; }, 5000));

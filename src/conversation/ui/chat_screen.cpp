@@ -362,6 +362,11 @@ bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
             Q_EMIT sendRequested();
             return true;
         }
+        if (key->key() == Qt::Key_Up && key->modifiers() == Qt::NoModifier &&
+            m_composer->toPlainText().isEmpty()) {
+            Q_EMIT editLastRequested();
+            return true;
+        }
     }
     if (watched == m_listHost && (event->type() == QEvent::Resize || event->type() == QEvent::Show))
         placeToBottomButton();

@@ -65,6 +65,8 @@ Q_SIGNALS:
     void actionTriggered();
     // Enter in the composer.
     void sendRequested();
+    // Up in an empty composer: edit the user's own last message.
+    void editLastRequested();
     // What the user typed (not the texts set through setComposerText).
     void composerTextChanged(const QString &text);
     void selectionClosed();

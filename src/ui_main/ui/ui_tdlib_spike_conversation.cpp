@@ -220,6 +220,17 @@ void UiTdlibSpike::connectConversation()
             m_composer->onSendMessage();
     });
     connect(m_chatScreen, &ChatScreen::attachRequested, m_composer, &Composer::onAttachTap);
+    // Up in the empty composer edits the newest message of the user's own
+    // that can be edited (the composer refuses the others with its toast).
+    connect(m_chatScreen, &ChatScreen::editLastRequested, m_composer, [this] {
+        for (int i = m_messageRows->size() - 1; i >= 0; --i) {
+            const QVariantMap row = m_messageRows->value(i);
+            if (row.value(QStringLiteral("outgoing")).toString() == QLatin1String("true")) {
+                m_composer->startEditMessage(row.value(QStringLiteral("id")).toLongLong());
+                return;
+            }
+        }
+    });
     connect(m_chatScreen, &ChatScreen::replyCancelled, m_composer, &Composer::clearReply);
     connect(m_chatScreen, &ChatScreen::editCancelled, m_composer,
             [this] { m_composer->clearEdit(true); });
