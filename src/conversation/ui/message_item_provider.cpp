@@ -823,6 +823,7 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
         QStringLiteral("msg_reaction_chip_lbl"), Qt::FindDirectChildrenOnly);
     while (chips.size() < reactions.size()) {
         QLabel *chip = fillLabel(reactionsRow, "msg_reaction_chip_lbl", kTimePx + 4);
+        chip->setTextFormat(Qt::RichText);
         chip->setContentsMargins(12, 4, 12, 4);
         reactionsRow->layout()->addWidget(chip);
         chips.append(chip);
@@ -839,7 +840,12 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
         const int count = r.value(QStringLiteral("count")).toInt();
         const QString emoji =
             bb10EmojiForReactionDisplay(r.value(QStringLiteral("emoji")).toString());
-        chip->setText(count > 1 ? QStringLiteral("%1 %2").arg(emoji).arg(count) : emoji);
+        // The emoji font by name: the first font that has the glyph is often
+        // a monochrome one.
+        const QString face =
+            QStringLiteral("<span style=\"font-family:'Noto Color Emoji'\">%1</span>")
+                .arg(escape_html(emoji));
+        chip->setText(count > 1 ? QStringLiteral("%1 %2").arg(face).arg(count) : face);
         chip->setProperty("chosen", chosen);
         setFill(chip, chosen ? pal.chipChosen : pal.chip, 16);
         setTextColor(chip, pal.text);
