@@ -185,6 +185,11 @@ void VoiceRecorder::pollCapture()
         m_captureScratch.resize(bytes);
     al->alcCaptureSamples(m_device, m_captureScratch.data(), n);
     m_encoder.appendPcm(m_captureScratch.constData(), bytes);
+    int peak = 0;
+    const auto *samples = reinterpret_cast<const qint16 *>(m_captureScratch.constData());
+    for (int i = 0, count = bytes / 2; i < count; ++i)
+        peak = qMax(peak, qAbs(int(samples[i])));
+    Q_EMIT inputLevelChanged(qreal(peak) / 32768.0);
 }
 
 void VoiceRecorder::onVoiceOpenAlPoll()

@@ -548,9 +548,8 @@ void TestController::everySignalHasAReceiver()
     const QSet<QString> later = {
         // Media in the conversation: files, voice notes, viewers.
         "MediaDownloads::videoViewerRequested", "VoicePlayer::videoNotePlaybackStopRequested",
-        "VoiceRecorder::gestureResetRequested", "VoiceRecorder::voiceRecordingChanged",
-        "VoiceRecorder::replyTargetConsumed", "MediaViewerScreen::playRequested",
-        "MessageItemProvider::mediaTapped", "MessageItemProvider::videoNoteTapped",
+        "MediaViewerScreen::playRequested", "MessageItemProvider::mediaTapped",
+        "MessageItemProvider::videoNoteTapped",
         // Message actions, selection and the chat information page.
         "ChatScreen::moreRequested", "ChatScreen::selectionClosed",
         "ChatScreen::selectionReplyRequested", "ChatScreen::selectionForwardRequested",

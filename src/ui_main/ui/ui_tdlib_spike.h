@@ -22,6 +22,7 @@ class Composer;
 class FilePicker;
 class MessageItemProvider;
 class MessageRowModel;
+class VoiceRecordGesture;
 class SystemDialog;
 class UpdateChecker;
 struct UpdateQuestion;
@@ -73,6 +74,7 @@ public:
     Composer *composer() const { return m_composer; }
     MessageItemProvider *messageItems() const { return m_messageItems; }
     FilePicker *filePicker() const { return m_filePicker; }
+    VoiceRecordGesture *voiceGesture() const { return m_voiceGesture; }
     PhoneWindow *window() const { return m_window.get(); }
     ListView *chatListView() const { return m_chatListView; }
     Toaster *toaster() const;
@@ -134,6 +136,9 @@ private:
     void connectConversation();
     void onChatOpened(qint64 chatId, const QString &title, const QVariantMap &chatRow);
     void onChatClosed();
+    // The hold-to-record action button and its panel.
+    void connectVoiceRecording();
+    void updateVoiceRecordPanel();
     void showUpdateQuestion(const UpdateQuestion &question);
     void setStatusText(const QString &text);
     void showSignedInView(bool authorised);
@@ -179,5 +184,6 @@ private:
     Composer *m_composer = nullptr;
     MessageItemProvider *m_messageItems = nullptr;
     FilePicker *m_filePicker = nullptr;
+    VoiceRecordGesture *m_voiceGesture = nullptr;
     QPointer<SystemDialog> m_updateDialog;
 };
