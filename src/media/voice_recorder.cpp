@@ -176,8 +176,11 @@ void VoiceRecorder::pollCapture()
         return;
     ALCint n = 0;
     al->alcGetIntegerv(m_device, ALC_CAPTURE_SAMPLES, 1, &n);
-    if (n <= 0)
+    if (n <= 0) {
+        // Silence so far: the panel's clock still moves.
+        Q_EMIT inputLevelChanged(0);
         return;
+    }
     const int rate = m_captureRate > 0 ? m_captureRate : 48000;
     n = qMin<ALCint>(n, rate);
     const int bytes = n * m_captureChannels * 2;

@@ -201,10 +201,11 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     // The level shows the user that the microphone hears them.
     m_recordLevel = new LevelBar(m_recordPanel);
     m_recordLevel->setObjectName(QStringLiteral("record_level"));
-    m_recordLevel->setFixedSize(scaled_px(120, scale), scaled_px(12, scale));
+    m_recordLevel->setFixedSize(scaled_px(96, scale), scaled_px(12, scale));
     rp->setSpacing(scaled_px(16, scale));
     rp->addWidget(m_recordTime);
     rp->addWidget(m_recordLevel);
+    m_recordLabel->setWordWrap(true);
     rp->addWidget(m_recordLabel, 1);
     rp->addWidget(m_recordLock);
     m_recordPanel->hide();

@@ -25,6 +25,7 @@
 #include "shell/theme.h"
 #include "shell/ui/shell_screens.h"
 
+#include <QDateTime>
 #include <QFileInfo>
 
 void UiTdlibSpike::buildConversation()
@@ -277,7 +278,9 @@ void UiTdlibSpike::connectVoiceRecording()
     connect(m_voiceRecorder, &VoiceRecorder::replyTargetConsumed, m_composer,
             &Composer::clearReply);
     connect(m_voiceRecorder, &VoiceRecorder::inputLevelChanged, m_chatScreen, [this](qreal level) {
-        m_chatScreen->setRecordProgress(int(m_voiceRecorder->recordedSamples() / 48000), level);
+        const qint64 ms =
+            QDateTime::currentMSecsSinceEpoch() - m_voiceRecorder->recordingStartedAt();
+        m_chatScreen->setRecordProgress(int(qMax<qint64>(0, ms) / 1000), level);
     });
 }
 
