@@ -563,8 +563,8 @@ void TestController::everySignalHasAReceiver()
         "EventDispatcher::hubOpenRequestCheckRequested",
         // Pinned messages, search and the files cache.
         "EventDispatcher::pinnedEvent", "EventDispatcher::chatSearchResultsReady",
-        "MainScreen::searchRequested", "ChatScreen::searchRequested",
-        "MenuScreen::recalculateCacheRequested", "MenuScreen::clearCacheRequested",
+        "MainScreen::searchRequested", "MenuScreen::recalculateCacheRequested",
+        "MenuScreen::clearCacheRequested",
         // The two-pane window follows what is in view; the chat list's own
         // scroll state (the message list's drives its paging); message taps
         // reach the item provider, not the list.

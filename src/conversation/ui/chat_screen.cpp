@@ -64,7 +64,9 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
 {
     auto *v = screenRoot(this, QStringLiteral("conversation_screen"), ThemeGroup::A);
 
-    // Header: back, title with subtitle, search, info and overflow.
+    // Header: back, avatar, title with subtitle, info and overflow (search in
+    // the chat is one of the overflow's entries). The avatar and the titles
+    // open the info page too, as the title bar of a chat does elsewhere.
     QWidget *bar = panel(QStringLiteral("chat_header"), ThemeGroup::A, this);
     bar->setFixedHeight(scaled_px(112, scale));
     auto *row = new QHBoxLayout(bar);
@@ -102,22 +104,19 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
         l->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
         l->installEventFilter(this);
     }
+    m_avatar->installEventFilter(this);
     titles->addStretch(1);
     titles->addWidget(m_title);
     titles->addWidget(m_subtitle);
     titles->addStretch(1);
     row->addLayout(titles, 1);
-    auto *search = iconButton(QStringLiteral("icon_search.png"),
-                              QStringLiteral("chat_search_button"), scale, bar);
     auto *info =
         iconButton(QStringLiteral("ic_info.png"), QStringLiteral("chat_info_button"), scale, bar);
     auto *more =
         iconButton(QStringLiteral("ic_more.png"), QStringLiteral("chat_more_button"), scale, bar);
-    row->addWidget(search);
     row->addWidget(info);
     row->addWidget(more);
     announce(back, this, &ChatScreen::backRequested);
-    announce(search, this, &ChatScreen::searchRequested);
     announce(info, this, &ChatScreen::infoRequested);
     announce(more, this, &ChatScreen::moreRequested);
     v->addWidget(bar);
@@ -438,6 +437,12 @@ bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
         default:
             break;
         }
+    }
+    if (event->type() == QEvent::MouseButtonRelease &&
+        (watched == m_avatar || watched == m_title || watched == m_subtitle) &&
+        static_cast<QMouseEvent *>(event)->button() == Qt::LeftButton) {
+        Q_EMIT infoRequested();
+        return true;
     }
     if (event->type() == QEvent::Resize) {
         if (watched == m_title)

@@ -63,7 +63,6 @@ public:
 Q_SIGNALS:
     void backRequested();
     void infoRequested();
-    void searchRequested();
     void moreRequested();
     void toBottomRequested();
     void replyCancelled();

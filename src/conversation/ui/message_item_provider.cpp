@@ -657,6 +657,7 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
     auto *replyLabel = child<QLabel>(item, "msg_reply_label");
     const QString preview = text(data, "reply_preview").simplified();
     replyLabel->setText(preview.isEmpty() ? QStringLiteral("…") : left_graphemes(preview, 90));
+    replyLabel->setProperty("full_text", replyLabel->text());
     setTextColor(replyLabel, metaColor);
 
     const bool visual = mediaType == QLatin1String("photo") || mediaType == QLatin1String("video");
@@ -804,6 +805,7 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
     html.replace(QLatin1String("<a href="),
                  QStringLiteral("<a style=\"color:%1\" href=")
                      .arg(dark ? QStringLiteral("#8ac8ff") : QStringLiteral("#165fc0")));
+    html = wrap_emoji_runs(html, QStringLiteral("Noto Color Emoji"));
     textLabel->setText(html);
     textInline->setText(html);
     setTextColor(textLabel, textColor);
@@ -843,8 +845,7 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
         // The emoji font by name: the first font that has the glyph is often
         // a monochrome one.
         const QString face =
-            QStringLiteral("<span style=\"font-family:'Noto Color Emoji'\">%1</span>")
-                .arg(escape_html(emoji));
+            wrap_emoji_runs(escape_html(emoji), QStringLiteral("Noto Color Emoji"));
         chip->setText(count > 1 ? QStringLiteral("%1 %2").arg(face).arg(count) : face);
         chip->setProperty("chosen", chosen);
         setFill(chip, chosen ? pal.chipChosen : pal.chip, 16);
@@ -948,7 +949,11 @@ void MessageItemProvider::applyMessageWrap(QWidget *item)
     timeRow->setVisible(!useInline && !ownTime);
     if (useInline)
         inlineRow->setFixedWidth(contentWidth);
-    child<QLabel>(item, "msg_reply_label")->setMaximumWidth(contentWidth - 14);
+    auto *replyLabel = child<QLabel>(item, "msg_reply_label");
+    replyLabel->setMaximumWidth(contentWidth - 14);
+    // A preview wider than the bubble ends in "…".
+    replyLabel->setText(replyLabel->fontMetrics().elidedText(
+        replyLabel->property("full_text").toString(), Qt::ElideRight, contentWidth - 14));
     if (contentWidth < 200 && child(item, "msg_reply_box")->isVisibleTo(item))
         contentWidth = qMin(innerMax, 200);
     child(item, "msg_multi_col")->setFixedWidth(contentWidth);
