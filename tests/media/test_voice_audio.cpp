@@ -50,7 +50,7 @@ private Q_SLOTS:
         QVERIFY2(m_pulse.start(&error), qPrintable(error));
         QVERIFY(write_tone_wav(path("voice-in.wav"), 660, 2.0, 48000, 1));
         m_voiceOgg = path(QStringLiteral("voice.ogg"));
-        QVERIFY2(encode_wav_to_voice_ogg(m_opus, path("voice-in.wav"), m_voiceOgg, error),
+        QVERIFY2(encode_wav_to_voice_ogg(m_opus, path("voice-in.wav"), m_voiceOgg, &error),
                  qPrintable(error));
     }
     void init() { m_rec.clear(); }
@@ -107,7 +107,7 @@ private Q_SLOTS:
             QStringLiteral("ui: send voice chat=4242 dur=%1s path=%2\n").arg(seconds).arg(ogg)));
 
         QString error;
-        QVERIFY2(decodeOgaOpusToWav(m_opus, ogg, path("captured.wav"), error), qPrintable(error));
+        QVERIFY2(decodeOgaOpusToWav(m_opus, ogg, path("captured.wav"), &error), qPrintable(error));
         Wav out;
         QVERIFY(read_wav(path("captured.wav"), out));
         QCOMPARE(qint64(out.samples.size()), rec.recordedSamples() - 312);
