@@ -3,7 +3,7 @@
 #include "backend_link/event_intake.h"
 #include "platform/invoker.h"
 
-#include "link_test_util.h"
+#include "common/test_util.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -18,7 +18,7 @@
 #include <memory>
 #include <sys/resource.h>
 
-using namespace link_test;
+using namespace test_util;
 
 // A real link against the stand-in backend (a child process) or, in service mode, against a UDP
 // socket bound to the command port in this test.

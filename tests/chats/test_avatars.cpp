@@ -1,6 +1,8 @@
 #include "chats/avatar_download_queue.h"
 #include "chats/avatars.h"
-#include "chats_test_util.h"
+#include "common/test_util.h"
+
+using namespace test_util;
 
 #include <QCryptographicHash>
 #include <QElapsedTimer>

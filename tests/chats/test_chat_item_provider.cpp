@@ -1,6 +1,8 @@
 #include "chats/chat_list_model.h"
 #include "chats/ui/chat_item_provider.h"
-#include "chats_test_util.h"
+#include "common/test_util.h"
+
+using namespace test_util;
 #include "platform/array_data_model.h"
 #include "platform/ui/list_view.h"
 

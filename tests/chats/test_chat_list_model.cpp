@@ -1,7 +1,9 @@
 #include "backend_link/text_cut.h"
 #include "chats/avatars.h"
 #include "chats/chat_list_model.h"
-#include "chats_test_util.h"
+#include "common/test_util.h"
+
+using namespace test_util;
 #include "linear_chat_list.h"
 #include "platform/array_data_model.h"
 

@@ -1,7 +1,7 @@
 // The download queue, the file the user waits for, saving into the shared
 // downloads folder, the notification and opening files by MIME type.
 
-#include "audio_test_util.h"
+#include "common/audio.h"
 #include "media/media_downloads.h"
 
 #include <QElapsedTimer>
@@ -28,7 +28,7 @@ class TstMediaDownloads : public QObject
     {
         const QString p = m_dir.filePath(relative);
         QDir().mkpath(QFileInfo(p).path());
-        write_file(p, content);
+        writeFile(p, content);
         return p;
     }
 
@@ -161,15 +161,15 @@ private Q_SLOTS:
         const QString folder = emptyDownloads();
         QDir().mkpath(folder);
         for (const QString &e : existing)
-            QVERIFY(write_file(folder + QLatin1Char('/') + e, "old"));
+            QVERIFY(writeFile(folder + QLatin1Char('/') + e, "old"));
         const QString src = makeFile(source, "new content");
         MediaDownloads dl(m_rec.services(), folder, shared(), nullptr);
         const QString got = dl.copyFileToSharedDownloads(77, src, suggested);
         QCOMPARE(got, folder + QLatin1Char('/') + expected);
-        QCOMPARE(read_file(got), QByteArray("new content"));
+        QCOMPARE(readAll(got), QByteArray("new content"));
         QVERIFY(QFileInfo::exists(src));
         for (const QString &e : existing)
-            QCOMPARE(read_file(folder + QLatin1Char('/') + e), QByteArray("old"));
+            QCOMPARE(readAll(folder + QLatin1Char('/') + e), QByteArray("old"));
         QCOMPARE(QDir(folder).entryList(QDir::Files).size(), existing.size() + 1);
     }
     void saveRefusals()
@@ -188,9 +188,9 @@ private Q_SLOTS:
         QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{"song.mp3"});
         // With every numbered name taken the copy fails and overwrites nothing.
         for (int n = 1; n <= 999; ++n)
-            QVERIFY(write_file(folder + QStringLiteral("/song (%1).mp3").arg(n), "taken"));
+            QVERIFY(writeFile(folder + QStringLiteral("/song (%1).mp3").arg(n), "taken"));
         QCOMPARE(dl.copyFileToSharedDownloads(5, src, QString()), QString());
-        QCOMPARE(read_file(folder + QStringLiteral("/song (999).mp3")), QByteArray("taken"));
+        QCOMPARE(readAll(folder + QStringLiteral("/song (999).mp3")), QByteArray("taken"));
         // A folder that cannot be made.
         const QString blocker = makeFile(QStringLiteral("blocker"));
         MediaDownloads blocked(m_rec.services(), blocker + QStringLiteral("/quillo"), shared(),
@@ -338,7 +338,7 @@ private Q_SLOTS:
         QCOMPARE(view.property("file_pending_file_id").toLongLong(), 0LL);
         QCOMPARE(saved.count(), 1);
         QCOMPARE(saved.at(0).at(1).toString(), folder + QStringLiteral("/Invoice.pdf"));
-        QCOMPARE(read_file(folder + QStringLiteral("/Invoice.pdf")), QByteArray("payload"));
+        QCOMPARE(readAll(folder + QStringLiteral("/Invoice.pdf")), QByteArray("payload"));
         QVERIFY(m_rec.log.contains(
             QStringLiteral("ui: file downloaded: %1/Invoice.pdf\n").arg(folder)));
         QCOMPARE(m_rec.toaster.last(), QStringLiteral("File saved: Invoice.pdf"));

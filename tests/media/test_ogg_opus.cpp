@@ -2,7 +2,7 @@
 // refusals against real libopus, the opus-tools and ffmpeg programs, and
 // malformed and hostile files.
 
-#include "audio_test_util.h"
+#include "common/audio.h"
 #include "media/audio_libs.h"
 #include "media/ogg_opus_decoder.h"
 #include "media/ogg_opus_writer.h"
@@ -49,7 +49,7 @@ class TstOggOpus : public QObject
     int decode(const QByteArray &file, QString *error, Wav *out = nullptr)
     {
         Wav wav;
-        if (!write_file(path("in.ogg"), file) ||
+        if (!writeFile(path("in.ogg"), file) ||
             !decodeOgaOpusToWav(m_opus, path("in.ogg"), path("out.wav"), error) ||
             !read_wav(path("out.wav"), wav))
             return -1;
@@ -60,7 +60,7 @@ class TstOggOpus : public QObject
     QVector<OggPage> pagesOf(const QString &file)
     {
         QVector<OggPage> pages;
-        if (!parse_pages(read_file(file), pages))
+        if (!parse_pages(readAll(file), pages))
             pages.clear();
         return pages;
     }
@@ -71,7 +71,7 @@ private Q_SLOTS:
         QVERIFY(m_dir.isValid());
         // OpenAL Soft, once loaded, finds no sound server: no capture device
         // can open (the refusals below).
-        QVERIFY(write_file(path("client.conf"), "autospawn = no\n"));
+        QVERIFY(writeFile(path("client.conf"), "autospawn = no\n"));
         QVERIFY(QDir(m_dir.path()).mkpath(QStringLiteral("run")));
         qputenv("PULSE_CLIENTCONFIG", path("client.conf").toLocal8Bit());
         qputenv("PULSE_SERVER", ("unix:" + path("run/none")).toLocal8Bit());
@@ -488,7 +488,7 @@ private Q_SLOTS:
         const QVector<qint16> right = tone(784.0, 2.5, 48000, 1);
         for (int i = 1; channels == 2 && i < pcm.size(); i += 2) // another tone on the right
             pcm[i] = right[i / 2];
-        QVERIFY(write_file(path("oe.wav"), wav_bytes(pcm, 48000, channels)));
+        QVERIFY(writeFile(path("oe.wav"), wav_bytes(pcm, 48000, channels)));
         RunResult r = run("opusenc", {"--quiet", "--bitrate", bitrate, "--framesize", framesize,
                                       path("oe.wav"), path("oe.opus")});
         QVERIFY2(r.exitCode == 0, qPrintable(r.output));
@@ -536,7 +536,7 @@ private Q_SLOTS:
         QCOMPARE(enc.recordedSamples(), qint64(50 * 960));
         QVERIFY(enc.finish(&error));
         Wav out;
-        QVERIFY(decode(read_file(path("mix.ogg")), &error, &out) > 0);
+        QVERIFY(decode(readAll(path("mix.ogg")), &error, &out) > 0);
         QVERIFY(rms(out.samples) < 4.0);
     }
 

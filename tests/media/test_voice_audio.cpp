@@ -4,7 +4,7 @@
 // Playback: Ogg Opus turned into the cached WAV and played by QtMultimedia
 // into the sink, the published properties followed to Started and Stopped.
 
-#include "audio_test_util.h"
+#include "common/audio.h"
 #include "media/audio_libs.h"
 #include "media/media_downloads.h"
 #include "media/ogg_opus_decoder.h"
@@ -67,7 +67,7 @@ private Q_SLOTS:
         QFETCH(double, freq);
         QFETCH(qint64, replyTo);
         const QString toneFile = path(QStringLiteral("tone.wav"));
-        QVERIFY(write_file(toneFile, wav_bytes(tone(freq, 1.5, 48000, 2, 16000), 48000, 2)));
+        QVERIFY(writeFile(toneFile, wav_bytes(tone(freq, 1.5, 48000, 2, 16000), 48000, 2)));
         VoiceRecorder rec(m_opus, m_openal, path("data"), m_rec.services());
         QSignalSpy changed(&rec, &VoiceRecorder::voiceRecordingChanged);
         QSignalSpy replyDone(&rec, &VoiceRecorder::replyTargetConsumed);
@@ -147,7 +147,7 @@ private Q_SLOTS:
 
     void folderFailureReleasesDevice()
     {
-        QVERIFY(write_file(path("plain-file"), "x"));
+        QVERIFY(writeFile(path("plain-file"), "x"));
         VoiceRecorder rec(m_opus, m_openal, path("plain-file"), m_rec.services());
         rec.setChatId(7);
         rec.startVoiceRecording();
@@ -234,7 +234,7 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(cacheDir() + QStringLiteral("/voice-wav")));
         const QString wav = cacheDir() + QStringLiteral("/voice-wav/%1.wav").arg(id);
         if (cachedBytes >= 0)
-            QVERIFY(write_file(wav, QByteArray(cachedBytes, 'm')));
+            QVERIFY(writeFile(wav, QByteArray(cachedBytes, 'm')));
         QObject view;
         VoicePlayer player(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
         QCOMPARE(player.ensureWavForVoiceFile(id, voice), wav);
@@ -248,7 +248,7 @@ private Q_SLOTS:
 
     void undecodableFile()
     {
-        QVERIFY(write_file(path("bad.ogg"), QByteArray(200, 'z')));
+        QVERIFY(writeFile(path("bad.ogg"), QByteArray(200, 'z')));
         QObject view;
         VoicePlayer player(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
         player.setPendingFileId(31);
@@ -295,7 +295,7 @@ private Q_SLOTS:
     void playerErrorClearsState()
     {
         // A .wav that is not audio goes to the player as it is and fails there.
-        QVERIFY(write_file(path("junk.wav"), QByteArray(4000, '\x5a')));
+        QVERIFY(writeFile(path("junk.wav"), QByteArray(4000, '\x5a')));
         QObject view;
         VoicePlayer player(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
         player.startVoicePlayback(51, path("junk.wav"));

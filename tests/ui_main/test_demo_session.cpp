@@ -5,7 +5,7 @@
 #include "backend_link/app_log.h"
 #include "backend_link/event_intake.h"
 #include "chats/chat_list_model.h"
-#include "common.h"
+#include "common/test_util.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
 #include "shell/ui/screens.h"

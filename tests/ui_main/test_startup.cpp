@@ -1,4 +1,4 @@
-#include "common.h"
+#include "common/test_util.h"
 
 #include <QHostAddress>
 #include <QNetworkDatagram>
@@ -27,8 +27,6 @@ private Q_SLOTS:
     void secondInstanceHandsOverUrl();
     void sigtermRemovesMarker();
 
-    void missingBackendRetries_data();
-    void missingBackendRetries();
     void serviceModeSendsState();
 
 private:
@@ -163,34 +161,6 @@ void TestStartup::sigtermRemovesMarker()
     QCOMPARE(m_main.proc->exitStatus(), QProcess::NormalExit);
     QCOMPARE(m_main.proc->exitCode(), 0);
     QVERIFY(!QFile::exists(m_main.data() + "/ui_running.txt"));
-}
-
-void TestStartup::missingBackendRetries_data()
-{
-    // When td_backend appears, relative to the first attempt, and whether a retry still picks it
-    // up. Retries run at 250, 750, 1500, 2500 and 3750 ms.
-    QTest::addColumn<int>("appearsAfterMs");
-    QTest::addColumn<bool>("started");
-    QTest::newRow("during the retries") << 900 << true;
-    QTest::newRow("after the fifth retry") << 6000 << false;
-}
-
-void TestStartup::missingBackendRetries()
-{
-    QFETCH(int, appearsAfterMs);
-    QFETCH(bool, started);
-    Run run;
-    QVERIFY(prepare(run, false));
-    start(run);
-    // The first attempt has happened once the debug log exists.
-    QVERIFY(waitFor([&] { return QFile::exists(run.data() + "/ui_debug.log"); }, 10000));
-    QTest::qWait(appearsAfterMs);
-    QVERIFY(installExecutable(FAKE_BACKEND_PATH, run.app() + "/td_backend"));
-    QCOMPARE(waitFor([&] { return readAll(run.record(".received")).startsWith("ping\n"); }, 4000),
-             started);
-    QCOMPARE(run.proc->state(), QProcess::Running);
-    QVERIFY(stop(run));
-    QCOMPARE(run.proc->exitCode(), 0);
 }
 
 void TestStartup::serviceModeSendsState()
