@@ -120,7 +120,7 @@ void VoiceRecorder::startVoiceRecording()
     const QString path = folder + QStringLiteral("/voice_%1.ogg").arg(nowMs);
 
     QString error;
-    if (!m_encoder.openOutput(path, rate, ogg_serial_from_ms(nowMs), error)) {
+    if (!m_encoder.openOutput(path, rate, ogg_serial_from_ms(nowMs), &error)) {
         m_services.log(error.isEmpty()
                            ? QStringLiteral("voice_rec: ogg open failed\n")
                            : QStringLiteral("voice_rec: ogg open failed: %1\n").arg(error));
@@ -129,7 +129,7 @@ void VoiceRecorder::startVoiceRecording()
         m_encoder.destroyEncoder();
         return;
     }
-    if (!m_encoder.writeHeaders(error)) {
+    if (!m_encoder.writeHeaders(&error)) {
         m_services.log(error.isEmpty()
                            ? QStringLiteral("voice_rec: ogg headers failed\n")
                            : QStringLiteral("voice_rec: ogg headers failed: %1\n").arg(error));
@@ -245,7 +245,7 @@ void VoiceRecorder::stopVoiceRecording(bool send)
     bool failed = false;
     if (m_encoder.outputOpened()) {
         QString error;
-        if (!m_encoder.finish(error)) {
+        if (!m_encoder.finish(&error)) {
             m_services.log(QStringLiteral("voice_rec: ogg finish failed: %1\n").arg(error));
             failed = true;
         }

@@ -56,7 +56,8 @@ QProcessEnvironment toProcessEnvironment(const QStringList &entries)
 
 } // namespace
 
-UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment, QObject *parent)
+UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment,
+                           CommandChannel *commands, QObject *parent)
     : QObject(parent), m_environment(environment)
 {
     init_osicons();
@@ -69,7 +70,8 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     m_log = new AppLog(this);
     m_intake = new EventIntake(m_log, this);
     m_invoker = std::make_unique<DesktopInvoker>();
-    m_link = new BackendLink(m_folders, m_log, m_intake, m_invoker.get(), m_environment, this);
+    m_link =
+        new BackendLink(m_folders, m_log, m_intake, m_invoker.get(), m_environment, commands, this);
 
     // 2. The UI-is-running marker and its refresh timer.
     m_link->startRunningMarker();

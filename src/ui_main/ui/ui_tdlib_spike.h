@@ -15,6 +15,7 @@ class AppLog;
 class ArrayDataModel;
 class AvatarDownloadQueue;
 class BackendLink;
+class CommandChannel;
 class ChatItemProvider;
 class ChatScreen;
 class ChatSession;
@@ -55,7 +56,10 @@ public:
     // appDir: the folder of the executable (td_backend lies beside it).
     // environment: the process environment as "KEY=VALUE" entries; it picks
     // the folders, the transport, QUILLO_UI_SCALE and the emulated display.
-    UiTdlibSpike(const QString &appDir, const QStringList &environment, QObject *parent = nullptr);
+    // commands: where command lines go instead of the transport's own channel (not owned; null:
+    // the child's standard input or the UDP port, as the environment says).
+    UiTdlibSpike(const QString &appDir, const QStringList &environment,
+                 CommandChannel *commands = nullptr, QObject *parent = nullptr);
     ~UiTdlibSpike() override;
 
     const AppFolders &folders() const { return m_folders; }
