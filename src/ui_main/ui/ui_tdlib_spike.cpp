@@ -37,6 +37,7 @@
 #include "shell/update_checker.h"
 
 #include <QDir>
+#include <QEvent>
 #include <QPixmapCache>
 #include <QProcessEnvironment>
 #include <QTimer>
@@ -263,7 +264,21 @@ void UiTdlibSpike::buildScreens()
 
     m_chatListView->setEstimatedRowHeight(scaled_px(188, m_uiScale));
     m_screens->mainScreen()->setChatListView(m_chatListView);
+    m_chatListView->viewport()->installEventFilter(this);
     applyTheme();
+}
+
+bool UiTdlibSpike::eventFilter(QObject *watched, QEvent *event)
+{
+    // The first time the list is painted with rows, once: the moment start-up
+    // measurements wait for.
+    if (event->type() == QEvent::Paint && m_chatListView && watched == m_chatListView->viewport() &&
+        !m_chatListView->visibleRows().isEmpty()) {
+        watched->removeEventFilter(this);
+        m_log->appendUiFileLog(QStringLiteral("ui: chat list drawn, %1 rows in view")
+                                   .arg(m_chatListView->visibleRows().size()));
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 void UiTdlibSpike::connectScreens()

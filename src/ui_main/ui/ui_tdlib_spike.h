@@ -130,6 +130,9 @@ public Q_SLOTS:
     // Redraws the menu's own-profile card from the dispatcher's profile.
     void updateMenuMeHeader();
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     void buildScreens();
     void connectScreens();
