@@ -51,10 +51,12 @@ void DemoActivity::tick()
     const QVector<int> list = m_host->mainList();
     if (r < 45)
         someoneWrites(list);
-    else if (r < 80)
+    else if (r < 76)
         someoneComesOrGoes(list);
-    else if (r < 88)
+    else if (r < 85)
         someoneRenamesAGroup(list);
+    else if (r < 93)
+        someoneCalls(list);
     else
         connectionBlips();
 }
@@ -92,7 +94,7 @@ void DemoActivity::someoneRenamesAGroup(const QVector<int> &list)
     // Someone in a basic group decorates its name, or takes the decoration off.
     QVector<int> groups;
     for (int ci : list) {
-        if (chat(ci).type == QLatin1String("basic_group"))
+        if (chat(ci).type == QLatin1String("basic_group") && !chat(ci).members.isEmpty())
             groups.append(ci);
     }
     if (groups.isEmpty())
@@ -107,7 +109,28 @@ void DemoActivity::someoneRenamesAGroup(const QVector<int> &list)
     m_host->renameChat(ci, title);
 }
 
-void DemoActivity::someoneCalls(const QVector<int> &) {}
+void DemoActivity::someoneCalls(const QVector<int> &list)
+{
+    // Someone from a private chat rings; nobody answers, so the call ends
+    // as missed after a while.
+    QVector<qint64> callers;
+    for (int ci : list) {
+        if (chat(ci).type == QLatin1String("private") && chat(ci).peerUserId > 0)
+            callers.append(chat(ci).peerUserId);
+    }
+    if (callers.isEmpty())
+        return;
+    const qint64 caller = callers.at(m_rng.below(callers.size()));
+    const qint64 callId = m_nextCallId++;
+    m_host->emitEvent(demo_event::call_update(callId, caller, false, QStringLiteral("pending")));
+    // The caller's side offers its connection details once.
+    m_host->emitEvent(demo_event::call_signaling(callId, 4 * (60 + m_rng.below(120))));
+    DemoActivityHost *host = m_host;
+    m_host->later(15000 + m_rng.below(15000), [host, callId, caller] {
+        host->emitEvent(
+            demo_event::call_update(callId, caller, false, QStringLiteral("discarded")));
+    });
+}
 
 void DemoActivity::connectionBlips()
 {

@@ -20,6 +20,11 @@ namespace {
 constexpr int kMaxPage = 200;
 constexpr int kPendingDelayAck = 150;
 constexpr int kPendingDelayDone = 600;
+// The service takes at most this many messages per forward or delete
+// request; a longer selection goes as several requests, answered as one.
+constexpr int kServiceBatch = 100;
+// Bounds the ids of one command line.
+constexpr int kMaxIds = 10000;
 
 qint64 nowSecs()
 {
@@ -43,7 +48,6 @@ QString contentTypeForMedia(const QString &media)
 
 } // namespace
 
-// File names that come from messages must stay inside their folder.
 QString demo_safe_file_name(const QString &name)
 {
     QString n = QFileInfo(name).fileName();
@@ -397,6 +401,7 @@ void DemoBackend::announceMe()
 {
     emitEvent(demo_event::me(DemoWorld::kMeUserId, m_world.meFirstName(), m_world.meLastName(),
                              m_world.meUsername(), m_phone, DemoWorld::kMePhotoFileId));
+    m_out.status(QStringLiteral("ME id=%1").arg(DemoWorld::kMeUserId));
 }
 
 void DemoBackend::announceConnection()
@@ -410,6 +415,8 @@ void DemoBackend::announceConnection()
 void DemoBackend::becameReady()
 {
     announceConnection();
+    for (int i = 0; i < m_config.lifeBurst; ++i)
+        m_activity->tick();
 }
 
 void DemoBackend::cmdPhone(const DemoCommand &c)
@@ -1301,8 +1308,13 @@ void DemoBackend::cmdReact(const DemoCommand &cmd)
         return fail(400, QStringLiteral("Invalid arguments"));
     const QString emoji = a.at(2);
     const DemoChat &c = chat(ci);
-    if (!c.reactions.contains(emoji))
-        return fail(400, QStringLiteral("REACTION_INVALID"));
+    if (!c.reactions.contains(emoji)) {
+        // The service refuses the request itself; its error carries the
+        // request's tag like a failed send.
+        tdError(QStringLiteral("react:%1:%2").arg(c.id).arg(id), 400,
+                QStringLiteral("REACTION_INVALID"));
+        return;
+    }
     DemoMessage m;
     if (!findMessage(ci, id, &m))
         return fail(404, QStringLiteral("Message not found"));
@@ -1345,7 +1357,8 @@ void DemoBackend::cmdForward(const DemoCommand &cmd)
     int to = -1;
     int from = -1;
     const QString tag = QStringLiteral("forward:%1").arg(a.value(0).left(24));
-    if (a.size() < 3 || a.size() > 102 || !chatArg(a.at(0), &to) || !chatArg(a.at(1), &from)) {
+    if (a.size() < 3 || a.size() > kMaxIds + 2 || !chatArg(a.at(0), &to) ||
+        !chatArg(a.at(1), &from)) {
         tdError(tag, 400, QStringLiteral("Invalid arguments"));
         return;
     }
@@ -1368,14 +1381,16 @@ void DemoBackend::cmdForward(const DemoCommand &cmd)
         tdError(tag, 400, QStringLiteral("Messages of secret chats can't be forwarded"));
         return;
     }
-    for (const DemoMessage &src : qAsConst(msgs)) {
-        DemoMessage d = src;
-        if (d.forwarded.isEmpty())
-            d.forwarded = src.outgoing
-                              ? m_world.meFirstName() + QLatin1Char(' ') + m_world.meLastName()
-                              : src.senderName;
-        d.replyTo = 0;
-        startSend(to, d, tag);
+    for (int first = 0; first < msgs.size(); first += kServiceBatch) {
+        for (const DemoMessage &src : msgs.mid(first, kServiceBatch)) {
+            DemoMessage d = src;
+            if (d.forwarded.isEmpty())
+                d.forwarded = src.outgoing
+                                  ? m_world.meFirstName() + QLatin1Char(' ') + m_world.meLastName()
+                                  : src.senderName;
+            d.replyTo = 0;
+            startSend(to, d, tag);
+        }
     }
 }
 
@@ -1390,37 +1405,42 @@ void DemoBackend::cmdDelete(const DemoCommand &cmd)
     };
     int ci = -1;
     const QString mode = a.value(1);
-    if (a.size() < 3 || a.size() > 102 || !chatArg(a.first(), &ci) ||
+    if (a.size() < 3 || a.size() > kMaxIds + 2 || !chatArg(a.first(), &ci) ||
         (mode != QLatin1String("all") && mode != QLatin1String("self")))
         return fail(400, QStringLiteral("Invalid arguments"), {});
     QList<qint64> ids;
+    QSet<qint64> seen;
     for (int i = 2; i < a.size(); ++i) {
         qint64 id = 0;
         if (!demo_parse_id(a.at(i), &id) || id < 1)
             return fail(400, QStringLiteral("Invalid message id"), {});
-        if (!ids.contains(id))
+        if (!seen.contains(id)) {
+            seen.insert(id);
             ids.append(id);
+        }
     }
     const qint64 lastBefore = lastMessageId(ci);
     QJsonArray deleted;
     QJsonArray refused;
     QJsonArray missing;
-    for (qint64 id : qAsConst(ids)) {
-        DemoMessage m;
-        if (!findMessage(ci, id, &m)) {
-            missing.append(id);
-            continue;
+    for (int first = 0; first < ids.size(); first += kServiceBatch) {
+        for (qint64 id : ids.mid(first, kServiceBatch)) {
+            DemoMessage m;
+            if (!findMessage(ci, id, &m)) {
+                missing.append(id);
+                continue;
+            }
+            const DemoMessageCaps caps = capsOf(ci, m);
+            const bool allowed = mode == QLatin1String("all")
+                                     ? caps.deleteForAll
+                                     : (caps.deleteOnlyForSelf || caps.deleteForAll);
+            if (!allowed) {
+                refused.append(id);
+                continue;
+            }
+            setDeleted(ci, id);
+            deleted.append(id);
         }
-        const DemoMessageCaps caps = capsOf(ci, m);
-        const bool allowed = mode == QLatin1String("all")
-                                 ? caps.deleteForAll
-                                 : (caps.deleteOnlyForSelf || caps.deleteForAll);
-        if (!allowed) {
-            refused.append(id);
-            continue;
-        }
-        setDeleted(ci, id);
-        deleted.append(id);
     }
     if (!deleted.isEmpty()) {
         emitEvent(demo_event::messages_deleted(chat(ci).id, deleted));

@@ -53,8 +53,12 @@ struct DemoPreparedFile
     int videoSeconds = 0;
 };
 
+// A decimal id within the range JSON numbers carry exactly.
 bool demo_parse_id(const QString &text, qint64 *out);
+// Standard Base64 with padding; anything else is refused.
 bool demo_decode_base64(const QString &text, QByteArray *out);
+// The last part of a name from a message, made safe to use inside a folder.
+QString demo_safe_file_name(const QString &name);
 
 // The demo service: reads command lines, answers with events appended to the
 // events file and status lines on standard output, keeps the account in the

@@ -8,8 +8,6 @@
 #include <QProcess>
 #include <QStandardPaths>
 
-QString demo_safe_file_name(const QString &name);
-
 // ---------------------------------------------------------------- downloads
 
 bool DemoBackend::prepareFile(qint64 fileId, DemoPreparedFile *out, QString *error)
