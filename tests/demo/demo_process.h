@@ -191,6 +191,14 @@ public:
             timeoutMs);
     }
 
+    // Everything a command was answered with (DEMO_SPEED=0).
+    QList<QJsonObject> answers(const QByteArray &command)
+    {
+        const int m = post(command);
+        const int end = settle();
+        return between(m, end < 0 ? m : end);
+    }
+
     // Sends a command and returns the first answer after it that matches, or
     // an empty object after the time-out.
     QJsonObject ask(const QByteArray &command,
