@@ -1,14 +1,12 @@
 #include "demo_backend.h"
 
+#include "demo_files.h"
 #include "demo_scheduler.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QImageReader>
-#include <QProcess>
 #include <QRegularExpression>
 
 #include <algorithm>
@@ -123,16 +121,10 @@ DemoBackend::DemoBackend(const DemoConfig &config, DemoStore *store, QObject *pa
 {
     m_scheduler = new DemoScheduler(config.speed, this);
     m_activity = new DemoActivity(this, config.seed, this);
+    m_files = new DemoFiles(config.filesDir, store, m_scheduler, &m_out, this);
 }
 
-DemoBackend::~DemoBackend()
-{
-    for (QProcess *p : qAsConst(m_videoJobs)) {
-        p->disconnect(this);
-        p->kill();
-        p->waitForFinished(1000);
-    }
-}
+DemoBackend::~DemoBackend() = default;
 
 bool DemoBackend::start(QString *error)
 {
@@ -192,9 +184,8 @@ bool DemoBackend::start(QString *error)
         if (!it.value().isEmpty())
             m_titles.insert(it.key().toLongLong(), it.value());
     }
-    m_files = m_store->loadFiles();
-    for (auto it = m_files.cbegin(); it != m_files.cend(); ++it)
-        m_nextStoredFileId = qMax(m_nextStoredFileId, it.key() + 1);
+    m_files->setWorld(&m_world, m_epoch);
+    m_files->load(m_store->loadFiles());
 
     demo_write_fully(STDOUT_FILENO, QByteArrayLiteral("BACKEND_READY demo\n"));
     m_out.log(1, QStringLiteral("BACKEND_READY"));
@@ -214,15 +205,7 @@ bool DemoBackend::start(QString *error)
 
 void DemoBackend::drainPending()
 {
-    // Video jobs first: their answers may schedule more work.
-    while (!m_videoJobs.isEmpty()) {
-        QProcess *p = m_videoJobs.first();
-        if (!p->waitForFinished(30000))
-            p->kill();
-        p->waitForFinished(1000);
-        QCoreApplication::processEvents();
-        m_videoJobs.removeAll(p);
-    }
+    m_files->drain();
     m_scheduler->drain();
 }
 
@@ -1173,21 +1156,12 @@ void DemoBackend::cmdSend(const DemoCommand &cmd)
                    .contains(suffix)) {
         media = QStringLiteral("video");
     }
-    // Keep a copy so the message stays downloadable when the original goes.
     DemoStoredFile sf;
-    sf.id = m_nextStoredFileId++;
-    sf.name = demo_safe_file_name(fi.fileName());
-    sf.size = fi.size();
-    sf.path =
-        QDir(m_config.filesDir).filePath(QStringLiteral("uploads/%1_%2").arg(sf.id).arg(sf.name));
-    QDir().mkpath(QFileInfo(sf.path).absolutePath());
-    QFile::remove(sf.path);
-    if (!QFile::copy(text, sf.path)) {
-        tdError(tag, 500, QStringLiteral("Upload failed"));
+    QString error;
+    if (!m_files->keepUpload(text, &sf, &error)) {
+        tdError(tag, 500, error);
         return;
     }
-    m_files.insert(sf.id, sf);
-    m_store->saveFile(sf);
     draft.mediaType = media;
     draft.contentType = contentTypeForMedia(media);
     draft.mediaFileId = sf.id;
@@ -1635,4 +1609,18 @@ void DemoBackend::cmdResolve(const DemoCommand &cmd)
     later(200, [this, found, name] {
         emitEvent(demo_event::tg_resolve(name, chat(found), titleOf(found)));
     });
+}
+
+// ---------------------------------------------------------------- downloads
+
+void DemoBackend::cmdDownload(const DemoCommand &cmd)
+{
+    const QStringList &a = cmd.args;
+    qint64 fileId = 0;
+    if (a.size() != 1 || !demo_parse_id(a.first(), &fileId) || fileId < 1) {
+        tdError(QStringLiteral("download:%1").arg(a.value(0).left(24)), 400,
+                QStringLiteral("Invalid file id"));
+        return;
+    }
+    m_files->download(fileId, cmd.verb == QLatin1String("downloadp"));
 }

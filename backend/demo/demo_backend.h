@@ -15,7 +15,7 @@
 
 #include <functional>
 
-class QProcess;
+class DemoFiles;
 class DemoScheduler;
 
 struct DemoConfig
@@ -41,16 +41,6 @@ struct DemoCommand
     QString verb;
     QString rest;
     QStringList args;
-};
-
-// A file made ready for download; a video still has to be rendered.
-struct DemoPreparedFile
-{
-    QString path;
-    bool needsVideo = false;
-    int videoWidth = 0;
-    int videoHeight = 0;
-    int videoSeconds = 0;
 };
 
 // A decimal id within the range JSON numbers carry exactly.
@@ -154,12 +144,6 @@ private:
     // Sending.
     void startSend(int ci, DemoMessage draft, const QString &tag);
 
-    // Files.
-    void startDownload(qint64 fileId, bool priority);
-    void finishDownload(qint64 fileId, const QString &path, bool priority);
-    bool prepareFile(qint64 fileId, DemoPreparedFile *out, QString *error);
-    void renderVideo(qint64 fileId, const DemoPreparedFile &file, bool priority);
-
     // Commands.
     void cmdPing(const DemoCommand &c);
     void cmdState(const DemoCommand &c);
@@ -195,18 +179,15 @@ private:
     DemoOutput m_out;
     DemoScheduler *m_scheduler = nullptr;
     DemoActivity *m_activity = nullptr;
+    DemoFiles *m_files = nullptr;
     qint64 m_epoch = 0;
     QString m_authState;
     QString m_phone;
     int m_codeSends = 0;
     QVector<ChatRuntime> m_rt;
-    QHash<qint64, DemoStoredFile> m_files;
     QHash<qint64, QString> m_titles; // groups renamed while the account lived
-    qint64 m_nextStoredFileId = DemoWorld::kStoredFileBase;
     qint64 m_nextPendingId = Q_INT64_C(1) << 40;
     qint64 m_searchReq = 0;
     int m_openChat = -1;
     QHash<qint64, QPair<QString, qint64>> m_presence; // user -> (status, was_online)
-    QSet<qint64> m_downloading;
-    QList<QProcess *> m_videoJobs;
 };

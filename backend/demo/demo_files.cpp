@@ -1,16 +1,90 @@
+#include "demo_files.h"
+
 #include "demo_backend.h"
-
+#include "demo_events.h"
 #include "demo_media.h"
+#include "demo_output.h"
+#include "demo_scheduler.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
 
-// ---------------------------------------------------------------- downloads
+DemoFiles::DemoFiles(const QString &filesDir, DemoStore *store, DemoScheduler *scheduler,
+                     DemoOutput *out, QObject *parent)
+    : QObject(parent), m_filesDir(filesDir), m_store(store), m_scheduler(scheduler), m_out(out)
+{
+}
 
-bool DemoBackend::prepareFile(qint64 fileId, DemoPreparedFile *out, QString *error)
+DemoFiles::~DemoFiles()
+{
+    for (QProcess *p : qAsConst(m_videoJobs)) {
+        p->disconnect(this);
+        p->kill();
+        p->waitForFinished(1000);
+    }
+}
+
+void DemoFiles::setWorld(const DemoWorld *world, qint64 epoch)
+{
+    m_world = world;
+    m_epoch = epoch;
+}
+
+void DemoFiles::load(const QHash<qint64, DemoStoredFile> &stored)
+{
+    m_stored = stored;
+    for (auto it = m_stored.cbegin(); it != m_stored.cend(); ++it)
+        m_nextStoredId = qMax(m_nextStoredId, it.key() + 1);
+}
+
+bool DemoFiles::keepUpload(const QString &source, DemoStoredFile *out, QString *error)
+{
+    // A copy keeps the message downloadable when the original goes.
+    const QFileInfo fi(source);
+    DemoStoredFile sf;
+    sf.id = m_nextStoredId;
+    sf.name = demo_safe_file_name(fi.fileName());
+    sf.size = fi.size();
+    sf.path = QDir(m_filesDir).filePath(QStringLiteral("uploads/%1_%2").arg(sf.id).arg(sf.name));
+    QDir().mkpath(QFileInfo(sf.path).absolutePath());
+    QFile::remove(sf.path);
+    if (!QFile::copy(source, sf.path)) {
+        if (error)
+            *error = QStringLiteral("Upload failed");
+        return false;
+    }
+    ++m_nextStoredId;
+    m_stored.insert(sf.id, sf);
+    m_store->saveFile(sf);
+    *out = sf;
+    return true;
+}
+
+void DemoFiles::drain()
+{
+    // Their answers may schedule more work, so they go first.
+    while (!m_videoJobs.isEmpty()) {
+        QProcess *p = m_videoJobs.first();
+        if (!p->waitForFinished(30000))
+            p->kill();
+        p->waitForFinished(1000);
+        QCoreApplication::processEvents();
+        m_videoJobs.removeAll(p);
+    }
+}
+
+void DemoFiles::fail(qint64 fileId, int code, const QString &message)
+{
+    const QString extra = QStringLiteral("download:%1").arg(fileId);
+    m_out->event(demo_event::td_error(extra, code, message));
+    m_out->log(2, QStringLiteral("error %1 %2 %3").arg(extra).arg(code).arg(message));
+}
+
+bool DemoFiles::prepare(qint64 fileId, DemoPreparedFile *out, QString *error) const
 {
     *out = DemoPreparedFile();
     QString *path = &out->path;
@@ -19,9 +93,9 @@ bool DemoBackend::prepareFile(qint64 fileId, DemoPreparedFile *out, QString *err
             *error = QStringLiteral("File not found");
         return false;
     };
-    const DemoFileRef ref = m_world.resolveFileId(fileId);
-    const QDir files(m_config.filesDir);
-    const quint64 seed = demo_mix(m_world.seed() ^ quint64(fileId));
+    const DemoFileRef ref = m_world->resolveFileId(fileId);
+    const QDir files(m_filesDir);
+    const quint64 seed = demo_mix(m_world->seed() ^ quint64(fileId));
     auto picture = [&](const QString &p, int w, int h) {
         *path = p;
         if (QFileInfo(p).size() > 0)
@@ -36,8 +110,8 @@ bool DemoBackend::prepareFile(qint64 fileId, DemoPreparedFile *out, QString *err
         return picture(files.filePath(QStringLiteral("profile_photos/user_%1.png").arg(fileId)),
                        160, 160);
     case DemoFileRef::Stored: {
-        const auto it = m_files.constFind(fileId);
-        if (it == m_files.cend() || !QFileInfo(it->path).isFile()) {
+        const auto it = m_stored.constFind(fileId);
+        if (it == m_stored.cend() || !QFileInfo(it->path).isFile()) {
             return notFound();
         }
         *path = it->path;
@@ -45,11 +119,11 @@ bool DemoBackend::prepareFile(qint64 fileId, DemoPreparedFile *out, QString *err
     }
     case DemoFileRef::MessageMain:
     case DemoFileRef::MessageThumb: {
-        const DemoChat &c = chat(ref.chatIndex);
+        const DemoChat &c = m_world->chats().at(ref.chatIndex);
         if (ref.messageId < 1 || ref.messageId > c.baseCount) {
             return notFound();
         }
-        const DemoMessage m = m_world.generateMessage(c, ref.messageId, m_epoch);
+        const DemoMessage m = m_world->generateMessage(c, ref.messageId, m_epoch);
         if (m.mediaFileId != fileId && m.thumbFileId != fileId) {
             return notFound();
         }
@@ -90,47 +164,33 @@ bool DemoBackend::prepareFile(qint64 fileId, DemoPreparedFile *out, QString *err
     return notFound();
 }
 
-void DemoBackend::cmdDownload(const DemoCommand &cmd)
-{
-    const QStringList &a = cmd.args;
-    const bool priority = cmd.verb == QLatin1String("downloadp");
-    qint64 fileId = 0;
-    if (a.size() != 1 || !demo_parse_id(a.first(), &fileId) || fileId < 1) {
-        tdError(QStringLiteral("download:%1").arg(a.value(0).left(24)), 400,
-                QStringLiteral("Invalid file id"));
-        return;
-    }
-    startDownload(fileId, priority);
-}
-
-void DemoBackend::startDownload(qint64 fileId, bool priority)
+void DemoFiles::download(qint64 fileId, bool priority)
 {
     if (m_downloading.contains(fileId))
         return;
     DemoPreparedFile file;
     QString error;
-    if (!prepareFile(fileId, &file, &error)) {
-        tdError(QStringLiteral("download:%1").arg(fileId), 404, error);
+    if (!prepare(fileId, &file, &error)) {
+        fail(fileId, 404, error);
         return;
     }
     m_downloading.insert(fileId);
     if (file.needsVideo)
         renderVideo(fileId, file, priority);
     else
-        finishDownload(fileId, file.path, priority);
+        finish(fileId, file.path, priority);
 }
 
 // Videos are rendered by ffmpeg in the background; the download finishes
 // when the file is complete.
-void DemoBackend::renderVideo(qint64 fileId, const DemoPreparedFile &file, bool priority)
+void DemoFiles::renderVideo(qint64 fileId, const DemoPreparedFile &file, bool priority)
 {
     const QString &path = file.path;
     const int seconds = file.videoSeconds;
     const QString ffmpeg = QStandardPaths::findExecutable(QStringLiteral("ffmpeg"));
     if (ffmpeg.isEmpty()) {
         m_downloading.remove(fileId);
-        tdError(QStringLiteral("download:%1").arg(fileId), 503,
-                QStringLiteral("Video files are not available in this demo"));
+        fail(fileId, 503, QStringLiteral("Video files are not available in this demo"));
         return;
     }
     QDir().mkpath(QFileInfo(path).absolutePath());
@@ -167,31 +227,30 @@ void DemoBackend::renderVideo(qint64 fileId, const DemoPreparedFile &file, bool 
                 if (code != 0 || st != QProcess::NormalExit || !QFile::exists(part)) {
                     QFile::remove(part);
                     m_downloading.remove(fileId);
-                    tdError(QStringLiteral("download:%1").arg(fileId), 500,
-                            QStringLiteral("Video generation failed"));
+                    fail(fileId, 500, QStringLiteral("Video generation failed"));
                     return;
                 }
                 QFile::remove(path);
                 QFile::rename(part, path);
-                finishDownload(fileId, path, priority);
+                finish(fileId, path, priority);
             });
     proc->setProcessChannelMode(QProcess::MergedChannels);
     proc->start(ffmpeg, args);
 }
 
-void DemoBackend::finishDownload(qint64 fileId, const QString &path, bool priority)
+void DemoFiles::finish(qint64 fileId, const QString &path, bool priority)
 {
     const qint64 total = QFileInfo(path).size();
     const int step = priority ? 40 : 120;
     const int parts = total > 65536 ? 3 : 1;
     for (int i = 1; i <= parts; ++i) {
         const qint64 done = i == parts ? total : total * i / (parts + 1);
-        later(step * i, [this, fileId, done, total] {
-            emitEvent(demo_event::file_progress(fileId, done, total));
+        m_scheduler->later(step * i, [this, fileId, done, total] {
+            m_out->event(demo_event::file_progress(fileId, done, total));
         });
     }
-    later(step * parts + 1, [this, fileId, path, total] {
+    m_scheduler->later(step * parts + 1, [this, fileId, path, total] {
         m_downloading.remove(fileId);
-        emitEvent(demo_event::file(fileId, path, total));
+        m_out->event(demo_event::file(fileId, path, total));
     });
 }
