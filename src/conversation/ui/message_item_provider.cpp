@@ -619,7 +619,7 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
     if (show) {
         const QString avatarPath = text(data, "sender_avatar_path");
         if (!avatarPath.isEmpty()) {
-            avatarImg->setPixmap(cachedPixmap(avatarPath, QSize(kAvatarPx, kAvatarPx)));
+            avatarImg->setPixmap(roundPixmap(avatarPath, kAvatarPx));
             avatarImg->show();
             letter->hide();
         } else {
