@@ -143,6 +143,7 @@ void TestController::startsChildAndFillsPhone()
     // from the env files, and what the form sends reaches the child's standard input.
     QVERIFY(installExecutable(FAKE_BACKEND_PATH, m_dir->filePath("app/td_backend")));
     QVERIFY(writeFile(miscDir() + "/tg_login.env", "TG_PHONE_NUMBER=+15550123\n"));
+    QVERIFY(writeFile(miscDir() + "/td_debug.env", "UI_AUTO_OPEN_CHAT_ID=2\n"));
     makeController({}, false);
     const QString received = dataDir() + "/backend_events.jsonl.received";
     QVERIFY(waitFor([&] { return readAll(received) == "ping\n"; }));
@@ -151,6 +152,17 @@ void TestController::startsChildAndFillsPhone()
     QCOMPARE(main->findChildren<QLineEdit *>().value(0)->text(), QStringLiteral("+15550123"));
     Q_EMIT main->phoneSubmitted("+15550123");
     QVERIFY(waitFor([&] { return readAll(received) == "ping\nphone +15550123\n"; }));
+
+    // The chat the env files ask for opens once the chat list is complete.
+    for (const QByteArray &e : {QByteArray(R"({"type":"auth_state","state":"Ready"})"),
+                                QByteArray(R"({"type":"chats_begin"})"),
+                                QByteArray(R"({"type":"chat","id":1,"title":"One","order":"2"})"),
+                                QByteArray(R"({"type":"chat","id":2,"title":"Two","order":"1"})"),
+                                QByteArray(R"({"type":"chats_end"})")})
+        m_spike->sendLine(QString("emit " + e.toBase64()));
+    QVERIFY(waitFor([&] { return readAll(received).contains("chat_info 2\n"); }));
+    QCOMPARE(m_spike->chatScreen()->title(), QStringLiteral("Two"));
+    QCOMPARE(m_spike->screens()->currentScreen(), ShellScreens::Screen::Conversation);
 }
 
 void TestController::signInIntents_data()
@@ -474,8 +486,6 @@ void TestController::everySignalHasAReceiver()
         "MessageItemProvider::messageLongPressed",
         "MessageItemProvider::messageSelectionToggleRequested",
         "Composer::selectionModeExitRequested", "MessageRowModel::messageIdChanged",
-        // Links and hub open requests.
-        "EventDispatcher::hubOpenRequestCheckRequested",
         // Pinned messages, search and the files cache.
         "EventDispatcher::pinnedEvent", "EventDispatcher::chatSearchResultsReady",
         "MainScreen::searchRequested", "MenuScreen::recalculateCacheRequested",

@@ -146,6 +146,9 @@ private:
     // The hold-to-record action button and its panel.
     void connectVoiceRecording();
     void updateVoiceRecordPanel();
+    // UI_AUTO_OPEN_CHAT_ID / UI_AUTO_OPEN_FIRST_CHAT from the env files open
+    // that chat once, when the chat list has arrived.
+    void tryAutoOpenChat();
     void showUpdateQuestion(const UpdateQuestion &question);
     void setStatusText(const QString &text);
     void showSignedInView(bool authorised);
@@ -192,5 +195,6 @@ private:
     MessageItemProvider *m_messageItems = nullptr;
     FilePicker *m_filePicker = nullptr;
     VoiceRecordGesture *m_voiceGesture = nullptr;
+    bool m_autoOpenDone = false;
     QPointer<SystemDialog> m_updateDialog;
 };

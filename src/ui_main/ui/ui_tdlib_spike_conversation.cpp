@@ -4,7 +4,9 @@
 #include "ui_main/ui/ui_tdlib_spike.h"
 
 #include "backend_link/app_log.h"
+#include "backend_link/backend_link.h"
 #include "chats/avatar_download_queue.h"
+#include "chats/chat_list_model.h"
 #include "conversation/chat_session.h"
 #include "conversation/composer.h"
 #include "conversation/message_row_model.h"
@@ -234,6 +236,25 @@ void UiTdlibSpike::connectConversation()
     connect(m_chatScreen, &ChatScreen::toBottomRequested, m_session, &ChatSession::onJumpToBottom);
     connect(m_chatScreen, &ChatScreen::backRequested, this, &UiTdlibSpike::onBackToChats);
     connectVoiceRecording();
+    // The chat list is complete (and sign-in done, or the app back in front):
+    // the moment to open a chat asked for from outside.
+    connect(m_dispatcher, &EventDispatcher::hubOpenRequestCheckRequested, this,
+            &UiTdlibSpike::tryAutoOpenChat);
+}
+
+void UiTdlibSpike::tryAutoOpenChat()
+{
+    if (m_autoOpenDone || m_chats->isBulkLoading() || m_chats->size() == 0)
+        return;
+    const qint64 id = m_link->autoOpenChatId();
+    const int row =
+        id != 0 ? m_chats->findChatIndexById(id) : (m_link->autoOpenFirstChat() ? 0 : -1);
+    if (row < 0)
+        return;
+    m_autoOpenDone = true;
+    appendLog(QStringLiteral("ui: auto-open chat %1\n")
+                  .arg(m_chats->rowAt(row).value(QStringLiteral("id")).toString()));
+    openChatFromRow(m_chats->rowAt(row));
 }
 
 void UiTdlibSpike::connectVoiceRecording()
