@@ -278,6 +278,13 @@ bool UiTdlibSpike::eventFilter(QObject *watched, QEvent *event)
         m_log->appendUiFileLog(QStringLiteral("ui: chat list drawn, %1 rows in view")
                                    .arg(m_chatListView->visibleRows().size()));
     }
+    // Likewise the first page of each chat opened.
+    if (event->type() == QEvent::Paint && m_messageListView &&
+        watched == m_messageListView->viewport() && !m_messageListView->visibleRows().isEmpty()) {
+        watched->removeEventFilter(this);
+        m_log->appendUiFileLog(QStringLiteral("ui: chat drawn, %1 rows in view")
+                                   .arg(m_messageListView->visibleRows().size()));
+    }
     return QObject::eventFilter(watched, event);
 }
 

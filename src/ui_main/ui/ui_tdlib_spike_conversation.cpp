@@ -332,6 +332,7 @@ void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVari
     m_dispatcher->updateChatHeaderSubtitleForCurrentChat();
     m_screens->showScreen(ShellScreens::Screen::Conversation);
     m_chatScreen->focusComposer();
+    m_messageListView->viewport()->installEventFilter(this);
 }
 
 void UiTdlibSpike::onChatClosed()
