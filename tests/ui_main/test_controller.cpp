@@ -1,6 +1,7 @@
 #include "common.h"
 #include "conversation/chat_session.h"
 #include "conversation/composer.h"
+#include "conversation/message_actions.h"
 #include "conversation/message_row_model.h"
 #include "conversation/ui/chat_screen.h"
 #include "conversation/ui/message_item_provider.h"
@@ -543,15 +544,10 @@ void TestController::everySignalHasAReceiver()
         "VoiceRecorder::gestureResetRequested", "VoiceRecorder::voiceRecordingChanged",
         "VoiceRecorder::replyTargetConsumed", "MediaViewerScreen::playRequested",
         "MessageItemProvider::mediaTapped", "MessageItemProvider::videoNoteTapped",
-        // Message actions, selection and the chat information page.
-        "ChatScreen::moreRequested", "ChatScreen::selectionClosed",
-        "ChatScreen::selectionReplyRequested", "ChatScreen::selectionForwardRequested",
-        "ChatScreen::selectionDeleteRequested", "ChatInfoScreen::clearHistoryRequested",
+        // The chat information page.
+        "ChatScreen::moreRequested", "ChatInfoScreen::clearHistoryRequested",
         "ChatInfoScreen::joinRequested", "ChatInfoScreen::leaveRequested",
-        "ChatInfoScreen::deleteChatRequested", "MessageItemProvider::messageMenuRequested",
-        "MessageItemProvider::messageLongPressed",
-        "MessageItemProvider::messageSelectionToggleRequested",
-        "Composer::selectionModeExitRequested", "MessageRowModel::messageIdChanged",
+        "ChatInfoScreen::deleteChatRequested",
         // Links and hub open requests.
         "EventDispatcher::hubOpenRequestCheckRequested",
         // Pinned messages, search and the files cache.
@@ -570,7 +566,7 @@ void TestController::everySignalHasAReceiver()
         m_spike->mediaDownloads(), m_spike->voicePlayer(),  m_spike->voiceRecorder(),
         m_spike->screens(),        m_spike->chatListView(), m_spike->updateChecker(),
         m_spike->chatSession(),    m_spike->composer(),     m_spike->messages(),
-        m_spike->messageItems(),   m_spike->filePicker()};
+        m_spike->messageItems(),   m_spike->filePicker(),   m_spike->messageActions()};
     QObjectList subsystems = parts;
     for (QWidget *w : m_spike->screens()->findChildren<QWidget *>())
         if (!QByteArray(w->metaObject()->className()).startsWith('Q'))

@@ -17,12 +17,15 @@ class AvatarDownloadQueue;
 class BackendLink;
 class ChatItemProvider;
 class ChatScreen;
+class Clipboard;
 class ChatSession;
 class Composer;
 class FilePicker;
+class MessageActions;
 class MessageItemProvider;
 class MessageRowModel;
 class SystemDialog;
+class SystemUiDialog;
 class UpdateChecker;
 struct UpdateQuestion;
 class ChatListModel;
@@ -71,6 +74,7 @@ public:
     MessageRowModel *messages() const { return m_messages; }
     ChatSession *chatSession() const { return m_session; }
     Composer *composer() const { return m_composer; }
+    MessageActions *messageActions() const { return m_actions; }
     MessageItemProvider *messageItems() const { return m_messageItems; }
     FilePicker *filePicker() const { return m_filePicker; }
     PhoneWindow *window() const { return m_window.get(); }
@@ -134,6 +138,8 @@ private:
     void connectConversation();
     void onChatOpened(qint64 chatId, const QString &title, const QVariantMap &chatRow);
     void onChatClosed();
+    // Message actions: the menu, selection mode and their dialogs.
+    void connectMessageActions();
     void showUpdateQuestion(const UpdateQuestion &question);
     void setStatusText(const QString &text);
     void showSignedInView(bool authorised);
@@ -179,5 +185,9 @@ private:
     Composer *m_composer = nullptr;
     MessageItemProvider *m_messageItems = nullptr;
     FilePicker *m_filePicker = nullptr;
+    MessageActions *m_actions = nullptr;
+    std::shared_ptr<Clipboard> m_clipboard;
+    // The open message menu or forward, delete or reactions dialog.
+    QPointer<SystemUiDialog> m_actionDialog;
     QPointer<SystemDialog> m_updateDialog;
 };
