@@ -103,6 +103,7 @@ private Q_SLOTS:
     void chatRisingToTheTop();
     void chatListOpensConversation();
     void conversationRoundTrip();
+    void messageActionsThroughDialogs();
     void lifecycleKeepsVoiceOnFocusLoss();
     void menuAndDebugLineFollowOwnProfile();
     void updateCheckFromTheMenu();
@@ -406,6 +407,73 @@ void TestController::conversationRoundTrip()
     QVERIFY(waitReceived("close 1"));
     QCOMPARE(m_spike->screens()->currentScreen(), ShellScreens::Screen::Main);
     QCOMPARE(m_spike->messageRows()->size(), 0);
+}
+
+void TestController::messageActionsThroughDialogs()
+{
+    QVERIFY(loadChats(2));
+    m_spike->openChatFromRow(m_spike->chatList()->rowAt(1));
+    QVERIFY(waitReceived("open 1"));
+    emitEvent(R"({"type":"history_begin","chat_id":1,"clear":true})");
+    emitEvent(R"({"type":"message","chat_id":1,"id":10,"text":"hi there","outgoing":false})");
+    emitEvent(R"({"type":"message","chat_id":1,"id":11,"text":"hello","outgoing":true})");
+    emitEvent(R"({"type":"history_end","chat_id":1,"clear":true})");
+    ListView *list = m_spike->messageListView();
+    QVERIFY(waitFor([&] { return list->itemWidget(1) != nullptr; }, 5000));
+    const auto centreOf = [list](int row) {
+        QWidget *item = list->itemWidget(row);
+        return item->mapTo(list->viewport(), item->rect().center());
+    };
+    const auto openDialog = [this](const char *name) -> SystemUiDialog * {
+        auto *d = m_spike->window()->findChild<SystemUiDialog *>(QLatin1String(name));
+        return d && d->isOpen() ? d : nullptr;
+    };
+
+    // Holding a finger on the first bubble selects it.
+    QSignalSpy longPressed(m_spike->messageItems(), &MessageItemProvider::messageLongPressed);
+    QTest::mousePress(list->viewport(), Qt::LeftButton, {}, centreOf(0));
+    QVERIFY(longPressed.wait(5000));
+    QTest::mouseRelease(list->viewport(), Qt::LeftButton, {}, centreOf(0));
+    QCOMPARE(longPressed.first().first().toLongLong(), 10LL);
+    QVERIFY(list->property("ui_selection_mode").toBool());
+    QVERIFY(textsIn(m_spike->chatScreen()).contains("1 selected"));
+    QVERIFY(waitReceived("props 1 10"));
+
+    // Deleted for everyone through the selection bar and its dialog.
+    emitEvent(R"({"type":"message_properties","chat_id":1,"id":10,"can_be_replied":true,)"
+              R"("can_be_forwarded":true,"can_be_deleted_only_for_self":true,)"
+              R"("can_be_deleted_for_all_users":true})");
+    QVERIFY(
+        waitFor([&] { return !m_spike->messages()->messagePropertiesForId(10).isEmpty(); }, 5000));
+    Q_EMIT m_spike->chatScreen()->selectionDeleteRequested();
+    auto *remove = qobject_cast<SystemDialog *>(openDialog("delete_dialog"));
+    QVERIFY(remove);
+    QCOMPARE(remove->body(), QStringLiteral("Delete this message?"));
+    QCOMPARE(remove->rememberMeText(), QStringLiteral("Delete for everyone"));
+    remove->setRememberMeChecked(true);
+    remove->finishWith(SystemUiResult::ConfirmButtonSelection);
+    QVERIFY2(waitReceived("delete 1 all 10"), qPrintable(received()));
+    QVERIFY(!list->property("ui_selection_mode").toBool());
+
+    // A right click on the own message opens its menu; Forward, then a chat.
+    emitEvent(
+        R"({"type":"message_properties","chat_id":1,"id":11,"can_be_replied":true,)"
+        R"("can_be_forwarded":true,"can_be_deleted_only_for_self":true,"can_be_copied":true})");
+    QVERIFY(
+        waitFor([&] { return !m_spike->messages()->messagePropertiesForId(11).isEmpty(); }, 5000));
+    QTest::mousePress(list->viewport(), Qt::RightButton, {}, centreOf(1));
+    auto *menu = qobject_cast<SystemListDialog *>(openDialog("message_menu_dialog"));
+    QVERIFY(menu);
+    menu->setSelectedIndices({int(menu->items().indexOf("Forward"))});
+    menu->finishWith(SystemUiResult::ConfirmButtonSelection);
+    auto *picker = qobject_cast<SystemListDialog *>(openDialog("forward_dialog"));
+    QVERIFY(picker);
+    QCOMPARE(picker->items(), (QStringList{"Chat 2", "Chat 1"}));
+    picker->setSelectedIndices({0});
+    picker->finishWith(SystemUiResult::ConfirmButtonSelection);
+    QVERIFY2(waitReceived("forward 2 1 11"), qPrintable(received()));
+    QTRY_COMPARE(static_cast<ToastOverlay *>(m_spike->toaster())->currentText(),
+                 QStringLiteral("Forwarded"));
 }
 
 void TestController::lifecycleKeepsVoiceOnFocusLoss()
