@@ -216,15 +216,13 @@ void MessageActions::showMessageMenu(qint64 messageId)
         m_pendingMenuTimer.stop();
     }
     const QVariantMap row = rowById(messageId);
-    bool known = false;
-    bool all = false;
     QStringList actions;
     if (isTrue(props, "can_be_replied")) {
         actions << QStringLiteral("reply");
     }
-    if (!availableEmojis(chatId(), &known, &all).isEmpty()) {
-        actions << QStringLiteral("reactions");
-    }
+    // The backend knows the message: the reactions dialog says itself when
+    // the chat allows none.
+    actions << QStringLiteral("reactions");
     if (isTrue(props, "can_be_forwarded")) {
         actions << QStringLiteral("forward");
     }

@@ -69,9 +69,9 @@ struct Harness
     void event(const QString &text) { session.handleMessageEvent(ev(text)); }
     // "11:rfdecy" gives message 11 the properties replied, forwarded,
     // deleted for self, for everybody (a), edited, copied; "11:" none.
-    void props(const QString &spec)
+    void props(const QString &text)
     {
-        for (const QString &one : spec.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+        for (const QString &one : text.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
             const QString id = one.section(QLatin1Char(':'), 0, 0);
             const QString f = one.section(QLatin1Char(':'), 1);
             const auto has = [&f](char c) -> QString {
@@ -126,12 +126,12 @@ void TestMessageActions::menu_data()
     QTest::newRow("own text, everything")
         << 11LL << kAll << true << "Reply|Reactions…|Forward|Delete|Edit|Copy|Select";
     QTest::newRow("a photo is not edited here")
-        << 12LL << kAll << false << "Reply|Forward|Delete|Copy|Select";
-    QTest::newRow("nothing allowed") << 10LL << "" << false << "Select";
+        << 12LL << kAll << true << "Reply|Reactions…|Forward|Delete|Copy|Select";
+    QTest::newRow("nothing allowed") << 10LL << "" << false << "Reactions…|Select";
     QTest::newRow("only deletable for everybody")
         << 10LL << "a" << true << "Reactions…|Delete|Select";
-    QTest::newRow("properties failed: from the row")
-        << 11LL << "error" << true << "Reply|Reactions…|Forward|Delete|Edit|Copy|Select";
+    QTest::newRow("properties failed: from the row, reactions off")
+        << 11LL << "error" << false << "Reply|Forward|Delete|Edit|Copy|Select";
     QTest::newRow("still sending, properties late")
         << 13LL << "timeout" << true << "Delete|Copy|Select";
 }
