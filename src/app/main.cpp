@@ -1,4 +1,5 @@
 #include "platform/folders.h"
+#include "platform/gl_integration.h"
 #include "platform/instance_channel.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
@@ -28,6 +29,12 @@ int main(int argc, char *argv[])
     std::fputs("Vexa: starting\n", stderr);
     std::fflush(stderr);
 
+    // The backend gets the environment as the user gave it.
+    const QStringList environment = QProcess::systemEnvironment();
+    // No screen draws with OpenGL (lists, bubbles and video frames are
+    // painted on the raster backing store), so no GL driver is loaded.
+    avoid_gl_integration(false);
+
     auto *app = new QApplication(argc, argv);
     QApplication::setApplicationName(QStringLiteral("vexa"));
 
@@ -40,8 +47,7 @@ int main(int argc, char *argv[])
         return 0;
     }
 
-    auto *spike =
-        new UiTdlibSpike(QCoreApplication::applicationDirPath(), QProcess::systemEnvironment());
+    auto *spike = new UiTdlibSpike(QCoreApplication::applicationDirPath(), environment);
     if (!url.isEmpty())
         spike->onInvoked(url);
     const int rc = QApplication::exec();

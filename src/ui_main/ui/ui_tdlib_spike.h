@@ -15,6 +15,7 @@ class AppLog;
 class ArrayDataModel;
 class AvatarDownloadQueue;
 class BackendLink;
+class CommandChannel;
 class ChatItemProvider;
 class ChatScreen;
 class Clipboard;
@@ -24,6 +25,7 @@ class FilePicker;
 class MessageActions;
 class MessageItemProvider;
 class MessageRowModel;
+class VoiceRecordGesture;
 class SystemDialog;
 class SystemUiDialog;
 class UpdateChecker;
@@ -57,7 +59,10 @@ public:
     // appDir: the folder of the executable (td_backend lies beside it).
     // environment: the process environment as "KEY=VALUE" entries; it picks
     // the folders, the transport, QUILLO_UI_SCALE and the emulated display.
-    UiTdlibSpike(const QString &appDir, const QStringList &environment, QObject *parent = nullptr);
+    // commands: where command lines go instead of the transport's own channel (not owned; null:
+    // the child's standard input or the UDP port, as the environment says).
+    UiTdlibSpike(const QString &appDir, const QStringList &environment,
+                 CommandChannel *commands = nullptr, QObject *parent = nullptr);
     ~UiTdlibSpike() override;
 
     const AppFolders &folders() const { return m_folders; }
@@ -77,6 +82,7 @@ public:
     MessageActions *messageActions() const { return m_actions; }
     MessageItemProvider *messageItems() const { return m_messageItems; }
     FilePicker *filePicker() const { return m_filePicker; }
+    VoiceRecordGesture *voiceGesture() const { return m_voiceGesture; }
     PhoneWindow *window() const { return m_window.get(); }
     ListView *chatListView() const { return m_chatListView; }
     Toaster *toaster() const;
@@ -128,6 +134,9 @@ public Q_SLOTS:
     // Redraws the menu's own-profile card from the dispatcher's profile.
     void updateMenuMeHeader();
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     void buildScreens();
     void connectScreens();
@@ -140,6 +149,9 @@ private:
     void onChatClosed();
     // Message actions: the menu, selection mode and their dialogs.
     void connectMessageActions();
+    // The hold-to-record action button and its panel.
+    void connectVoiceRecording();
+    void updateVoiceRecordPanel();
     void showUpdateQuestion(const UpdateQuestion &question);
     void setStatusText(const QString &text);
     void showSignedInView(bool authorised);
@@ -189,5 +201,6 @@ private:
     std::shared_ptr<Clipboard> m_clipboard;
     // The open message menu or forward, delete or reactions dialog.
     QPointer<SystemUiDialog> m_actionDialog;
+    VoiceRecordGesture *m_voiceGesture = nullptr;
     QPointer<SystemDialog> m_updateDialog;
 };

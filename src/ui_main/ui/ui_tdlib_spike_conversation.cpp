@@ -11,9 +11,11 @@
 #include "conversation/message_row_model.h"
 #include "conversation/ui/chat_screen.h"
 #include "conversation/ui/message_item_provider.h"
+#include "conversation/voice_record_gesture.h"
 #include "events/event_dispatcher.h"
 #include "media/media_downloads.h"
 #include "media/voice_player.h"
+#include "media/voice_recorder.h"
 #include "platform/array_data_model.h"
 #include "platform/clipboard.h"
 #include "platform/toaster.h"
@@ -26,6 +28,7 @@
 #include "shell/theme.h"
 #include "shell/ui/shell_screens.h"
 
+#include <QDateTime>
 #include <QFileInfo>
 
 void UiTdlibSpike::buildConversation()
@@ -221,19 +224,25 @@ void UiTdlibSpike::connectConversation()
     connect(m_filePicker, &FilePicker::finished, m_composer, &Composer::onAttachFileSelected);
     connect(m_chatScreen, &ChatScreen::composerTextChanged, m_composer, &Composer::setText);
     connect(m_chatScreen, &ChatScreen::sendRequested, m_composer, &Composer::onSendMessage);
-    // The action button sends while it shows the send icon; recording
-    // through it comes with voice notes.
-    connect(m_chatScreen, &ChatScreen::actionTriggered, this, [this] {
-        if (m_composer->actionIconPath().endsWith(QLatin1String("/send.png")))
-            m_composer->onSendMessage();
-    });
     connect(m_chatScreen, &ChatScreen::attachRequested, m_composer, &Composer::onAttachTap);
+    // Up in the empty composer edits the newest message of the user's own
+    // that can be edited (the composer refuses the others with its toast).
+    connect(m_chatScreen, &ChatScreen::editLastRequested, m_composer, [this] {
+        for (int i = m_messageRows->size() - 1; i >= 0; --i) {
+            const QVariantMap row = m_messageRows->value(i);
+            if (row.value(QStringLiteral("outgoing")).toString() == QLatin1String("true")) {
+                m_composer->startEditMessage(row.value(QStringLiteral("id")).toLongLong());
+                return;
+            }
+        }
+    });
     connect(m_chatScreen, &ChatScreen::replyCancelled, m_composer, &Composer::clearReply);
     connect(m_chatScreen, &ChatScreen::editCancelled, m_composer,
             [this] { m_composer->clearEdit(true); });
     connect(m_chatScreen, &ChatScreen::toBottomRequested, m_session, &ChatSession::onJumpToBottom);
     connect(m_chatScreen, &ChatScreen::backRequested, this, &UiTdlibSpike::onBackToChats);
     connectMessageActions();
+    connectVoiceRecording();
 }
 
 void UiTdlibSpike::connectMessageActions()
@@ -339,6 +348,62 @@ void UiTdlibSpike::connectMessageActions()
                 m_actionDialog = dialog;
                 dialog->show();
             });
+}
+
+void UiTdlibSpike::connectVoiceRecording()
+{
+    VoiceRecordGesture::Hooks hooks;
+    hooks.voiceRecording = [this] { return m_voiceRecorder->voiceRecording(); };
+    // Video notes are recorded by the camera code, which is not there yet.
+    hooks.videoRecording = [] { return false; };
+    hooks.videoCaptureStarted = [] { return false; };
+    hooks.editing = [this] { return m_composer->editingMessageId() != 0; };
+    hooks.composerEmpty = [this] { return m_composer->text().trimmed().isEmpty(); };
+    hooks.videoNoteMode = [this] { return m_composer->isVideoNoteMode(); };
+    hooks.startVoice = [this] {
+        m_voiceRecorder->setChatId(m_session->chatId());
+        m_voiceRecorder->setReplyToMessageId(m_composer->replyToMessageId());
+        m_voiceRecorder->startVoiceRecording();
+        return m_voiceRecorder->voiceRecording();
+    };
+    hooks.startVideo = [this] {
+        m_toaster->showToast(QStringLiteral("Video notes are not available yet"));
+        return false;
+    };
+    hooks.stopVoice = [this](bool send) { m_voiceRecorder->stopVoiceRecording(send); };
+    hooks.stopVideo = [](bool) {};
+    hooks.toggleVideoNoteMode = [this] { m_composer->toggleComposerVideoNoteMode(); };
+    hooks.sendMessage = [this] { m_composer->onSendMessage(); };
+    m_voiceGesture = new VoiceRecordGesture(hooks, m_uiScale, this);
+
+    connect(m_chatScreen, &ChatScreen::actionTouched, m_voiceGesture,
+            &VoiceRecordGesture::onComposerActionTouch);
+    connect(m_voiceGesture, &VoiceRecordGesture::panelUpdateRequested, this,
+            &UiTdlibSpike::updateVoiceRecordPanel);
+    connect(m_voiceRecorder, &VoiceRecorder::gestureResetRequested, m_voiceGesture,
+            &VoiceRecordGesture::reset);
+    connect(m_voiceRecorder, &VoiceRecorder::voiceRecordingChanged, this, [this](bool recording) {
+        if (recording)
+            m_chatScreen->setComposerText(QString());
+        m_chatScreen->setComposerReadOnly(recording);
+        m_composer->setVoiceRecording(recording);
+        updateVoiceRecordPanel();
+    });
+    connect(m_voiceRecorder, &VoiceRecorder::replyTargetConsumed, m_composer,
+            &Composer::clearReply);
+    connect(m_voiceRecorder, &VoiceRecorder::inputLevelChanged, m_chatScreen, [this](qreal level) {
+        const qint64 ms =
+            QDateTime::currentMSecsSinceEpoch() - m_voiceRecorder->recordingStartedAt();
+        m_chatScreen->setRecordProgress(int(qMax<qint64>(0, ms) / 1000), level);
+    });
+}
+
+void UiTdlibSpike::updateVoiceRecordPanel()
+{
+    const bool recording = m_voiceRecorder->voiceRecording();
+    const bool locked = m_voiceGesture->locked();
+    const QString text = voice_record_panel_text(recording, false, false, locked);
+    m_chatScreen->setRecordPanel(text, !text.isEmpty(), locked);
 }
 
 void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVariantMap &chatRow)
