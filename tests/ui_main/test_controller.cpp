@@ -7,6 +7,7 @@
 #include "common/test_util.h"
 #include "conversation/chat_session.h"
 #include "conversation/composer.h"
+#include "conversation/message_actions.h"
 #include "conversation/message_row_model.h"
 #include "conversation/ui/chat_screen.h"
 #include "conversation/ui/message_item_provider.h"
@@ -70,6 +71,7 @@ private Q_SLOTS:
     void chatRisingToTheTop();
     void chatListOpensConversation();
     void conversationRoundTrip();
+    void messageActionsThroughDialogs();
     void lifecycleKeepsVoiceOnFocusLoss();
     void menuAndDebugLineFollowOwnProfile();
     void updateCheckFromTheMenu();
@@ -347,6 +349,70 @@ void TestController::conversationRoundTrip()
     QCOMPARE(m_spike->messageRows()->size(), 0);
 }
 
+void TestController::messageActionsThroughDialogs()
+{
+    QVERIFY(loadChats(2));
+    m_spike->openChatFromRow(m_spike->chatList()->rowAt(1));
+    QVERIFY(waitFor([&] { return sent("open 1") == 1; }));
+    feed(R"({"type":"history_begin","chat_id":1,"clear":true})");
+    feed(R"({"type":"message","chat_id":1,"id":10,"text":"hi there","outgoing":false})");
+    feed(R"({"type":"message","chat_id":1,"id":11,"text":"hello","outgoing":true})");
+    feed(R"({"type":"history_end","chat_id":1,"clear":true})");
+    ListView *list = m_spike->messageListView();
+    QVERIFY(waitFor([&] { return list->itemWidget(1) != nullptr; }));
+    const auto centreOf = [list](int row) {
+        QWidget *item = list->itemWidget(row);
+        return item->mapTo(list->viewport(), item->rect().center());
+    };
+    const auto openDialog = [this](const char *name) -> SystemUiDialog * {
+        auto *d = m_spike->window()->findChild<SystemUiDialog *>(QLatin1String(name));
+        return d && d->isOpen() ? d : nullptr;
+    };
+
+    // Holding a finger on the first bubble selects it.
+    QSignalSpy longPressed(m_spike->messageItems(), &MessageItemProvider::messageLongPressed);
+    QTest::mousePress(list->viewport(), Qt::LeftButton, {}, centreOf(0));
+    QVERIFY(longPressed.wait(5000));
+    QTest::mouseRelease(list->viewport(), Qt::LeftButton, {}, centreOf(0));
+    QCOMPARE(longPressed.first().first().toLongLong(), 10LL);
+    QVERIFY(list->property("ui_selection_mode").toBool());
+    QVERIFY(textsIn(m_spike->chatScreen()).contains("1 selected"));
+    QCOMPARE(sent("props 1 10"), 1);
+
+    // Deleted for everyone through the selection bar and its dialog.
+    feed(R"({"type":"message_properties","chat_id":1,"id":10,"can_be_replied":true,)"
+         R"("can_be_forwarded":true,"can_be_deleted_only_for_self":true,)"
+         R"("can_be_deleted_for_all_users":true})");
+    QVERIFY(waitFor([&] { return !m_spike->messages()->messagePropertiesForId(10).isEmpty(); }));
+    Q_EMIT m_spike->chatScreen()->selectionDeleteRequested();
+    auto *remove = qobject_cast<SystemDialog *>(openDialog("delete_dialog"));
+    QVERIFY(remove);
+    QCOMPARE(remove->body(), QStringLiteral("Delete this message?"));
+    QCOMPARE(remove->rememberMeText(), QStringLiteral("Delete for everyone"));
+    remove->setRememberMeChecked(true);
+    remove->finishWith(SystemUiResult::ConfirmButtonSelection);
+    QCOMPARE(sent("delete 1 all 10"), 1);
+    QVERIFY(!list->property("ui_selection_mode").toBool());
+
+    // A right click on the own message opens its menu; Forward, then a chat.
+    feed(R"({"type":"message_properties","chat_id":1,"id":11,"can_be_replied":true,)"
+         R"("can_be_forwarded":true,"can_be_deleted_only_for_self":true,"can_be_copied":true})");
+    QVERIFY(waitFor([&] { return !m_spike->messages()->messagePropertiesForId(11).isEmpty(); }));
+    QTest::mousePress(list->viewport(), Qt::RightButton, {}, centreOf(1));
+    auto *menu = qobject_cast<SystemListDialog *>(openDialog("message_menu_dialog"));
+    QVERIFY(menu);
+    menu->setSelectedIndices({int(menu->items().indexOf("Forward"))});
+    menu->finishWith(SystemUiResult::ConfirmButtonSelection);
+    auto *picker = qobject_cast<SystemListDialog *>(openDialog("forward_dialog"));
+    QVERIFY(picker);
+    QCOMPARE(picker->items(), (QStringList{"Chat 2", "Chat 1"}));
+    picker->setSelectedIndices({0});
+    picker->finishWith(SystemUiResult::ConfirmButtonSelection);
+    QCOMPARE(sent("forward 2 1 11"), 1);
+    QTRY_COMPARE(static_cast<ToastOverlay *>(m_spike->toaster())->currentText(),
+                 QStringLiteral("Forwarded"));
+}
+
 void TestController::updateCheckFromTheMenu()
 {
     // No update server is configured: the check ends at once with a toast.
@@ -477,15 +543,10 @@ void TestController::everySignalHasAReceiver()
         "MediaDownloads::videoViewerRequested", "VoicePlayer::videoNotePlaybackStopRequested",
         "MediaViewerScreen::playRequested", "MessageItemProvider::mediaTapped",
         "MessageItemProvider::videoNoteTapped",
-        // Message actions, selection and the chat information page.
-        "ChatScreen::moreRequested", "ChatScreen::selectionClosed",
-        "ChatScreen::selectionReplyRequested", "ChatScreen::selectionForwardRequested",
-        "ChatScreen::selectionDeleteRequested", "ChatInfoScreen::clearHistoryRequested",
+        // The chat information page.
+        "ChatScreen::moreRequested", "ChatInfoScreen::clearHistoryRequested",
         "ChatInfoScreen::joinRequested", "ChatInfoScreen::leaveRequested",
-        "ChatInfoScreen::deleteChatRequested", "MessageItemProvider::messageMenuRequested",
-        "MessageItemProvider::messageLongPressed",
-        "MessageItemProvider::messageSelectionToggleRequested",
-        "Composer::selectionModeExitRequested", "MessageRowModel::messageIdChanged",
+        "ChatInfoScreen::deleteChatRequested",
         // Pinned messages, search and the files cache.
         "EventDispatcher::pinnedEvent", "EventDispatcher::chatSearchResultsReady",
         "MainScreen::searchRequested", "MenuScreen::recalculateCacheRequested",
@@ -502,7 +563,7 @@ void TestController::everySignalHasAReceiver()
         m_spike->mediaDownloads(), m_spike->voicePlayer(),  m_spike->voiceRecorder(),
         m_spike->screens(),        m_spike->chatListView(), m_spike->updateChecker(),
         m_spike->chatSession(),    m_spike->composer(),     m_spike->messages(),
-        m_spike->messageItems(),   m_spike->filePicker()};
+        m_spike->messageItems(),   m_spike->filePicker(),   m_spike->messageActions()};
     QObjectList subsystems = parts;
     for (QWidget *w : m_spike->screens()->findChildren<QWidget *>())
         if (!QByteArray(w->metaObject()->className()).startsWith('Q'))

@@ -18,13 +18,16 @@ class BackendLink;
 class CommandChannel;
 class ChatItemProvider;
 class ChatScreen;
+class Clipboard;
 class ChatSession;
 class Composer;
 class FilePicker;
+class MessageActions;
 class MessageItemProvider;
 class MessageRowModel;
 class VoiceRecordGesture;
 class SystemDialog;
+class SystemUiDialog;
 class UpdateChecker;
 struct UpdateQuestion;
 class ChatListModel;
@@ -76,6 +79,7 @@ public:
     MessageRowModel *messages() const { return m_messages; }
     ChatSession *chatSession() const { return m_session; }
     Composer *composer() const { return m_composer; }
+    MessageActions *messageActions() const { return m_actions; }
     MessageItemProvider *messageItems() const { return m_messageItems; }
     FilePicker *filePicker() const { return m_filePicker; }
     VoiceRecordGesture *voiceGesture() const { return m_voiceGesture; }
@@ -143,6 +147,8 @@ private:
     void connectConversation();
     void onChatOpened(qint64 chatId, const QString &title, const QVariantMap &chatRow);
     void onChatClosed();
+    // Message actions: the menu, selection mode and their dialogs.
+    void connectMessageActions();
     // The hold-to-record action button and its panel.
     void connectVoiceRecording();
     void updateVoiceRecordPanel();
@@ -194,6 +200,10 @@ private:
     Composer *m_composer = nullptr;
     MessageItemProvider *m_messageItems = nullptr;
     FilePicker *m_filePicker = nullptr;
+    MessageActions *m_actions = nullptr;
+    std::shared_ptr<Clipboard> m_clipboard;
+    // The open message menu or forward, delete or reactions dialog.
+    QPointer<SystemUiDialog> m_actionDialog;
     VoiceRecordGesture *m_voiceGesture = nullptr;
     bool m_autoOpenDone = false;
     QPointer<SystemDialog> m_updateDialog;

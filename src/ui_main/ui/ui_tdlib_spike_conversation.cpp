@@ -9,6 +9,7 @@
 #include "chats/chat_list_model.h"
 #include "conversation/chat_session.h"
 #include "conversation/composer.h"
+#include "conversation/message_actions.h"
 #include "conversation/message_row_model.h"
 #include "conversation/ui/chat_screen.h"
 #include "conversation/ui/message_item_provider.h"
@@ -18,10 +19,12 @@
 #include "media/voice_player.h"
 #include "media/voice_recorder.h"
 #include "platform/array_data_model.h"
+#include "platform/clipboard.h"
 #include "platform/toaster.h"
 #include "platform/ui/file_picker.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
+#include "platform/ui/system_dialogs.h"
 #include "platform/ui/toast_overlay.h"
 #include "shell/style_sheet.h"
 #include "shell/theme.h"
@@ -53,6 +56,11 @@ void UiTdlibSpike::buildConversation()
     m_downloads->setListView(m_messageListView);
     m_voicePlayer->setListView(m_messageListView);
     m_filePicker = new FilePicker(m_window->screenHost());
+    m_clipboard = std::make_shared<SystemClipboard>();
+    m_actions = new MessageActions(
+        m_session, m_composer, m_clipboard.get(),
+        [this](qint64 chatId) { return m_dispatcher->chatInfo(chatId); },
+        [this](qint64 userId) { return m_dispatcher->userDisplayName(userId); }, this);
 }
 
 void UiTdlibSpike::connectConversation()
@@ -235,6 +243,7 @@ void UiTdlibSpike::connectConversation()
             [this] { m_composer->clearEdit(true); });
     connect(m_chatScreen, &ChatScreen::toBottomRequested, m_session, &ChatSession::onJumpToBottom);
     connect(m_chatScreen, &ChatScreen::backRequested, this, &UiTdlibSpike::onBackToChats);
+    connectMessageActions();
     connectVoiceRecording();
     // The chat list is complete (and sign-in done, or the app back in front):
     // the moment to open a chat asked for from outside.
@@ -255,6 +264,111 @@ void UiTdlibSpike::tryAutoOpenChat()
     appendLog(QStringLiteral("ui: auto-open chat %1\n")
                   .arg(m_chats->rowAt(row).value(QStringLiteral("id")).toString()));
     openChatFromRow(m_chats->rowAt(row));
+}
+
+void UiTdlibSpike::connectMessageActions()
+{
+    connect(m_actions, &MessageActions::sendLineRequested, this,
+            [this](const QString &line) { sendLine(line); });
+    connect(m_actions, &MessageActions::logLine, this,
+            [this](const QString &line) { appendLog(line); });
+    connect(m_actions, &MessageActions::toastRequested, this,
+            [this](const QString &text) { m_toaster->showToast(text); });
+    connect(m_actions, &MessageActions::selectionModeChanged, this, [this](bool on) {
+        m_messageListView->setProperty("ui_selection_mode", on);
+        m_chatScreen->setSelectionMode(on);
+        m_messageListView->updateVisibleItems();
+    });
+    connect(m_actions, &MessageActions::selectionCountChanged, m_chatScreen,
+            &ChatScreen::setSelectionCount);
+    connect(m_actions, &MessageActions::selectionActionsChanged, m_chatScreen,
+            &ChatScreen::setSelectionActions);
+    connect(m_actions, &MessageActions::focusComposerRequested, m_chatScreen,
+            &ChatScreen::focusComposer);
+    connect(m_composer, &Composer::selectionModeExitRequested, m_actions,
+            [this] { m_actions->setSelectionMode(false); });
+
+    // Touches on the bubbles and the selection bar.
+    connect(m_messageItems, &MessageItemProvider::messageLongPressed, m_actions,
+            &MessageActions::onMessageLongPressed);
+    connect(m_messageItems, &MessageItemProvider::messageMenuRequested, m_actions,
+            &MessageActions::showMessageMenu);
+    connect(m_messageItems, &MessageItemProvider::messageSelectionToggleRequested, m_actions,
+            &MessageActions::onMessageSelectionToggleRequested);
+    connect(m_chatScreen, &ChatScreen::selectionClosed, m_actions,
+            [this] { m_actions->setSelectionMode(false); });
+    connect(m_chatScreen, &ChatScreen::selectionReplyRequested, m_composer,
+            [this] { m_composer->onSelectionReplyTapped(m_actions->selectedIds()); });
+    connect(m_chatScreen, &ChatScreen::selectionForwardRequested, m_actions,
+            &MessageActions::onSelectionForwardTapped);
+    connect(m_chatScreen, &ChatScreen::selectionDeleteRequested, m_actions,
+            &MessageActions::onSelectionDeleteTapped);
+
+    // One dialog at a time over the phone screen; it carries its own state
+    // as dynamic properties and hands them back when it ends.
+    connect(m_actions, &MessageActions::dialogRequested, this,
+            [this](const MessageActions::DialogRequest &request) {
+                if (m_actionDialog) {
+                    m_actionDialog->cancel();
+                    m_actionDialog->deleteLater();
+                }
+                using Request = MessageActions::DialogRequest;
+                SystemUiDialog *dialog = nullptr;
+                SystemListDialog *list = nullptr;
+                SystemDialog *confirm = nullptr;
+                if (request.kind == Request::Delete) {
+                    confirm = new SystemDialog(request.confirmLabel, request.cancelLabel,
+                                               m_window->screenHost());
+                    confirm->setRememberMeText(request.optionText);
+                    confirm->setRememberMeChecked(request.optionChecked);
+                    dialog = confirm;
+                } else {
+                    list = new SystemListDialog(m_window->screenHost());
+                    list->setConfirmLabel(request.confirmLabel);
+                    list->setCancelLabel(request.cancelLabel);
+                    list->setItems(request.items);
+                    dialog = list;
+                }
+                static const char *const names[] = {"message_menu_dialog", "forward_dialog",
+                                                    "delete_dialog", "reactions_dialog"};
+                dialog->setObjectName(QLatin1String(names[request.kind]));
+                dialog->setTitle(request.title);
+                dialog->setBody(request.body);
+                for (auto it = request.properties.cbegin(); it != request.properties.cend(); ++it)
+                    dialog->setProperty(it.key().toUtf8().constData(), it.value());
+                const QStringList keys = request.properties.keys();
+                const Request::Kind kind = request.kind;
+                connect(dialog, &SystemUiDialog::finished, this,
+                        [this, dialog, list, confirm, keys, kind](int result) {
+                            QVariantMap props;
+                            for (const QString &key : keys)
+                                props.insert(key, dialog->property(key.toUtf8().constData()));
+                            props.insert(QStringLiteral("react_handled"),
+                                         dialog->property("react_handled"));
+                            const int index = list ? list->selectedIndices().value(0, -1) : -1;
+                            switch (kind) {
+                            case Request::MessageMenu:
+                                m_actions->onMessageMenuDialogFinished(props, result, index);
+                                break;
+                            case Request::Forward:
+                                m_actions->onForwardDialogFinished(props, result, index);
+                                break;
+                            case Request::Delete:
+                                m_actions->onDeleteDialogFinished(props, result,
+                                                                  confirm->rememberMeChecked());
+                                break;
+                            case Request::Reactions:
+                                m_actions->handleReactionsDialogFinishedCommon(
+                                    &props, QStringLiteral("finished"), result, index);
+                                dialog->setProperty("react_handled",
+                                                    props.value(QStringLiteral("react_handled")));
+                                break;
+                            }
+                            dialog->deleteLater();
+                        });
+                m_actionDialog = dialog;
+                dialog->show();
+            });
 }
 
 void UiTdlibSpike::connectVoiceRecording()
@@ -318,8 +432,6 @@ void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVari
     // Whatever played or downloaded for the chat being left stops with it.
     m_voicePlayer->stopVoicePlayback();
     m_downloads->setFilePendingFileId(0);
-    m_messageListView->setProperty("ui_selection_mode", false);
-    m_chatScreen->setSelectionMode(false);
 
     const QString avatarPath = chatRow.value(QStringLiteral("avatar_path")).toString();
     m_chatScreen->setTitle(title);
@@ -338,7 +450,6 @@ void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVari
 void UiTdlibSpike::onChatClosed()
 {
     m_voicePlayer->stopVoicePlayback();
-    m_chatScreen->setSelectionMode(false);
     m_dispatcher->setCurrentChat(0, QString());
     if (m_screens)
         m_screens->showMainScreen();
