@@ -160,7 +160,10 @@ void DemoActivity::afterSend(int ci, qint64 messageId)
     if (react)
         m_host->later(
             800, [this, ci, messageId, emoji] { m_host->addPeerReaction(ci, messageId, emoji); });
-    const QString reply = m_host->world().phrase(m_rng);
+    // Picked by the message answered, so a restarted backend does not answer
+    // the first message of every run with the same words.
+    DemoRng pick(demo_mix(quint64(messageId) ^ 0x5245504c59));
+    const QString reply = m_host->world().phrase(pick);
     m_host->later(1800, [this, ci, reply, peer] {
         m_replyPending.remove(ci);
         if (!m_host->isInMainList(ci) && chat(ci).peerUserId == 0)
