@@ -62,22 +62,18 @@ ChatListModel::ChatListModel(ArrayDataModel *rows, QObject *parent) : QObject(pa
         return;
     }
     // Someone else writing the rows must not leave the index stale.
-    auto structural = [this] {
-        if (m_writing == 0) {
-            resyncAll();
-        }
-    };
-    connect(m_rows, &QAbstractItemModel::rowsInserted, this, structural);
-    connect(m_rows, &QAbstractItemModel::rowsRemoved, this, structural);
-    connect(m_rows, &QAbstractItemModel::rowsMoved, this, structural);
-    connect(m_rows, &QAbstractItemModel::modelReset, this, structural);
-    connect(m_rows, &QAbstractItemModel::layoutChanged, this, structural);
-    connect(m_rows, &QAbstractItemModel::dataChanged, this,
-            [this](const QModelIndex &topLeft, const QModelIndex &bottomRight) {
-                if (m_writing == 0) {
-                    resyncRows(topLeft.row(), bottomRight.row());
-                }
-            });
+    follow_model_changes(
+        m_rows, this,
+        [this] {
+            if (m_writing == 0) {
+                resyncAll();
+            }
+        },
+        [this](int first, int last) {
+            if (m_writing == 0) {
+                resyncRows(first, last);
+            }
+        });
     resyncAll();
 }
 

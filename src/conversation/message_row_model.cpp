@@ -34,22 +34,18 @@ MessageRowModel::MessageRowModel(ArrayDataModel *rows, ChatListModel *chats,
     : QObject(parent), m_rows(rows), m_chats(chats), m_avatars(avatars)
 {
     Q_ASSERT(m_rows);
-    auto structural = [this] {
-        if (m_writing == 0) {
-            rebuildIndex();
-        }
-    };
-    connect(m_rows, &QAbstractItemModel::rowsInserted, this, structural);
-    connect(m_rows, &QAbstractItemModel::rowsRemoved, this, structural);
-    connect(m_rows, &QAbstractItemModel::rowsMoved, this, structural);
-    connect(m_rows, &QAbstractItemModel::modelReset, this, structural);
-    connect(m_rows, &QAbstractItemModel::layoutChanged, this, structural);
-    connect(m_rows, &QAbstractItemModel::dataChanged, this,
-            [this](const QModelIndex &topLeft, const QModelIndex &bottomRight) {
-                if (m_writing == 0) {
-                    onForeignDataChanged(topLeft.row(), bottomRight.row());
-                }
-            });
+    follow_model_changes(
+        m_rows, this,
+        [this] {
+            if (m_writing == 0) {
+                rebuildIndex();
+            }
+        },
+        [this](int first, int last) {
+            if (m_writing == 0) {
+                onForeignDataChanged(first, last);
+            }
+        });
     rebuildIndex();
 }
 

@@ -111,3 +111,18 @@ QVariantMap ArrayDataModel::value(int index) const
         return QVariantMap();
     return m_rows.at(index);
 }
+
+void follow_model_changes(QAbstractItemModel *model, QObject *context,
+                          const std::function<void()> &structural,
+                          const std::function<void(int first, int last)> &changed)
+{
+    QObject::connect(model, &QAbstractItemModel::rowsInserted, context, structural);
+    QObject::connect(model, &QAbstractItemModel::rowsRemoved, context, structural);
+    QObject::connect(model, &QAbstractItemModel::rowsMoved, context, structural);
+    QObject::connect(model, &QAbstractItemModel::modelReset, context, structural);
+    QObject::connect(model, &QAbstractItemModel::layoutChanged, context, structural);
+    QObject::connect(model, &QAbstractItemModel::dataChanged, context,
+                     [changed](const QModelIndex &topLeft, const QModelIndex &bottomRight) {
+                         changed(topLeft.row(), bottomRight.row());
+                     });
+}

@@ -4,6 +4,8 @@
 #include <QList>
 #include <QVariantMap>
 
+#include <functional>
+
 // A flat list model of row maps. Views read a row's map under Qt::UserRole
 // (and Qt::DisplayRole). Every index is bounds-checked: out-of-range calls
 // do nothing and reads give an empty map.
@@ -43,3 +45,10 @@ public:
 private:
     QList<QVariantMap> m_rows;
 };
+
+// For an index kept beside a model that others may write too: structural()
+// after rows are inserted, removed or moved and after a reset or a layout
+// change; changed(first, last) after rows' data changed.
+void follow_model_changes(QAbstractItemModel *model, QObject *context,
+                          const std::function<void()> &structural,
+                          const std::function<void(int first, int last)> &changed);

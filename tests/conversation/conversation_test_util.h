@@ -1,5 +1,10 @@
 #pragma once
 
+#include "chats/chat_list_model.h"
+#include "conversation/chat_session.h"
+#include "conversation/message_row_model.h"
+#include "platform/array_data_model.h"
+
 #include <QStringList>
 #include <QVariantMap>
 
@@ -51,3 +56,14 @@ inline QList<QVariantMap> evs(const QString &text)
     }
     return out;
 }
+
+// The models of an open chat, as the controller builds them: the chat list,
+// the message rows and the session over both.
+struct OpenChatModels
+{
+    ArrayDataModel chatRows;
+    ChatListModel chats{&chatRows};
+    ArrayDataModel rows;
+    MessageRowModel messages{&rows, &chats, nullptr};
+    ChatSession session{&messages, &chats};
+};

@@ -19,13 +19,8 @@ QVariantMap chatRow(qint64 id, qint64 lastMessageId = 0)
 }
 
 // The open chat with its collaborators and everything it says.
-struct Harness
+struct Harness : OpenChatModels
 {
-    ArrayDataModel chatRows;
-    ChatListModel chats{&chatRows};
-    ArrayDataModel rows;
-    MessageRowModel messages{&rows, &chats, nullptr};
-    ChatSession session{&messages, &chats};
     QStringList lines;
     QStringList logs;
     QList<qint64> scrolledTo;

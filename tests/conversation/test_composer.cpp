@@ -14,13 +14,8 @@ namespace {
 
 // Chat 5 open with a few messages: 10 incoming text, 11 own text, 12 own
 // photo, 13 own text still being sent, 14 own message without a type.
-struct Harness
+struct Harness : OpenChatModels
 {
-    ArrayDataModel chatRows;
-    ChatListModel chats{&chatRows};
-    ArrayDataModel rows;
-    MessageRowModel messages{&rows, &chats, nullptr};
-    ChatSession session{&messages, &chats};
     QVariantMap info;
     Composer composer{&session, [this](qint64) { return info; }};
     QStringList lines;

@@ -17,13 +17,8 @@ using Request = MessageActions::DialogRequest;
 // Chat 5 ("Ann") open, of the given type, with 10 incoming text "hello",
 // 11 own text "mine", 12 own photo, 13 own text still being sent. Chats 7
 // ("Bob") and 9 (no title) are in the list too.
-struct Harness
+struct Harness : OpenChatModels
 {
-    ArrayDataModel chatRows;
-    ChatListModel chats{&chatRows};
-    ArrayDataModel rows;
-    MessageRowModel messages{&rows, &chats, nullptr};
-    ChatSession session{&messages, &chats};
     QVariantMap info;
     QHash<qint64, QString> names;
     Composer composer{&session, [this](qint64) { return info; }};
