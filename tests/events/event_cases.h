@@ -17,7 +17,8 @@
 const char *const kPassedOn[][2] = {
     {"messageEvent", "history_begin history_clear message message_reactions messages_deleted "
                      "message_send_acked message_send_failed message_send_succeeded history_end"},
-    {"pinnedEvent", "pinned_message pinned_none pinned_list_begin pinned_list_item pinned_list_end"}};
+    {"pinnedEvent",
+     "pinned_message pinned_none pinned_list_begin pinned_list_item pinned_list_end"}};
 const char *const kCases = R"(
 backend_ready ::  :: {"type":"backend_ready"} :: sig=statusTextChanged;status=Backend ready
 auth_state Ready ::  :: {"type":"auth_state","state":"Ready"} :: sent=chats 60;sig=authStateChanged,hubOpenRequestCheckRequested,statusTextChanged;status=Auth: Ready;arg:authStateChanged:1=true
