@@ -58,15 +58,12 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("fileText");
         QTest::addColumn<bool>("disabled");
-        QTest::newRow("no key") << QByteArray("OTHER=1\n") << false;
+        // The file's own rules (comments, blanks, repeated keys): test_env_file.
         QTest::newRow("TRUE") << QByteArray("UI_DISABLE_BUBBLES=TRUE\n") << true;
         QTest::newRow("Yes spaced") << QByteArray("  UI_DISABLE_BUBBLES =  Yes \n") << true;
         QTest::newRow("on, no line end") << QByteArray("UI_DISABLE_BUBBLES=on") << true;
         QTest::newRow("0") << QByteArray("UI_DISABLE_BUBBLES=0\n") << false;
         QTest::newRow("quoted") << QByteArray("UI_DISABLE_BUBBLES=\"1\"\n") << false;
-        QTest::newRow("later wins")
-            << QByteArray("UI_DISABLE_BUBBLES=1\nUI_DISABLE_BUBBLES=off\n") << false;
-        QTest::newRow("comment") << QByteArray("#UI_DISABLE_BUBBLES=1\n") << false;
     }
     void disableBubbles()
     {
