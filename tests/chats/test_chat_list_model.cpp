@@ -28,372 +28,357 @@ class TestChatListModel : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void precedes_data();
-    void precedes();
-    void operations_data();
-    void operations();
-    void matchesLinearRule_data();
-    void matchesLinearRule();
-    void previewText_data();
-    void previewText();
-    void textCuts_data();
-    void textCuts();
-    void avatarPathsAndLastMessage();
-    void loadChatsAndNullModel();
-};
-
-void TestChatListModel::precedes_data()
-{
-    QTest::addColumn<QString>("a");
-    QTest::addColumn<QString>("b");
-    QTest::addColumn<bool>("expected");
-    auto row = [](const char *name, const char *a, const char *b, bool e) {
-        QTest::newRow(name) << a << b << e;
-    };
-    row("greater order first", "id=1 order=20 last_date=1", "id=2 order=10 last_date=99", true);
-    row("smaller order after", "id=9 order=10", "id=2 order=20", false);
-    row("equal order: id decides, not date", "id=4 order=7 last_date=99", "id=5 order=7", false);
-    row("equal order: greater id", "id=5 order=7", "id=4 order=7", true);
-    row("positive over zero despite date", "id=1 order=1", "id=2 last_date=1000", true);
-    row("zero below positive", "id=2 last_date=1000", "id=1 order=1", false);
-    row("zero orders: newer date", "id=1 last_date=30", "id=2 last_date=20", true);
-    row("zero orders: older date", "id=3 last_date=10", "id=2 last_date=20", false);
-    row("negative date reads 0, id decides", "id=3 last_date=-50", "id=2 last_date=0", true);
-    row("negative order below zero", "id=1 order=-5", "id=2", false);
-    row("unparsable order reads 0", "id=1 order=abc last_date=5", "id=2 last_date=4", true);
-    row("same row does not precede itself", "id=1 order=3", "id=1 order=3", false);
-}
-
-void TestChatListModel::precedes()
-{
-    QFETCH(QString, a);
-    QFETCH(QString, b);
-    QFETCH(bool, expected);
-    QCOMPARE(ChatListModel::chatRowPrecedes(kv(a), kv(b)), expected);
-}
-
-void TestChatListModel::operations_data()
-{
-    // Steps separated by ';': "u <row>" upsert, "r <id>" remove, "b" begin
-    // bulk load, "e" end it, "s" full sort, "c <ids>" check the order,
-    // "t <0|1>" whether the model's rows were touched since the last "t",
-    // "a <0|1>" list at its beginning, "S <n>" scroll requests so far.
-    QTest::addColumn<QString>("steps");
-    QTest::addColumn<QString>("expected");
-    auto row = [](const char *name, const char *steps, const char *e) {
-        QTest::newRow(name) << steps << e;
-    };
-    row("zero orders by date, then id",
-        "u id=1 last_date=10; u id=2 last_date=30; u id=3 last_date=10", "2,3,1");
-    row("merge moves up and down",
-        "u id=1 order=10; u id=2 order=20; u id=3 order=15; u id=1 order=30; c 1,2,3; "
-        "u id=2 order=5",
-        "1,3,2");
-    row("date change under order stays",
-        "u id=1 order=10 last_date=1; u id=2 order=10 last_date=2; u id=1 last_date=100", "2,1");
-    row("date change without order moves",
-        "u id=1 last_date=1; u id=2 last_date=2; c 2,1; u id=1 last_date=3", "1,2");
-    row("negative date to zero does not move",
-        "u id=3 last_date=-4; u id=2 last_date=0; c 3,2; u id=3 last_date=0", "3,2");
-    row("order to zero falls below positives",
-        "u id=1 order=9 last_date=5; u id=2 order=3; u id=1 order=0", "2,1");
-    row("unchanged merge leaves rows alone",
-        "u id=1 order=5 unread_count=3 title=A; u id=2 order=4; t 1; u id=1 unread_count=3; t 0; "
-        "u id=1 order=5 title=A; t 0; u id=1 unread_count=4; t 1; u id=1 muted=true; t 1",
-        "1,2");
-    row("bulk appends then sorts", "b; u id=1 order=10; u id=2 order=30; c 1,2; e", "2,1");
-    row("bulk begin empties, merges in place",
-        "u id=1 order=1; b; c ; u id=3 order=1; u id=4 order=2; u id=3 order=5; c 3,4; e", "3,4");
-    row("removal during bulk",
-        "b; u id=1 order=1; u id=2 order=2; u id=3 order=3; r 2; u id=3 order=9; c 1,3; u id=4; "
-        "c 1,3,4; e",
-        "3,1,4");
-    row("remove; unknown and zero ids ignored",
-        "u id=1 order=1; u id=2 order=2; r 1; r 99; r 0; u id=0 order=5; u order=6", "2");
-    row("stable full sort after bulk with merges",
-        "b; u id=1 last_date=5; u id=2 last_date=5; u id=3 order=1; u id=2 last_date=6; e; s",
-        "3,2,1");
-    row("new top row at beginning scrolls", "a 1; u id=1 order=10; u id=9 order=100; S 2", "9,1");
-    row("new top row scrolled away", "a 0; u id=1 order=10; u id=9 order=100; S 0", "9,1");
-    row("lower row or staying second does not scroll",
-        "a 0; u id=1 order=10; u id=2 order=20; a 1; u id=9 order=1; u id=1 order=15; S 0; "
-        "u id=1 order=30; S 1",
-        "1,2,9");
-}
-
-void TestChatListModel::operations()
-{
-    QFETCH(QString, steps);
-    QFETCH(QString, expected);
-    ArrayDataModel rows;
-    ChatListModel model(&rows);
-    QSignalSpy scrolls(&model, &ChatListModel::scrollToBeginningRequested);
-    int touched = 0;
-    auto touch = [&touched] { ++touched; };
-    connect(&rows, &QAbstractItemModel::dataChanged, this, touch);
-    connect(&rows, &QAbstractItemModel::rowsInserted, this, touch);
-    connect(&rows, &QAbstractItemModel::rowsRemoved, this, touch);
-    for (const QString &raw : steps.split(QLatin1Char(';'))) {
-        const QString step = raw.trimmed();
-        const QString arg = step.mid(1).trimmed();
-        switch (step.at(0).toLatin1()) {
-        case 'u':
-            model.upsertChatRow(kv(arg));
-            break;
-        case 'r':
-            model.removeChatById(arg.toLongLong());
-            break;
-        case 'b':
-            model.beginBulkLoad();
-            break;
-        case 'e':
-            model.endBulkLoad();
-            break;
-        case 's':
-            model.sortChatsModelByOrder();
-            break;
-        case 'c':
-            QCOMPARE(idsOf(model), arg);
-            break;
-        case 't':
-            QVERIFY2((touched > 0) == (arg == QLatin1String("1")), qPrintable(step));
-            touched = 0;
-            break;
-        case 'a':
-            model.onChatsAtBeginningChanged(arg == QLatin1String("1"));
-            break;
-        case 'S':
-            QCOMPARE(scrolls.count(), arg.toInt());
-            break;
-        default:
-            QFAIL(qPrintable(QStringLiteral("bad step ") + step));
-        }
+    void precedes_data()
+    {
+        QTest::addColumn<QString>("a");
+        QTest::addColumn<QString>("b");
+        QTest::addColumn<bool>("expected");
+        // Each pair also runs the other way round: of two different rows exactly one precedes.
+        auto row = [](const char *name, const char *a, const char *b, bool e) {
+            QTest::newRow(name) << a << b << e;
+        };
+        row("greater order first", "id=1 order=20 last_date=1", "id=2 order=10 last_date=99", true);
+        row("equal order: id decides, not date", "id=4 order=7 last_date=99", "id=5 order=7",
+            false);
+        row("positive over zero despite date", "id=1 order=1", "id=2 last_date=1000", true);
+        row("zero orders: newer date", "id=1 last_date=30", "id=2 last_date=20", true);
+        row("negative date reads 0, id decides", "id=3 last_date=-50", "id=2 last_date=0", true);
+        row("negative order below zero", "id=1 order=-5", "id=2", false);
+        row("unparsable order reads 0", "id=1 order=abc last_date=5", "id=2 last_date=4", true);
+        row("same row does not precede itself", "id=1 order=3", "id=1 order=3", false);
     }
-    QCOMPARE(idsOf(model), expected);
-    QCOMPARE(rows.size(), model.size());
-    for (int i = 0; i < model.size(); ++i) {
-        QCOMPARE(model.findChatIndexById(ChatListModel::chatRowId(model.rowAt(i))), i);
+    void precedes()
+    {
+        QFETCH(QString, a);
+        QFETCH(QString, b);
+        QFETCH(bool, expected);
+        QCOMPARE(ChatListModel::chatRowPrecedes(kv(a), kv(b)), expected);
+        QCOMPARE(ChatListModel::chatRowPrecedes(kv(b), kv(a)), !expected && a != b);
     }
-}
-
-void TestChatListModel::matchesLinearRule_data()
-{
-    QTest::addColumn<quint32>("seed");
-    QTest::addColumn<int>("idSpace");
-    QTest::addColumn<bool>("withBulk");
-    QTest::addColumn<bool>("withForeignWrites");
-    QTest::newRow("crowded ids") << 1u << 12 << false << false;
-    QTest::newRow("wide ids with bulk loads") << 4u << 400 << true << false;
-    QTest::newRow("other writers and bulk loads") << 7u << 40 << true << true;
-}
-
-void TestChatListModel::matchesLinearRule()
-{
-    QFETCH(quint32, seed);
-    QFETCH(int, idSpace);
-    QFETCH(bool, withBulk);
-    QFETCH(bool, withForeignWrites);
-    const int steps = 4000;
-    QRandomGenerator rng(seed);
-    ArrayDataModel rows;
-    ChatListModel model(&rows);
-    LinearChatList ref;
-    int scrolls = 0;
-    connect(&model, &ChatListModel::scrollToBeginningRequested, this, [&scrolls] { ++scrolls; });
-    // Few distinct values so that ties and unchanged merges are common.
-    auto some = [&rng](int n, int scale = 1) { return QString::number(rng.bounded(n) * scale); };
-
-    for (int step = 0; step < steps; ++step) {
-        const int what = rng.bounded(100);
-        ref.atBeginning = rng.bounded(4) != 0;
-        model.onChatsAtBeginningChanged(ref.atBeginning);
-        const int i = ref.rows.isEmpty() ? 0 : rng.bounded(ref.rows.size());
-        if (withBulk && what < 2) {
-            ref.bulk = !model.isBulkLoading();
-            if (ref.bulk) {
+    void operations_data()
+    {
+        // Steps separated by ';': "u <row>" upsert, "r <id>" remove, "b" begin
+        // bulk load, "e" end it, "s" full sort, "c <ids>" check the order,
+        // "t <0|1>" whether the model's rows were touched since the last "t",
+        // "a <0|1>" list at its beginning, "S <n>" scroll requests so far.
+        QTest::addColumn<QString>("steps");
+        QTest::addColumn<QString>("expected");
+        auto row = [](const char *name, const char *steps, const char *e) {
+            QTest::newRow(name) << steps << e;
+        };
+        row("zero orders by date, then id",
+            "u id=1 last_date=10; u id=2 last_date=30; u id=3 last_date=10", "2,3,1");
+        row("merge moves up and down",
+            "u id=1 order=10; u id=2 order=20; u id=3 order=15; u id=1 order=30; c 1,2,3; "
+            "u id=2 order=5",
+            "1,3,2");
+        row("date change under order stays",
+            "u id=1 order=10 last_date=1; u id=2 order=10 last_date=2; u id=1 last_date=100",
+            "2,1");
+        row("date change without order moves",
+            "u id=1 last_date=1; u id=2 last_date=2; c 2,1; u id=1 last_date=3", "1,2");
+        row("negative date to zero does not move",
+            "u id=3 last_date=-4; u id=2 last_date=0; c 3,2; u id=3 last_date=0", "3,2");
+        row("order to zero falls below positives",
+            "u id=1 order=9 last_date=5; u id=2 order=3; u id=1 order=0", "2,1");
+        row("unchanged merge leaves rows alone",
+            "u id=1 order=5 unread_count=3 title=A; u id=2 order=4; t 1; u id=1 unread_count=3; t "
+            "0; "
+            "u id=1 order=5 title=A; t 0; u id=1 unread_count=4; t 1; u id=1 muted=true; t 1",
+            "1,2");
+        row("bulk appends then sorts", "b; u id=1 order=10; u id=2 order=30; c 1,2; e", "2,1");
+        row("bulk begin empties, merges in place",
+            "u id=1 order=1; b; c ; u id=3 order=1; u id=4 order=2; u id=3 order=5; c 3,4; e",
+            "3,4");
+        row("removal during bulk",
+            "b; u id=1 order=1; u id=2 order=2; u id=3 order=3; r 2; u id=3 order=9; c 1,3; u "
+            "id=4; "
+            "c 1,3,4; e",
+            "3,1,4");
+        row("remove; unknown and zero ids ignored",
+            "u id=1 order=1; u id=2 order=2; r 1; r 99; r 0; u id=0 order=5; u order=6", "2");
+        row("stable full sort after bulk with merges",
+            "b; u id=1 last_date=5; u id=2 last_date=5; u id=3 order=1; u id=2 last_date=6; e; s",
+            "3,2,1");
+        row("new top row at beginning scrolls", "a 1; u id=1 order=10; u id=9 order=100; S 2",
+            "9,1");
+        row("new top row scrolled away", "a 0; u id=1 order=10; u id=9 order=100; S 0", "9,1");
+        row("lower row or staying second does not scroll",
+            "a 0; u id=1 order=10; u id=2 order=20; a 1; u id=9 order=1; u id=1 order=15; S 0; "
+            "u id=1 order=30; S 1",
+            "1,2,9");
+    }
+    void operations()
+    {
+        QFETCH(QString, steps);
+        QFETCH(QString, expected);
+        ArrayDataModel rows;
+        ChatListModel model(&rows);
+        QSignalSpy scrolls(&model, &ChatListModel::scrollToBeginningRequested);
+        int touched = 0;
+        auto touch = [&touched] { ++touched; };
+        connect(&rows, &QAbstractItemModel::dataChanged, this, touch);
+        connect(&rows, &QAbstractItemModel::rowsInserted, this, touch);
+        connect(&rows, &QAbstractItemModel::rowsRemoved, this, touch);
+        for (const QString &raw : steps.split(QLatin1Char(';'))) {
+            const QString step = raw.trimmed();
+            const QString arg = step.mid(1).trimmed();
+            switch (step.at(0).toLatin1()) {
+            case 'u':
+                model.upsertChatRow(kv(arg));
+                break;
+            case 'r':
+                model.removeChatById(arg.toLongLong());
+                break;
+            case 'b':
                 model.beginBulkLoad();
-                ref.rows.clear();
-            } else {
+                break;
+            case 'e':
                 model.endBulkLoad();
-                ref.sort();
+                break;
+            case 's':
+                model.sortChatsModelByOrder();
+                break;
+            case 'c':
+                QCOMPARE(idsOf(model), arg);
+                break;
+            case 't':
+                QVERIFY2((touched > 0) == (arg == QLatin1String("1")), qPrintable(step));
+                touched = 0;
+                break;
+            case 'a':
+                model.onChatsAtBeginningChanged(arg == QLatin1String("1"));
+                break;
+            case 'S':
+                QCOMPARE(scrolls.count(), arg.toInt());
+                break;
+            default:
+                QFAIL(qPrintable(QStringLiteral("bad step ") + step));
             }
-        } else if (withForeignWrites && what < 6 && !ref.rows.isEmpty()) {
-            // Someone else writes the rows directly.
-            const int kind = rng.bounded(5);
-            if (kind == 0) {
-                ref.rows[i].insert(QStringLiteral("order"), some(8, 100));
-                ref.rows[i].insert(QStringLiteral("photo_small_id"), some(5));
-                rows.replace(i, ref.rows.at(i));
-            } else if (kind == 1) {
-                rows.removeAt(i);
-                ref.rows.removeAt(i);
-            } else if (kind == 2) {
-                const int to = rng.bounded(ref.rows.size());
-                rows.move(i, to);
-                ref.rows.move(i, to);
-            } else if (kind == 3) {
-                const QVariantMap r{{"id", QString::number(idSpace + 1000 + step)},
-                                    {"order", some(8, 100)}};
-                rows.append(r);
-                ref.rows.append(r);
+        }
+        QCOMPARE(idsOf(model), expected);
+        QCOMPARE(rows.size(), model.size());
+        for (int i = 0; i < model.size(); ++i) {
+            QCOMPARE(model.findChatIndexById(ChatListModel::chatRowId(model.rowAt(i))), i);
+        }
+    }
+    void matchesLinearRule_data()
+    {
+        QTest::addColumn<quint32>("seed");
+        QTest::addColumn<int>("idSpace");
+        QTest::addColumn<bool>("withBulk");
+        QTest::addColumn<bool>("withForeignWrites");
+        QTest::newRow("crowded ids") << 1u << 12 << false << false;
+        QTest::newRow("wide ids with bulk loads") << 4u << 400 << true << false;
+        QTest::newRow("other writers and bulk loads") << 7u << 40 << true << true;
+    }
+    void matchesLinearRule()
+    {
+        QFETCH(quint32, seed);
+        QFETCH(int, idSpace);
+        QFETCH(bool, withBulk);
+        QFETCH(bool, withForeignWrites);
+        const int steps = 4000;
+        QRandomGenerator rng(seed);
+        ArrayDataModel rows;
+        ChatListModel model(&rows);
+        LinearChatList ref;
+        int scrolls = 0;
+        connect(&model, &ChatListModel::scrollToBeginningRequested, this,
+                [&scrolls] { ++scrolls; });
+        // Few distinct values so that ties and unchanged merges are common.
+        auto some = [&rng](int n, int scale = 1) {
+            return QString::number(rng.bounded(n) * scale);
+        };
+
+        for (int step = 0; step < steps; ++step) {
+            const int what = rng.bounded(100);
+            ref.atBeginning = rng.bounded(4) != 0;
+            model.onChatsAtBeginningChanged(ref.atBeginning);
+            const int i = ref.rows.isEmpty() ? 0 : rng.bounded(ref.rows.size());
+            if (withBulk && what < 2) {
+                ref.bulk = !model.isBulkLoading();
+                if (ref.bulk) {
+                    model.beginBulkLoad();
+                    ref.rows.clear();
+                } else {
+                    model.endBulkLoad();
+                    ref.sort();
+                }
+            } else if (withForeignWrites && what < 6 && !ref.rows.isEmpty()) {
+                // Someone else writes the rows directly.
+                const int kind = rng.bounded(5);
+                if (kind == 0) {
+                    ref.rows[i].insert(QStringLiteral("order"), some(8, 100));
+                    ref.rows[i].insert(QStringLiteral("photo_small_id"), some(5));
+                    rows.replace(i, ref.rows.at(i));
+                } else if (kind == 1) {
+                    rows.removeAt(i);
+                    ref.rows.removeAt(i);
+                } else if (kind == 2) {
+                    const int to = rng.bounded(ref.rows.size());
+                    rows.move(i, to);
+                    ref.rows.move(i, to);
+                } else if (kind == 3) {
+                    const QVariantMap r{{"id", QString::number(idSpace + 1000 + step)},
+                                        {"order", some(8, 100)}};
+                    rows.append(r);
+                    ref.rows.append(r);
+                } else {
+                    rows.replace(i, ref.rows.at(i)); // a redraw
+                }
+            } else if (what < 10) {
+                const qint64 id = qint64(rng.bounded(idSpace + 1));
+                model.removeChatById(id);
+                ref.remove(id);
             } else {
-                rows.replace(i, ref.rows.at(i)); // a redraw
+                QVariantMap row{{"id", some(idSpace + 1)}};
+                if (rng.bounded(2)) {
+                    row.insert(QStringLiteral("order"),
+                               QString::number(qMax(0, rng.bounded(8) - 1) * 100));
+                }
+                if (rng.bounded(2)) {
+                    row.insert(QStringLiteral("last_date"), QString::number(rng.bounded(7) - 2));
+                }
+                if (rng.bounded(3) == 0) {
+                    row.insert(QStringLiteral("unread_count"), some(3));
+                }
+                if (rng.bounded(5) == 0) {
+                    row.insert(QStringLiteral("photo_small_id"), some(5));
+                }
+                model.upsertChatRow(row);
+                ref.upsert(row);
             }
-        } else if (what < 10) {
-            const qint64 id = qint64(rng.bounded(idSpace + 1));
-            model.removeChatById(id);
-            ref.remove(id);
-        } else {
-            QVariantMap row{{"id", some(idSpace + 1)}};
-            if (rng.bounded(2)) {
-                row.insert(QStringLiteral("order"),
-                           QString::number(qMax(0, rng.bounded(8) - 1) * 100));
+            if (rows.rows() != ref.rows) {
+                QFAIL(qPrintable(
+                    QStringLiteral("diverged at step %1: %2").arg(step).arg(idsOf(model))));
             }
-            if (rng.bounded(2)) {
-                row.insert(QStringLiteral("last_date"), QString::number(rng.bounded(7) - 2));
-            }
-            if (rng.bounded(3) == 0) {
-                row.insert(QStringLiteral("unread_count"), some(3));
-            }
-            if (rng.bounded(5) == 0) {
-                row.insert(QStringLiteral("photo_small_id"), some(5));
-            }
-            model.upsertChatRow(row);
-            ref.upsert(row);
         }
-        if (rows.rows() != ref.rows) {
-            QFAIL(
-                qPrintable(QStringLiteral("diverged at step %1: %2").arg(step).arg(idsOf(model))));
+        QCOMPARE(scrolls, ref.scrollRequests);
+        for (qint64 id = 0; id <= idSpace + 1000 + steps; ++id) {
+            QCOMPARE(model.findChatIndexById(id), ref.find(id));
+        }
+        for (qint64 photo = 1; photo < 5; ++photo) {
+            bool used = false;
+            for (const QVariantMap &r : ref.rows) {
+                used = used || r.value(QStringLiteral("photo_small_id")).toLongLong() == photo;
+            }
+            QCOMPARE(model.isAvatarFileIdUsed(photo), used);
         }
     }
-    QCOMPARE(scrolls, ref.scrollRequests);
-    for (qint64 id = 0; id <= idSpace + 1000 + steps; ++id) {
-        QCOMPARE(model.findChatIndexById(id), ref.find(id));
+    void previewText_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("expected");
+        const QString x240(240, QLatin1Char('x'));
+        QTest::newRow("empty") << ""
+                               << "";
+        QTest::newRow("blanks and tab kept") << "  x\t "
+                                             << "  x\t ";
+        QTest::newRow("crlf, lone cr and lf") << "a\r\nb\rc\nd"
+                                              << "a  b c d";
+        QTest::newRow("line breaks count before cut")
+            << x240.left(239) + "\n\nz" << x240.left(239) + " ...";
     }
-    for (qint64 photo = 1; photo < 5; ++photo) {
-        bool used = false;
-        for (const QVariantMap &r : ref.rows) {
-            used = used || r.value(QStringLiteral("photo_small_id")).toLongLong() == photo;
+    void previewText()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, expected);
+        QCOMPARE(chat_list_preview_text(text), expected);
+    }
+    void textCuts_data()
+    {
+        // cut3: the longest start of whole clusters with at most three code points; the preview of
+        // the text after 237 other characters keeps the same.
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("cut3");
+        QTest::addColumn<QString>("initial");
+        const auto row = [](const char *name, const char *text, const char *cut3,
+                            const char *initial) {
+            QTest::newRow(name) << QString::fromUtf8(text) << QString::fromUtf8(cut3)
+                                << QString::fromUtf8(initial);
+        };
+        row("latin", "zoë z", "zoë", "Z");
+        row("combining acute", "e\u0301cole", "e\u0301c", "E\u0301");
+        row("flags", "🇩🇪🇫🇷 x", "🇩🇪", "🇩🇪");
+        row("skin tone", "👍🏽ok", "👍🏽o", "👍🏽");
+        row("family longer than the limit", "👨‍👩‍👧 Family", "", "👨‍👩‍👧");
+        row("hebrew after blanks", "  שלום", "  ש", "ש");
+        row("arabic with a vowel mark", "مَرحبا", "مَر", "مَ");
+        row("blank title, 240 kept", "   ", "   ", "?");
+        row("short", "ab", "ab", "A");
+    }
+    void textCuts()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, cut3);
+        QFETCH(QString, initial);
+        QCOMPARE(left_graphemes(text, 3), cut3);
+        QCOMPARE(avatar_initial(text), initial);
+        const QString pad(237, QLatin1Char('x'));
+        const int n = code_point_count(text);
+        QCOMPARE(chat_list_preview_text(pad + text),
+                 n > 3 ? QString(pad + cut3 + "...") : QString(pad + text));
+        // Plain cuts never leave half a pair, and the two ends add up to the whole.
+        for (int i = 0; i <= n; ++i) {
+            const QString head = left_code_points(text, i);
+            QCOMPARE(code_point_count(head), i);
+            QCOMPARE(head + right_code_points(text, n - i), text);
         }
-        QCOMPARE(model.isAvatarFileIdUsed(photo), used);
     }
-}
+    void avatarPathsAndLastMessage()
+    {
+        ArrayDataModel rows;
+        ChatListModel model(&rows);
+        for (const char *r : {"id=1 order=3 photo_small_id=70", "id=2 order=2 photo_small_id=70",
+                              "id=3 order=1 photo_small_id=80"}) {
+            model.upsertChatRow(kv(QLatin1String(r)));
+        }
+        auto avatar = [&model](qint64 id) {
+            return model.chatRowById(id).value(QStringLiteral("avatar_path"), "-").toString();
+        };
+        QVERIFY(model.isAvatarFileIdUsed(70) && model.isAvatarFileIdUsed(80));
+        QVERIFY(!model.isAvatarFileIdUsed(90) && !model.isAvatarFileIdUsed(0));
+        QCOMPARE(model.setAvatarPathForFile(70, QStringLiteral("/x/a.png")), 2);
+        QCOMPARE(avatar(1) + avatar(2) + avatar(3), QStringLiteral("/x/a.png/x/a.png-"));
+        // Same path again: nothing to redraw.
+        QCOMPARE(model.setAvatarPathForFile(70, QStringLiteral("/x/a.png")), 0);
 
-void TestChatListModel::previewText_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("expected");
-    const QString x240(240, QLatin1Char('x'));
-    QTest::newRow("empty") << ""
-                           << "";
-    QTest::newRow("blanks and tab kept") << "  x\t "
-                                         << "  x\t ";
-    QTest::newRow("crlf, lone cr and lf") << "a\r\nb\rc\nd"
-                                          << "a  b c d";
-    QTest::newRow("line breaks count before cut")
-        << x240.left(239) + "\n\nz" << x240.left(239) + " ...";
-}
+        // A new photo id replaces the old one in the index; removal forgets it.
+        model.upsertChatRow(kv(QStringLiteral("id=1 photo_small_id=71")));
+        QVERIFY(model.isAvatarFileIdUsed(71) && model.isAvatarFileIdUsed(70));
+        model.removeChatById(2);
+        QVERIFY(!model.isAvatarFileIdUsed(70));
+        model.beginBulkLoad();
+        QVERIFY(!model.isAvatarFileIdUsed(80));
+        model.upsertChatRow(kv(QStringLiteral("id=3 photo_small_id=80 last_message_id=50")));
+        QCOMPARE(model.setAvatarPathForFile(80, QStringLiteral("/y.png")), 1);
+        model.endBulkLoad();
+        QCOMPARE(avatar(3), QStringLiteral("/y.png"));
 
-void TestChatListModel::previewText()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, expected);
-    QCOMPARE(chat_list_preview_text(text), expected);
-}
-
-void TestChatListModel::textCuts_data()
-{
-    // cut3: the longest start of whole clusters with at most three code points; the preview of
-    // the text after 237 other characters keeps the same.
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("cut3");
-    QTest::addColumn<QString>("initial");
-    const auto row = [](const char *name, const char *text, const char *cut3, const char *initial) {
-        QTest::newRow(name) << QString::fromUtf8(text) << QString::fromUtf8(cut3)
-                            << QString::fromUtf8(initial);
-    };
-    row("latin", "zoë z", "zoë", "Z");
-    row("combining acute", "e\u0301cole", "e\u0301c", "E\u0301");
-    row("flags", "🇩🇪🇫🇷 x", "🇩🇪", "🇩🇪");
-    row("skin tone", "👍🏽ok", "👍🏽o", "👍🏽");
-    row("family longer than the limit", "👨‍👩‍👧 Family", "", "👨‍👩‍👧");
-    row("hebrew after blanks", "  שלום", "  ש", "ש");
-    row("arabic with a vowel mark", "مَرحبا", "مَر", "مَ");
-    row("blank title, 240 kept", "   ", "   ", "?");
-    row("short", "ab", "ab", "A");
-}
-
-void TestChatListModel::textCuts()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, cut3);
-    QFETCH(QString, initial);
-    QCOMPARE(left_graphemes(text, 3), cut3);
-    QCOMPARE(avatar_initial(text), initial);
-    const QString pad(237, QLatin1Char('x'));
-    const int n = code_point_count(text);
-    QCOMPARE(chat_list_preview_text(pad + text), n > 3 ? QString(pad + cut3 + "...") : QString(pad + text));
-    // Plain cuts never leave half a pair, and the two ends add up to the whole.
-    for (int i = 0; i <= n; ++i) {
-        const QString head = left_code_points(text, i);
-        QCOMPARE(code_point_count(head), i);
-        QCOMPARE(head + right_code_points(text, n - i), text);
+        // The last message id only moves on with a real id.
+        QCOMPARE(model.lastMessageIdForChat(3), 50);
+        model.upsertChatRow(kv(QStringLiteral("id=3 last_message_id=0")));
+        QCOMPARE(model.lastMessageIdForChat(3), 50);
+        model.upsertChatRow(kv(QStringLiteral("id=3 last_message_id=60")));
+        QCOMPARE(model.lastMessageIdForChat(3), 60);
+        QCOMPARE(model.lastMessageIdForChat(2), 0);
     }
-}
-
-void TestChatListModel::avatarPathsAndLastMessage()
-{
-    ArrayDataModel rows;
-    ChatListModel model(&rows);
-    for (const char *r : {"id=1 order=3 photo_small_id=70", "id=2 order=2 photo_small_id=70",
-                          "id=3 order=1 photo_small_id=80"}) {
-        model.upsertChatRow(kv(QLatin1String(r)));
+    void loadChatsAndNullModel()
+    {
+        ChatListModel model(nullptr);
+        QSignalSpy sent(&model, &ChatListModel::sendLineRequested);
+        model.onLoadChats();
+        QCOMPARE(sent.count(), 1);
+        QCOMPARE(sent.at(0).at(0).toString(), QStringLiteral("chats 60"));
+        // Without rows every operation is a no-op.
+        model.upsertChatRow(kv(QStringLiteral("id=1 order=1")));
+        model.removeChatById(1);
+        model.sortChatsModelByOrder();
+        QCOMPARE(model.size(), 0);
+        QCOMPARE(model.findChatIndexById(1), -1);
     }
-    auto avatar = [&model](qint64 id) {
-        return model.chatRowById(id).value(QStringLiteral("avatar_path"), "-").toString();
-    };
-    QVERIFY(model.isAvatarFileIdUsed(70) && model.isAvatarFileIdUsed(80));
-    QVERIFY(!model.isAvatarFileIdUsed(90) && !model.isAvatarFileIdUsed(0));
-    QCOMPARE(model.setAvatarPathForFile(70, QStringLiteral("/x/a.png")), 2);
-    QCOMPARE(avatar(1) + avatar(2) + avatar(3), QStringLiteral("/x/a.png/x/a.png-"));
-    // Same path again: nothing to redraw.
-    QCOMPARE(model.setAvatarPathForFile(70, QStringLiteral("/x/a.png")), 0);
-
-    // A new photo id replaces the old one in the index; removal forgets it.
-    model.upsertChatRow(kv(QStringLiteral("id=1 photo_small_id=71")));
-    QVERIFY(model.isAvatarFileIdUsed(71) && model.isAvatarFileIdUsed(70));
-    model.removeChatById(2);
-    QVERIFY(!model.isAvatarFileIdUsed(70));
-    model.beginBulkLoad();
-    QVERIFY(!model.isAvatarFileIdUsed(80));
-    model.upsertChatRow(kv(QStringLiteral("id=3 photo_small_id=80 last_message_id=50")));
-    QCOMPARE(model.setAvatarPathForFile(80, QStringLiteral("/y.png")), 1);
-    model.endBulkLoad();
-    QCOMPARE(avatar(3), QStringLiteral("/y.png"));
-
-    // The last message id only moves on with a real id.
-    QCOMPARE(model.lastMessageIdForChat(3), 50);
-    model.upsertChatRow(kv(QStringLiteral("id=3 last_message_id=0")));
-    QCOMPARE(model.lastMessageIdForChat(3), 50);
-    model.upsertChatRow(kv(QStringLiteral("id=3 last_message_id=60")));
-    QCOMPARE(model.lastMessageIdForChat(3), 60);
-    QCOMPARE(model.lastMessageIdForChat(2), 0);
-}
-
-void TestChatListModel::loadChatsAndNullModel()
-{
-    ChatListModel model(nullptr);
-    QSignalSpy sent(&model, &ChatListModel::sendLineRequested);
-    model.onLoadChats();
-    QCOMPARE(sent.count(), 1);
-    QCOMPARE(sent.at(0).at(0).toString(), QStringLiteral("chats 60"));
-    // Without rows every operation is a no-op.
-    model.upsertChatRow(kv(QStringLiteral("id=1 order=1")));
-    model.removeChatById(1);
-    model.sortChatsModelByOrder();
-    QCOMPARE(model.size(), 0);
-    QCOMPARE(model.findChatIndexById(1), -1);
-}
+};
 
 QTEST_GUILESS_MAIN(TestChatListModel)
 #include "test_chat_list_model.moc"

@@ -4,9 +4,10 @@
 // its events file the way the user interface does: new bytes from an offset,
 // whole lines only.
 
+#include "common/test_util.h"
+
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -14,7 +15,6 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
-#include <QThread>
 
 #include <functional>
 
@@ -24,6 +24,15 @@ inline QString demo_backend_program()
     if (!dir.isEmpty())
         return QDir(QString::fromLocal8Bit(dir)).filePath(QStringLiteral("td_backend"));
     return QStringLiteral(TD_BACKEND_PATH);
+}
+
+inline QString ev_type(const QJsonObject &e)
+{
+    return e.value(QStringLiteral("type")).toString();
+}
+inline std::function<bool(const QJsonObject &)> typed(const QString &type)
+{
+    return [type](const QJsonObject &e) { return ev_type(e) == type; };
 }
 
 class DemoProcess
@@ -108,12 +117,6 @@ public:
         return code;
     }
 
-    static QByteArray readAll(const QString &path)
-    {
-        QFile f(path);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
-
     QByteArray standardOutput()
     {
         m_stdout += m_proc.readAllStandardOutput();
@@ -156,26 +159,21 @@ public:
     int waitFor(int from, const std::function<bool(const QJsonObject &)> &match,
                 int timeoutMs = 10000)
     {
-        QElapsedTimer t;
-        t.start();
-        for (;;) {
-            poll();
-            for (int i = from; i < m_events.size(); ++i) {
-                if (match(m_events.at(i)))
-                    return i;
-            }
-            if (t.elapsed() > timeoutMs)
-                return -1;
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-            QThread::msleep(3);
-        }
+        int found = -1;
+        test_util::waitFor(
+            [&] {
+                poll();
+                for (int i = from; i < m_events.size() && found < 0; ++i)
+                    found = match(m_events.at(i)) ? i : -1;
+                return found >= 0;
+            },
+            timeoutMs);
+        return found;
     }
 
     int waitType(int from, const QString &type, int timeoutMs = 10000)
     {
-        return waitFor(
-            from, [&type](const QJsonObject &e) { return e.value(QStringLiteral("type")) == type; },
-            timeoutMs);
+        return waitFor(from, typed(type), timeoutMs);
     }
 
     QList<QJsonObject> between(int from, int to) const { return m_events.mid(from, to - from); }
@@ -209,10 +207,7 @@ public:
     }
     QJsonObject ask(const QByteArray &command, const QString &type, int timeoutMs = 10000)
     {
-        return ask(
-            command,
-            [&type](const QJsonObject &e) { return e.value(QStringLiteral("type")) == type; },
-            timeoutMs);
+        return ask(command, typed(type), timeoutMs);
     }
 
     // The events of one type between a command and the answer that ends it.
@@ -269,10 +264,6 @@ private:
     int m_badLines = 0;
 };
 
-inline QString ev_type(const QJsonObject &e)
-{
-    return e.value(QStringLiteral("type")).toString();
-}
 inline qint64 ev_i64(const QJsonObject &e, const char *key)
 {
     const QJsonValue v = e.value(QLatin1String(key));
@@ -327,9 +318,4 @@ inline QJsonObject findBy(const QList<QJsonObject> &list, const char *key, qint6
             return e;
     }
     return QJsonObject();
-}
-
-inline auto typed(const char *type)
-{
-    return [type](const QJsonObject &e) { return ev_type(e) == QLatin1String(type); };
 }

@@ -12,7 +12,13 @@
 //   arg:<signal>:<n>=<text> (or ~<text>: contains)  info:<chat>:<key>=<value>
 //   pending=<text>  searchrows=<n>  avatarpng:<chat id>
 //   same: the rows are untouched, no redraw
-// $LONG is a 250-character message.
+// $LONG is a 250-character message. Events only passed on to the message and pinned views
+// get their rows from kPassedOn.
+const char *const kPassedOn[][2] = {
+    {"messageEvent", "history_begin history_clear message message_reactions messages_deleted "
+                     "message_send_acked message_send_failed message_send_succeeded history_end"},
+    {"pinnedEvent",
+     "pinned_message pinned_none pinned_list_begin pinned_list_item pinned_list_end"}};
 const char *const kCases = R"(
 backend_ready ::  :: {"type":"backend_ready"} :: sig=statusTextChanged;status=Backend ready
 auth_state Ready ::  :: {"type":"auth_state","state":"Ready"} :: sent=chats 60;sig=authStateChanged,hubOpenRequestCheckRequested,statusTextChanged;status=Auth: Ready;arg:authStateChanged:1=true
@@ -82,21 +88,7 @@ search_end empty :: search:5 :: {"type":"search_end","req":5} :: toast=No matche
 search_end rows :: search:5|{"type":"search_chat","req":5,"id":1,"title":"a"} :: {"type":"search_end","req":5} :: sig=chatSearchResultsReady
 connection_state ::  :: {"type":"connection_state","state":"ready"} :: sig=connectionStateChanged;arg:connectionStateChanged:0=ready
 connection_state empty ::  :: {"type":"connection_state"} :: sig=connectionStateChanged;arg:connectionStateChanged:0=unknown
-pinned_message ::  :: {"type":"pinned_message","chat_id":100} :: sig=pinnedEvent;arg:pinnedEvent:0~pinned_message
-pinned_none ::  :: {"type":"pinned_none","chat_id":100} :: sig=pinnedEvent;arg:pinnedEvent:0~pinned_none
-pinned_list_begin ::  :: {"type":"pinned_list_begin","chat_id":100} :: sig=pinnedEvent;arg:pinnedEvent:0~pinned_list_begin
-pinned_list_item ::  :: {"type":"pinned_list_item","chat_id":100} :: sig=pinnedEvent;arg:pinnedEvent:0~pinned_list_item
-pinned_list_end ::  :: {"type":"pinned_list_end","chat_id":100} :: sig=pinnedEvent;arg:pinnedEvent:0~pinned_list_end
 chats_end :: {"type":"chats_begin"}|{"type":"chat","id":300,"order":1}|{"type":"chat","id":400,"order":90} :: {"type":"chats_end"} :: sig=hubOpenRequestCheckRequested;ids=400,300
-history_begin ::  :: {"type":"history_begin","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~history_begin
-history_clear ::  :: {"type":"history_clear","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~history_clear
-message ::  :: {"type":"message","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~message
-message_reactions ::  :: {"type":"message_reactions","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~message_reactions
-messages_deleted ::  :: {"type":"messages_deleted","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~messages_deleted
-message_send_acked ::  :: {"type":"message_send_acked","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~message_send_acked
-message_send_failed ::  :: {"type":"message_send_failed","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~message_send_failed
-message_send_succeeded ::  :: {"type":"message_send_succeeded","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~message_send_succeeded
-history_end ::  :: {"type":"history_end","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~history_end
 message_update last message ::  :: {"type":"message_update","chat_id":100,"id":5,"text":"edited\nnow"} :: sig=messageEvent;row:100:last_text=edited now
 message_update older message ::  :: {"type":"message_update","chat_id":100,"id":4,"text":"edited"} :: sig=messageEvent;row:100:last_text=-
 message_new ::  :: {"type":"message_new","chat_id":200,"id":80,"date":1700000500,"content_type":"text","text":"hi","outgoing":true} :: sig=messageEvent;ids=100,200;row:200:last_text=hi;row:200:last_message_id=80;row:200:last_outgoing=true;row:200:last_date=1700000500

@@ -124,200 +124,198 @@ class TestEventDispatcher : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
-    void events_data();
-    void events();
-    void chatsRequestedOnce();
-    void avatarFileMakesRoundPng();
-    void senderInfoFromUserEvent();
+    void initTestCase()
+    {
+        qRegisterMetaType<OwnProfile>();
+        qRegisterMetaType<QList<QVariantMap>>();
+    }
+    void events_data()
+    {
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QString>("event");
+        QTest::addColumn<QString>("facts");
+        QStringList vocabulary;
+        const QString longMessage(250, QLatin1Char('m'));
+        QStringList cases = QString::fromUtf8(kCases).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        for (const auto &passed : kPassedOn) {
+            for (const QString &t : QString::fromLatin1(passed[1]).split(QLatin1Char(' ')))
+                cases
+                    << QStringLiteral(
+                           R"(%2 ::  :: {"type":"%2","chat_id":100} :: sig=%1;ids=100,200;arg:%1:0~%2)")
+                           .arg(QLatin1String(passed[0]), t);
+        }
+        for (QString line : cases) {
+            line.replace(QLatin1String("$LONG"), longMessage);
+            const QStringList p = line.split(QStringLiteral(" :: "));
+            QVERIFY2(p.size() == 4, qPrintable(line));
+            QTest::newRow(qPrintable(p.at(0))) << p.at(1) << p.at(2) << p.at(3);
+            const QString type = QJsonDocument::fromJson(p.at(2).toUtf8())["type"].toString();
+            if (EventDispatcher::eventTypes().contains(type) && !vocabulary.contains(type))
+                vocabulary.append(type);
+        }
+        // Every recognised event type has a case.
+        QCOMPARE(vocabulary.size(), EventDispatcher::eventTypes().size());
+    }
+    void events()
+    {
+        QFETCH(QString, setup);
+        QFETCH(QString, event);
+        QFETCH(QString, facts);
+        Fixture f;
+        QImage photo(160, 120, QImage::Format_RGB32);
+        photo.fill(QColor(10, 200, 30));
+        QVERIFY(photo.save(f.dir.filePath(QStringLiteral("src.png"))));
+        f.seed();
+        for (const QString &step : setup.split(QLatin1Char('|'), Qt::SkipEmptyParts)) {
+            const QStringList p = step.split(QLatin1Char(':'));
+            if (p.at(0) == QLatin1String("pending")) {
+                f.dispatcher->setPendingResolveUsername(step.mid(8).replace("\\n", "\n"));
+            } else if (p.at(0) == QLatin1String("search")) {
+                f.dispatcher->setChatSearchRequest(p.at(1).toLongLong());
+            } else if (p.at(0) == QLatin1String("current")) {
+                f.dispatcher->setCurrentChat(p.at(1).toLongLong(), p.at(2));
+            } else {
+                f.feed(step);
+            }
+        }
+        const QList<QVariantMap> before = f.rows.rows();
+        QSignalSpy redraws(&f.rows, &QAbstractItemModel::dataChanged);
+        f.startRecording();
+
+        f.feed(event);
+
+        QStringList toasts, sent, fired;
+        for (const QString &fact : facts.split(QLatin1Char(';'), Qt::SkipEmptyParts)) {
+            const int eq = fact.indexOf(QLatin1Char('='));
+            const int tilde = fact.indexOf(QLatin1Char('~'));
+            const QString what = fact.left(eq);
+            const QString value = fact.mid(eq + 1);
+            const QStringList p = what.split(QLatin1Char(':'));
+            if (fact.startsWith(QLatin1String("arg:")) && tilde >= 0 && (eq < 0 || tilde < eq)) {
+                const QStringList q = fact.left(tilde).split(QLatin1Char(':'));
+                const QString arg = f.lastArg(q.at(1), q.at(2).toInt());
+                QVERIFY2(arg.contains(fact.mid(tilde + 1)), qPrintable(fact + " got " + arg));
+            } else if (what == QLatin1String("toast")) {
+                toasts.append(value);
+            } else if (what == QLatin1String("sent")) {
+                sent.append(value);
+            } else if (what == QLatin1String("sig")) {
+                fired = value.split(QLatin1Char(','));
+            } else if (what == QLatin1String("same")) {
+                QCOMPARE(f.rows.rows(), before);
+                QCOMPARE(redraws.count(), 0);
+            } else if (what == QLatin1String("ids")) {
+                QCOMPARE(f.ids(), value);
+            } else if (what == QLatin1String("status")) {
+                QCOMPARE(f.dispatcher->statusText(), value);
+            } else if (what == QLatin1String("requested")) {
+                QVERIFY2(f.avatars.wasRequested(value.toLongLong()), qPrintable(fact));
+            } else if (what == QLatin1String("notrequested")) {
+                QVERIFY2(!f.avatars.wasRequested(value.toLongLong()), qPrintable(fact));
+            } else if (what == QLatin1String("pending")) {
+                QCOMPARE(f.dispatcher->pendingResolveUsername(), value);
+            } else if (what == QLatin1String("searchrows")) {
+                QCOMPARE(f.dispatcher->chatSearchRows().size(), value.toInt());
+            } else if (p.at(0) == QLatin1String("row")) {
+                const QVariantMap row = f.chats.chatRowById(p.at(1).toLongLong());
+                QVERIFY2(!row.isEmpty(), qPrintable(fact));
+                QCOMPARE(row.value(p.at(2), QStringLiteral("-")).toString(), value);
+            } else if (p.at(0) == QLatin1String("info")) {
+                QCOMPARE(f.dispatcher->chatInfo(p.at(1).toLongLong()).value(p.at(2)).toString(),
+                         value);
+            } else if (p.at(0) == QLatin1String("arg")) {
+                QCOMPARE(f.lastArg(p.at(1), p.at(2).toInt()), value);
+            } else if (p.at(0) == QLatin1String("avatarpng")) {
+                const QString path = f.chats.chatRowById(p.at(1).toLongLong())
+                                         .value(QStringLiteral("avatar_path"))
+                                         .toString();
+                QVERIFY2(path.startsWith(f.dir.path() + QStringLiteral("/avatar-cache/")) &&
+                             path.endsWith(QLatin1String("-144.png")),
+                         qPrintable(path));
+                const QImage round(path);
+                QCOMPARE(round.size(), QSize(144, 144));
+                QCOMPARE(qAlpha(round.pixel(0, 0)), 0);
+            } else {
+                QFAIL(qPrintable(QStringLiteral("unknown fact ") + fact));
+            }
+        }
+        QCOMPARE(f.toaster.shown(), toasts);
+        QCOMPARE(f.sent, sent);
+        fired.sort();
+        QCOMPARE(f.firedSignals(), fired);
+    }
+    void chatsRequestedOnce()
+    {
+        Fixture f;
+        QList<bool> authorized;
+        connect(f.dispatcher.get(), &EventDispatcher::authStateChanged, this,
+                [&authorized](const QString &, bool ready) { authorized.append(ready); });
+        for (const char *state : {"WaitPhoneNumber", "Ready", "Ready", "WaitCode", "Ready"}) {
+            f.feed(
+                QStringLiteral(R"({"type":"auth_state","state":"%1"})").arg(QLatin1String(state)));
+        }
+        QCOMPARE(f.sent, QStringList{QStringLiteral("chats 60")});
+        QCOMPARE(authorized, (QList<bool>{false, true, true, false, true}));
+        QVERIFY(f.dispatcher->isAuthorized());
+        QVERIFY(f.dispatcher->chatListRequested());
+    }
+    void avatarFileMakesRoundPng()
+    {
+        // The photos are asked for once each through the paced queue.
+        Fixture f;
+        f.seed();
+        QTRY_COMPARE_WITH_TIMEOUT(f.queueSent.size(), 2, 3000);
+        QCOMPARE(f.queueSent, (QStringList{"download 900", "download 700"}));
+        f.feed(R"({"type":"chats_begin"})");
+        f.feed(R"({"type":"chat","id":100,"title":"Alpha","order":"50","photo_small_id":700})");
+        f.feed(R"({"type":"chat","id":101,"title":"Alpha 2","order":"51","photo_small_id":700})");
+        f.feed(R"({"type":"chats_end"})");
+        // The restarted list empties the queue; the own photo (900), still
+        // missing, is asked for again, and the shared chat photo once.
+        QTRY_VERIFY_WITH_TIMEOUT(f.queueSent.size() >= 4 && !f.avatars.isTimerActive(), 5000);
+        QCOMPARE(f.queueSent,
+                 (QStringList{"download 900", "download 700", "download 900", "download 700"}));
+
+        // The answer puts the round PNG (test_avatars checks its pixels) on both rows.
+        const QString src = f.dir.filePath(QStringLiteral("700.png"));
+        QVERIFY(QImage(300, 200, QImage::Format_RGB32).save(src));
+        QSignalSpy ready(f.dispatcher.get(), &EventDispatcher::avatarReady);
+        f.dispatcher->handleEventMap({{"type", "file"}, {"id", 700}, {"path", src}});
+        QCOMPARE(ready.count(), 1);
+        const QString round = ready.at(0).at(1).toString();
+        QCOMPARE(round, rounded_avatar_cache_path(src, f.dir.path()));
+        QVERIFY(QFileInfo::exists(round));
+        QCOMPARE(f.chats.chatRowById(100).value(QStringLiteral("avatar_path")).toString(), round);
+        QCOMPARE(f.chats.chatRowById(101).value(QStringLiteral("avatar_path")).toString(), round);
+        QCOMPARE(f.dispatcher->avatarPathForFile(700), round);
+
+        // A later full reload keeps the known round avatar on the row.
+        f.feed(R"({"type":"chats_begin"})");
+        f.feed(R"({"type":"chat","id":100,"title":"Alpha","order":"50","photo_small_id":700})");
+        QCOMPARE(f.chats.chatRowById(100).value(QStringLiteral("avatar_path")).toString(), round);
+    }
+    void senderInfoFromUserEvent()
+    {
+        // A "user" event reaches the open chat's message rows, shown and
+        // buffered, through the presence book (its rules: test_presence).
+        Fixture f;
+        ArrayDataModel messages;
+        messages.append(QVariantMap{{"id", "1"}, {"sender_user_id", "42"}, {"sender_name", "Old"}});
+        QList<QVariantMap> buffered{messages.value(0)};
+        f.dispatcher->setMessageRows(&messages, &buffered);
+        f.dispatcher->presence().setAvatarPath(66, QStringLiteral("/round/66.png"));
+        f.feed(
+            R"({"type":"user","id":42,"name":"New","photo_small_id":66,"status_type":"online"})");
+        for (const QVariantMap &row : {messages.value(0), buffered.at(0)}) {
+            QCOMPARE(row.value(QStringLiteral("sender_name")).toString(), QStringLiteral("New"));
+            QCOMPARE(row.value(QStringLiteral("sender_photo_small_id")).toString(),
+                     QStringLiteral("66"));
+        }
+        QCOMPARE(messages.value(0).value(QStringLiteral("sender_avatar_path")).toString(),
+                 QStringLiteral("/round/66.png"));
+        QCOMPARE(f.dispatcher->presence().statusText(42), QStringLiteral("online"));
+    }
 };
-
-void TestEventDispatcher::initTestCase()
-{
-    qRegisterMetaType<OwnProfile>();
-    qRegisterMetaType<QList<QVariantMap>>();
-}
-
-void TestEventDispatcher::events_data()
-{
-    QTest::addColumn<QString>("setup");
-    QTest::addColumn<QString>("event");
-    QTest::addColumn<QString>("facts");
-    QStringList vocabulary;
-    const QString longMessage(250, QLatin1Char('m'));
-    for (QString line : QString::fromUtf8(kCases).split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
-        line.replace(QLatin1String("$LONG"), longMessage);
-        const QStringList p = line.split(QStringLiteral(" :: "));
-        QVERIFY2(p.size() == 4, qPrintable(line));
-        QTest::newRow(qPrintable(p.at(0))) << p.at(1) << p.at(2) << p.at(3);
-        const QString type = QJsonDocument::fromJson(p.at(2).toUtf8())["type"].toString();
-        if (EventDispatcher::eventTypes().contains(type) && !vocabulary.contains(type)) {
-            vocabulary.append(type);
-        }
-    }
-    // Every recognised event type has a case.
-    QCOMPARE(vocabulary.size(), EventDispatcher::eventTypes().size());
-}
-
-void TestEventDispatcher::events()
-{
-    QFETCH(QString, setup);
-    QFETCH(QString, event);
-    QFETCH(QString, facts);
-    Fixture f;
-    QImage photo(160, 120, QImage::Format_RGB32);
-    photo.fill(QColor(10, 200, 30));
-    QVERIFY(photo.save(f.dir.filePath(QStringLiteral("src.png"))));
-    f.seed();
-    for (const QString &step : setup.split(QLatin1Char('|'), Qt::SkipEmptyParts)) {
-        const QStringList p = step.split(QLatin1Char(':'));
-        if (p.at(0) == QLatin1String("pending")) {
-            f.dispatcher->setPendingResolveUsername(step.mid(8).replace("\\n", "\n"));
-        } else if (p.at(0) == QLatin1String("search")) {
-            f.dispatcher->setChatSearchRequest(p.at(1).toLongLong());
-        } else if (p.at(0) == QLatin1String("current")) {
-            f.dispatcher->setCurrentChat(p.at(1).toLongLong(), p.at(2));
-        } else {
-            f.feed(step);
-        }
-    }
-    const QList<QVariantMap> before = f.rows.rows();
-    QSignalSpy redraws(&f.rows, &QAbstractItemModel::dataChanged);
-    f.startRecording();
-
-    f.feed(event);
-
-    QStringList toasts, sent, fired;
-    for (const QString &fact : facts.split(QLatin1Char(';'), Qt::SkipEmptyParts)) {
-        const int eq = fact.indexOf(QLatin1Char('='));
-        const int tilde = fact.indexOf(QLatin1Char('~'));
-        const QString what = fact.left(eq);
-        const QString value = fact.mid(eq + 1);
-        const QStringList p = what.split(QLatin1Char(':'));
-        if (fact.startsWith(QLatin1String("arg:")) && tilde >= 0 && (eq < 0 || tilde < eq)) {
-            const QStringList q = fact.left(tilde).split(QLatin1Char(':'));
-            const QString arg = f.lastArg(q.at(1), q.at(2).toInt());
-            QVERIFY2(arg.contains(fact.mid(tilde + 1)), qPrintable(fact + " got " + arg));
-        } else if (what == QLatin1String("toast")) {
-            toasts.append(value);
-        } else if (what == QLatin1String("sent")) {
-            sent.append(value);
-        } else if (what == QLatin1String("sig")) {
-            fired = value.split(QLatin1Char(','));
-        } else if (what == QLatin1String("same")) {
-            QCOMPARE(f.rows.rows(), before);
-            QCOMPARE(redraws.count(), 0);
-        } else if (what == QLatin1String("ids")) {
-            QCOMPARE(f.ids(), value);
-        } else if (what == QLatin1String("status")) {
-            QCOMPARE(f.dispatcher->statusText(), value);
-        } else if (what == QLatin1String("requested")) {
-            QVERIFY2(f.avatars.wasRequested(value.toLongLong()), qPrintable(fact));
-        } else if (what == QLatin1String("notrequested")) {
-            QVERIFY2(!f.avatars.wasRequested(value.toLongLong()), qPrintable(fact));
-        } else if (what == QLatin1String("pending")) {
-            QCOMPARE(f.dispatcher->pendingResolveUsername(), value);
-        } else if (what == QLatin1String("searchrows")) {
-            QCOMPARE(f.dispatcher->chatSearchRows().size(), value.toInt());
-        } else if (p.at(0) == QLatin1String("row")) {
-            const QVariantMap row = f.chats.chatRowById(p.at(1).toLongLong());
-            QVERIFY2(!row.isEmpty(), qPrintable(fact));
-            QCOMPARE(row.value(p.at(2), QStringLiteral("-")).toString(), value);
-        } else if (p.at(0) == QLatin1String("info")) {
-            QCOMPARE(f.dispatcher->chatInfo(p.at(1).toLongLong()).value(p.at(2)).toString(), value);
-        } else if (p.at(0) == QLatin1String("arg")) {
-            QCOMPARE(f.lastArg(p.at(1), p.at(2).toInt()), value);
-        } else if (p.at(0) == QLatin1String("avatarpng")) {
-            const QString path = f.chats.chatRowById(p.at(1).toLongLong())
-                                     .value(QStringLiteral("avatar_path"))
-                                     .toString();
-            QVERIFY2(path.startsWith(f.dir.path() + QStringLiteral("/avatar-cache/")) &&
-                         path.endsWith(QLatin1String("-144.png")),
-                     qPrintable(path));
-            const QImage round(path);
-            QCOMPARE(round.size(), QSize(144, 144));
-            QCOMPARE(qAlpha(round.pixel(0, 0)), 0);
-        } else {
-            QFAIL(qPrintable(QStringLiteral("unknown fact ") + fact));
-        }
-    }
-    QCOMPARE(f.toaster.shown(), toasts);
-    QCOMPARE(f.sent, sent);
-    fired.sort();
-    QCOMPARE(f.firedSignals(), fired);
-}
-
-void TestEventDispatcher::chatsRequestedOnce()
-{
-    Fixture f;
-    QList<bool> authorized;
-    connect(f.dispatcher.get(), &EventDispatcher::authStateChanged, this,
-            [&authorized](const QString &, bool ready) { authorized.append(ready); });
-    for (const char *state : {"WaitPhoneNumber", "Ready", "Ready", "WaitCode", "Ready"}) {
-        f.feed(QStringLiteral(R"({"type":"auth_state","state":"%1"})").arg(QLatin1String(state)));
-    }
-    QCOMPARE(f.sent, QStringList{QStringLiteral("chats 60")});
-    QCOMPARE(authorized, (QList<bool>{false, true, true, false, true}));
-    QVERIFY(f.dispatcher->isAuthorized());
-    QVERIFY(f.dispatcher->chatListRequested());
-}
-
-void TestEventDispatcher::avatarFileMakesRoundPng()
-{
-    // The photos are asked for once each through the paced queue.
-    Fixture f;
-    f.seed();
-    QTRY_COMPARE_WITH_TIMEOUT(f.queueSent.size(), 2, 3000);
-    QCOMPARE(f.queueSent, (QStringList{"download 900", "download 700"}));
-    f.feed(R"({"type":"chats_begin"})");
-    f.feed(R"({"type":"chat","id":100,"title":"Alpha","order":"50","photo_small_id":700})");
-    f.feed(R"({"type":"chat","id":101,"title":"Alpha 2","order":"51","photo_small_id":700})");
-    f.feed(R"({"type":"chats_end"})");
-    // The restarted list empties the queue; the own photo (900), still
-    // missing, is asked for again, and the shared chat photo once.
-    QTRY_VERIFY_WITH_TIMEOUT(f.queueSent.size() >= 4 && !f.avatars.isTimerActive(), 5000);
-    QCOMPARE(f.queueSent,
-             (QStringList{"download 900", "download 700", "download 900", "download 700"}));
-
-    // The answer puts the round PNG (test_avatars checks its pixels) on both rows.
-    const QString src = f.dir.filePath(QStringLiteral("700.png"));
-    QVERIFY(QImage(300, 200, QImage::Format_RGB32).save(src));
-    QSignalSpy ready(f.dispatcher.get(), &EventDispatcher::avatarReady);
-    f.dispatcher->handleEventMap({{"type", "file"}, {"id", 700}, {"path", src}});
-    QCOMPARE(ready.count(), 1);
-    const QString round = ready.at(0).at(1).toString();
-    QCOMPARE(round, rounded_avatar_cache_path(src, f.dir.path()));
-    QVERIFY(QFileInfo::exists(round));
-    QCOMPARE(f.chats.chatRowById(100).value(QStringLiteral("avatar_path")).toString(), round);
-    QCOMPARE(f.chats.chatRowById(101).value(QStringLiteral("avatar_path")).toString(), round);
-    QCOMPARE(f.dispatcher->avatarPathForFile(700), round);
-
-    // A later full reload keeps the known round avatar on the row.
-    f.feed(R"({"type":"chats_begin"})");
-    f.feed(R"({"type":"chat","id":100,"title":"Alpha","order":"50","photo_small_id":700})");
-    QCOMPARE(f.chats.chatRowById(100).value(QStringLiteral("avatar_path")).toString(), round);
-}
-
-void TestEventDispatcher::senderInfoFromUserEvent()
-{
-    // A "user" event reaches the open chat's message rows, shown and
-    // buffered, through the presence book (its rules: test_presence).
-    Fixture f;
-    ArrayDataModel messages;
-    messages.append(QVariantMap{{"id", "1"}, {"sender_user_id", "42"}, {"sender_name", "Old"}});
-    QList<QVariantMap> buffered{messages.value(0)};
-    f.dispatcher->setMessageRows(&messages, &buffered);
-    f.dispatcher->presence().setAvatarPath(66, QStringLiteral("/round/66.png"));
-    f.feed(R"({"type":"user","id":42,"name":"New","photo_small_id":66,"status_type":"online"})");
-    for (const QVariantMap &row : {messages.value(0), buffered.at(0)}) {
-        QCOMPARE(row.value(QStringLiteral("sender_name")).toString(), QStringLiteral("New"));
-        QCOMPARE(row.value(QStringLiteral("sender_photo_small_id")).toString(),
-                 QStringLiteral("66"));
-    }
-    QCOMPARE(messages.value(0).value(QStringLiteral("sender_avatar_path")).toString(),
-             QStringLiteral("/round/66.png"));
-    QCOMPARE(f.dispatcher->presence().statusText(42), QStringLiteral("online"));
-}
 
 QTEST_MAIN(TestEventDispatcher)
 #include "test_event_dispatcher.moc"

@@ -42,46 +42,38 @@ private Q_SLOTS:
     void init() { m_rec.clear(); }
     void pacingAndOrder_data()
     {
-        QTest::addColumn<QList<qint64>>("ids");
-        QTest::addColumn<QList<bool>>("front");
+        QTest::addColumn<QString>("ids");    // queued in this order; "*": to the front
         QTest::addColumn<qint64>("awaited"); // the file the user waits for
-        QTest::addColumn<QStringList>("expected");
-        QTest::newRow("front first")
-            << QList<qint64>{1, 2, 3} << QList<bool>{false, false, true} << qint64(0)
-            << QStringList{"download 3", "download 1", "download 2"};
-        QTest::newRow("once only")
-            << QList<qint64>{4, 4, 5, 4} << QList<bool>{false, true, false, true} << qint64(0)
-            << QStringList{"download 4", "download 5"};
-        QTest::newRow("ids below 1 ignored")
-            << QList<qint64>{0, -3, 6} << QList<bool>{false, true, false} << qint64(0)
-            << QStringList{"download 6"};
-        QTest::newRow("awaited file") << QList<qint64>{20, 21} << QList<bool>{false, false}
-                                      << qint64(21) << QStringList{"download 20", "downloadp 21"};
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("front first") << "1 2 3*" << qint64(0) << "download 3|download 1|download 2";
+        QTest::newRow("once only") << "4 4* 5 4*" << qint64(0) << "download 4|download 5";
+        QTest::newRow("ids below 1 ignored") << "0 -3* 6" << qint64(0) << "download 6";
+        QTest::newRow("awaited file") << "20 21" << qint64(21) << "download 20|downloadp 21";
     }
     void pacingAndOrder()
     {
-        QFETCH(QList<qint64>, ids);
-        QFETCH(QList<bool>, front);
+        QFETCH(QString, ids);
         QFETCH(qint64, awaited);
-        QFETCH(QStringList, expected);
+        QFETCH(QString, expected);
         MediaDownloads dl(m_rec.services(), downloads(), shared(), nullptr);
         if (awaited)
             dl.setFilePendingFileId(awaited);
         const qint64 start = m_clock.elapsed();
-        for (int i = 0; i < ids.size(); ++i)
-            dl.enqueueMediaDownload(ids[i], front[i]);
+        for (const QString &id : ids.split(QLatin1Char(' ')))
+            dl.enqueueMediaDownload(QString(id).remove(QLatin1Char('*')).toLongLong(),
+                                    id.endsWith(QLatin1Char('*')));
         QVERIFY(m_rec.lines.isEmpty());
         // The queue has drained once its timer stops.
         QTRY_VERIFY_WITH_TIMEOUT(!dl.timerActive(), 5000);
-        QCOMPARE(m_rec.lines, expected);
+        QCOMPARE(m_rec.lines.join(QLatin1Char('|')), expected);
         // One request per 400 ms tick, the first one tick after queuing.
         for (int i = 0; i < m_rec.lineTimes.size(); ++i) {
             const qint64 gap = m_rec.lineTimes[i] - (i ? m_rec.lineTimes[i - 1] : start);
             QVERIFY2(gap >= 398, qPrintable(QString::number(gap)));
         }
         // Sent ids stay known: queuing them again requests nothing.
-        for (qint64 id : ids)
-            dl.enqueueMediaDownload(id, false);
+        for (const QString &id : ids.split(QLatin1Char(' ')))
+            dl.enqueueMediaDownload(QString(id).remove(QLatin1Char('*')).toLongLong(), false);
         QVERIFY(!dl.timerActive() && dl.queue().isEmpty());
     }
     void clearForgetsEverything()

@@ -75,17 +75,6 @@ private Q_SLOTS:
         QVERIFY(!second.installSignalHandlers(&error));
         QVERIFY(!error.isEmpty());
     }
-
-    void memoryPressureWhereOffered()
-    {
-        AppLifecycle life;
-        QString error;
-        const bool ok = life.watchMemoryPressure(&error);
-        QCOMPARE(life.watchingMemoryPressure(), ok);
-        // Without the file (or a kernel refusing triggers) it says why.
-        QVERIFY(ok || !error.isEmpty());
-        QVERIFY(!ok || QFile::exists("/proc/pressure/memory"));
-    }
 };
 
 QTEST_MAIN(TestAppLifecycle)

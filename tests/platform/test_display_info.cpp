@@ -15,17 +15,19 @@ private Q_SLOTS:
         QTest::addColumn<QSize>("size");
         QTest::addColumn<double>("expectedZoom");
         const QSize def(720, 1280);
-        QTest::newRow("plain, half") << "1080x1920" << QString("0.5") << QSize(1080, 1920) << 0.5;
-        QTest::newRow("upper X, blanks")
-            << " 720 X 720 " << QString(" 1.25 ") << QSize(720, 720) << 1.25;
-        QTest::newRow("empty") << "" << QString() << def << 1.0;
-        QTest::newRow("missing height, zero") << "720x" << QString("0") << def << 1.0;
-        QTest::newRow("words, negative") << "big" << QString("-2") << def << 1.0;
-        QTest::newRow("negative, huge") << "-720x1280" << QString("100") << def << 1.0;
-        QTest::newRow("too small, nan") << "99x1280" << QString("nan") << def << 1.0;
-        QTest::newRow("too large, text") << "720x20000" << QString("fast") << def << 1.0;
-        QTest::newRow("fraction") << "720.5x1280" << QString("2") << def << 2.0;
-        QTest::newRow("trailing junk") << "720x1280px" << QString("0.75") << def << 0.75;
+        const auto row = [](const char *name, const char *d, const char *z, QSize s, double e) {
+            QTest::newRow(name) << d << QString::fromLatin1(z) << s << e;
+        };
+        row("plain, half", "1080x1920", "0.5", QSize(1080, 1920), 0.5);
+        row("upper X, blanks", " 720 X 720 ", " 1.25 ", QSize(720, 720), 1.25);
+        row("empty", "", nullptr, def, 1.0);
+        row("missing height, zero", "720x", "0", def, 1.0);
+        row("words, negative", "big", "-2", def, 1.0);
+        row("negative, huge", "-720x1280", "100", def, 1.0);
+        row("too small, nan", "99x1280", "nan", def, 1.0);
+        row("too large, text", "720x20000", "fast", def, 1.0);
+        row("fraction", "720.5x1280", "2", def, 2.0);
+        row("trailing junk", "720x1280px", "0.75", def, 0.75);
     }
 
     void fromEnvironment()
@@ -50,13 +52,13 @@ private Q_SLOTS:
         QTest::addColumn<QSize>("display");
         QTest::addColumn<QRect>("available");
         QTest::addColumn<double>("expected");
-        QTest::newRow("no screen") << QSize(720, 1280) << QRect() << 1.0;
-        QTest::newRow("large screen capped at 1")
-            << QSize(720, 1280) << QRect(0, 0, 3840, 2160) << 1.0;
-        QTest::newRow("height bound")
-            << QSize(720, 1280) << QRect(0, 0, 1920, 1000) << 1000 * 0.92 / 1280;
-        QTest::newRow("width bound")
-            << QSize(1280, 720) << QRect(0, 0, 800, 2000) << 800 * 0.95 / 1280;
+        const auto row = [](const char *name, QSize d, QRect a, double e) {
+            QTest::newRow(name) << d << a << e;
+        };
+        row("no screen", QSize(720, 1280), QRect(), 1.0);
+        row("large screen capped at 1", QSize(720, 1280), QRect(0, 0, 3840, 2160), 1.0);
+        row("height bound", QSize(720, 1280), QRect(0, 0, 1920, 1000), 1000 * 0.92 / 1280);
+        row("width bound", QSize(1280, 720), QRect(0, 0, 800, 2000), 800 * 0.95 / 1280);
     }
 
     void fitZoom()

@@ -9,63 +9,60 @@ class TestFilePicker : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void answers_data();
-    void answers();
-};
-
-void TestFilePicker::answers_data()
-{
-    QTest::addColumn<QString>("how");
-    QTest::addColumn<bool>("chosen");
-    QTest::newRow("the user picks a file") << "accept" << true;
-    QTest::newRow("the user cancels") << "reject" << false;
-    QTest::newRow("answered by the program") << "finishWith" << true;
-}
-
-void TestFilePicker::answers()
-{
-    QFETCH(QString, how);
-    QFETCH(bool, chosen);
-    QTemporaryDir dir;
-    const QString docs = dir.filePath("documents");
-    const QString photos = dir.filePath("photos");
-    QVERIFY(QDir().mkpath(docs) && QDir().mkpath(photos));
-    const QString file = docs + "/report.txt";
-    QFile f(file);
-    QVERIFY(f.open(QIODevice::WriteOnly) && f.write("x") == 1);
-    f.close();
-
-    QWidget host;
-    FilePicker picker(&host);
-    picker.setTitle(QStringLiteral("Select file"));
-    picker.setDirectories({docs, dir.filePath("missing"), photos});
-    QSignalSpy done(&picker, &FilePicker::finished);
-    picker.show();
-    auto *dialog = host.findChild<QFileDialog *>();
-    QVERIFY(dialog && picker.isOpen());
-    QCOMPARE(dialog->windowTitle(), QStringLiteral("Select file"));
-    // Only folders that exist are offered; the first is where it opens.
-    QCOMPARE(dialog->sidebarUrls(),
-             (QList<QUrl>{QUrl::fromLocalFile(docs), QUrl::fromLocalFile(photos)}));
-    QCOMPARE(QDir(dialog->directory()).canonicalPath(), QDir(docs).canonicalPath());
-    picker.show(); // a second request brings the same dialog forward
-    QCOMPARE(host.findChildren<QFileDialog *>().size(), 1);
-
-    if (how == "accept") {
-        dialog->selectFile(file);
-        QMetaObject::invokeMethod(dialog, "accept");
-    } else if (how == "reject") {
-        dialog->reject();
-    } else {
-        picker.finishWith({file});
+    void answers_data()
+    {
+        QTest::addColumn<QString>("how");
+        QTest::addColumn<bool>("chosen");
+        QTest::newRow("the user picks a file") << "accept" << true;
+        QTest::newRow("the user cancels") << "reject" << false;
+        QTest::newRow("answered by the program") << "finishWith" << true;
     }
-    QCOMPARE(done.size(), 1);
-    const QStringList got = done.first().first().toStringList();
-    QCOMPARE(got.size(), chosen ? 1 : 0);
-    if (chosen)
-        QCOMPARE(QFileInfo(got.first()).canonicalFilePath(), QFileInfo(file).canonicalFilePath());
-    QVERIFY(!picker.isOpen());
-}
+    void answers()
+    {
+        QFETCH(QString, how);
+        QFETCH(bool, chosen);
+        QTemporaryDir dir;
+        const QString docs = dir.filePath("documents");
+        const QString photos = dir.filePath("photos");
+        QVERIFY(QDir().mkpath(docs) && QDir().mkpath(photos));
+        const QString file = docs + "/report.txt";
+        QFile f(file);
+        QVERIFY(f.open(QIODevice::WriteOnly) && f.write("x") == 1);
+        f.close();
+
+        QWidget host;
+        FilePicker picker(&host);
+        picker.setTitle(QStringLiteral("Select file"));
+        picker.setDirectories({docs, dir.filePath("missing"), photos});
+        QSignalSpy done(&picker, &FilePicker::finished);
+        picker.show();
+        auto *dialog = host.findChild<QFileDialog *>();
+        QVERIFY(dialog && picker.isOpen());
+        QCOMPARE(dialog->windowTitle(), QStringLiteral("Select file"));
+        // Only folders that exist are offered; the first is where it opens.
+        QCOMPARE(dialog->sidebarUrls(),
+                 (QList<QUrl>{QUrl::fromLocalFile(docs), QUrl::fromLocalFile(photos)}));
+        QCOMPARE(QDir(dialog->directory()).canonicalPath(), QDir(docs).canonicalPath());
+        picker.show(); // a second request brings the same dialog forward
+        QCOMPARE(host.findChildren<QFileDialog *>().size(), 1);
+
+        if (how == "accept") {
+            dialog->selectFile(file);
+            QMetaObject::invokeMethod(dialog, "accept");
+        } else if (how == "reject") {
+            dialog->reject();
+        } else {
+            picker.finishWith({file});
+        }
+        QCOMPARE(done.size(), 1);
+        const QStringList got = done.first().first().toStringList();
+        QCOMPARE(got.size(), chosen ? 1 : 0);
+        if (chosen)
+            QCOMPARE(QFileInfo(got.first()).canonicalFilePath(),
+                     QFileInfo(file).canonicalFilePath());
+        QVERIFY(!picker.isOpen());
+    }
+};
 
 QTEST_MAIN(TestFilePicker)
 #include "test_file_picker.moc"

@@ -17,18 +17,19 @@ private Q_SLOTS:
         QTest::addColumn<bool>("userDirs");       // renamed desktop folders in user-dirs.dirs
         QTest::addColumn<QString>("data");
         QTest::addColumn<QString>("shared");
-        const QString xdgData("@/.local/share/vexa");
-        QTest::newRow("xdg defaults") << "" << false << xdgData << QString();
-        QTest::newRow("xdg data home")
-            << "XDG_DATA_HOME=@/xdg" << false << QString("@/xdg/vexa") << QString();
-        QTest::newRow("relative xdg data home ignored")
-            << "XDG_DATA_HOME=rel" << false << xdgData << QString();
-        QTest::newRow("user dirs") << "" << true << xdgData << QString();
-        QTest::newRow("data dir") << "VEXA_DATA_DIR=@/mine XDG_DATA_HOME=@/xdg" << true
-                                  << QString("@/mine") << QString();
-        QTest::newRow("shared dir") << "VEXA_SHARED_DIR=@/s" << true << xdgData << QString("@/s");
-        QTest::newRow("both, trailing slash cleaned") << "VEXA_DATA_DIR=@/d/ VEXA_SHARED_DIR=@/s/"
-                                                      << false << QString("@/d") << QString("@/s");
+        const char *xdg = "@/.local/share/vexa";
+        const auto row = [](const char *name, const char *env, bool dirs, const char *data,
+                            const char *shared) {
+            QTest::newRow(name) << env << dirs << data << QString::fromLatin1(shared);
+        };
+        row("xdg defaults", "", false, xdg, nullptr);
+        row("xdg data home", "XDG_DATA_HOME=@/xdg", false, "@/xdg/vexa", nullptr);
+        row("relative xdg data home ignored", "XDG_DATA_HOME=rel", false, xdg, nullptr);
+        row("user dirs", "", true, xdg, nullptr);
+        row("data dir", "VEXA_DATA_DIR=@/mine XDG_DATA_HOME=@/xdg", true, "@/mine", nullptr);
+        row("shared dir", "VEXA_SHARED_DIR=@/s", true, xdg, "@/s");
+        row("both, trailing slash cleaned", "VEXA_DATA_DIR=@/d/ VEXA_SHARED_DIR=@/s/", false, "@/d",
+            "@/s");
     }
 
     void layout()

@@ -72,17 +72,16 @@ private Q_SLOTS:
         // The sender's error, or the listener's reply to a raw client (empty: it hangs up).
         QTest::addColumn<QByteArray>("expected");
         const QByteArray noBreak(InstanceChannel::MaxMessageBytes, 'a');
-        QTest::newRow("line feed")
-            << QByteArray("tg://a\nquit") << false << QByteArray("line break");
-        QTest::newRow("carriage return")
-            << QByteArray("tg://a\rq") << false << QByteArray("line break");
-        QTest::newRow("too long") << noBreak << false << QByteArray("too long");
-        QTest::newRow("nobody listening")
-            << QByteArray("tg://x") << false << QByteArray("no running instance");
-        QTest::newRow("raw carriage return")
-            << QByteArray("tg://a\rb\n") << true << QByteArray("bad\n");
-        QTest::newRow("raw, no line break within the limit") << noBreak + "aa\n"
-                                                             << true << QByteArray();
+        const auto row = [](const char *name, const QByteArray &bytes, bool raw,
+                            const char *expected) {
+            QTest::newRow(name) << bytes << raw << QByteArray(expected);
+        };
+        row("line feed", "tg://a\nquit", false, "line break");
+        row("carriage return", "tg://a\rq", false, "line break");
+        row("too long", noBreak, false, "too long");
+        row("nobody listening", "tg://x", false, "no running instance");
+        row("raw carriage return", "tg://a\rb\n", true, "bad\n");
+        row("raw, no line break within the limit", noBreak + "aa\n", true, "");
     }
 
     void refused()

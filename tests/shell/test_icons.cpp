@@ -13,53 +13,51 @@ class TestIcons : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void committedMatchGenerator();
-};
-
-void TestIcons::committedMatchGenerator()
-{
-    const QString assets = qEnvironmentVariable("VEXA_SOURCE_DIR") + "/assets/osicons/";
-    QVERIFY2(QFileInfo(assets).isDir(), qPrintable(assets));
-    init_osicons();
-    QTemporaryDir out;
-    QProcess gen;
-    gen.start(QStringLiteral(DRAW_ICONS_PATH), {out.path()});
-    QVERIFY(gen.waitForFinished(30000));
-    QCOMPARE(gen.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(gen.exitCode(), 0);
-    const QStringList drawn =
-        QDir(out.path()).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Name);
-    QCOMPARE(QDir(assets).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Name), drawn);
-    for (const char *n :
-         {"send.png", "ic_attach.png", "ic_microphone_unmute.png", "ic_microphone_mute.png",
-          "ic_video.png", "menu.png", "icon_search.png", "ic_reply.png", "ic_forward.png",
-          "ic_delete.png", "ic_to_bottom.png", "ic_download.png", "ii_bbm_ping.png",
-          "ii_bbm_out_pending.png", "ii_bbm_out_sending.png", "ii_bbm_out_sent.png",
-          "ii_bbm_out_delivered.png", "ii_bbm_out_read.png", "ii_bbm_out_failed.png"}) {
-        QVERIFY2(drawn.contains(QLatin1String(n)), n);
-    }
-    for (const QString &n : drawn) {
-        const QImage img(osicon_path(n)); // the compiled-in copy
-        QVERIFY2(
-            img == QImage(out.filePath(n)) && img == QImage(assets + n),
-            qPrintable(n + " differs: re-run tools/icons/regenerate.sh, list it in osicons.qrc"));
-        QCOMPARE(img.size(), QSize(96, 96));
-        QVERIFY(img.hasAlphaChannel());
-        int opaque = 0;
-        int transparent = 0;
-        for (int y = 0; y < img.height(); ++y) {
-            for (int x = 0; x < img.width(); ++x) {
-                const QRgb p = img.pixel(x, y);
-                if (qAlpha(p) == 255) {
-                    ++opaque;
-                    QCOMPARE(qRed(p) & qGreen(p) & qBlue(p), 255);
-                }
-                transparent += qAlpha(p) == 0 ? 1 : 0;
-            }
+    void committedMatchGenerator()
+    {
+        const QString assets = qEnvironmentVariable("VEXA_SOURCE_DIR") + "/assets/osicons/";
+        QVERIFY2(QFileInfo(assets).isDir(), qPrintable(assets));
+        init_osicons();
+        QTemporaryDir out;
+        QProcess gen;
+        gen.start(QStringLiteral(DRAW_ICONS_PATH), {out.path()});
+        QVERIFY(gen.waitForFinished(30000));
+        QCOMPARE(gen.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(gen.exitCode(), 0);
+        const QStringList drawn =
+            QDir(out.path()).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Name);
+        QCOMPARE(QDir(assets).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Name), drawn);
+        for (const char *n :
+             {"send.png", "ic_attach.png", "ic_microphone_unmute.png", "ic_microphone_mute.png",
+              "ic_video.png", "menu.png", "icon_search.png", "ic_reply.png", "ic_forward.png",
+              "ic_delete.png", "ic_to_bottom.png", "ic_download.png", "ii_bbm_ping.png",
+              "ii_bbm_out_pending.png", "ii_bbm_out_sending.png", "ii_bbm_out_sent.png",
+              "ii_bbm_out_delivered.png", "ii_bbm_out_read.png", "ii_bbm_out_failed.png"}) {
+            QVERIFY2(drawn.contains(QLatin1String(n)), n);
         }
-        QVERIFY2(opaque > 200 && transparent > 96 * 96 / 3, qPrintable(n));
+        for (const QString &n : drawn) {
+            const QImage img(osicon_path(n)); // the compiled-in copy
+            QVERIFY2(img == QImage(out.filePath(n)) && img == QImage(assets + n),
+                     qPrintable(
+                         n + " differs: re-run tools/icons/regenerate.sh, list it in osicons.qrc"));
+            QCOMPARE(img.size(), QSize(96, 96));
+            QVERIFY(img.hasAlphaChannel());
+            int opaque = 0;
+            int transparent = 0;
+            for (int y = 0; y < img.height(); ++y) {
+                for (int x = 0; x < img.width(); ++x) {
+                    const QRgb p = img.pixel(x, y);
+                    if (qAlpha(p) == 255) {
+                        ++opaque;
+                        QCOMPARE(qRed(p) & qGreen(p) & qBlue(p), 255);
+                    }
+                    transparent += qAlpha(p) == 0 ? 1 : 0;
+                }
+            }
+            QVERIFY2(opaque > 200 && transparent > 96 * 96 / 3, qPrintable(n));
+        }
     }
-}
+};
 
 QTEST_MAIN(TestIcons)
 #include "test_icons.moc"

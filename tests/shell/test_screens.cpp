@@ -89,290 +89,268 @@ private Q_SLOTS:
         init_osicons();
         qRegisterMetaType<ShellScreens::Screen>();
     }
-    void iconsAreDrawn();
-    void everyButtonAnnouncesOneIntent();
-    void signInFormSubmitsWhatWasTyped();
-    void navigation_data();
-    void navigation();
-    void logView();
-    void themeRecolours_data();
-    void themeRecolours();
-    void sizesFollowScaleAndPhotoViewer();
-    void menuProfile_data();
-    void menuProfile();
+    void iconsAreDrawn()
+    {
+        ShellScreens screens(true, 1.0f);
+        // Every icon button draws a glyph from the compiled-in resources.
+        for (auto *b : screens.findChildren<QToolButton *>()) {
+            const QImage drawn = b->icon().pixmap(48, 48).toImage();
+            int inked = 0;
+            for (int y = 0; y < drawn.height(); ++y)
+                for (int x = 0; x < drawn.width(); ++x)
+                    inked += qAlpha(drawn.pixel(x, y)) > 128 ? 1 : 0;
+            QVERIFY2(inked > 40, qPrintable(b->objectName()));
+        }
+    }
+    void everyButtonAnnouncesOneIntent()
+    {
+        // A button that neither says what the user wants nor moves between
+        // screens would be dead to the user.
+        ShellScreens screens(true, 1.0f);
+        QObjectList announcers{&screens};
+        for (QWidget *w : screens.findChildren<QWidget *>())
+            if (!QByteArray(w->metaObject()->className()).startsWith('Q'))
+                announcers << w;
+        std::vector<std::unique_ptr<IntentSpies>> spies;
+        for (QObject *o : announcers)
+            spies.emplace_back(std::make_unique<IntentSpies>(o));
+        for (auto *b : screens.findChildren<QAbstractButton *>()) {
+            const ShellScreens::Screen before = screens.currentScreen();
+            b->click();
+            QStringList fired;
+            for (auto &s : spies)
+                fired << s->fired();
+            fired.removeAll(QStringLiteral("screenChanged(ShellScreens::Screen)"));
+            const bool navigated = screens.currentScreen() != before;
+            QVERIFY2(navigated || !fired.isEmpty(), qPrintable(b->objectName()));
+            screens.showMainScreen();
+            for (auto &s : spies)
+                s->fired();
+        }
+    }
+    void signInFormSubmitsWhatWasTyped()
+    {
+        MainScreen main(1.0f);
+        const QList<QLineEdit *> fields = main.findChildren<QLineEdit *>();
+        QCOMPARE(fields.size(), 3);
+        QLineEdit *phone = fields.at(0);
+        QLineEdit *code = fields.at(1);
+        QLineEdit *password = fields.at(2);
+        QCOMPARE(password->echoMode(), QLineEdit::Password);
+
+        // Suggested numbers fill only an empty field.
+        main.suggestPhoneNumber(QStringLiteral("+15550123"));
+        QCOMPARE(phone->text(), QStringLiteral("+15550123"));
+        phone->clear();
+        QTest::keyClicks(phone, QStringLiteral("+1 555 0100"));
+        main.suggestPhoneNumber(QStringLiteral("+19990000"));
+
+        QSignalSpy phones(&main, &MainScreen::phoneSubmitted);
+        QSignalSpy codes(&main, &MainScreen::codeSubmitted);
+        QSignalSpy passwords(&main, &MainScreen::passwordSubmitted);
+        QTest::keyClick(phone, Qt::Key_Return);
+        QTest::keyClicks(code, QStringLiteral("24680  "));
+        QTest::keyClick(code, Qt::Key_Enter);
+        QTest::keyClicks(password, QStringLiteral("s3cret pass"));
+        QTest::keyClick(password, Qt::Key_Return);
+        QCOMPARE(phones.size(), 1);
+        QCOMPARE(phones.at(0).at(0).toString(), QStringLiteral("+1 555 0100"));
+        QCOMPARE(codes.at(0).at(0).toString(), QStringLiteral("24680  "));
+        QCOMPARE(passwords.at(0).at(0).toString(), QStringLiteral("s3cret pass"));
+        // Fields keep what was typed, so a second press sends it again.
+        QCOMPARE(code->text(), QStringLiteral("24680  "));
+
+        // Authorised: the list takes the form's place and can be reloaded.
+        auto *list = new QLabel(QStringLiteral("list"));
+        main.setChatListView(list);
+        main.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&main));
+        main.setAuthorised(true);
+        QVERIFY(!phone->isVisible() && list->isVisible());
+        main.setDebugText(QStringLiteral("ME id=42"));
+        QVERIFY(visibleTexts(&main).contains(QStringLiteral("ME id=42")));
+    }
+    void navigation_data()
+    {
+        // A path of intents and the screen after each.
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QList<ShellScreens::Screen>>("after");
+        using S = ShellScreens::Screen;
+        QTest::newRow("menu, files cache, back, back")
+            << QStringList{"menu", "files cache", "files back", "menu back"}
+            << QList<S>{S::Menu, S::FilesCache, S::Menu, S::Main};
+        QTest::newRow("info from the chat and back")
+            << QStringList{"chat", "info", "info back"}
+            << QList<S>{S::Conversation, S::ChatInfo, S::Conversation};
+        QTest::newRow("photo viewer returns to the chat")
+            << QStringList{"chat", "photo", "photo back"}
+            << QList<S>{S::Conversation, S::Photo, S::Conversation};
+    }
+    void navigation()
+    {
+        QFETCH(QStringList, steps);
+        QFETCH(QList<ShellScreens::Screen>, after);
+        ShellScreens s(true, 1.0f);
+        const QHash<QString, std::function<void()>> intents = {
+            {"menu", [&] { Q_EMIT s.mainScreen()->menuRequested(); }},
+            {"files cache", [&] { Q_EMIT s.menuScreen()->filesCacheRequested(); }},
+            {"files back", [&] { Q_EMIT s.filesCacheScreen()->backRequested(); }},
+            {"menu back", [&] { Q_EMIT s.menuScreen()->backRequested(); }},
+            {"chat", [&] { s.showScreen(ShellScreens::Screen::Conversation); }},
+            {"info", [&] { s.showScreen(ShellScreens::Screen::ChatInfo); }},
+            {"info back", [&] { Q_EMIT s.chatInfoScreen()->backRequested(); }},
+            {"photo", [&] { s.showScreen(ShellScreens::Screen::Photo); }},
+            {"photo back", [&] { Q_EMIT s.photoViewer()->backRequested(); }},
+        };
+        for (int i = 0; i < steps.size(); ++i) {
+            intents.value(steps.at(i))();
+            QCOMPARE(s.currentScreen(), after.at(i));
+        }
+    }
+    void logView()
+    {
+        ShellScreens screens(true, 1.0f);
+        screens.setLogText(QStringLiteral("line one\nline two"));
+        screens.setLogViewVisible(true);
+        QVERIFY(screens.isLogViewVisible());
+        QCOMPARE(screens.findChild<QPlainTextEdit *>()->toPlainText(),
+                 QStringLiteral("line one\nline two"));
+    }
+    void themeRecolours_data()
+    {
+        QTest::addColumn<bool>("dark");
+        QTest::newRow("dark") << true;
+        QTest::newRow("bright") << false;
+    }
+    void themeRecolours()
+    {
+        QFETCH(bool, dark);
+        ShellScreens screens(!dark, 1.0f);
+        QVERIFY(showOnScreen(screens));
+        screens.applyTheme(dark);
+        QCOMPARE(screens.darkTheme(), dark);
+        QVERIFY(visibleTexts(&screens).contains(theme_button_text(dark)));
+        // The header is painted with group A and the sign-in panel below it with
+        // group E: sample the rendered screen.
+        QApplication::processEvents();
+        const QImage shot = screens.grab().toImage();
+        QCOMPARE(shot.pixel(2, 2) | 0xFF000000, theme_color(ThemeGroup::A, dark));
+        QCOMPARE(shot.pixel(4, shot.height() - 4) | 0xFF000000, theme_color(ThemeGroup::E, dark));
+    }
+    void sizesFollowScaleAndPhotoViewer()
+    {
+        ShellScreens small(true, 1.0f);
+        ShellScreens big(true, 2.0f);
+        auto tallestBar = [](ShellScreens &s) {
+            int h = 0;
+            for (auto *b : s.mainScreen()->findChildren<QToolButton *>())
+                h = qMax(h, b->height());
+            return h;
+        };
+        QCOMPARE(tallestBar(big), 2 * tallestBar(small));
+
+        QTemporaryDir dir;
+        QString path;
+        solidPng(dir, QStringLiteral("p.png"), Qt::red, &path);
+        small.showScreen(ShellScreens::Screen::Photo);
+        QVERIFY(showOnScreen(small));
+        QVERIFY(small.photoViewer()->showImageFile(path));
+        QVERIFY(!small.photoViewer()->showImageFile(dir.filePath(QStringLiteral("missing.png"))));
+        QVERIFY(!small.videoViewer()->showImageFile(path));
+    }
+    // What a profile puts into the menu's card. Each row starts from another
+    // profile that had a photo, so switching photo -> tile and clearing are
+    // covered too. photo: "" none, "red" a real PNG, "missing" a path to nothing.
+    // Expected texts are "name|@username|phone"; letter "" = the photo shows.
+    void menuProfile_data()
+    {
+        QTest::addColumn<qint64>("id");
+        QTest::addColumn<QString>("profile"); // name|username|phone
+        QTest::addColumn<QString>("photo");
+        QTest::addColumn<QString>("texts");
+        QTest::addColumn<QString>("letter");
+        auto row = [](const char *n, qint64 id, const char *profile, const char *photo,
+                      const char *texts, const char *letter) {
+            QTest::newRow(n) << id << QString::fromUtf8(profile) << photo
+                             << QString::fromUtf8(texts) << QString::fromUtf8(letter);
+        };
+        row("full profile, phone without plus", 42, "Ada Lovelace|ada|15551234", "",
+            "Ada Lovelace|@ada|+15551234", "A");
+        row("no username, phone with plus", 7, "bob|| +44 20 7946 0000 ", "",
+            "bob||+44 20 7946 0000", "B");
+        row("user name typed with @, no phone", 8, "Cy|@cy|", "", "Cy|@cy|", "C");
+        row("only a user name", 9, "|solo|", "", "|@solo|", "S");
+        row("a flag is one letter", 10, "🇺🇦 Kyiv||", "", "🇺🇦 Kyiv||", "🇺🇦");
+        row("photo", 42, "Ada Lovelace|ada|15551234", "red", "Ada Lovelace|@ada|+15551234", "");
+        row("unreadable photo falls back to the tile", 42, "Ada Lovelace||15551234", "missing",
+            "Ada Lovelace||+15551234", "A");
+        row("signed out", 0, "||", "", "||", "");
+    }
+    void menuProfile()
+    {
+        QFETCH(qint64, id);
+        QFETCH(QString, profile);
+        QFETCH(QString, photo);
+        QFETCH(QString, texts);
+        QFETCH(QString, letter);
+        const QStringList p = profile.split(QLatin1Char('|'));
+        QTemporaryDir dir;
+        QString before;
+        QString red;
+        solidPng(dir, QStringLiteral("before.png"), Qt::blue, &before);
+        solidPng(dir, QStringLiteral("red.png"), Qt::red, &red);
+
+        ShellScreens screens(true, 1.0f);
+        screens.showScreen(ShellScreens::Screen::Menu);
+        QVERIFY(showOnScreen(screens));
+        MenuScreen *menu = screens.menuScreen();
+        OwnProfile old;
+        old.id = 5;
+        old.displayName = QStringLiteral("Zed Old");
+        old.avatarPath = before;
+        menu->setProfile(old);
+        OwnProfile me;
+        me.id = id;
+        me.displayName = p.at(0);
+        me.username = p.at(1);
+        me.phone = p.at(2);
+        me.avatarPath = photo == QLatin1String("red") ? red
+                        : photo.isEmpty()             ? QString()
+                                                      : dir.filePath(photo + ".png");
+        menu->setProfile(me);
+        QApplication::processEvents();
+
+        // The card's visible texts, top to bottom, then the tile's letter.
+        QStringList seen;
+        QLabel *tile = nullptr;
+        QLabel *avatar = nullptr;
+        for (auto *l : menu->findChildren<QLabel *>()) {
+            if (l->width() == 144 && l->height() == 144)
+                (l->parentWidget()->width() == 144 ? tile : avatar) = l;
+        }
+        QVERIFY(tile && avatar);
+        const QStringList want = texts.split(QLatin1Char('|'));
+        for (const QString &w : want) {
+            if (w.isEmpty())
+                continue;
+            QVERIFY2(visibleTexts(menu).contains(w), qPrintable(w));
+        }
+        if (id == 0) {
+            QVERIFY(!avatar->isVisible());
+            QVERIFY(tile->text().isEmpty());
+            return;
+        }
+        const QImage shot = avatar->grab().toImage();
+        QCOMPARE(tile->isVisible(), !letter.isEmpty());
+        if (letter.isEmpty()) {
+            QCOMPARE(QColor(shot.pixel(72, 72)), QColor(Qt::red));
+        } else {
+            QCOMPARE(tile->text(), letter);
+            // Left of the letter, inside the rounded tile: the placeholder colour.
+            QCOMPARE(QColor(shot.pixel(18, 72)), placeholder_avatar_color(id, p.at(0)));
+        }
+    }
 };
-
-void TestScreens::iconsAreDrawn()
-{
-    ShellScreens screens(true, 1.0f);
-    // Every icon button draws a glyph from the compiled-in resources.
-    for (auto *b : screens.findChildren<QToolButton *>()) {
-        const QImage drawn = b->icon().pixmap(48, 48).toImage();
-        int inked = 0;
-        for (int y = 0; y < drawn.height(); ++y)
-            for (int x = 0; x < drawn.width(); ++x)
-                inked += qAlpha(drawn.pixel(x, y)) > 128 ? 1 : 0;
-        QVERIFY2(inked > 40, qPrintable(b->objectName()));
-    }
-}
-
-void TestScreens::everyButtonAnnouncesOneIntent()
-{
-    // A button that neither says what the user wants nor moves between
-    // screens would be dead to the user.
-    ShellScreens screens(true, 1.0f);
-    QObjectList announcers{&screens};
-    for (QWidget *w : screens.findChildren<QWidget *>())
-        if (!QByteArray(w->metaObject()->className()).startsWith('Q'))
-            announcers << w;
-    std::vector<std::unique_ptr<IntentSpies>> spies;
-    for (QObject *o : announcers)
-        spies.emplace_back(std::make_unique<IntentSpies>(o));
-    for (auto *b : screens.findChildren<QAbstractButton *>()) {
-        const ShellScreens::Screen before = screens.currentScreen();
-        b->click();
-        QStringList fired;
-        for (auto &s : spies)
-            fired << s->fired();
-        fired.removeAll(QStringLiteral("screenChanged(ShellScreens::Screen)"));
-        const bool navigated = screens.currentScreen() != before;
-        QVERIFY2(navigated || !fired.isEmpty(), qPrintable(b->objectName()));
-        screens.showMainScreen();
-        for (auto &s : spies)
-            s->fired();
-    }
-}
-
-void TestScreens::signInFormSubmitsWhatWasTyped()
-{
-    MainScreen main(1.0f);
-    const QList<QLineEdit *> fields = main.findChildren<QLineEdit *>();
-    QCOMPARE(fields.size(), 3);
-    QLineEdit *phone = fields.at(0);
-    QLineEdit *code = fields.at(1);
-    QLineEdit *password = fields.at(2);
-    QCOMPARE(password->echoMode(), QLineEdit::Password);
-
-    // Suggested numbers fill only an empty field.
-    main.suggestPhoneNumber(QStringLiteral("+15550123"));
-    QCOMPARE(phone->text(), QStringLiteral("+15550123"));
-    phone->clear();
-    QTest::keyClicks(phone, QStringLiteral("+1 555 0100"));
-    main.suggestPhoneNumber(QStringLiteral("+19990000"));
-
-    QSignalSpy phones(&main, &MainScreen::phoneSubmitted);
-    QSignalSpy codes(&main, &MainScreen::codeSubmitted);
-    QSignalSpy passwords(&main, &MainScreen::passwordSubmitted);
-    QTest::keyClick(phone, Qt::Key_Return);
-    QTest::keyClicks(code, QStringLiteral("24680  "));
-    QTest::keyClick(code, Qt::Key_Enter);
-    QTest::keyClicks(password, QStringLiteral("s3cret pass"));
-    QTest::keyClick(password, Qt::Key_Return);
-    QCOMPARE(phones.size(), 1);
-    QCOMPARE(phones.at(0).at(0).toString(), QStringLiteral("+1 555 0100"));
-    QCOMPARE(codes.at(0).at(0).toString(), QStringLiteral("24680  "));
-    QCOMPARE(passwords.at(0).at(0).toString(), QStringLiteral("s3cret pass"));
-    // Fields keep what was typed, so a second press sends it again.
-    QCOMPARE(code->text(), QStringLiteral("24680  "));
-
-    // Authorised: the list takes the form's place and can be reloaded.
-    auto *list = new QLabel(QStringLiteral("list"));
-    main.setChatListView(list);
-    main.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&main));
-    main.setAuthorised(true);
-    QVERIFY(!phone->isVisible() && list->isVisible());
-    main.setDebugText(QStringLiteral("ME id=42"));
-    QVERIFY(visibleTexts(&main).contains(QStringLiteral("ME id=42")));
-}
-
-void TestScreens::navigation_data()
-{
-    // A path of intents and the screen after each.
-    QTest::addColumn<QStringList>("steps");
-    QTest::addColumn<QList<ShellScreens::Screen>>("after");
-    using S = ShellScreens::Screen;
-    QTest::newRow("menu, files cache, back, back")
-        << QStringList{"menu", "files cache", "files back", "menu back"}
-        << QList<S>{S::Menu, S::FilesCache, S::Menu, S::Main};
-    QTest::newRow("info from the chat and back")
-        << QStringList{"chat", "info", "info back"}
-        << QList<S>{S::Conversation, S::ChatInfo, S::Conversation};
-    QTest::newRow("photo viewer returns to the chat")
-        << QStringList{"chat", "photo", "photo back"}
-        << QList<S>{S::Conversation, S::Photo, S::Conversation};
-}
-
-void TestScreens::navigation()
-{
-    QFETCH(QStringList, steps);
-    QFETCH(QList<ShellScreens::Screen>, after);
-    ShellScreens s(true, 1.0f);
-    const QHash<QString, std::function<void()>> intents = {
-        {"menu", [&] { Q_EMIT s.mainScreen()->menuRequested(); }},
-        {"files cache", [&] { Q_EMIT s.menuScreen()->filesCacheRequested(); }},
-        {"files back", [&] { Q_EMIT s.filesCacheScreen()->backRequested(); }},
-        {"menu back", [&] { Q_EMIT s.menuScreen()->backRequested(); }},
-        {"chat", [&] { s.showScreen(ShellScreens::Screen::Conversation); }},
-        {"info", [&] { s.showScreen(ShellScreens::Screen::ChatInfo); }},
-        {"info back", [&] { Q_EMIT s.chatInfoScreen()->backRequested(); }},
-        {"photo", [&] { s.showScreen(ShellScreens::Screen::Photo); }},
-        {"photo back", [&] { Q_EMIT s.photoViewer()->backRequested(); }},
-    };
-    for (int i = 0; i < steps.size(); ++i) {
-        intents.value(steps.at(i))();
-        QCOMPARE(s.currentScreen(), after.at(i));
-    }
-}
-
-void TestScreens::logView()
-{
-    ShellScreens screens(true, 1.0f);
-    screens.setLogText(QStringLiteral("line one\nline two"));
-    screens.setLogViewVisible(true);
-    QVERIFY(screens.isLogViewVisible());
-    QCOMPARE(screens.findChild<QPlainTextEdit *>()->toPlainText(),
-             QStringLiteral("line one\nline two"));
-}
-
-void TestScreens::themeRecolours_data()
-{
-    QTest::addColumn<bool>("dark");
-    QTest::newRow("dark") << true;
-    QTest::newRow("bright") << false;
-}
-
-void TestScreens::themeRecolours()
-{
-    QFETCH(bool, dark);
-    ShellScreens screens(!dark, 1.0f);
-    QVERIFY(showOnScreen(screens));
-    screens.applyTheme(dark);
-    QCOMPARE(screens.darkTheme(), dark);
-    QVERIFY(visibleTexts(&screens).contains(theme_button_text(dark)));
-    // The header is painted with group A and the sign-in panel below it with
-    // group E: sample the rendered screen.
-    QApplication::processEvents();
-    const QImage shot = screens.grab().toImage();
-    QCOMPARE(shot.pixel(2, 2) | 0xFF000000, theme_color(ThemeGroup::A, dark));
-    QCOMPARE(shot.pixel(4, shot.height() - 4) | 0xFF000000, theme_color(ThemeGroup::E, dark));
-}
-
-void TestScreens::sizesFollowScaleAndPhotoViewer()
-{
-    ShellScreens small(true, 1.0f);
-    ShellScreens big(true, 2.0f);
-    auto tallestBar = [](ShellScreens &s) {
-        int h = 0;
-        for (auto *b : s.mainScreen()->findChildren<QToolButton *>())
-            h = qMax(h, b->height());
-        return h;
-    };
-    QCOMPARE(tallestBar(big), 2 * tallestBar(small));
-
-    QTemporaryDir dir;
-    QString path;
-    solidPng(dir, QStringLiteral("p.png"), Qt::red, &path);
-    small.showScreen(ShellScreens::Screen::Photo);
-    QVERIFY(showOnScreen(small));
-    QVERIFY(small.photoViewer()->showImageFile(path));
-    QVERIFY(!small.photoViewer()->showImageFile(dir.filePath(QStringLiteral("missing.png"))));
-    QVERIFY(!small.videoViewer()->showImageFile(path));
-}
-
-// What a profile puts into the menu's card. Each row starts from another
-// profile that had a photo, so switching photo -> tile and clearing are
-// covered too. photo: "" none, "red" a real PNG, "missing" a path to nothing.
-// Expected texts are "name|@username|phone"; letter "" = the photo shows.
-void TestScreens::menuProfile_data()
-{
-    QTest::addColumn<qint64>("id");
-    QTest::addColumn<QString>("profile"); // name|username|phone
-    QTest::addColumn<QString>("photo");
-    QTest::addColumn<QString>("texts");
-    QTest::addColumn<QString>("letter");
-    auto row = [](const char *n, qint64 id, const char *profile, const char *photo,
-                  const char *texts, const char *letter) {
-        QTest::newRow(n) << id << QString::fromUtf8(profile) << photo << QString::fromUtf8(texts)
-                         << QString::fromUtf8(letter);
-    };
-    row("full profile, phone without plus", 42, "Ada Lovelace|ada|15551234", "",
-        "Ada Lovelace|@ada|+15551234", "A");
-    row("no username, phone with plus", 7, "bob|| +44 20 7946 0000 ", "", "bob||+44 20 7946 0000",
-        "B");
-    row("user name typed with @, no phone", 8, "Cy|@cy|", "", "Cy|@cy|", "C");
-    row("only a user name", 9, "|solo|", "", "|@solo|", "S");
-    row("a flag is one letter", 10, "🇺🇦 Kyiv||", "", "🇺🇦 Kyiv||", "🇺🇦");
-    row("photo", 42, "Ada Lovelace|ada|15551234", "red", "Ada Lovelace|@ada|+15551234", "");
-    row("unreadable photo falls back to the tile", 42, "Ada Lovelace||15551234", "missing",
-        "Ada Lovelace||+15551234", "A");
-    row("signed out", 0, "||", "", "||", "");
-}
-
-void TestScreens::menuProfile()
-{
-    QFETCH(qint64, id);
-    QFETCH(QString, profile);
-    QFETCH(QString, photo);
-    QFETCH(QString, texts);
-    QFETCH(QString, letter);
-    const QStringList p = profile.split(QLatin1Char('|'));
-    QTemporaryDir dir;
-    QString before;
-    QString red;
-    solidPng(dir, QStringLiteral("before.png"), Qt::blue, &before);
-    solidPng(dir, QStringLiteral("red.png"), Qt::red, &red);
-
-    ShellScreens screens(true, 1.0f);
-    screens.showScreen(ShellScreens::Screen::Menu);
-    QVERIFY(showOnScreen(screens));
-    MenuScreen *menu = screens.menuScreen();
-    OwnProfile old;
-    old.id = 5;
-    old.displayName = QStringLiteral("Zed Old");
-    old.avatarPath = before;
-    menu->setProfile(old);
-    OwnProfile me;
-    me.id = id;
-    me.displayName = p.at(0);
-    me.username = p.at(1);
-    me.phone = p.at(2);
-    me.avatarPath = photo == QLatin1String("red") ? red
-                    : photo.isEmpty()             ? QString()
-                                                  : dir.filePath(photo + ".png");
-    menu->setProfile(me);
-    QApplication::processEvents();
-
-    // The card's visible texts, top to bottom, then the tile's letter.
-    QStringList seen;
-    QLabel *tile = nullptr;
-    QLabel *avatar = nullptr;
-    for (auto *l : menu->findChildren<QLabel *>()) {
-        if (l->width() == 144 && l->height() == 144)
-            (l->parentWidget()->width() == 144 ? tile : avatar) = l;
-    }
-    QVERIFY(tile && avatar);
-    const QStringList want = texts.split(QLatin1Char('|'));
-    for (const QString &w : want) {
-        if (w.isEmpty())
-            continue;
-        QVERIFY2(visibleTexts(menu).contains(w), qPrintable(w));
-    }
-    if (id == 0) {
-        QVERIFY(!avatar->isVisible());
-        QVERIFY(tile->text().isEmpty());
-        return;
-    }
-    const QImage shot = avatar->grab().toImage();
-    QCOMPARE(tile->isVisible(), !letter.isEmpty());
-    if (letter.isEmpty()) {
-        QCOMPARE(QColor(shot.pixel(72, 72)), QColor(Qt::red));
-    } else {
-        QCOMPARE(tile->text(), letter);
-        // Left of the letter, inside the rounded tile: the placeholder colour.
-        QCOMPARE(QColor(shot.pixel(18, 72)), placeholder_avatar_color(id, p.at(0)));
-    }
-}
 
 QTEST_MAIN(TestScreens)
 #include "test_screens.moc"

@@ -13,86 +13,71 @@ class TestTheme : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void readThemeFile_data();
-    void readThemeFile();
-    void writeThenRead_data();
-    void writeThenRead();
-    void disableBubbles_data();
-    void disableBubbles();
+    void readThemeFile_data()
+    {
+        QTest::addColumn<QByteArray>("content"); // "<missing>": no file at all
+        QTest::addColumn<bool>("dark");
+        for (const char *d : {"<missing>", "DARK", "  Dark \r\n", "True", "1\n"}) {
+            QTest::newRow(d) << QByteArray(d) << true;
+        }
+        for (const char *b : {"bright\n", "0", "night", "", "dark dark"}) {
+            QTest::newRow(b) << QByteArray(b) << false;
+        }
+    }
+    void readThemeFile()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(bool, dark);
+        const QString path = theme_file_path(m_dir.path());
+        QFile::remove(path);
+        QVERIFY(content == "<missing>" || writeFile(path, content));
+        QCOMPARE(read_theme_file(path), dark);
+    }
+    void writeThenRead_data()
+    {
+        QTest::addColumn<bool>("dark");
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("dark") << true << QByteArray("dark\n");
+        QTest::newRow("bright") << false << QByteArray("bright\n");
+    }
+    void writeThenRead()
+    {
+        QFETCH(bool, dark);
+        QFETCH(QByteArray, bytes);
+        const QString path = theme_file_path(m_dir.path());
+        // A longer previous content must not survive the rewrite.
+        QVERIFY(writeFile(path, "something much longer than a theme word\n"));
+        QString error;
+        QVERIFY2(write_theme_file(path, dark, &error), qPrintable(error));
+        QCOMPARE(test_util::readAll(path), bytes);
+        QCOMPARE(read_theme_file(path), dark);
+        QVERIFY(!write_theme_file(m_dir.path() + "/no/such/folder/ui_theme.txt", dark, &error));
+        QVERIFY(!error.isEmpty());
+    }
+    void disableBubbles_data()
+    {
+        QTest::addColumn<QByteArray>("fileText");
+        QTest::addColumn<bool>("disabled");
+        // The file's own rules (comments, blanks, repeated keys): test_env_file.
+        QTest::newRow("TRUE") << QByteArray("UI_DISABLE_BUBBLES=TRUE\n") << true;
+        QTest::newRow("Yes spaced") << QByteArray("  UI_DISABLE_BUBBLES =  Yes \n") << true;
+        QTest::newRow("on, no line end") << QByteArray("UI_DISABLE_BUBBLES=on") << true;
+        QTest::newRow("0") << QByteArray("UI_DISABLE_BUBBLES=0\n") << false;
+        QTest::newRow("quoted") << QByteArray("UI_DISABLE_BUBBLES=\"1\"\n") << false;
+    }
+    void disableBubbles()
+    {
+        QFETCH(QByteArray, fileText);
+        QFETCH(bool, disabled);
+        const QString path = td_debug_env_path(m_dir.path());
+        QVERIFY(writeFile(path, fileText));
+        QCOMPARE(read_disable_bubbles(path), disabled);
+        QVERIFY(!read_disable_bubbles(m_dir.path() + "/missing.env"));
+    }
 
 private:
     QTemporaryDir m_dir;
 };
-
-void TestTheme::readThemeFile_data()
-{
-    QTest::addColumn<QByteArray>("content"); // "<missing>": no file at all
-    QTest::addColumn<bool>("dark");
-    for (const char *d : {"<missing>", "DARK", "  Dark \r\n", "True", "1\n"}) {
-        QTest::newRow(d) << QByteArray(d) << true;
-    }
-    for (const char *b : {"bright\n", "0", "night", "", "dark dark"}) {
-        QTest::newRow(b) << QByteArray(b) << false;
-    }
-}
-
-void TestTheme::readThemeFile()
-{
-    QFETCH(QByteArray, content);
-    QFETCH(bool, dark);
-    const QString path = theme_file_path(m_dir.path());
-    QFile::remove(path);
-    QVERIFY(content == "<missing>" || writeFile(path, content));
-    QCOMPARE(read_theme_file(path), dark);
-}
-
-void TestTheme::writeThenRead_data()
-{
-    QTest::addColumn<bool>("dark");
-    QTest::addColumn<QByteArray>("bytes");
-    QTest::newRow("dark") << true << QByteArray("dark\n");
-    QTest::newRow("bright") << false << QByteArray("bright\n");
-}
-
-void TestTheme::writeThenRead()
-{
-    QFETCH(bool, dark);
-    QFETCH(QByteArray, bytes);
-    const QString path = theme_file_path(m_dir.path());
-    // A longer previous content must not survive the rewrite.
-    QVERIFY(writeFile(path, "something much longer than a theme word\n"));
-    QString error;
-    QVERIFY2(write_theme_file(path, dark, &error), qPrintable(error));
-    QCOMPARE(test_util::readAll(path), bytes);
-    QCOMPARE(read_theme_file(path), dark);
-    QVERIFY(!write_theme_file(m_dir.path() + "/no/such/folder/ui_theme.txt", dark, &error));
-    QVERIFY(!error.isEmpty());
-}
-
-void TestTheme::disableBubbles_data()
-{
-    QTest::addColumn<QByteArray>("fileText");
-    QTest::addColumn<bool>("disabled");
-    QTest::newRow("no key") << QByteArray("OTHER=1\n") << false;
-    QTest::newRow("TRUE") << QByteArray("UI_DISABLE_BUBBLES=TRUE\n") << true;
-    QTest::newRow("Yes spaced") << QByteArray("  UI_DISABLE_BUBBLES =  Yes \n") << true;
-    QTest::newRow("on, no line end") << QByteArray("UI_DISABLE_BUBBLES=on") << true;
-    QTest::newRow("0") << QByteArray("UI_DISABLE_BUBBLES=0\n") << false;
-    QTest::newRow("quoted") << QByteArray("UI_DISABLE_BUBBLES=\"1\"\n") << false;
-    QTest::newRow("later wins") << QByteArray("UI_DISABLE_BUBBLES=1\nUI_DISABLE_BUBBLES=off\n")
-                                << false;
-    QTest::newRow("comment") << QByteArray("#UI_DISABLE_BUBBLES=1\n") << false;
-}
-
-void TestTheme::disableBubbles()
-{
-    QFETCH(QByteArray, fileText);
-    QFETCH(bool, disabled);
-    const QString path = td_debug_env_path(m_dir.path());
-    QVERIFY(writeFile(path, fileText));
-    QCOMPARE(read_disable_bubbles(path), disabled);
-    QVERIFY(!read_disable_bubbles(m_dir.path() + "/missing.env"));
-}
 
 QTEST_GUILESS_MAIN(TestTheme)
 #include "test_theme.moc"

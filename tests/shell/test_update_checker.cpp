@@ -203,97 +203,69 @@ private Q_SLOTS:
         const QByteArray offer = R"({"build_id": 4, "version_number": " 1.2 ",
             "download_url": "{HTTPS}/pkg.bar", "download_url_http": "{HTTP}/pkg.bar",
             "size_bytes": {SIZE}, "sha256": "{SHA}"})";
-        const QString checking = QStringLiteral("Checking for updates…");
-        const QString downloading = QStringLiteral("Downloading update…");
+        const QByteArray pad = QByteArray(UpdateChecker::kMaxManifestBytes, 'x');
+        // Toasts "|"-separated, with short names for the common ones.
+        const QHash<QString, QString> toast = {{"C", "Checking for updates…"},
+                                               {"D", "Downloading update…"},
+                                               {"OK", "Update downloaded: Vexa_1.2_build4.bar"},
+                                               {"X", "Update download failed (corrupted file)"},
+                                               {"H", "HTTPS failed, trying HTTP…"},
+                                               {"HD", "HTTPS download failed, trying HTTP…"},
+                                               {"R", "Update check is already running"},
+                                               {"J", "Update check failed (invalid JSON)"},
+                                               {"M", "Update check failed (invalid manifest)"}};
         const QString asked = QStringLiteral("Version 1.2 (build 4) is available.\nDownload now?");
         const QString pkg = QStringLiteral("Vexa_1.2_build4.bar");
-        const QString done = QStringLiteral("Update downloaded: ") + pkg;
-        const QString corrupted = QStringLiteral("Update download failed (corrupted file)");
-        const QString httpsFailed = QStringLiteral("HTTPS failed, trying HTTP…");
-        const QString httpsDlFailed = QStringLiteral("HTTPS download failed, trying HTTP…");
-        const QString running = QStringLiteral("Update check is already running");
-        const QString invalidJson = QStringLiteral("Update check failed (invalid JSON)");
-        const QString invalidManifest = QStringLiteral("Update check failed (invalid manifest)");
-        const QStringList fetched{checking, downloading, done};
-        const QStringList viaHttp{checking,      httpsFailed, downloading,
-                                  httpsDlFailed, downloading, done};
-
-        QTest::newRow("up to date")
-            << QByteArray(R"({"build_id": 3, "download_url": "{HTTPS}/pkg.bar"})") << QString()
-            << QString() << QStringList{checking, "You're up to date (build 3)"} << QString()
-            << QStringList();
-        QTest::newRow("newer build")
-            << offer << QString() << asked << fetched << pkg << QStringList();
-        QTest::newRow("newer build declined")
-            << offer << "decline" << asked << QStringList{checking} << QString() << QStringList();
-        QTest::newRow("empty version, any size")
-            << QByteArray(R"({"build_id": 5, "version_number": "",
-                 "download_url": "{HTTPS}/pkg.bar", "size_bytes": 0})")
-            << QString() << "Version new (build 5) is available.\nDownload now?"
-            << QStringList{checking, downloading, "Update downloaded: Vexa_update_build5.bar"}
-            << "Vexa_update_build5.bar" << QStringList();
-        QTest::newRow("version with a slash")
-            << QByteArray(R"({"build_id": 4, "version_number": "../1",
-                 "download_url": "{HTTPS}/pkg.bar"})")
-            << QString() << "Version ../1 (build 4) is available.\nDownload now?"
-            << QStringList{checking, downloading, "Update downloaded: Vexa_.._1_build4.bar"}
-            << "Vexa_.._1_build4.bar" << QStringList();
-        QTest::newRow("invalid JSON")
-            << QByteArray(R"({"build_id": 4, "download_url": )") << QString() << QString()
-            << QStringList{checking, invalidJson} << QString() << QStringList();
-        QTest::newRow("manifest too long")
-            << QByteArray(R"({"build_id": 4, "download_url": "{HTTPS}/pkg.bar", "pad": "{PAD}"})")
-                   .replace("{PAD}", QByteArray(UpdateChecker::kMaxManifestBytes, 'x'))
-            << QString() << QString() << QStringList{checking, invalidJson} << QString()
-            << QStringList();
-        QTest::newRow("missing download_url")
-            << QByteArray(R"({"build_id": 4, "download_url_http": "{HTTP}/pkg.bar"})") << QString()
-            << QString() << QStringList{checking, invalidManifest} << QString() << QStringList();
-        QTest::newRow("build_id beyond range")
-            << QByteArray(R"({"build_id": 1e30, "download_url": "{HTTPS}/pkg.bar"})") << QString()
-            << QString() << QStringList{checking, invalidManifest} << QString() << QStringList();
-        QTest::newRow("HTTPS down, HTTP serves")
-            << offer << "https-down" << asked << viaHttp << pkg << QStringList{"try=0"};
-        QTest::newRow("untrusted certificate, HTTP serves")
-            << offer << "untrusted" << asked << viaHttp << pkg << QStringList{"try=0"};
-        QTest::newRow("HTTPS down, no manifest over HTTP")
-            << QByteArray() << "https-down" << QString()
-            << QStringList{checking, httpsFailed, "Update check failed"} << QString()
-            << QStringList{"try=0", "try=1"};
-        QTest::newRow("shorter than announced")
-            << QByteArray(offer).replace("{SIZE}", "999999999") << QString() << asked
-            << QStringList{checking, downloading, corrupted} << QString()
-            << QStringList{"{SIZE}", "999999999"};
-        QTest::newRow("longer than announced")
-            << QByteArray(offer).replace("{SIZE}", "1000") << QString() << asked
-            << QStringList{checking, downloading, corrupted} << QString()
-            << QStringList{"want=1000"};
-        QTest::newRow("checksum mismatch")
-            << QByteArray(offer).replace("{SHA}", QByteArray(64, 'a')) << QString() << asked
-            << QStringList{checking, downloading, corrupted} << QString()
-            << QStringList{"{SHA}", QString(64, 'a')};
-        QTest::newRow("dropped over HTTPS, HTTP serves")
-            << offer << "drop-https" << asked
-            << QStringList{checking, downloading, httpsDlFailed, downloading, done} << pkg
-            << QStringList{"try=0"};
-        QTest::newRow("dropped over both") << offer << "drop-both" << asked
-                                           << QStringList{checking, downloading, httpsDlFailed,
-                                                          downloading, "Update download failed"}
-                                           << QString() << QStringList{"try=0", "try=1"};
-        QTest::newRow("downloads folder cannot be made")
-            << offer << "no-folder" << asked
-            << QStringList{checking, "Update download failed (can't create downloads folder)"}
-            << QString() << QStringList();
-        QTest::newRow("package cannot be written")
-            << offer << "folder-in-the-way" << asked
-            << QStringList{checking, "Update download failed (can't write file)"} << QString()
-            << QStringList();
-        QTest::newRow("slow manifest, asked again")
-            << offer << "hold-manifest" << asked
-            << QStringList{checking, running, downloading, done} << pkg << QStringList();
-        QTest::newRow("slow package, asked again")
-            << offer << "hold-package" << asked << QStringList{checking, downloading, running, done}
-            << pkg << QStringList();
+        auto row = [&](const char *name, const QByteArray &manifest, const char *setup,
+                       const QString &question, const char *toasts, const QString &saved,
+                       const QStringList &logged = {}) {
+            QStringList t;
+            for (const QString &k : QString::fromUtf8(toasts).split(QLatin1Char('|')))
+                t << toast.value(k, k);
+            QTest::newRow(name) << manifest << setup << question << t << saved << logged;
+        };
+        row("up to date", R"({"build_id": 3, "download_url": "{HTTPS}/pkg.bar"})", "", "",
+            "C|You're up to date (build 3)", "");
+        row("newer build", offer, "", asked, "C|D|OK", pkg);
+        row("newer build declined", offer, "decline", asked, "C", "");
+        row("empty version, any size",
+            R"({"build_id": 5, "version_number": "", "download_url": "{HTTPS}/pkg.bar", "size_bytes": 0})",
+            "", "Version new (build 5) is available.\nDownload now?",
+            "C|D|Update downloaded: Vexa_update_build5.bar", "Vexa_update_build5.bar");
+        row("version with a slash",
+            R"({"build_id": 4, "version_number": "../1", "download_url": "{HTTPS}/pkg.bar"})", "",
+            "Version ../1 (build 4) is available.\nDownload now?",
+            "C|D|Update downloaded: Vexa_.._1_build4.bar", "Vexa_.._1_build4.bar");
+        row("invalid JSON", R"({"build_id": 4, "download_url": )", "", "", "C|J", "");
+        row("manifest too long",
+            QByteArray(R"({"build_id": 4, "download_url": "{HTTPS}/pkg.bar", "pad": "{PAD}"})")
+                .replace("{PAD}", pad),
+            "", "", "C|J", "");
+        row("missing download_url", R"({"build_id": 4, "download_url_http": "{HTTP}/pkg.bar"})", "",
+            "", "C|M", "");
+        row("build_id beyond range", R"({"build_id": 1e30, "download_url": "{HTTPS}/pkg.bar"})", "",
+            "", "C|M", "");
+        row("HTTPS down, HTTP serves", offer, "https-down", asked, "C|H|D|HD|D|OK", pkg, {"try=0"});
+        row("untrusted certificate, HTTP serves", offer, "untrusted", asked, "C|H|D|HD|D|OK", pkg,
+            {"try=0"});
+        row("HTTPS down, no manifest over HTTP", QByteArray(), "https-down", "",
+            "C|H|Update check failed", "", {"try=0", "try=1"});
+        row("shorter than announced", QByteArray(offer).replace("{SIZE}", "999999999"), "", asked,
+            "C|D|X", "", {"{SIZE}", "999999999"});
+        row("longer than announced", QByteArray(offer).replace("{SIZE}", "1000"), "", asked,
+            "C|D|X", "", {"want=1000"});
+        row("checksum mismatch", QByteArray(offer).replace("{SHA}", QByteArray(64, 'a')), "", asked,
+            "C|D|X", "", {"{SHA}", QString(64, 'a')});
+        row("dropped over HTTPS, HTTP serves", offer, "drop-https", asked, "C|D|HD|D|OK", pkg,
+            {"try=0"});
+        row("dropped over both", offer, "drop-both", asked, "C|D|HD|D|Update download failed", "",
+            {"try=0", "try=1"});
+        row("downloads folder cannot be made", offer, "no-folder", asked,
+            "C|Update download failed (can't create downloads folder)", "");
+        row("package cannot be written", offer, "folder-in-the-way", asked,
+            "C|Update download failed (can't write file)", "");
+        row("slow manifest, asked again", offer, "hold-manifest", asked, "C|R|D|OK", pkg);
+        row("slow package, asked again", offer, "hold-package", asked, "C|D|R|OK", pkg);
     }
 
     void check()
