@@ -416,19 +416,21 @@ bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == m_action) {
         using Touch = VoiceRecordGesture::Touch;
-        const auto *me = static_cast<QMouseEvent *>(event);
+        const auto mouse = [event] { return static_cast<QMouseEvent *>(event); };
         switch (event->type()) {
         case QEvent::MouseButtonPress:
-            if (me->button() == Qt::LeftButton)
-                Q_EMIT actionTouched(Touch::Down, me->windowPos());
-            return me->button() == Qt::LeftButton;
+            if (mouse()->button() != Qt::LeftButton)
+                return false;
+            Q_EMIT actionTouched(Touch::Down, mouse()->windowPos());
+            return true;
         case QEvent::MouseMove:
-            Q_EMIT actionTouched(Touch::Move, me->windowPos());
+            Q_EMIT actionTouched(Touch::Move, mouse()->windowPos());
             return true;
         case QEvent::MouseButtonRelease:
-            if (me->button() == Qt::LeftButton)
-                Q_EMIT actionTouched(Touch::Up, me->windowPos());
-            return me->button() == Qt::LeftButton;
+            if (mouse()->button() != Qt::LeftButton)
+                return false;
+            Q_EMIT actionTouched(Touch::Up, mouse()->windowPos());
+            return true;
         case QEvent::TouchCancel:
         case QEvent::UngrabMouse:
             Q_EMIT actionTouched(Touch::Cancel,

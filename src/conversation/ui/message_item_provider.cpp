@@ -983,6 +983,7 @@ void MessageItemProvider::watchList(ListView *listView)
     if (!listView || m_watched == listView)
         return;
     m_watched = listView;
+    m_viewport = listView->viewport();
     listView->viewport()->installEventFilter(this);
 }
 
@@ -1007,7 +1008,7 @@ bool MessageItemProvider::eventFilter(QObject *watched, QEvent *event)
         }
         return false;
     }
-    if (!m_watched || watched != m_watched->viewport())
+    if (!m_viewport || watched != m_viewport)
         return false;
 
     // Touches arrive at the list's viewport, which scrolls by dragging; this

@@ -69,6 +69,9 @@ private:
     QPoint m_pressPos; // in the item's coordinates
     QPoint m_pressGlobal;
     QElapsedTimer m_pressClock;
-    QPointer<ListView> m_watched;
+    // Held as plain objects: events reach the filter while the list is
+    // being destroyed, when it is no longer a ListView.
+    QPointer<QObject> m_watched;
+    QPointer<QWidget> m_viewport;
     QWidget *m_frameSender = nullptr;
 };
