@@ -2,7 +2,10 @@
 
 #include "backend_link/app_log.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QFileSystemWatcher>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -60,6 +63,13 @@ void EventIntake::resetOffsets()
     m_events.skipToEnd();
 }
 
+void EventIntake::setEventsFilePath(const QString &path)
+{
+    m_events.setPath(path);
+    if (m_watcher)
+        watchEventsFile();
+}
+
 void EventIntake::startPolling()
 {
     if (!m_pollTimer) {
@@ -67,6 +77,50 @@ void EventIntake::startPolling()
         connect(m_pollTimer, &QTimer::timeout, this, &EventIntake::onPoll);
     }
     m_pollTimer->start(m_currentPollInterval);
+    if (!m_watcher) {
+        m_watcher = new QFileSystemWatcher(this);
+        m_changePoll = new QTimer(this);
+        m_changePoll->setSingleShot(true);
+        m_changePoll->setInterval(0);
+        connect(m_changePoll, &QTimer::timeout, this, &EventIntake::onPoll);
+        connect(m_watcher, &QFileSystemWatcher::fileChanged, this,
+                &EventIntake::onEventsFileChanged);
+        connect(m_watcher, &QFileSystemWatcher::directoryChanged, this,
+                &EventIntake::onEventsFileChanged);
+        watchEventsFile();
+    }
+}
+
+void EventIntake::setPollIntervals(int idleMs, int activeMs)
+{
+    m_idlePollInterval = idleMs;
+    m_activePollInterval = activeMs;
+    setPollInterval(m_activeTicksLeft > 0 ? activeMs : idleMs, false);
+}
+
+void EventIntake::watchEventsFile()
+{
+    const QStringList watched = m_watcher->files() + m_watcher->directories();
+    if (!watched.isEmpty())
+        m_watcher->removePaths(watched);
+    const QString path = m_events.path();
+    if (path.isEmpty())
+        return;
+    // Without a watch (no folder yet, or the system's watches used up) the timer reads alone.
+    if (QFileInfo::exists(path))
+        m_watcher->addPath(path);
+    else if (QFileInfo(path).absoluteDir().exists())
+        m_watcher->addPath(QFileInfo(path).absolutePath());
+}
+
+void EventIntake::onEventsFileChanged()
+{
+    // Watched anew each time: a watch follows the file, not its name, so a file that was
+    // replaced or removed and written again would otherwise go unseen.
+    watchEventsFile();
+    // The background regime keeps its slow, batched reads.
+    if (!m_appInBackground && !m_pollingSuspended && !m_changePoll->isActive())
+        m_changePoll->start();
 }
 
 void EventIntake::setPollInterval(int ms, bool forceRestart)
@@ -204,6 +258,9 @@ void EventIntake::onPoll()
 {
     if (m_pollingSuspended)
         return;
+    // A folder that did not exist when the watch began is looked for again here.
+    if (m_watcher && m_watcher->files().isEmpty() && m_watcher->directories().isEmpty())
+        watchEventsFile();
 
     bool activity = drainProcessOutput();
 

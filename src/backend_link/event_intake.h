@@ -10,12 +10,14 @@
 #include <memory>
 
 class AppLog;
+class QFileSystemWatcher;
 class QProcess;
 class QTextDecoder;
 class QTimer;
 
 // Reads what the backend reports: JSON event lines appended to "backend_events.jsonl" (polled
-// with an interval that adapts to activity and to the foreground/background state), the short
+// with an interval that adapts to activity and to the foreground/background state, and in the
+// foreground also at once when the file changes), the short
 // status lines on the child's standard output and error, and, while the log view is open, the
 // "[backend]" lines of "tdlib.log".
 //
@@ -36,7 +38,7 @@ public:
     explicit EventIntake(AppLog *log, QObject *parent = nullptr);
     ~EventIntake() override;
 
-    void setEventsFilePath(const QString &path) { m_events.setPath(path); }
+    void setEventsFilePath(const QString &path);
     QString eventsFilePath() const { return m_events.path(); }
     void setTdlibLogPath(const QString &path) { m_tdlibLog.setPath(path); }
     QString tdlibLogPath() const { return m_tdlibLog.path(); }
@@ -48,8 +50,14 @@ public:
     // attempt): lines written before this call are never delivered.
     void resetOffsets();
 
-    // Creates the poll timer and starts it at the current interval (1000 ms at first).
+    // Creates the poll timer and starts it at the current interval (1000 ms at first), and
+    // starts watching the events file: in the foreground a change polls at once, so an event
+    // is acted on within milliseconds; the timer stays as the fallback.
     void startPolling();
+
+    // The adaptive timer's idle and active intervals (1000 and 200 ms). Tests stretch them so
+    // that only the file watch can deliver.
+    void setPollIntervals(int idleMs, int activeMs);
 
     // Lifecycle regimes. Thumbnailed: background, 2500 ms. Fullscreen: foreground, ten fast
     // polls. Low memory: 2000 ms with no fast polls, unless polling is suspended.
@@ -91,10 +99,16 @@ private:
     bool drainProcessOutput();
     bool readChannel(int channel);
     void setPollInterval(int ms, bool forceRestart);
+    // Watches the events file, or its folder until the file exists.
+    void watchEventsFile();
+    void onEventsFileChanged();
 
     AppLog *m_log;
     QPointer<QProcess> m_process;
     QTimer *m_pollTimer = nullptr;
+    QFileSystemWatcher *m_watcher = nullptr;
+    // Folds a burst of change notifications into one poll.
+    QTimer *m_changePoll = nullptr;
 
     FileTail m_events;
     FileTail m_tdlibLog;
