@@ -220,7 +220,7 @@ int main(int argc, char *argv[])
     QObject::connect(&watcher, &QFileSystemWatcher::fileChanged, intake, &EventIntake::onPoll);
 
     QScrollBar *bar = list->verticalScrollBar();
-    std::vector<double> pageWall, pageCpu, frames;
+    std::vector<double> pageWall, pageCpu, frames, steps;
     int anchorMoved = 0;
     int pages = 0;
     int maxWidgets = 0;
@@ -262,7 +262,10 @@ int main(int argc, char *argv[])
         // the older page, never quite to the top.
         const int step = qMax(1, bar->pageStep() / 2);
         while (!session->isHistoryMoreTimerActive() && !session->isHistoryLoading()) {
+            QElapsedTimer t;
+            t.start();
             bar->setValue(qMax(1, bar->value() - step));
+            steps.push_back(double(t.nsecsElapsed()) / 1e6);
             frame();
             if (bar->value() <= 1 && !session->isHistoryMoreTimerActive()) {
                 std::fprintf(stderr, "no older page asked for at the top\n");
@@ -315,6 +318,12 @@ int main(int argc, char *argv[])
     std::printf(
         "  painted frames: %zu, median %.2f ms, 95th %.2f, max %.2f (goal: under %.1f ms)\n",
         frames.size(), median(frames), percentile(frames, 0.95), maxOf(frames), kFrameGoalMs);
+    std::printf("  scroll steps of half a screen (layout, no paint): %zu, median %.2f ms, 95th "
+                "%.2f, max %.2f; %d bubble backgrounds drawn\n",
+                steps.size(), median(steps), percentile(steps, 0.95), maxOf(steps),
+                int(QDir(spike->folders().dataDir + QStringLiteral("/ui-cache"))
+                        .entryList({QStringLiteral("bubble_bg_*.png")})
+                        .size()));
     std::printf("  item widgets created: %d in all (at most %d during paging)\n",
                 list->createdItemCount(), maxWidgets);
     std::printf("  heap per message row with all loaded: %.0f bytes\n", bytesPerRow);
