@@ -15,7 +15,6 @@
 
 #include <QAbstractEventDispatcher>
 #include <QApplication>
-#include <QFileSystemWatcher>
 #include <QScrollBar>
 #include <QTemporaryDir>
 
@@ -210,14 +209,29 @@ int main(int argc, char *argv[])
                 return 1;
         }
     }
-    if (!bench::waitFor([&] { return rows->size() > 0 && list->isAtEnd(); }, 10000))
+    if (!bench::waitFor([&] { return rows->size() > 0 && list->isAtEnd(); }, 10000)) {
+        std::fprintf(stderr, "the last open did not end at the newest message\n");
         return 1;
+    }
 
-    // Paging back through all of it. The events file is read as soon as it
-    // changes, to save wall time; the UI thread's work per page is the same.
+    // Paging back through all of it. The first row in view when the older
+    // page is asked for must keep its pixel once the page is in.
     paging = true;
-    QFileSystemWatcher watcher({intake->eventsFilePath()});
-    QObject::connect(&watcher, &QFileSystemWatcher::fileChanged, intake, &EventIntake::onPoll);
+    struct
+    {
+        int row = 0;
+        qint64 id = 0;
+        int y = 0;
+        int rowsBefore = 0;
+    } anchor;
+    QObject::connect(session, &ChatSession::sendLineRequested, [&](const QString &line) {
+        if (!line.startsWith(QLatin1String("history_more ")))
+            return;
+        anchor.row = list->firstVisibleItem().value(0).toInt();
+        anchor.id = spike->messages()->messageIdAt(anchor.row);
+        anchor.y = list->itemWidget(anchor.row) ? list->itemWidget(anchor.row)->y() : 0;
+        anchor.rowsBefore = rows->size();
+    });
 
     QScrollBar *bar = list->verticalScrollBar();
     std::vector<double> pageWall, pageCpu, frames, steps;
@@ -261,7 +275,9 @@ int main(int argc, char *argv[])
         // Scroll up by half a screen at a time until the session asks for
         // the older page, never quite to the top.
         const int step = qMax(1, bar->pageStep() / 2);
-        while (!session->isHistoryMoreTimerActive() && !session->isHistoryLoading()) {
+        pageLaidOut = false;
+        while (!session->isHistoryMoreTimerActive() && !session->isHistoryLoading() &&
+               !pageLaidOut) {
             QElapsedTimer t;
             t.start();
             bar->setValue(qMax(1, bar->value() - step));
@@ -272,16 +288,6 @@ int main(int argc, char *argv[])
                 return 1;
             }
         }
-        const int before = rows->size();
-        if (!bench::waitFor([&] { return session->isHistoryLoading() || session->noMoreHistory(); },
-                            10000))
-            return 1;
-        if (session->noMoreHistory())
-            break;
-        const int anchorRow = list->firstVisibleItem().value(0).toInt();
-        const qint64 anchorId = spike->messages()->messageIdAt(anchorRow);
-        const int anchorY = list->itemWidget(anchorRow) ? list->itemWidget(anchorRow)->y() : 0;
-        pageLaidOut = false;
         if (!bench::waitFor([&] { return pageLaidOut || session->noMoreHistory(); }, 10000)) {
             std::fprintf(stderr, "page %d did not arrive (%d rows)\n", pages + 1, rows->size());
             return 1;
@@ -289,10 +295,9 @@ int main(int argc, char *argv[])
         if (!pageLaidOut)
             break;
         ++pages;
-        const int added = rows->size() - before;
-        const int newRow = anchorRow + added;
+        const int newRow = anchor.row + rows->size() - anchor.rowsBefore;
         QWidget *w = list->itemWidget(newRow);
-        if (spike->messages()->messageIdAt(newRow) != anchorId || !w || w->y() != anchorY)
+        if (spike->messages()->messageIdAt(newRow) != anchor.id || !w || w->y() != anchor.y)
             ++anchorMoved;
         frame();
     }
