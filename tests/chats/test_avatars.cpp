@@ -213,8 +213,10 @@ void TestAvatars::bubbleBackground()
     QFETCH(QString, expectedName);
     QTemporaryDir dir;
     const QString cache = dir.filePath(QStringLiteral("ui-cache"));
-    const QString path = ensure_bubble_bg_png(w, h, r, color, cache);
+    QImage drawn;
+    const QString path = ensure_bubble_bg_png(w, h, r, color, cache, &drawn);
     if (expectedName.isEmpty()) {
+        QVERIFY(drawn.isNull());
         QVERIFY(path.isEmpty());
         QVERIFY(!QFileInfo::exists(cache) || QDir(cache).isEmpty());
         return;
@@ -226,10 +228,15 @@ void TestAvatars::bubbleBackground()
         QCOMPARE(qAlpha(img.pixel(0, 0)), 0);
     }
     QVERIFY(qAbs(img.pixelColor(w / 2, h / 2).alpha() - color.alpha()) <= 1);
-    // The second request reuses the file.
+    // The image handed back is the one in the file.
+    QCOMPARE(drawn.convertToFormat(QImage::Format_ARGB32),
+             img.convertToFormat(QImage::Format_ARGB32));
+    // The second request reuses the file and draws nothing.
     const QDateTime made = QFileInfo(path).lastModified();
-    QCOMPARE(ensure_bubble_bg_png(w, h, r, color, cache), path);
+    drawn = QImage();
+    QCOMPARE(ensure_bubble_bg_png(w, h, r, color, cache, &drawn), path);
     QCOMPARE(QFileInfo(path).lastModified(), made);
+    QVERIFY(drawn.isNull());
 }
 
 void TestAvatars::unreadBadge()
