@@ -5,7 +5,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/setup.sh build
+# Only what runs: the client, the demo backend beside it and the codec tool.
+VEXA_TARGETS="vexa td_backend vexa-opus" scripts/setup.sh build
 
 export VEXA_DATA_DIR="${VEXA_DATA_DIR:-$PWD/build/demo-data}"
 export VEXA_SHARED_DIR="${VEXA_SHARED_DIR:-$PWD/build/demo-shared}"

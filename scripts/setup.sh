@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what a fresh Debian 12 machine lacks and builds Vexa into build/.
 # Usage: scripts/setup.sh [build-dir] [extra cmake args...]
+# VEXA_TARGETS="t1 t2" builds only those targets (default: everything).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -28,4 +29,7 @@ fi
 BUILD_DIR="${1:-build}"
 shift || true
 cmake -S . -B "$BUILD_DIR" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@"
-cmake --build "$BUILD_DIR" -j "$(nproc)"
+targets=()
+# shellcheck disable=SC2206
+[ -z "${VEXA_TARGETS:-}" ] || targets=(--target ${VEXA_TARGETS})
+cmake --build "$BUILD_DIR" -j "$(nproc)" "${targets[@]}"

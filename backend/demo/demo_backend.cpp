@@ -1,26 +1,16 @@
 #include "demo_backend.h"
 
-#include "demo_media.h"
+#include "demo_files.h"
+#include "demo_scheduler.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
-#include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QImageReader>
-#include <QJsonDocument>
-#include <QProcess>
 #include <QRegularExpression>
-#include <QStandardPaths>
-#include <QTimer>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <fcntl.h>
 #include <limits>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -28,35 +18,15 @@ namespace {
 constexpr int kMaxPage = 200;
 constexpr int kPendingDelayAck = 150;
 constexpr int kPendingDelayDone = 600;
+// The service takes at most this many messages per forward or delete
+// request; a longer selection goes as several requests, answered as one.
+constexpr int kServiceBatch = 100;
+// Bounds the ids of one command line.
+constexpr int kMaxIds = 10000;
 
 qint64 nowSecs()
 {
     return QDateTime::currentSecsSinceEpoch();
-}
-
-qint64 monotonicMs()
-{
-    static QElapsedTimer t;
-    if (!t.isValid())
-        t.start();
-    return t.elapsed();
-}
-
-bool writeFully(int fd, const QByteArray &bytes)
-{
-    const char *p = bytes.constData();
-    qint64 left = bytes.size();
-    while (left > 0) {
-        const ssize_t n = ::write(fd, p, size_t(left));
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        p += n;
-        left -= n;
-    }
-    return true;
 }
 
 QString contentTypeForMedia(const QString &media)
@@ -74,8 +44,9 @@ QString contentTypeForMedia(const QString &media)
     return QStringLiteral("messageText");
 }
 
-// File names that come from messages must stay inside their folder.
-QString safeFileName(const QString &name)
+} // namespace
+
+QString demo_safe_file_name(const QString &name)
 {
     QString n = QFileInfo(name).fileName();
     n.replace(QRegularExpression(QStringLiteral("[\\x00-\\x1f/\\\\]")), QStringLiteral("_"));
@@ -84,36 +55,9 @@ QString safeFileName(const QString &name)
     return n.left(120);
 }
 
-} // namespace
-
-DemoBackend::DemoBackend(const DemoConfig &config, DemoStore *store, QObject *parent)
-    : QObject(parent), m_config(config), m_store(store), m_world(config.seed),
-      m_lifeRng(demo_mix(config.seed ^ 0x4c494645))
-{
-    m_scheduler = new QTimer(this);
-    m_scheduler->setSingleShot(true);
-    connect(m_scheduler, &QTimer::timeout, this, &DemoBackend::onSchedulerTimeout);
-    m_life = new QTimer(this);
-    m_life->setSingleShot(true);
-    connect(m_life, &QTimer::timeout, this, &DemoBackend::onLifeTick);
-}
-
-DemoBackend::~DemoBackend()
-{
-    for (QProcess *p : qAsConst(m_videoJobs)) {
-        p->disconnect(this);
-        p->kill();
-        p->waitForFinished(1000);
-    }
-    if (m_eventsFd >= 0)
-        ::close(m_eventsFd);
-    if (m_logFd >= 0)
-        ::close(m_logFd);
-}
-
 // ---------------------------------------------------------------- parsing
 
-bool DemoBackend::parseId(const QString &text, qint64 *out)
+bool demo_parse_id(const QString &text, qint64 *out)
 {
     if (text.isEmpty() || text.size() > 20)
         return false;
@@ -138,7 +82,7 @@ bool DemoBackend::parseId(const QString &text, qint64 *out)
     return true;
 }
 
-bool DemoBackend::decodeBase64Strict(const QString &text, QByteArray *out)
+bool demo_decode_base64(const QString &text, QByteArray *out)
 {
     if (text.isEmpty() || text.size() % 4 != 0)
         return false;
@@ -160,7 +104,7 @@ bool DemoBackend::decodeBase64Strict(const QString &text, QByteArray *out)
 bool DemoBackend::chatArg(const QString &text, int *index) const
 {
     qint64 id = 0;
-    if (!parseId(text, &id) || id == 0)
+    if (!demo_parse_id(text, &id) || id == 0)
         return false;
     const int ci = m_world.chatIndexById(id);
     if (ci < 0)
@@ -169,169 +113,23 @@ bool DemoBackend::chatArg(const QString &text, int *index) const
     return true;
 }
 
-// ---------------------------------------------------------------- output
+// ---------------------------------------------------------------- life cycle
 
-void DemoBackend::emitEvent(const QJsonObject &event)
+DemoBackend::DemoBackend(const DemoConfig &config, DemoStore *store, QObject *parent)
+    : QObject(parent), m_config(config), m_store(store), m_world(config.seed),
+      m_out(config.eventsPath, config.logPath, config.logMaxSize, config.verbosity)
 {
-    QByteArray line = QJsonDocument(event).toJson(QJsonDocument::Compact);
-    line.append('\n');
-    reopenEventsIfReplaced();
-    if (m_eventsFd >= 0 && !writeFully(m_eventsFd, line))
-        logLine(1, QStringLiteral("events write failed errno=%1").arg(errno));
-    if (m_config.verbosity >= 4)
-        logLine(4, QStringLiteral("event %1").arg(event.value(QStringLiteral("type")).toString()));
+    m_scheduler = new DemoScheduler(config.speed, this);
+    m_activity = new DemoActivity(this, config.seed, this);
+    m_files = new DemoFiles(config.filesDir, store, m_scheduler, &m_out, this);
 }
 
-void DemoBackend::emitError(const QString &type, int code, const QString &message,
-                            QJsonObject fields)
-{
-    fields.insert(QStringLiteral("type"), type);
-    fields.insert(QStringLiteral("code"), code);
-    fields.insert(QStringLiteral("message"), message);
-    emitEvent(fields);
-}
-
-void DemoBackend::reopenEventsIfReplaced()
-{
-    // A reader may remove or replace the file; events then go to the file
-    // that is there now, not to an unlinked one.
-    struct stat open = {};
-    struct stat named = {};
-    const QByteArray path = QFile::encodeName(m_config.eventsPath);
-    if (m_eventsFd >= 0 && ::fstat(m_eventsFd, &open) == 0 &&
-        ::stat(path.constData(), &named) == 0 && open.st_ino == named.st_ino &&
-        open.st_dev == named.st_dev)
-        return;
-    const int fd = ::open(path.constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    if (fd < 0)
-        return;
-    if (m_eventsFd >= 0)
-        ::close(m_eventsFd);
-    m_eventsFd = fd;
-}
-
-void DemoBackend::statusLine(const QString &line)
-{
-    const QByteArray bytes = line.toUtf8() + '\n';
-    writeFully(STDOUT_FILENO, bytes);
-    logLine(1, line);
-}
-
-void DemoBackend::logLine(int level, const QString &text)
-{
-    if (m_logFd < 0 || level > qMax(1, m_config.verbosity))
-        return;
-    QByteArray line = "[backend] " + text.toUtf8();
-    line.replace('\n', ' ');
-    line.append('\n');
-    if (m_config.logMaxSize > 0 && m_logSize + line.size() > m_config.logMaxSize) {
-        // Keep one old generation, like the service's own log rotation.
-        ::close(m_logFd);
-        const QString old = m_config.logPath + QStringLiteral(".old");
-        QFile::remove(old);
-        QFile::rename(m_config.logPath, old);
-        m_logFd = ::open(QFile::encodeName(m_config.logPath).constData(),
-                         O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-        m_logSize = 0;
-        if (m_logFd < 0)
-            return;
-    }
-    if (writeFully(m_logFd, line))
-        m_logSize += line.size();
-}
-
-void DemoBackend::tdError(const QString &extra, int code, const QString &message)
-{
-    QJsonObject err;
-    err.insert(QStringLiteral("@type"), QStringLiteral("error"));
-    err.insert(QStringLiteral("code"), code);
-    err.insert(QStringLiteral("message"), message);
-    if (!extra.isEmpty())
-        err.insert(QStringLiteral("@extra"), extra);
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("td_error"));
-    e.insert(QStringLiteral("json"),
-             QString::fromUtf8(QJsonDocument(err).toJson(QJsonDocument::Compact)));
-    emitEvent(e);
-    logLine(2, QStringLiteral("error %1 %2 %3").arg(extra).arg(code).arg(message));
-}
-
-// ---------------------------------------------------------------- scheduler
-
-void DemoBackend::later(int ms, std::function<void()> fn)
-{
-    const qint64 scaled = qint64(double(ms) * m_config.speed);
-    if (scaled <= 0) {
-        fn();
-        return;
-    }
-    m_tasks.insert(TaskKey(monotonicMs() + scaled, m_taskSeq++), std::move(fn));
-    armScheduler();
-}
-
-void DemoBackend::armScheduler()
-{
-    if (m_tasks.isEmpty()) {
-        m_scheduler->stop();
-        return;
-    }
-    const qint64 wait = qMax<qint64>(0, m_tasks.firstKey().first - monotonicMs());
-    m_scheduler->start(int(qMin<qint64>(wait, 3600000)));
-}
-
-void DemoBackend::onSchedulerTimeout()
-{
-    const qint64 now = monotonicMs();
-    while (!m_tasks.isEmpty() && m_tasks.firstKey().first <= now) {
-        const std::function<void()> fn = m_tasks.take(m_tasks.firstKey());
-        fn();
-    }
-    armScheduler();
-}
-
-void DemoBackend::drainPending()
-{
-    // Video jobs first: their answers may schedule more work.
-    while (!m_videoJobs.isEmpty()) {
-        QProcess *p = m_videoJobs.first();
-        if (!p->waitForFinished(30000))
-            p->kill();
-        p->waitForFinished(1000);
-        QCoreApplication::processEvents();
-        m_videoJobs.removeAll(p);
-    }
-    int guard = 100000;
-    while (!m_tasks.isEmpty() && guard-- > 0) {
-        const std::function<void()> fn = m_tasks.take(m_tasks.firstKey());
-        fn();
-    }
-    m_scheduler->stop();
-}
-
-void DemoBackend::announceClosed()
-{
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("td_closed"));
-    emitEvent(e);
-    logLine(1, QStringLiteral("closed"));
-}
-
-// ---------------------------------------------------------------- start
+DemoBackend::~DemoBackend() = default;
 
 bool DemoBackend::start(QString *error)
 {
-    m_eventsFd = ::open(QFile::encodeName(m_config.eventsPath).constData(),
-                        O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-    if (m_eventsFd < 0) {
-        if (error)
-            *error = QStringLiteral("cannot open events file %1").arg(m_config.eventsPath);
+    if (!m_out.open(error))
         return false;
-    }
-    if (!m_config.logPath.isEmpty()) {
-        m_logFd = ::open(QFile::encodeName(m_config.logPath).constData(),
-                         O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-        m_logSize = QFileInfo(m_config.logPath).size();
-    }
 
     // The world is fixed at the first start: the stored seed wins over a
     // changed environment, so saved changes always match their messages.
@@ -343,9 +141,9 @@ bool DemoBackend::start(QString *error)
     } else {
         const quint64 seed = storedSeed.toULongLong();
         if (seed != m_config.seed) {
-            logLine(1, QStringLiteral("database keeps seed %1").arg(seed));
+            m_out.log(1, QStringLiteral("database keeps seed %1").arg(seed));
             m_world = DemoWorld(seed);
-            m_lifeRng = DemoRng(demo_mix(seed ^ 0x4c494645));
+            m_activity->setSeed(seed);
         }
         m_epoch = m_store->meta(QStringLiteral("epoch")).toLongLong();
         if (m_epoch <= 0)
@@ -376,7 +174,7 @@ bool DemoBackend::start(QString *error)
     }
     const QList<QJsonObject> stored = m_store->loadMessages();
     for (const QJsonObject &o : stored) {
-        const DemoMessage m = messageFromJson(o);
+        const DemoMessage m = demo_message_from_json(o);
         const int ci = m_world.chatIndexById(m.chatId);
         if (ci >= 0 && m.id > 0)
             m_rt[ci].stored.insert(m.id, m);
@@ -386,39 +184,178 @@ bool DemoBackend::start(QString *error)
         if (!it.value().isEmpty())
             m_titles.insert(it.key().toLongLong(), it.value());
     }
-    m_files = m_store->loadFiles();
-    for (auto it = m_files.cbegin(); it != m_files.cend(); ++it)
-        m_nextStoredFileId = qMax(m_nextStoredFileId, it.key() + 1);
+    m_files->setWorld(&m_world, m_epoch);
+    m_files->load(m_store->loadFiles());
 
-    writeFully(STDOUT_FILENO, QByteArrayLiteral("BACKEND_READY demo\n"));
-    logLine(1, QStringLiteral("BACKEND_READY"));
-    QJsonObject ready;
-    ready.insert(QStringLiteral("type"), QStringLiteral("backend_ready"));
-    ready.insert(QStringLiteral("name"), QStringLiteral("demo"));
-    emitEvent(ready);
+    demo_write_fully(STDOUT_FILENO, QByteArrayLiteral("BACKEND_READY demo\n"));
+    m_out.log(1, QStringLiteral("BACKEND_READY"));
+    emitEvent(demo_event::backend_ready(false));
 
     if (m_authState == QLatin1String("WaitPhoneNumber") && m_config.autoSendPhone &&
         !m_config.phone.trimmed().isEmpty()) {
-        cmdPhone(m_config.phone);
+        phone(m_config.phone);
     } else {
         announceAuthState();
         if (m_authState == QLatin1String("Ready"))
-            announceConnection();
+            becameReady();
     }
-    if (m_config.speed > 0)
-        m_life->start(int(6000 * m_config.speed));
+    m_activity->start(m_config.speed);
     return true;
+}
+
+void DemoBackend::drainPending()
+{
+    m_files->drain();
+    m_scheduler->drain();
+}
+
+void DemoBackend::announceClosed()
+{
+    emitEvent(demo_event::td_closed());
+    m_out.log(1, QStringLiteral("closed"));
+}
+
+// ---------------------------------------------------------------- output
+
+void DemoBackend::emitEvent(const QJsonObject &event)
+{
+    m_out.event(event);
+}
+
+void DemoBackend::later(int ms, std::function<void()> fn)
+{
+    m_scheduler->later(ms, std::move(fn));
+}
+
+void DemoBackend::emitError(const QString &type, int code, const QString &message,
+                            const QJsonObject &fields)
+{
+    emitEvent(demo_event::error(type, code, message, fields));
+}
+
+void DemoBackend::tdError(const QString &extra, int code, const QString &message)
+{
+    emitEvent(demo_event::td_error(extra, code, message));
+    m_out.log(2, QStringLiteral("error %1 %2 %3").arg(extra).arg(code).arg(message));
+}
+
+// ---------------------------------------------------------------- dispatch
+
+// Every verb the backend accepts, whether it needs a signed-in account, and
+// its handler. A verb missing here is answered as unknown.
+const DemoBackend::Verb DemoBackend::kVerbs[] = {
+    {"ping", false, &DemoBackend::cmdPing},
+    {"state", false, &DemoBackend::cmdState},
+    {"phone", false, &DemoBackend::cmdPhone},
+    {"code", false, &DemoBackend::cmdCode},
+    {"password", false, &DemoBackend::cmdPassword},
+    {"resend", false, &DemoBackend::cmdResend},
+    {"chats", true, &DemoBackend::cmdChats},
+    {"open", true, &DemoBackend::cmdOpen},
+    {"chat_info", true, &DemoBackend::cmdChatInfo},
+    {"close", true, &DemoBackend::cmdClose},
+    {"history", true, &DemoBackend::cmdHistory},
+    {"history_more", true, &DemoBackend::cmdHistoryMore},
+    {"history_jump", true, &DemoBackend::cmdHistoryJump},
+    {"read", true, &DemoBackend::cmdRead},
+    {"send64", true, &DemoBackend::cmdSend},
+    {"sendfile64", true, &DemoBackend::cmdSend},
+    {"sendvoice64", true, &DemoBackend::cmdSend},
+    {"sendvideonote64", true, &DemoBackend::cmdSend},
+    {"edit64", true, &DemoBackend::cmdEdit},
+    {"react", true, &DemoBackend::cmdReact},
+    {"forward", true, &DemoBackend::cmdForward},
+    {"delete", true, &DemoBackend::cmdDelete},
+    {"props", true, &DemoBackend::cmdProps},
+    {"pinned_list", true, &DemoBackend::cmdPinnedList},
+    {"search_server64", true, &DemoBackend::cmdSearch},
+    {"mute_toggle", true, &DemoBackend::cmdChatAction},
+    {"clear_history", true, &DemoBackend::cmdChatAction},
+    {"join", true, &DemoBackend::cmdChatAction},
+    {"leave", true, &DemoBackend::cmdChatAction},
+    {"delete_chat", true, &DemoBackend::cmdChatAction},
+    {"download", true, &DemoBackend::cmdDownload},
+    {"downloadp", true, &DemoBackend::cmdDownload},
+    {"resolve", true, &DemoBackend::cmdResolve},
+};
+
+void DemoBackend::handleLine(const QByteArray &raw)
+{
+    QByteArray bytes = raw;
+    while (!bytes.isEmpty() && (bytes.endsWith('\r') || bytes.endsWith('\n')))
+        bytes.chop(1);
+    const QString line = QString::fromUtf8(bytes).trimmed();
+    if (line.isEmpty())
+        return;
+    DemoCommand c;
+    const int sp = line.indexOf(QLatin1Char(' '));
+    c.verb = sp < 0 ? line : line.left(sp);
+    c.rest = sp < 0 ? QString() : line.mid(sp + 1);
+    c.args = c.rest.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    m_out.log(3, QStringLiteral("cmd %1").arg(c.verb.left(40)));
+
+    for (const Verb &v : kVerbs) {
+        if (c.verb != QLatin1String(v.name))
+            continue;
+        if (v.needsSignIn && !signedIn())
+            refuseUnauthorized(c);
+        else
+            (this->*v.handler)(c);
+        return;
+    }
+    tdError(QStringLiteral("unknown"), 400, QStringLiteral("Unknown command"));
+}
+
+void DemoBackend::refuseUnauthorized(const DemoCommand &c)
+{
+    // Each verb is refused the way its own failures are reported, so the
+    // user interface shows the refusal where it waits for the answer.
+    const QString msg = QStringLiteral("Unauthorized");
+    qint64 chatId = 0;
+    if (!c.args.isEmpty())
+        demo_parse_id(c.args.first(), &chatId);
+    if (c.verb == QLatin1String("edit64")) {
+        emitError(QStringLiteral("edit_error"), 401, msg);
+    } else if (c.verb == QLatin1String("delete")) {
+        emitError(QStringLiteral("delete_error"), 401, msg);
+    } else if (c.verb == QLatin1String("react")) {
+        emitError(QStringLiteral("reaction_error"), 401, msg,
+                  {{QStringLiteral("chat_id"), chatId}});
+    } else if (c.verb == QLatin1String("resolve")) {
+        emitError(QStringLiteral("tg_resolve_error"), 401, msg,
+                  {{QStringLiteral("username"), c.args.value(0).left(64)}});
+    } else {
+        QString tag = c.verb;
+        if (c.verb.startsWith(QLatin1String("send")) && c.verb.endsWith(QLatin1String("64")) &&
+            c.verb != QLatin1String("search_server64"))
+            tag = c.verb.left(c.verb.size() - 2) + QStringLiteral(":%1").arg(chatId);
+        tdError(tag, 401, msg);
+    }
+}
+
+void DemoBackend::cmdPing(const DemoCommand &)
+{
+    emitEvent(demo_event::backend_ready(true));
+}
+
+void DemoBackend::cmdState(const DemoCommand &)
+{
+    announceAuthState();
+    if (signedIn())
+        emitEvent(demo_event::connection_state(QStringLiteral("Ready")));
 }
 
 // ---------------------------------------------------------------- auth
 
+bool DemoBackend::signedIn() const
+{
+    return m_authState == QLatin1String("Ready");
+}
+
 void DemoBackend::announceAuthState()
 {
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("auth_state"));
-    e.insert(QStringLiteral("state"), m_authState);
-    emitEvent(e);
-    statusLine(QStringLiteral("AUTH_STATE %1").arg(m_authState));
+    emitEvent(demo_event::auth_state(m_authState));
+    m_out.status(QStringLiteral("AUTH_STATE %1").arg(m_authState));
     QString need;
     if (m_authState == QLatin1String("WaitPhoneNumber"))
         need = QStringLiteral("phone");
@@ -427,13 +364,10 @@ void DemoBackend::announceAuthState()
     else if (m_authState == QLatin1String("WaitPassword"))
         need = QStringLiteral("password");
     if (!need.isEmpty()) {
-        QJsonObject n;
-        n.insert(QStringLiteral("type"), QStringLiteral("need"));
-        n.insert(QStringLiteral("what"), need);
-        emitEvent(n);
-        statusLine(QStringLiteral("NEED %1").arg(need));
+        emitEvent(demo_event::need(need));
+        m_out.status(QStringLiteral("NEED %1").arg(need));
     }
-    if (m_authState == QLatin1String("Ready"))
+    if (signedIn())
         announceMe();
 }
 
@@ -448,31 +382,32 @@ void DemoBackend::setAuthState(const QString &state)
 
 void DemoBackend::announceMe()
 {
-    QJsonObject me;
-    me.insert(QStringLiteral("type"), QStringLiteral("me"));
-    me.insert(QStringLiteral("id"), DemoWorld::kMeUserId);
-    me.insert(QStringLiteral("first_name"), m_world.meFirstName());
-    me.insert(QStringLiteral("last_name"), m_world.meLastName());
-    me.insert(QStringLiteral("username"), m_world.meUsername());
-    me.insert(QStringLiteral("phone"), m_phone);
-    me.insert(QStringLiteral("photo_small_id"), DemoWorld::kMePhotoFileId);
-    emitEvent(me);
+    emitEvent(demo_event::me(DemoWorld::kMeUserId, m_world.meFirstName(), m_world.meLastName(),
+                             m_world.meUsername(), m_phone, DemoWorld::kMePhotoFileId));
+    m_out.status(QStringLiteral("ME id=%1").arg(DemoWorld::kMeUserId));
 }
 
 void DemoBackend::announceConnection()
 {
-    auto state = [this](const QString &s) {
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("connection_state"));
-        e.insert(QStringLiteral("state"), s);
-        emitEvent(e);
-    };
+    auto state = [this](const QString &s) { emitEvent(demo_event::connection_state(s)); };
     state(QStringLiteral("Connecting"));
     later(300, [state] { state(QStringLiteral("Updating")); });
     later(500, [state] { state(QStringLiteral("Ready")); });
 }
 
-void DemoBackend::cmdPhone(const QString &text)
+void DemoBackend::becameReady()
+{
+    announceConnection();
+    for (int i = 0; i < m_config.lifeBurst; ++i)
+        m_activity->tick();
+}
+
+void DemoBackend::cmdPhone(const DemoCommand &c)
+{
+    phone(c.rest);
+}
+
+void DemoBackend::phone(const QString &text)
 {
     // International format as typed: digits with optional "+", blanks,
     // dashes and brackets; anything else makes the number invalid.
@@ -499,23 +434,18 @@ void DemoBackend::cmdPhone(const QString &text)
     m_codeSends = 0;
     later(200, [this] {
         m_authState = QStringLiteral("WaitCode");
-        QJsonObject ci;
-        ci.insert(QStringLiteral("type"), QStringLiteral("code_info"));
-        ci.insert(QStringLiteral("delivery"), QStringLiteral("app"));
-        ci.insert(QStringLiteral("phone"), m_phone);
-        ci.insert(QStringLiteral("length"), 5);
-        emitEvent(ci);
+        emitEvent(demo_event::code_info(QStringLiteral("app"), m_phone, 5));
         announceAuthState();
     });
 }
 
-void DemoBackend::cmdCode(const QString &text)
+void DemoBackend::cmdCode(const DemoCommand &c)
 {
     if (m_authState != QLatin1String("WaitCode")) {
         tdError(QStringLiteral("code"), 400, QStringLiteral("PHONE_CODE_UNEXPECTED"));
         return;
     }
-    if (text.trimmed() != QLatin1String("22222")) {
+    if (c.rest.trimmed() != QLatin1String("22222")) {
         tdError(QStringLiteral("code"), 400, QStringLiteral("PHONE_CODE_INVALID"));
         announceAuthState();
         return;
@@ -526,44 +456,38 @@ void DemoBackend::cmdCode(const QString &text)
             announceAuthState();
         } else {
             setAuthState(QStringLiteral("Ready"));
-            announceConnection();
+            becameReady();
         }
     });
 }
 
-void DemoBackend::cmdPassword(const QString &text)
+void DemoBackend::cmdPassword(const DemoCommand &c)
 {
     if (m_authState != QLatin1String("WaitPassword")) {
         tdError(QStringLiteral("password"), 400, QStringLiteral("PASSWORD_UNEXPECTED"));
         return;
     }
-    if (text != QLatin1String("vexa")) {
+    if (c.rest != QLatin1String("vexa")) {
         tdError(QStringLiteral("password"), 400, QStringLiteral("PASSWORD_HASH_INVALID"));
         announceAuthState();
         return;
     }
     later(200, [this] {
         setAuthState(QStringLiteral("Ready"));
-        announceConnection();
+        becameReady();
     });
 }
 
-void DemoBackend::cmdResend()
+void DemoBackend::cmdResend(const DemoCommand &)
 {
     if (m_authState != QLatin1String("WaitCode")) {
         tdError(QStringLiteral("resend"), 400, QStringLiteral("Code can't be resent now"));
         return;
     }
     ++m_codeSends;
-    QJsonObject ci;
-    ci.insert(QStringLiteral("type"), QStringLiteral("code_info"));
-    ci.insert(QStringLiteral("delivery"),
-              m_codeSends == 1 ? QStringLiteral("sms") : QStringLiteral("call"));
-    ci.insert(QStringLiteral("phone"), m_phone);
-    ci.insert(QStringLiteral("length"), 5);
-    emitEvent(ci);
+    emitEvent(demo_event::code_info(
+        m_codeSends == 1 ? QStringLiteral("sms") : QStringLiteral("call"), m_phone, 5));
 }
-
 // ---------------------------------------------------------------- model
 
 bool DemoBackend::isInMainList(int ci) const
@@ -737,21 +661,21 @@ QVector<int> DemoBackend::mainList() const
 void DemoBackend::saveState(int ci)
 {
     if (!m_store->saveChatState(chat(ci).id, m_rt.at(ci).state))
-        logLine(1, QStringLiteral("db: %1").arg(m_store->lastError()));
+        m_out.log(1, QStringLiteral("db: %1").arg(m_store->lastError()));
 }
 
 void DemoBackend::storeMessage(int ci, const DemoMessage &m)
 {
     m_rt[ci].stored.insert(m.id, m);
-    if (!m_store->saveMessage(m.chatId, m.id, messageJson(m)))
-        logLine(1, QStringLiteral("db: %1").arg(m_store->lastError()));
+    if (!m_store->saveMessage(m.chatId, m.id, demo_message_json(m)))
+        m_out.log(1, QStringLiteral("db: %1").arg(m_store->lastError()));
 }
 
 void DemoBackend::setOverride(int ci, qint64 id, const DemoOverride &o)
 {
     m_rt[ci].overrides.insert(id, o);
     if (!m_store->saveOverride(chat(ci).id, id, o))
-        logLine(1, QStringLiteral("db: %1").arg(m_store->lastError()));
+        m_out.log(1, QStringLiteral("db: %1").arg(m_store->lastError()));
 }
 
 bool DemoBackend::setReactions(int ci, qint64 id, const QJsonArray &reactions)
@@ -772,199 +696,81 @@ bool DemoBackend::setReactions(int ci, qint64 id, const QJsonArray &reactions)
     return true;
 }
 
-bool DemoBackend::setDeleted(int ci, qint64 id)
+void DemoBackend::setDeleted(int ci, qint64 id)
 {
     DemoOverride o = m_rt.at(ci).overrides.value(id);
     o.deleted = true;
     setOverride(ci, id, o);
-    return true;
 }
 
-// ---------------------------------------------------------------- JSON
+// ---------------------------------------------------------------- events of the account
 
-QJsonObject DemoBackend::messageJson(const DemoMessage &m) const
-{
-    QJsonObject o;
-    o.insert(QStringLiteral("chat_id"), m.chatId);
-    o.insert(QStringLiteral("id"), m.id);
-    o.insert(QStringLiteral("date"), m.date);
-    o.insert(QStringLiteral("outgoing"), m.outgoing);
-    if (!m.sendingState.isEmpty())
-        o.insert(QStringLiteral("sending_state"), m.sendingState);
-    o.insert(QStringLiteral("content_type"), m.contentType);
-    o.insert(QStringLiteral("text"), m.text);
-    o.insert(QStringLiteral("sender_user_id"), m.senderUserId);
-    o.insert(QStringLiteral("sender_name"), m.senderName);
-    o.insert(QStringLiteral("sender_photo_small_id"), m.senderPhotoId);
-    if (m.replyTo > 0)
-        o.insert(QStringLiteral("reply_to_message_id"), m.replyTo);
-    if (!m.forwarded.isEmpty())
-        o.insert(QStringLiteral("forwarded"), m.forwarded);
-    if (!m.mediaType.isEmpty()) {
-        o.insert(QStringLiteral("media_type"), m.mediaType);
-        if (!m.mediaName.isEmpty())
-            o.insert(QStringLiteral("media_name"), m.mediaName);
-        o.insert(QStringLiteral("media_size"), m.mediaSize);
-        if (m.mediaW > 0)
-            o.insert(QStringLiteral("media_w"), m.mediaW);
-        if (m.mediaH > 0)
-            o.insert(QStringLiteral("media_h"), m.mediaH);
-        if (m.mediaDuration > 0)
-            o.insert(QStringLiteral("media_duration"), m.mediaDuration);
-        o.insert(QStringLiteral("media_file_id"), m.mediaFileId);
-        if (m.thumbFileId > 0)
-            o.insert(QStringLiteral("media_thumb_file_id"), m.thumbFileId);
-    }
-    if (m.editDate > 0)
-        o.insert(QStringLiteral("edit_date"), m.editDate);
-    if (!m.reactions.isEmpty())
-        o.insert(QStringLiteral("reactions"), m.reactions);
-    return o;
-}
-
-DemoMessage DemoBackend::messageFromJson(const QJsonObject &o)
-{
-    DemoMessage m;
-    auto i64 = [&o](const char *k) { return qint64(o.value(QLatin1String(k)).toDouble()); };
-    auto str = [&o](const char *k) { return o.value(QLatin1String(k)).toString(); };
-    m.chatId = i64("chat_id");
-    m.id = i64("id");
-    m.date = i64("date");
-    m.outgoing = o.value(QStringLiteral("outgoing")).toBool();
-    m.sendingState = str("sending_state");
-    m.contentType = str("content_type");
-    m.text = str("text");
-    m.senderUserId = i64("sender_user_id");
-    m.senderName = str("sender_name");
-    m.senderPhotoId = i64("sender_photo_small_id");
-    m.replyTo = i64("reply_to_message_id");
-    m.forwarded = str("forwarded");
-    m.mediaType = str("media_type");
-    m.mediaName = str("media_name");
-    m.mediaSize = i64("media_size");
-    m.mediaW = int(i64("media_w"));
-    m.mediaH = int(i64("media_h"));
-    m.mediaDuration = int(i64("media_duration"));
-    m.mediaFileId = i64("media_file_id");
-    m.thumbFileId = i64("media_thumb_file_id");
-    m.editDate = i64("edit_date");
-    m.reactions = o.value(QStringLiteral("reactions")).toArray();
-    return m;
-}
-
-QJsonObject DemoBackend::chatJson(int ci) const
+QJsonObject DemoBackend::chatEvent(int ci) const
 {
     const DemoChat &c = chat(ci);
-    const ChatRuntime &rt = m_rt.at(ci);
-    QJsonObject o;
-    o.insert(QStringLiteral("type"), QStringLiteral("chat"));
-    o.insert(QStringLiteral("id"), c.id);
-    o.insert(QStringLiteral("title"), titleOf(ci));
-    o.insert(QStringLiteral("chat_type"), c.type);
-    o.insert(QStringLiteral("muted_known"), true);
-    o.insert(QStringLiteral("muted"), rt.state.muted);
-    if (c.photoFileId > 0)
-        o.insert(QStringLiteral("photo_small_id"), c.photoFileId);
-    o.insert(QStringLiteral("order"), QString::number(orderOf(ci)));
-    o.insert(QStringLiteral("pinned"), c.pinnedRank > 0);
-    o.insert(QStringLiteral("unread_count"), unreadCount(ci));
-    DemoMessage last;
-    if (lastMessage(ci, &last)) {
-        o.insert(QStringLiteral("last_text"), last.text);
-        o.insert(QStringLiteral("last_content_type"), last.contentType);
-        o.insert(QStringLiteral("last_date"), last.date);
-        o.insert(QStringLiteral("last_message_id"), last.id);
-        o.insert(QStringLiteral("last_outgoing"), last.outgoing);
-    }
-    o.insert(QStringLiteral("last_read_outbox_message_id"), rt.state.lastReadOutbox);
-    return o;
+    DemoChatRow row;
+    row.id = c.id;
+    row.title = titleOf(ci);
+    row.type = c.type;
+    row.muted = m_rt.at(ci).state.muted;
+    row.photoFileId = c.photoFileId;
+    row.order = orderOf(ci);
+    row.pinned = c.pinnedRank > 0;
+    row.unread = unreadCount(ci);
+    row.hasLast = lastMessage(ci, &row.last);
+    row.lastReadOutbox = m_rt.at(ci).state.lastReadOutbox;
+    return demo_event::chat(row);
 }
 
-QJsonObject DemoBackend::userJson(const DemoUser &u) const
+QJsonObject DemoBackend::userEvent(const DemoUser &u) const
 {
-    QJsonObject o;
-    o.insert(QStringLiteral("type"), QStringLiteral("user"));
-    o.insert(QStringLiteral("id"), u.id);
-    o.insert(QStringLiteral("name"), u.displayName());
-    o.insert(QStringLiteral("first_name"), u.firstName);
-    o.insert(QStringLiteral("last_name"), u.lastName);
-    o.insert(QStringLiteral("username"), u.username);
-    o.insert(QStringLiteral("photo_small_id"), u.photoFileId);
     QString status = u.statusType;
     qint64 was = m_epoch - u.wasOnlineAgo;
-    if (m_presence.contains(u.id)) {
-        status = m_presence.value(u.id).first;
-        was = m_presence.value(u.id).second;
+    const auto it = m_presence.constFind(u.id);
+    if (it != m_presence.cend()) {
+        status = it->first;
+        was = it->second;
     }
-    o.insert(QStringLiteral("status_type"), status);
-    o.insert(QStringLiteral("was_online"), status == QLatin1String("offline") ? was : 0);
-    o.insert(QStringLiteral("expires"),
-             status == QLatin1String("online") ? nowSecs() + 300 : qint64(0));
-    return o;
+    return demo_event::user(u, status, status == QLatin1String("offline") ? was : 0,
+                            status == QLatin1String("online") ? nowSecs() + 300 : qint64(0));
 }
 
-QJsonObject DemoBackend::messagePropertiesJson(int ci, const DemoMessage &m) const
+DemoMessageCaps DemoBackend::capsOf(int ci, const DemoMessage &m) const
 {
     const DemoChat &c = chat(ci);
-    bool onlySelf = false;
-    bool forAll = false;
+    DemoMessageCaps caps;
     if (c.type == QLatin1String("private")) {
-        onlySelf = true;
-        forAll = true;
+        caps.deleteOnlyForSelf = true;
+        caps.deleteForAll = true;
     } else if (c.type == QLatin1String("secret")) {
-        forAll = true;
+        caps.deleteForAll = true;
     } else if (c.type == QLatin1String("basic_group")) {
-        onlySelf = true;
-        forAll = m.outgoing;
+        caps.deleteOnlyForSelf = true;
+        caps.deleteForAll = m.outgoing;
     } else if (c.type == QLatin1String("supergroup")) {
-        forAll = m.outgoing;
+        caps.deleteForAll = m.outgoing;
     } else {
-        forAll = c.isAdmin;
+        caps.deleteForAll = c.isAdmin;
     }
     const bool secret = c.type == QLatin1String("secret");
-    QJsonObject o;
-    o.insert(QStringLiteral("type"), QStringLiteral("message_properties"));
-    o.insert(QStringLiteral("chat_id"), c.id);
-    o.insert(QStringLiteral("id"), m.id);
-    o.insert(QStringLiteral("can_be_deleted_only_for_self"), onlySelf);
-    o.insert(QStringLiteral("can_be_deleted_for_all_users"), forAll);
-    o.insert(QStringLiteral("can_be_edited"),
-             m.outgoing && !secret && m.contentType == QLatin1String("messageText"));
-    o.insert(QStringLiteral("can_be_forwarded"), !secret);
-    o.insert(QStringLiteral("can_be_replied"), canSend(ci));
-    o.insert(QStringLiteral("can_be_copied"), !secret && !m.text.isEmpty());
-    return o;
+    caps.edit = m.outgoing && !secret && m.contentType == QLatin1String("messageText");
+    caps.forward = !secret;
+    caps.reply = canSend(ci);
+    caps.copy = !secret && !m.text.isEmpty();
+    return caps;
 }
 
 void DemoBackend::emitChatLastMessage(int ci)
 {
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("chat_last_message"));
-    e.insert(QStringLiteral("chat_id"), chat(ci).id);
     DemoMessage last;
-    if (lastMessage(ci, &last)) {
-        e.insert(QStringLiteral("message_id"), last.id);
-        e.insert(QStringLiteral("date"), last.date);
-        e.insert(QStringLiteral("content_type"), last.contentType);
-        e.insert(QStringLiteral("text"), last.text);
-        e.insert(QStringLiteral("outgoing"), last.outgoing);
-    } else {
-        e.insert(QStringLiteral("message_id"), 0);
-        e.insert(QStringLiteral("content_type"), QString());
-        e.insert(QStringLiteral("text"), QString());
-        e.insert(QStringLiteral("outgoing"), false);
-    }
-    emitEvent(e);
+    const bool has = lastMessage(ci, &last);
+    emitEvent(demo_event::chat_last_message(chat(ci).id, has ? &last : nullptr));
 }
 
 void DemoBackend::emitChatPosition(int ci)
 {
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("chat_position"));
-    e.insert(QStringLiteral("chat_id"), chat(ci).id);
-    e.insert(QStringLiteral("order"), QString::number(orderOf(ci)));
-    e.insert(QStringLiteral("pinned"), isInMainList(ci) && chat(ci).pinnedRank > 0);
-    emitEvent(e);
+    emitEvent(demo_event::chat_position(chat(ci).id, orderOf(ci),
+                                        isInMainList(ci) && chat(ci).pinnedRank > 0));
 }
 
 void DemoBackend::emitHistory(int ci, const QList<qint64> &ids, bool clear, qint64 from)
@@ -973,31 +779,16 @@ void DemoBackend::emitHistory(int ci, const QList<qint64> &ids, bool clear, qint
     if (clear || rt.gen == 0)
         ++rt.gen;
     const qint64 chatId = chat(ci).id;
-    QJsonObject b;
-    b.insert(QStringLiteral("type"), QStringLiteral("history_begin"));
-    b.insert(QStringLiteral("chat_id"), chatId);
-    b.insert(QStringLiteral("gen"), rt.gen);
-    b.insert(QStringLiteral("clear"), clear);
-    b.insert(QStringLiteral("from_message_id"), from);
-    emitEvent(b);
+    emitEvent(demo_event::history_begin(chatId, rt.gen, clear, from));
     int n = 0;
     for (qint64 id : ids) {
         DemoMessage m;
         if (!findMessage(ci, id, &m))
             continue;
-        QJsonObject o = messageJson(m);
-        o.insert(QStringLiteral("type"), QStringLiteral("message"));
-        o.insert(QStringLiteral("gen"), rt.gen);
-        emitEvent(o);
+        emitEvent(demo_event::message(m, rt.gen));
         ++n;
     }
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("history_end"));
-    e.insert(QStringLiteral("chat_id"), chatId);
-    e.insert(QStringLiteral("gen"), rt.gen);
-    e.insert(QStringLiteral("clear"), clear);
-    e.insert(QStringLiteral("count"), n);
-    emitEvent(e);
+    emitEvent(demo_event::history_end(chatId, rt.gen, clear, n));
 }
 
 void DemoBackend::emitPinnedState(int ci)
@@ -1009,181 +800,129 @@ void DemoBackend::emitPinnedState(int ci)
         if (findMessage(ci, id, &m) && m.id > best.id)
             best = m;
     }
-    QJsonObject e;
-    e.insert(QStringLiteral("chat_id"), c.id);
-    if (best.id > 0) {
-        e.insert(QStringLiteral("type"), QStringLiteral("pinned_message"));
-        e.insert(QStringLiteral("id"), best.id);
-        e.insert(QStringLiteral("text"), best.text);
-        e.insert(QStringLiteral("content_type"), best.contentType);
-    } else {
-        e.insert(QStringLiteral("type"), QStringLiteral("pinned_none"));
-    }
-    emitEvent(e);
+    emitEvent(best.id > 0 ? demo_event::pinned_message(best)
+                          : demo_event::chat_event("pinned_none", c.id));
 }
 
-// ---------------------------------------------------------------- dispatch
+// ---------------------------------------------------------------- what the people do
 
-void DemoBackend::handleLine(const QByteArray &raw)
+QString DemoBackend::titleOf(int ci) const
 {
-    QByteArray bytes = raw;
-    while (!bytes.isEmpty() && (bytes.endsWith('\r') || bytes.endsWith('\n')))
-        bytes.chop(1);
-    const QString line = QString::fromUtf8(bytes).trimmed();
-    if (line.isEmpty())
-        return;
-    const int sp = line.indexOf(QLatin1Char(' '));
-    const QString verb = sp < 0 ? line : line.left(sp);
-    const QString rest = sp < 0 ? QString() : line.mid(sp + 1);
-    const QStringList a = rest.split(QLatin1Char(' '), Qt::SkipEmptyParts);
-    logLine(3, QStringLiteral("cmd %1").arg(verb.left(40)));
-
-    if (verb == QLatin1String("ping")) {
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("backend_ready"));
-        e.insert(QStringLiteral("name"), QStringLiteral("demo"));
-        e.insert(QStringLiteral("pong"), true);
-        emitEvent(e);
-        return;
-    }
-    if (verb == QLatin1String("state")) {
-        announceAuthState();
-        if (m_authState == QLatin1String("Ready")) {
-            QJsonObject e;
-            e.insert(QStringLiteral("type"), QStringLiteral("connection_state"));
-            e.insert(QStringLiteral("state"), QStringLiteral("Ready"));
-            emitEvent(e);
-        }
-        return;
-    }
-    if (verb == QLatin1String("phone"))
-        return cmdPhone(rest);
-    if (verb == QLatin1String("code"))
-        return cmdCode(rest);
-    if (verb == QLatin1String("password"))
-        return cmdPassword(rest);
-    if (verb == QLatin1String("resend"))
-        return cmdResend();
-
-    static const QStringList known = {
-        QStringLiteral("chats"),           QStringLiteral("open"),
-        QStringLiteral("chat_info"),       QStringLiteral("close"),
-        QStringLiteral("history"),         QStringLiteral("history_more"),
-        QStringLiteral("history_jump"),    QStringLiteral("read"),
-        QStringLiteral("send64"),          QStringLiteral("sendfile64"),
-        QStringLiteral("sendvoice64"),     QStringLiteral("sendvideonote64"),
-        QStringLiteral("edit64"),          QStringLiteral("react"),
-        QStringLiteral("forward"),         QStringLiteral("delete"),
-        QStringLiteral("props"),           QStringLiteral("pinned_list"),
-        QStringLiteral("search_server64"), QStringLiteral("mute_toggle"),
-        QStringLiteral("clear_history"),   QStringLiteral("join"),
-        QStringLiteral("leave"),           QStringLiteral("delete_chat"),
-        QStringLiteral("download"),        QStringLiteral("downloadp"),
-        QStringLiteral("resolve")};
-    if (!known.contains(verb)) {
-        tdError(QStringLiteral("unknown"), 400, QStringLiteral("Unknown command"));
-        return;
-    }
-    if (m_authState != QLatin1String("Ready")) {
-        const QString msg = QStringLiteral("Unauthorized");
-        qint64 chatId = 0;
-        if (!a.isEmpty())
-            parseId(a.first(), &chatId);
-        if (verb == QLatin1String("edit64")) {
-            emitError(QStringLiteral("edit_error"), 401, msg);
-        } else if (verb == QLatin1String("delete")) {
-            emitError(QStringLiteral("delete_error"), 401, msg);
-        } else if (verb == QLatin1String("react")) {
-            emitError(QStringLiteral("reaction_error"), 401, msg,
-                      {{QStringLiteral("chat_id"), chatId}});
-        } else if (verb == QLatin1String("resolve")) {
-            emitError(QStringLiteral("tg_resolve_error"), 401, msg,
-                      {{QStringLiteral("username"), a.value(0).left(64)}});
-        } else {
-            QString tag = verb;
-            if (verb.startsWith(QLatin1String("send")) && verb.endsWith(QLatin1String("64")) &&
-                verb != QLatin1String("search_server64"))
-                tag = verb.left(verb.size() - 2) + QStringLiteral(":%1").arg(chatId);
-            tdError(tag, 401, msg);
-        }
-        return;
-    }
-
-    if (verb == QLatin1String("chats"))
-        cmdChats(a);
-    else if (verb == QLatin1String("open"))
-        cmdOpen(a);
-    else if (verb == QLatin1String("chat_info"))
-        cmdChatInfo(a);
-    else if (verb == QLatin1String("close"))
-        cmdClose(a);
-    else if (verb == QLatin1String("history"))
-        cmdHistory(a);
-    else if (verb == QLatin1String("history_more"))
-        cmdHistoryMore(a);
-    else if (verb == QLatin1String("history_jump"))
-        cmdHistoryJump(a);
-    else if (verb == QLatin1String("read"))
-        cmdRead(a);
-    else if (verb == QLatin1String("send64") || verb == QLatin1String("sendfile64") ||
-             verb == QLatin1String("sendvoice64") || verb == QLatin1String("sendvideonote64"))
-        cmdSend(verb, a);
-    else if (verb == QLatin1String("edit64"))
-        cmdEdit(a);
-    else if (verb == QLatin1String("react"))
-        cmdReact(a);
-    else if (verb == QLatin1String("forward"))
-        cmdForward(a);
-    else if (verb == QLatin1String("delete"))
-        cmdDelete(a);
-    else if (verb == QLatin1String("props"))
-        cmdProps(a);
-    else if (verb == QLatin1String("pinned_list"))
-        cmdPinnedList(a);
-    else if (verb == QLatin1String("search_server64"))
-        cmdSearch(a);
-    else if (verb == QLatin1String("download") || verb == QLatin1String("downloadp"))
-        cmdDownload(a, verb == QLatin1String("downloadp"));
-    else if (verb == QLatin1String("resolve"))
-        cmdResolve(a);
-    else
-        cmdChatAction(verb, a);
+    return m_titles.value(chat(ci).id, chat(ci).title);
 }
 
+void DemoBackend::renameChat(int ci, const QString &title)
+{
+    const DemoChat &c = chat(ci);
+    if (title == c.title)
+        m_titles.remove(c.id);
+    else
+        m_titles.insert(c.id, title);
+    m_store->setMeta(QStringLiteral("title:%1").arg(c.id), title == c.title ? QString() : title);
+    emitEvent(demo_event::chat_title(c.id, title));
+}
+
+bool DemoBackend::isOnline(qint64 userId) const
+{
+    return m_presence.value(userId).first == QLatin1String("online");
+}
+
+void DemoBackend::setOnline(qint64 userId, bool online)
+{
+    m_presence.insert(userId,
+                      {online ? QStringLiteral("online") : QStringLiteral("offline"), nowSecs()});
+    if (const DemoUser *u = m_world.userById(userId))
+        emitEvent(userEvent(*u));
+}
+
+void DemoBackend::markReadOutbox(int ci, qint64 messageId)
+{
+    ChatRuntime &rt = m_rt[ci];
+    if (messageId > rt.state.lastReadOutbox) {
+        rt.state.lastReadOutbox = messageId;
+        saveState(ci);
+    }
+    emitEvent(demo_event::chat_read_outbox(chat(ci).id, rt.state.lastReadOutbox));
+}
+
+void DemoBackend::addPeerReaction(int ci, qint64 messageId, const QString &emoji)
+{
+    DemoMessage m;
+    if (!findMessage(ci, messageId, &m))
+        return;
+    QJsonArray list = m.reactions;
+    QJsonObject r;
+    r.insert(QStringLiteral("emoji"), emoji);
+    r.insert(QStringLiteral("count"), 1);
+    r.insert(QStringLiteral("chosen"), false);
+    list.append(r);
+    setReactions(ci, messageId, list);
+    emitEvent(demo_event::message_reactions(chat(ci).id, messageId, list));
+}
+
+void DemoBackend::addIncoming(int ci, qint64 sender, const QString &text)
+{
+    const DemoChat &c = chat(ci);
+    ChatRuntime &rt = m_rt[ci];
+    DemoMessage m;
+    m.chatId = c.id;
+    m.id = nextMessageId(ci);
+    m.date = nowSecs();
+    m.outgoing = false;
+    m.contentType = QStringLiteral("messageText");
+    m.text = text;
+    if (c.type == QLatin1String("channel")) {
+        m.senderName = titleOf(ci);
+        m.senderPhotoId = c.photoFileId;
+    } else if (const DemoUser *u = m_world.userById(sender)) {
+        m.senderUserId = u->id;
+        m.senderName = u->displayName();
+        m.senderPhotoId = u->photoFileId;
+    }
+    if (rt.state.removed && c.peerUserId > 0) {
+        rt.state.removed = false;
+        saveState(ci);
+    }
+    storeMessage(ci, m);
+    emitEvent(demo_event::message_new(m));
+    emitChatLastMessage(ci);
+    emitChatPosition(ci);
+    emitEvent(demo_event::chat_unread(c.id, unreadCount(ci)));
+    if (!rt.state.muted)
+        emitEvent(demo_event::hub_notify_message(c.id, m.id, titleOf(ci), m.text));
+}
 // ---------------------------------------------------------------- chats
 
-void DemoBackend::cmdChats(const QStringList &a)
+void DemoBackend::cmdChats(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     qint64 n = 0;
-    if (a.size() != 1 || !parseId(a.first(), &n) || n < 1 || n > 100000) {
+    if (a.size() != 1 || !demo_parse_id(a.first(), &n) || n < 1 || n > 100000) {
         tdError(QStringLiteral("chats"), 400, QStringLiteral("Invalid chat count"));
         return;
     }
     const QVector<int> list = mainList();
-    QJsonObject b;
-    b.insert(QStringLiteral("type"), QStringLiteral("chats_begin"));
-    emitEvent(b);
+    emitEvent(demo_event::chats_begin());
     QSet<qint64> peers;
     for (int i = 0; i < list.size() && i < n; ++i) {
-        emitEvent(chatJson(list.at(i)));
+        emitEvent(chatEvent(list.at(i)));
         if (chat(list.at(i)).peerUserId > 0)
             peers.insert(chat(list.at(i)).peerUserId);
     }
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("chats_end"));
-    emitEvent(e);
+    emitEvent(demo_event::chats_end());
     for (const DemoUser &u : m_world.users()) {
         if (peers.contains(u.id))
-            emitEvent(userJson(u));
+            emitEvent(userEvent(u));
     }
 }
 
-void DemoBackend::cmdChatInfo(const QStringList &a)
+void DemoBackend::cmdChatInfo(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     int ci = -1;
     qint64 rawId = 0;
     if (a.size() != 1 || !chatArg(a.first(), &ci)) {
-        parseId(a.value(0), &rawId);
+        demo_parse_id(a.value(0), &rawId);
         emitError(QStringLiteral("chat_info_error"), 400,
                   a.size() == 1 ? QStringLiteral("Chat not found")
                                 : QStringLiteral("Invalid arguments"),
@@ -1191,38 +930,31 @@ void DemoBackend::cmdChatInfo(const QStringList &a)
         return;
     }
     const DemoChat &c = chat(ci);
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("chat_info"));
-    e.insert(QStringLiteral("chat_id"), c.id);
-    e.insert(QStringLiteral("about"), c.about);
-    e.insert(QStringLiteral("username"), c.username);
-    e.insert(QStringLiteral("link"), c.link);
-    QString phone;
+    DemoChatDetails d;
+    d.chatId = c.id;
+    d.about = c.about;
+    d.username = c.username;
+    d.link = c.link;
     if (const DemoUser *u = m_world.userById(c.peerUserId))
-        phone = u->phone;
-    e.insert(QStringLiteral("phone"), phone);
-    e.insert(QStringLiteral("member_count"), c.peerUserId > 0 ? qint64(0) : c.memberCount);
-    e.insert(QStringLiteral("user_id"), c.peerUserId);
-    e.insert(QStringLiteral("is_member"), m_rt.at(ci).state.member);
-    e.insert(QStringLiteral("can_send"), canSend(ci));
-    e.insert(QStringLiteral("available_reactions_all"), c.reactionsAll);
-    e.insert(QStringLiteral("available_reactions"), QJsonArray::fromStringList(c.reactions));
-    emitEvent(e);
-    if (c.memberCount > 0) {
-        QJsonObject o;
-        o.insert(QStringLiteral("type"), QStringLiteral("chat_online_count"));
-        o.insert(QStringLiteral("chat_id"), c.id);
-        o.insert(QStringLiteral("count"), qMax<qint64>(1, c.memberCount / 17));
-        emitEvent(o);
-    }
+        d.phone = u->phone;
+    d.memberCount = c.peerUserId > 0 ? qint64(0) : c.memberCount;
+    d.userId = c.peerUserId;
+    d.member = m_rt.at(ci).state.member;
+    d.canSend = canSend(ci);
+    d.reactionsAll = c.reactionsAll;
+    d.reactions = c.reactions;
+    emitEvent(demo_event::chat_info(d));
+    if (c.memberCount > 0)
+        emitEvent(demo_event::chat_online_count(c.id, qMax<qint64>(1, c.memberCount / 17)));
 }
 
-void DemoBackend::cmdOpen(const QStringList &a)
+void DemoBackend::cmdOpen(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     int ci = -1;
     qint64 anchor = 0;
     if (a.isEmpty() || a.size() > 2 || !chatArg(a.first(), &ci) ||
-        (a.size() == 2 && (!parseId(a.at(1), &anchor) || anchor < 1))) {
+        (a.size() == 2 && (!demo_parse_id(a.at(1), &anchor) || anchor < 1))) {
         tdError(QStringLiteral("open:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Chat not found"));
         return;
@@ -1240,15 +972,16 @@ void DemoBackend::cmdOpen(const QStringList &a)
     }
     emitPinnedState(ci);
     if (const DemoUser *u = m_world.userById(chat(ci).peerUserId))
-        emitEvent(userJson(*u));
+        emitEvent(userEvent(*u));
     for (qint64 member : chat(ci).members) {
         if (const DemoUser *u = m_world.userById(member))
-            emitEvent(userJson(*u));
+            emitEvent(userEvent(*u));
     }
 }
 
-void DemoBackend::cmdClose(const QStringList &a)
+void DemoBackend::cmdClose(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     int ci = -1;
     if (a.size() != 1 || !chatArg(a.first(), &ci)) {
         tdError(QStringLiteral("close"), 400, QStringLiteral("Chat not found"));
@@ -1258,11 +991,12 @@ void DemoBackend::cmdClose(const QStringList &a)
         m_openChat = -1;
 }
 
-void DemoBackend::cmdHistory(const QStringList &a)
+void DemoBackend::cmdHistory(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     int ci = -1;
     qint64 n = 0;
-    if (a.size() != 2 || !chatArg(a.first(), &ci) || !parseId(a.at(1), &n) || n < 1 ||
+    if (a.size() != 2 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &n) || n < 1 ||
         n > kMaxPage) {
         tdError(QStringLiteral("history:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid history request"));
@@ -1271,13 +1005,14 @@ void DemoBackend::cmdHistory(const QStringList &a)
     emitHistory(ci, idsBefore(ci, std::numeric_limits<qint64>::max(), int(n)), true, 0);
 }
 
-void DemoBackend::cmdHistoryMore(const QStringList &a)
+void DemoBackend::cmdHistoryMore(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     int ci = -1;
     qint64 from = 0;
     qint64 n = 0;
-    if (a.size() != 3 || !chatArg(a.first(), &ci) || !parseId(a.at(1), &from) || from < 1 ||
-        !parseId(a.at(2), &n) || n < 1 || n > kMaxPage) {
+    if (a.size() != 3 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &from) || from < 1 ||
+        !demo_parse_id(a.at(2), &n) || n < 1 || n > kMaxPage) {
         tdError(QStringLiteral("history_more:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid history request"));
         return;
@@ -1285,15 +1020,16 @@ void DemoBackend::cmdHistoryMore(const QStringList &a)
     emitHistory(ci, idsBefore(ci, from, int(n)), false, from);
 }
 
-void DemoBackend::cmdHistoryJump(const QStringList &a)
+void DemoBackend::cmdHistoryJump(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     int ci = -1;
     qint64 target = 0;
     qint64 before = 0;
     qint64 after = 0;
-    if (a.size() != 4 || !chatArg(a.first(), &ci) || !parseId(a.at(1), &target) || target < 1 ||
-        !parseId(a.at(2), &before) || before < 0 || before > kMaxPage ||
-        !parseId(a.at(3), &after) || after < 0 || after > kMaxPage) {
+    if (a.size() != 4 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &target) ||
+        target < 1 || !demo_parse_id(a.at(2), &before) || before < 0 || before > kMaxPage ||
+        !demo_parse_id(a.at(3), &after) || after < 0 || after > kMaxPage) {
         tdError(QStringLiteral("history_jump:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid history request"));
         return;
@@ -1306,11 +1042,12 @@ void DemoBackend::cmdHistoryJump(const QStringList &a)
     emitHistory(ci, ids, true, target);
 }
 
-void DemoBackend::cmdRead(const QStringList &a)
+void DemoBackend::cmdRead(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     int ci = -1;
     qint64 id = 0;
-    if (a.size() != 2 || !chatArg(a.first(), &ci) || !parseId(a.at(1), &id) || id < 1) {
+    if (a.size() != 2 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &id) || id < 1) {
         tdError(QStringLiteral("read:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid read request"));
         return;
@@ -1321,20 +1058,18 @@ void DemoBackend::cmdRead(const QStringList &a)
         rt.state.lastReadInbox = upTo;
         saveState(ci);
     }
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("chat_unread"));
-    e.insert(QStringLiteral("chat_id"), chat(ci).id);
-    e.insert(QStringLiteral("unread_count"), unreadCount(ci));
-    emitEvent(e);
+    emitEvent(demo_event::chat_unread(chat(ci).id, unreadCount(ci)));
 }
 
 // ---------------------------------------------------------------- sending
 
-void DemoBackend::cmdSend(const QString &verb, const QStringList &a)
+void DemoBackend::cmdSend(const DemoCommand &cmd)
 {
+    const QString &verb = cmd.verb;
+    const QStringList &a = cmd.args;
     const QString kind = verb.left(verb.size() - 2); // send, sendfile, sendvoice, sendvideonote
     qint64 chatId = 0;
-    parseId(a.value(0), &chatId);
+    demo_parse_id(a.value(0), &chatId);
     const QString tag = QStringLiteral("%1:%2").arg(kind).arg(chatId);
     int ci = -1;
     if (a.isEmpty() || !chatArg(a.first(), &ci)) {
@@ -1350,19 +1085,20 @@ void DemoBackend::cmdSend(const QString &verb, const QStringList &a)
         return;
     }
     qint64 replyTo = 0;
-    if (a.size() == base + 1 && (!parseId(a.at(1), &replyTo) || replyTo < 0)) {
+    if (a.size() == base + 1 && (!demo_parse_id(a.at(1), &replyTo) || replyTo < 0)) {
         tdError(tag, 400, QStringLiteral("Invalid reply id"));
         return;
     }
     const int payloadIdx = a.size() == base + 1 ? 2 : 1;
     QByteArray payload;
-    if (!decodeBase64Strict(a.at(payloadIdx), &payload)) {
+    if (!demo_decode_base64(a.at(payloadIdx), &payload)) {
         tdError(tag, 400, QStringLiteral("Invalid Base64"));
         return;
     }
     const QString text = QString::fromUtf8(payload);
     qint64 duration = 0;
-    if (voice && (!parseId(a.at(payloadIdx + 1), &duration) || duration < 1 || duration > 36000)) {
+    if (voice &&
+        (!demo_parse_id(a.at(payloadIdx + 1), &duration) || duration < 1 || duration > 36000)) {
         tdError(tag, 400, QStringLiteral("Invalid duration"));
         return;
     }
@@ -1420,21 +1156,12 @@ void DemoBackend::cmdSend(const QString &verb, const QStringList &a)
                    .contains(suffix)) {
         media = QStringLiteral("video");
     }
-    // Keep a copy so the message stays downloadable when the original goes.
     DemoStoredFile sf;
-    sf.id = m_nextStoredFileId++;
-    sf.name = safeFileName(fi.fileName());
-    sf.size = fi.size();
-    sf.path =
-        QDir(m_config.filesDir).filePath(QStringLiteral("uploads/%1_%2").arg(sf.id).arg(sf.name));
-    QDir().mkpath(QFileInfo(sf.path).absolutePath());
-    QFile::remove(sf.path);
-    if (!QFile::copy(text, sf.path)) {
-        tdError(tag, 500, QStringLiteral("Upload failed"));
+    QString error;
+    if (!m_files->keepUpload(text, &sf, &error)) {
+        tdError(tag, 500, error);
         return;
     }
-    m_files.insert(sf.id, sf);
-    m_store->saveFile(sf);
     draft.mediaType = media;
     draft.contentType = contentTypeForMedia(media);
     draft.mediaFileId = sf.id;
@@ -1459,29 +1186,16 @@ void DemoBackend::startSend(int ci, DemoMessage draft, const QString &tag)
     draft.senderPhotoId = DemoWorld::kMePhotoFileId;
     draft.reactions = QJsonArray();
     draft.editDate = 0;
-    QJsonObject o = messageJson(draft);
-    o.insert(QStringLiteral("type"), QStringLiteral("message_new"));
-    emitEvent(o);
-    QJsonObject ok;
-    ok.insert(QStringLiteral("type"), QStringLiteral("send_ok"));
-    emitEvent(ok);
+    emitEvent(demo_event::message_new(draft));
+    emitEvent(demo_event::send_ok());
     const qint64 chatId = draft.chatId;
     later(kPendingDelayAck, [this, chatId, pendingId] {
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("message_send_acked"));
-        e.insert(QStringLiteral("chat_id"), chatId);
-        e.insert(QStringLiteral("id"), pendingId);
-        emitEvent(e);
+        emitEvent(demo_event::message_send_acked(chatId, pendingId));
     });
     later(kPendingDelayDone, [this, ci, draft, tag, pendingId]() mutable {
         if (!canSend(ci)) {
-            QJsonObject e;
-            e.insert(QStringLiteral("type"), QStringLiteral("message_send_failed"));
-            e.insert(QStringLiteral("chat_id"), draft.chatId);
-            e.insert(QStringLiteral("old_id"), pendingId);
-            e.insert(QStringLiteral("error_code"), 403);
-            e.insert(QStringLiteral("error_message"), QStringLiteral("CHAT_WRITE_FORBIDDEN"));
-            emitEvent(e);
+            emitEvent(demo_event::message_send_failed(draft.chatId, pendingId, 403,
+                                                      QStringLiteral("CHAT_WRITE_FORBIDDEN")));
             tdError(tag, 403, QStringLiteral("You can't write in this chat"));
             return;
         }
@@ -1494,233 +1208,33 @@ void DemoBackend::startSend(int ci, DemoMessage draft, const QString &tag)
         draft.sendingState.clear();
         draft.date = qMax(nowSecs(), draft.date);
         storeMessage(ci, draft);
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("message_send_succeeded"));
-        e.insert(QStringLiteral("chat_id"), draft.chatId);
-        e.insert(QStringLiteral("old_id"), pendingId);
-        e.insert(QStringLiteral("new_id"), draft.id);
-        e.insert(QStringLiteral("date"), draft.date);
-        emitEvent(e);
+        emitEvent(
+            demo_event::message_send_succeeded(draft.chatId, pendingId, draft.id, draft.date));
         emitChatLastMessage(ci);
         emitChatPosition(ci);
-        peerAfterSend(ci, draft.id);
+        m_activity->afterSend(ci, draft.id);
     });
-}
-
-void DemoBackend::peerAfterSend(int ci, qint64 messageId)
-{
-    const DemoChat &c = chat(ci);
-    if (!c.canSend || c.type == QLatin1String("channel") || m_rt.at(ci).replyPending)
-        return;
-    const bool isPrivate = c.peerUserId > 0;
-    if (!isPrivate && !m_lifeRng.chance(40))
-        return;
-    m_rt[ci].replyPending = true;
-    const qint64 peer =
-        isPrivate ? c.peerUserId : c.members.value(m_lifeRng.below(c.members.size()));
-    later(1200, [this, ci, messageId, peer] {
-        m_presence.insert(peer, {QStringLiteral("online"), nowSecs()});
-        if (const DemoUser *u = m_world.userById(peer))
-            emitEvent(userJson(*u));
-        ChatRuntime &rt = m_rt[ci];
-        if (messageId > rt.state.lastReadOutbox) {
-            rt.state.lastReadOutbox = messageId;
-            saveState(ci);
-        }
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("chat_read_outbox"));
-        e.insert(QStringLiteral("chat_id"), chat(ci).id);
-        e.insert(QStringLiteral("last_read_outbox_message_id"), rt.state.lastReadOutbox);
-        emitEvent(e);
-    });
-    const bool react = !c.reactions.isEmpty() && m_lifeRng.chance(35);
-    const QString emoji =
-        react ? c.reactions.value(m_lifeRng.below(qMin(3, c.reactions.size()))) : QString();
-    if (react) {
-        later(800, [this, ci, messageId, emoji] {
-            DemoMessage m;
-            if (!findMessage(ci, messageId, &m))
-                return;
-            QJsonArray list = m.reactions;
-            QJsonObject r;
-            r.insert(QStringLiteral("emoji"), emoji);
-            r.insert(QStringLiteral("count"), 1);
-            r.insert(QStringLiteral("chosen"), false);
-            list.append(r);
-            setReactions(ci, messageId, list);
-            QJsonObject e;
-            e.insert(QStringLiteral("type"), QStringLiteral("message_reactions"));
-            e.insert(QStringLiteral("chat_id"), chat(ci).id);
-            e.insert(QStringLiteral("id"), messageId);
-            e.insert(QStringLiteral("reactions"), list);
-            emitEvent(e);
-        });
-    }
-    const QString reply = m_world.phrase(m_lifeRng);
-    later(1800, [this, ci, reply, peer] {
-        m_rt[ci].replyPending = false;
-        if (!isInMainList(ci) && chat(ci).peerUserId == 0)
-            return;
-        addIncomingFrom(ci, peer, reply);
-    });
-    later(3000, [this, peer] {
-        m_presence.insert(peer, {QStringLiteral("offline"), nowSecs()});
-        if (const DemoUser *u = m_world.userById(peer))
-            emitEvent(userJson(*u));
-    });
-}
-
-void DemoBackend::addIncoming(int ci, const QString &text)
-{
-    const DemoChat &c = chat(ci);
-    qint64 sender = c.peerUserId;
-    if (sender == 0 && !c.members.isEmpty())
-        sender = c.members.at(m_lifeRng.below(c.members.size()));
-    addIncomingFrom(ci, sender, text);
-}
-
-void DemoBackend::addIncomingFrom(int ci, qint64 sender, const QString &text)
-{
-    const DemoChat &c = chat(ci);
-    ChatRuntime &rt = m_rt[ci];
-    DemoMessage m;
-    m.chatId = c.id;
-    m.id = nextMessageId(ci);
-    m.date = nowSecs();
-    m.outgoing = false;
-    m.contentType = QStringLiteral("messageText");
-    m.text = text;
-    if (c.type == QLatin1String("channel")) {
-        m.senderName = titleOf(ci);
-        m.senderPhotoId = c.photoFileId;
-    } else if (const DemoUser *u = m_world.userById(sender)) {
-        m.senderUserId = u->id;
-        m.senderName = u->displayName();
-        m.senderPhotoId = u->photoFileId;
-    }
-    if (rt.state.removed && c.peerUserId > 0) {
-        rt.state.removed = false;
-        saveState(ci);
-    }
-    storeMessage(ci, m);
-    QJsonObject o = messageJson(m);
-    o.insert(QStringLiteral("type"), QStringLiteral("message_new"));
-    emitEvent(o);
-    emitChatLastMessage(ci);
-    emitChatPosition(ci);
-    QJsonObject u;
-    u.insert(QStringLiteral("type"), QStringLiteral("chat_unread"));
-    u.insert(QStringLiteral("chat_id"), c.id);
-    u.insert(QStringLiteral("unread_count"), unreadCount(ci));
-    emitEvent(u);
-    if (!rt.state.muted) {
-        QJsonObject h;
-        h.insert(QStringLiteral("type"), QStringLiteral("hub_notify_message"));
-        h.insert(QStringLiteral("chat_id"), c.id);
-        h.insert(QStringLiteral("id"), m.id);
-        h.insert(QStringLiteral("title"), titleOf(ci));
-        h.insert(QStringLiteral("text"), m.text);
-        emitEvent(h);
-    }
-}
-
-void DemoBackend::onLifeTick()
-{
-    if (m_authState == QLatin1String("Ready")) {
-        const int r = m_lifeRng.below(100);
-        const QVector<int> list = mainList();
-        if (r < 45 && !list.isEmpty()) {
-            const int ci = list.at(m_lifeRng.below(qMin(list.size(), 80)));
-            if (chat(ci).canSend || chat(ci).type == QLatin1String("channel"))
-                addIncoming(ci, m_world.phrase(m_lifeRng));
-        } else if (r < 80) {
-            const DemoUser &u = m_world.users().at(m_lifeRng.below(m_world.users().size()));
-            const bool online = !(m_presence.value(u.id).first == QLatin1String("online"));
-            m_presence.insert(
-                u.id, {online ? QStringLiteral("online") : QStringLiteral("offline"), nowSecs()});
-            emitEvent(userJson(u));
-            if (!list.isEmpty()) {
-                const int ci = list.at(m_lifeRng.below(list.size()));
-                if (chat(ci).memberCount > 0) {
-                    QJsonObject o;
-                    o.insert(QStringLiteral("type"), QStringLiteral("chat_online_count"));
-                    o.insert(QStringLiteral("chat_id"), chat(ci).id);
-                    o.insert(QStringLiteral("count"),
-                             qMax<qint64>(1, chat(ci).memberCount / (10 + m_lifeRng.below(20))));
-                    emitEvent(o);
-                }
-            }
-        } else if (r < 88) {
-            renameSomeGroup();
-        } else {
-            QJsonObject e;
-            e.insert(QStringLiteral("type"), QStringLiteral("connection_state"));
-            e.insert(QStringLiteral("state"), QStringLiteral("Connecting"));
-            emitEvent(e);
-            later(1500, [this] {
-                QJsonObject ready;
-                ready.insert(QStringLiteral("type"), QStringLiteral("connection_state"));
-                ready.insert(QStringLiteral("state"), QStringLiteral("Ready"));
-                emitEvent(ready);
-            });
-        }
-    }
-    m_life->start(int((4000 + m_lifeRng.below(8000)) * m_config.speed));
-}
-
-QString DemoBackend::titleOf(int ci) const
-{
-    return m_titles.value(chat(ci).id, chat(ci).title);
-}
-
-void DemoBackend::renameSomeGroup()
-{
-    // Someone in a basic group decorates its name, or takes the decoration off.
-    QVector<int> groups;
-    for (int ci : mainList()) {
-        if (chat(ci).type == QLatin1String("basic_group"))
-            groups.append(ci);
-    }
-    if (groups.isEmpty())
-        return;
-    const int ci = groups.at(m_lifeRng.below(groups.size()));
-    static const QStringList marks = {QStringLiteral("✨"), QStringLiteral("🎈"), QStringLiteral("🌻"),
-                                      QStringLiteral("🍕")};
-    const QString base = chat(ci).title;
-    const QString title = m_titles.contains(chat(ci).id)
-                              ? base
-                              : base + QLatin1Char(' ') + marks.at(m_lifeRng.below(marks.size()));
-    if (title == base)
-        m_titles.remove(chat(ci).id);
-    else
-        m_titles.insert(chat(ci).id, title);
-    m_store->setMeta(QStringLiteral("title:%1").arg(chat(ci).id),
-                     title == base ? QString() : title);
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("chat_title"));
-    e.insert(QStringLiteral("chat_id"), chat(ci).id);
-    e.insert(QStringLiteral("title"), title);
-    emitEvent(e);
 }
 
 // ---------------------------------------------------------------- message actions
 
-void DemoBackend::cmdEdit(const QStringList &a)
+void DemoBackend::cmdEdit(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     int ci = -1;
     qint64 id = 0;
     QByteArray payload;
     auto fail = [this, &a](int code, const QString &msg) {
         qint64 chatId = 0;
         qint64 mid = 0;
-        parseId(a.value(0), &chatId);
-        parseId(a.value(1), &mid);
+        demo_parse_id(a.value(0), &chatId);
+        demo_parse_id(a.value(1), &mid);
         emitError(QStringLiteral("edit_error"), code, msg,
                   {{QStringLiteral("chat_id"), chatId}, {QStringLiteral("id"), mid}});
     };
-    if (a.size() != 3 || !chatArg(a.first(), &ci) || !parseId(a.at(1), &id) || id < 1)
+    if (a.size() != 3 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &id) || id < 1)
         return fail(400, QStringLiteral("Invalid arguments"));
-    if (!decodeBase64Strict(a.at(2), &payload))
+    if (!demo_decode_base64(a.at(2), &payload))
         return fail(400, QStringLiteral("Invalid Base64"));
     const QString text = QString::fromUtf8(payload);
     if (text.trimmed().isEmpty())
@@ -1728,7 +1242,7 @@ void DemoBackend::cmdEdit(const QStringList &a)
     DemoMessage m;
     if (!findMessage(ci, id, &m))
         return fail(404, QStringLiteral("Message not found"));
-    if (!messagePropertiesJson(ci, m).value(QStringLiteral("can_be_edited")).toBool())
+    if (!capsOf(ci, m).edit)
         return fail(400, QStringLiteral("MESSAGE_EDIT_FORBIDDEN"));
     const qint64 editDate = nowSecs();
     ChatRuntime &rt = m_rt[ci];
@@ -1743,23 +1257,18 @@ void DemoBackend::cmdEdit(const QStringList &a)
         o.editDate = editDate;
         setOverride(ci, id, o);
     }
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("message_update"));
-    e.insert(QStringLiteral("chat_id"), chat(ci).id);
-    e.insert(QStringLiteral("id"), id);
-    e.insert(QStringLiteral("text"), text);
-    e.insert(QStringLiteral("edit_date"), editDate);
-    emitEvent(e);
+    emitEvent(demo_event::message_update(chat(ci).id, id, text, editDate));
     if (lastMessageId(ci) == id)
         emitChatLastMessage(ci);
 }
 
-void DemoBackend::cmdReact(const QStringList &a)
+void DemoBackend::cmdReact(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     qint64 chatId = 0;
     qint64 id = 0;
-    parseId(a.value(0), &chatId);
-    parseId(a.value(1), &id);
+    demo_parse_id(a.value(0), &chatId);
+    demo_parse_id(a.value(1), &id);
     const QString mode = a.value(3).left(16);
     auto fail = [&](int code, const QString &msg) {
         emitError(QStringLiteral("reaction_error"), code, msg,
@@ -1773,8 +1282,13 @@ void DemoBackend::cmdReact(const QStringList &a)
         return fail(400, QStringLiteral("Invalid arguments"));
     const QString emoji = a.at(2);
     const DemoChat &c = chat(ci);
-    if (!c.reactions.contains(emoji))
-        return fail(400, QStringLiteral("REACTION_INVALID"));
+    if (!c.reactions.contains(emoji)) {
+        // The service refuses the request itself; its error carries the
+        // request's tag like a failed send.
+        tdError(QStringLiteral("react:%1:%2").arg(c.id).arg(id), 400,
+                QStringLiteral("REACTION_INVALID"));
+        return;
+    }
     DemoMessage m;
     if (!findMessage(ci, id, &m))
         return fail(404, QStringLiteral("Message not found"));
@@ -1807,34 +1321,25 @@ void DemoBackend::cmdReact(const QStringList &a)
         list.append(r);
     }
     setReactions(ci, id, list);
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("message_reactions"));
-    e.insert(QStringLiteral("chat_id"), c.id);
-    e.insert(QStringLiteral("id"), id);
-    e.insert(QStringLiteral("reactions"), list);
-    emitEvent(e);
-    QJsonObject ok;
-    ok.insert(QStringLiteral("type"), QStringLiteral("reaction_ok"));
-    ok.insert(QStringLiteral("chat_id"), c.id);
-    ok.insert(QStringLiteral("id"), id);
-    ok.insert(QStringLiteral("mode"), mode);
-    ok.insert(QStringLiteral("emoji"), emoji);
-    emitEvent(ok);
+    emitEvent(demo_event::message_reactions(c.id, id, list));
+    emitEvent(demo_event::reaction_ok(c.id, id, mode, emoji));
 }
 
-void DemoBackend::cmdForward(const QStringList &a)
+void DemoBackend::cmdForward(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     int to = -1;
     int from = -1;
     const QString tag = QStringLiteral("forward:%1").arg(a.value(0).left(24));
-    if (a.size() < 3 || a.size() > 102 || !chatArg(a.at(0), &to) || !chatArg(a.at(1), &from)) {
+    if (a.size() < 3 || a.size() > kMaxIds + 2 || !chatArg(a.at(0), &to) ||
+        !chatArg(a.at(1), &from)) {
         tdError(tag, 400, QStringLiteral("Invalid arguments"));
         return;
     }
     QList<DemoMessage> msgs;
     for (int i = 2; i < a.size(); ++i) {
         qint64 id = 0;
-        if (!parseId(a.at(i), &id)) {
+        if (!demo_parse_id(a.at(i), &id)) {
             tdError(tag, 400, QStringLiteral("Invalid message id"));
             return;
         }
@@ -1850,65 +1355,69 @@ void DemoBackend::cmdForward(const QStringList &a)
         tdError(tag, 400, QStringLiteral("Messages of secret chats can't be forwarded"));
         return;
     }
-    for (const DemoMessage &src : qAsConst(msgs)) {
-        DemoMessage d = src;
-        if (d.forwarded.isEmpty())
-            d.forwarded = src.outgoing
-                              ? m_world.meFirstName() + QLatin1Char(' ') + m_world.meLastName()
-                              : src.senderName;
-        d.replyTo = 0;
-        startSend(to, d, tag);
+    for (int first = 0; first < msgs.size(); first += kServiceBatch) {
+        for (const DemoMessage &src : msgs.mid(first, kServiceBatch)) {
+            DemoMessage d = src;
+            if (d.forwarded.isEmpty())
+                d.forwarded = src.outgoing
+                                  ? m_world.meFirstName() + QLatin1Char(' ') + m_world.meLastName()
+                                  : src.senderName;
+            d.replyTo = 0;
+            startSend(to, d, tag);
+        }
     }
 }
 
-void DemoBackend::cmdDelete(const QStringList &a)
+void DemoBackend::cmdDelete(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     qint64 chatId = 0;
-    parseId(a.value(0), &chatId);
+    demo_parse_id(a.value(0), &chatId);
     auto fail = [this, chatId](int code, const QString &msg, const QJsonArray &ids) {
         emitError(QStringLiteral("delete_error"), code, msg,
                   {{QStringLiteral("chat_id"), chatId}, {QStringLiteral("message_ids"), ids}});
     };
     int ci = -1;
     const QString mode = a.value(1);
-    if (a.size() < 3 || a.size() > 102 || !chatArg(a.first(), &ci) ||
+    if (a.size() < 3 || a.size() > kMaxIds + 2 || !chatArg(a.first(), &ci) ||
         (mode != QLatin1String("all") && mode != QLatin1String("self")))
         return fail(400, QStringLiteral("Invalid arguments"), {});
     QList<qint64> ids;
+    QSet<qint64> seen;
     for (int i = 2; i < a.size(); ++i) {
         qint64 id = 0;
-        if (!parseId(a.at(i), &id) || id < 1)
+        if (!demo_parse_id(a.at(i), &id) || id < 1)
             return fail(400, QStringLiteral("Invalid message id"), {});
-        if (!ids.contains(id))
+        if (!seen.contains(id)) {
+            seen.insert(id);
             ids.append(id);
+        }
     }
     const qint64 lastBefore = lastMessageId(ci);
     QJsonArray deleted;
     QJsonArray refused;
     QJsonArray missing;
-    for (qint64 id : qAsConst(ids)) {
-        DemoMessage m;
-        if (!findMessage(ci, id, &m)) {
-            missing.append(id);
-            continue;
+    for (int first = 0; first < ids.size(); first += kServiceBatch) {
+        for (qint64 id : ids.mid(first, kServiceBatch)) {
+            DemoMessage m;
+            if (!findMessage(ci, id, &m)) {
+                missing.append(id);
+                continue;
+            }
+            const DemoMessageCaps caps = capsOf(ci, m);
+            const bool allowed = mode == QLatin1String("all")
+                                     ? caps.deleteForAll
+                                     : (caps.deleteOnlyForSelf || caps.deleteForAll);
+            if (!allowed) {
+                refused.append(id);
+                continue;
+            }
+            setDeleted(ci, id);
+            deleted.append(id);
         }
-        const QJsonObject p = messagePropertiesJson(ci, m);
-        const bool forAll = p.value(QStringLiteral("can_be_deleted_for_all_users")).toBool();
-        const bool self = p.value(QStringLiteral("can_be_deleted_only_for_self")).toBool();
-        const bool allowed = mode == QLatin1String("all") ? forAll : (self || forAll);
-        if (!allowed) {
-            refused.append(id);
-            continue;
-        }
-        setDeleted(ci, id);
-        deleted.append(id);
     }
     if (!deleted.isEmpty()) {
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("messages_deleted"));
-        e.insert(QStringLiteral("chat_id"), chat(ci).id);
-        e.insert(QStringLiteral("message_ids"), deleted);
-        emitEvent(e);
+        emitEvent(demo_event::messages_deleted(chat(ci).id, deleted));
         if (lastMessageId(ci) != lastBefore) {
             emitChatLastMessage(ci);
             emitChatPosition(ci);
@@ -1920,12 +1429,13 @@ void DemoBackend::cmdDelete(const QStringList &a)
         fail(404, QStringLiteral("Message not found"), missing);
 }
 
-void DemoBackend::cmdProps(const QStringList &a)
+void DemoBackend::cmdProps(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     qint64 chatId = 0;
     qint64 id = 0;
-    parseId(a.value(0), &chatId);
-    parseId(a.value(1), &id);
+    demo_parse_id(a.value(0), &chatId);
+    demo_parse_id(a.value(1), &id);
     int ci = -1;
     DemoMessage m;
     if (a.size() != 2 || !chatArg(a.first(), &ci) || id < 1 || !findMessage(ci, id, &m)) {
@@ -1935,14 +1445,15 @@ void DemoBackend::cmdProps(const QStringList &a)
                   {{QStringLiteral("chat_id"), chatId}, {QStringLiteral("id"), id}});
         return;
     }
-    emitEvent(messagePropertiesJson(ci, m));
+    emitEvent(demo_event::message_properties(chat(ci).id, m.id, capsOf(ci, m)));
 }
 
-void DemoBackend::cmdPinnedList(const QStringList &a)
+void DemoBackend::cmdPinnedList(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     int ci = -1;
     qint64 limit = 0;
-    if (a.size() != 2 || !chatArg(a.first(), &ci) || !parseId(a.at(1), &limit) || limit < 1 ||
+    if (a.size() != 2 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &limit) || limit < 1 ||
         limit > 1000) {
         tdError(QStringLiteral("pinned_list:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid arguments"));
@@ -1951,37 +1462,26 @@ void DemoBackend::cmdPinnedList(const QStringList &a)
     const DemoChat &c = chat(ci);
     QList<qint64> ids = c.pinnedMessageIds;
     std::sort(ids.begin(), ids.end(), std::greater<qint64>());
-    QJsonObject b;
-    b.insert(QStringLiteral("type"), QStringLiteral("pinned_list_begin"));
-    b.insert(QStringLiteral("chat_id"), c.id);
-    emitEvent(b);
+    emitEvent(demo_event::chat_event("pinned_list_begin", c.id));
     int n = 0;
     for (qint64 id : qAsConst(ids)) {
         DemoMessage m;
         if (n >= limit || !findMessage(ci, id, &m))
             continue;
-        QJsonObject o;
-        o.insert(QStringLiteral("type"), QStringLiteral("pinned_list_item"));
-        o.insert(QStringLiteral("chat_id"), c.id);
-        o.insert(QStringLiteral("id"), id);
-        o.insert(QStringLiteral("content_type"), m.contentType);
-        o.insert(QStringLiteral("text"), m.text);
-        emitEvent(o);
+        emitEvent(demo_event::pinned_list_item(m));
         ++n;
     }
-    QJsonObject e;
-    e.insert(QStringLiteral("type"), QStringLiteral("pinned_list_end"));
-    e.insert(QStringLiteral("chat_id"), c.id);
-    emitEvent(e);
+    emitEvent(demo_event::chat_event("pinned_list_end", c.id));
 }
 
-void DemoBackend::cmdSearch(const QStringList &a)
+void DemoBackend::cmdSearch(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     qint64 chatId = 0;
     qint64 limit = 0;
     QByteArray query;
-    if (a.size() != 3 || !parseId(a.at(0), &chatId) || !decodeBase64Strict(a.at(1), &query) ||
-        !parseId(a.at(2), &limit) || limit < 1 || limit > 100) {
+    if (a.size() != 3 || !demo_parse_id(a.at(0), &chatId) || !demo_decode_base64(a.at(1), &query) ||
+        !demo_parse_id(a.at(2), &limit) || limit < 1 || limit > 100) {
         tdError(QStringLiteral("search:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid search request"));
         return;
@@ -1989,10 +1489,7 @@ void DemoBackend::cmdSearch(const QStringList &a)
     const qint64 req = ++m_searchReq;
     const QString q = QString::fromUtf8(query).trimmed();
     later(150, [this, req, q, limit] {
-        QJsonObject b;
-        b.insert(QStringLiteral("type"), QStringLiteral("search_begin"));
-        b.insert(QStringLiteral("req"), req);
-        emitEvent(b);
+        emitEvent(demo_event::search_begin(req));
         int idx = 0;
         if (!q.isEmpty()) {
             const QString needle = q.startsWith(QLatin1Char('@')) ? q.mid(1) : q;
@@ -2001,29 +1498,19 @@ void DemoBackend::cmdSearch(const QStringList &a)
                 if (!titleOf(ci).contains(needle, Qt::CaseInsensitive) &&
                     !(c.username.size() > 0 && c.username.contains(needle, Qt::CaseInsensitive)))
                     continue;
-                QJsonObject o;
-                o.insert(QStringLiteral("type"), QStringLiteral("search_chat"));
-                o.insert(QStringLiteral("req"), req);
-                o.insert(QStringLiteral("idx"), idx++);
-                o.insert(QStringLiteral("id"), c.id);
-                o.insert(QStringLiteral("title"), titleOf(ci));
-                o.insert(QStringLiteral("chat_type"), c.type);
-                o.insert(QStringLiteral("photo_small_id"), c.photoFileId);
-                emitEvent(o);
+                emitEvent(demo_event::search_chat(req, idx++, c, titleOf(ci)));
             }
         }
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("search_end"));
-        e.insert(QStringLiteral("req"), req);
-        e.insert(QStringLiteral("count"), idx);
-        emitEvent(e);
+        emitEvent(demo_event::search_end(req, idx));
     });
 }
 
-void DemoBackend::cmdChatAction(const QString &verb, const QStringList &a)
+void DemoBackend::cmdChatAction(const DemoCommand &cmd)
 {
+    const QString &verb = cmd.verb;
+    const QStringList &a = cmd.args;
     qint64 chatId = 0;
-    parseId(a.value(0), &chatId);
+    demo_parse_id(a.value(0), &chatId);
     auto fail = [this, &verb, chatId](int code, const QString &msg) {
         emitError(QStringLiteral("action_error"), code, msg,
                   {{QStringLiteral("action"), verb}, {QStringLiteral("chat_id"), chatId}});
@@ -2034,27 +1521,13 @@ void DemoBackend::cmdChatAction(const QString &verb, const QStringList &a)
                                        : QStringLiteral("Invalid arguments"));
     const DemoChat &c = chat(ci);
     ChatRuntime &rt = m_rt[ci];
-    auto simple = [this, &c](const char *type) {
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QLatin1String(type));
-        e.insert(QStringLiteral("chat_id"), c.id);
-        emitEvent(e);
-    };
+    auto simple = [this, &c](const char *type) { emitEvent(demo_event::chat_event(type, c.id)); };
     const bool isGroup = c.peerUserId == 0;
     if (verb == QLatin1String("mute_toggle")) {
         rt.state.muted = !rt.state.muted;
         saveState(ci);
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("chat_mute_toggled"));
-        e.insert(QStringLiteral("chat_id"), c.id);
-        e.insert(QStringLiteral("muted"), rt.state.muted);
-        emitEvent(e);
-        QJsonObject n;
-        n.insert(QStringLiteral("type"), QStringLiteral("chat_notify"));
-        n.insert(QStringLiteral("chat_id"), c.id);
-        n.insert(QStringLiteral("muted_known"), true);
-        n.insert(QStringLiteral("muted"), rt.state.muted);
-        emitEvent(n);
+        emitEvent(demo_event::chat_mute_toggled(c.id, rt.state.muted));
+        emitEvent(demo_event::chat_notify(c.id, rt.state.muted));
     } else if (verb == QLatin1String("clear_history")) {
         if (c.type == QLatin1String("channel"))
             return fail(400, QStringLiteral("Channel history can't be cleared"));
@@ -2064,20 +1537,11 @@ void DemoBackend::cmdChatAction(const QString &verb, const QStringList &a)
         rt.state.clearedUpTo = qMax(rt.state.clearedUpTo, nextMessageId(ci) - 1);
         rt.state.lastReadInbox = qMax(rt.state.lastReadInbox, rt.state.clearedUpTo);
         saveState(ci);
-        if (m_openChat == ci) {
-            QJsonObject h;
-            h.insert(QStringLiteral("type"), QStringLiteral("history_clear"));
-            h.insert(QStringLiteral("chat_id"), c.id);
-            h.insert(QStringLiteral("gen"), ++rt.gen);
-            emitEvent(h);
-        }
+        if (m_openChat == ci)
+            emitEvent(demo_event::history_clear(c.id, ++rt.gen));
         simple("history_cleared");
         emitChatLastMessage(ci);
-        QJsonObject u;
-        u.insert(QStringLiteral("type"), QStringLiteral("chat_unread"));
-        u.insert(QStringLiteral("chat_id"), c.id);
-        u.insert(QStringLiteral("unread_count"), 0);
-        emitEvent(u);
+        emitEvent(demo_event::chat_unread(c.id, 0));
     } else if (verb == QLatin1String("join")) {
         if (c.type != QLatin1String("supergroup") && c.type != QLatin1String("channel"))
             return fail(400, QStringLiteral("Can't join this chat"));
@@ -2088,7 +1552,7 @@ void DemoBackend::cmdChatAction(const QString &verb, const QStringList &a)
         rt.state.orderDate = nowSecs();
         saveState(ci);
         simple("chat_joined");
-        emitEvent(chatJson(ci));
+        emitEvent(chatEvent(ci));
     } else if (verb == QLatin1String("leave")) {
         if (!isGroup)
             return fail(400, QStringLiteral("Private chats can only be deleted"));
@@ -2119,8 +1583,9 @@ void DemoBackend::cmdChatAction(const QString &verb, const QStringList &a)
 
 // ---------------------------------------------------------------- resolve
 
-void DemoBackend::cmdResolve(const QStringList &a)
+void DemoBackend::cmdResolve(const DemoCommand &cmd)
 {
+    const QStringList &a = cmd.args;
     QString name = a.value(0).left(64);
     if (name.startsWith(QLatin1Char('@')))
         name = name.mid(1);
@@ -2142,202 +1607,20 @@ void DemoBackend::cmdResolve(const QStringList &a)
     if (found < 0)
         return fail(400, QStringLiteral("USERNAME_NOT_OCCUPIED"));
     later(200, [this, found, name] {
-        const DemoChat &c = chat(found);
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("tg_resolve"));
-        e.insert(QStringLiteral("username"), name);
-        e.insert(QStringLiteral("chat_id"), c.id);
-        e.insert(QStringLiteral("title"), titleOf(found));
-        e.insert(QStringLiteral("chat_type"), c.type);
-        e.insert(QStringLiteral("photo_small_id"), c.photoFileId);
-        emitEvent(e);
+        emitEvent(demo_event::tg_resolve(name, chat(found), titleOf(found)));
     });
 }
 
 // ---------------------------------------------------------------- downloads
 
-bool DemoBackend::prepareFile(qint64 fileId, QString *path, QString *error, bool *needsVideo,
-                              int *videoW, int *videoH, int *videoSeconds)
+void DemoBackend::cmdDownload(const DemoCommand &cmd)
 {
-    *needsVideo = false;
-    const DemoFileRef ref = m_world.resolveFileId(fileId);
-    const QDir files(m_config.filesDir);
-    const quint64 seed = demo_mix(m_world.seed() ^ quint64(fileId));
-    auto picture = [&](const QString &p, int w, int h) {
-        *path = p;
-        if (QFileInfo(p).size() > 0)
-            return true;
-        return demo_write_picture(p, w, h, seed, error);
-    };
-    switch (ref.kind) {
-    case DemoFileRef::ChatPhoto:
-        return picture(files.filePath(QStringLiteral("profile_photos/chat_%1.png").arg(fileId)),
-                       160, 160);
-    case DemoFileRef::UserPhoto:
-        return picture(files.filePath(QStringLiteral("profile_photos/user_%1.png").arg(fileId)),
-                       160, 160);
-    case DemoFileRef::Stored: {
-        const auto it = m_files.constFind(fileId);
-        if (it == m_files.cend() || !QFileInfo(it->path).isFile()) {
-            *error = QStringLiteral("File not found");
-            return false;
-        }
-        *path = it->path;
-        return true;
-    }
-    case DemoFileRef::MessageMain:
-    case DemoFileRef::MessageThumb: {
-        const DemoChat &c = chat(ref.chatIndex);
-        if (ref.messageId < 1 || ref.messageId > c.baseCount) {
-            *error = QStringLiteral("File not found");
-            return false;
-        }
-        const DemoMessage m = m_world.generateMessage(c, ref.messageId, m_epoch);
-        if (m.mediaFileId != fileId && m.thumbFileId != fileId) {
-            *error = QStringLiteral("File not found");
-            return false;
-        }
-        if (ref.kind == DemoFileRef::MessageThumb) {
-            const int w = m.mediaW >= m.mediaH ? 160 : qMax(8, 160 * m.mediaW / qMax(1, m.mediaH));
-            const int h = m.mediaW >= m.mediaH ? qMax(8, 160 * m.mediaH / qMax(1, m.mediaW)) : 160;
-            return picture(files.filePath(QStringLiteral("thumbnails/%1.png").arg(fileId)), w, h);
-        }
-        if (m.mediaType == QLatin1String("photo"))
-            return picture(files.filePath(QStringLiteral("photos/%1.png").arg(fileId)), m.mediaW,
-                           m.mediaH);
-        if (m.mediaType == QLatin1String("file")) {
-            *path = files.filePath(
-                QStringLiteral("documents/%1_%2").arg(fileId).arg(safeFileName(m.mediaName)));
-            if (QFileInfo(*path).size() == m.mediaSize)
-                return true;
-            return demo_write_document(*path, m.mediaName, m.mediaSize, seed, error);
-        }
-        if (m.mediaType == QLatin1String("voice")) {
-            *path = files.filePath(QStringLiteral("voice/%1.oga").arg(fileId));
-            if (QFileInfo(*path).size() == m.mediaSize)
-                return true;
-            return demo_write_voice_note(*path, m.mediaDuration, seed, error);
-        }
-        *path = files.filePath(QStringLiteral("videos/%1.mp4").arg(fileId));
-        if (QFileInfo(*path).size() > 0)
-            return true;
-        *needsVideo = true;
-        *videoW = m.mediaW;
-        *videoH = m.mediaH;
-        *videoSeconds = m.mediaDuration;
-        return true;
-    }
-    case DemoFileRef::None:
-        break;
-    }
-    *error = QStringLiteral("File not found");
-    return false;
-}
-
-void DemoBackend::cmdDownload(const QStringList &a, bool priority)
-{
+    const QStringList &a = cmd.args;
     qint64 fileId = 0;
-    if (a.size() != 1 || !parseId(a.first(), &fileId) || fileId < 1) {
+    if (a.size() != 1 || !demo_parse_id(a.first(), &fileId) || fileId < 1) {
         tdError(QStringLiteral("download:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid file id"));
         return;
     }
-    startDownload(fileId, priority);
-}
-
-void DemoBackend::startDownload(qint64 fileId, bool priority)
-{
-    if (m_downloading.contains(fileId))
-        return;
-    QString path;
-    QString error;
-    bool needsVideo = false;
-    int w = 0;
-    int h = 0;
-    int seconds = 0;
-    if (!prepareFile(fileId, &path, &error, &needsVideo, &w, &h, &seconds)) {
-        tdError(QStringLiteral("download:%1").arg(fileId), 404, error);
-        return;
-    }
-    m_downloading.insert(fileId);
-    if (!needsVideo) {
-        finishDownload(fileId, path, priority);
-        return;
-    }
-    const QString ffmpeg = QStandardPaths::findExecutable(QStringLiteral("ffmpeg"));
-    if (ffmpeg.isEmpty()) {
-        m_downloading.remove(fileId);
-        tdError(QStringLiteral("download:%1").arg(fileId), 503,
-                QStringLiteral("Video files are not available in this demo"));
-        return;
-    }
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    const QString part = path + QStringLiteral(".part.mp4");
-    auto *proc = new QProcess(this);
-    m_videoJobs.append(proc);
-    const int hue = int(demo_mix(quint64(fileId)) % 360);
-    const QString size = QStringLiteral("%1x%2").arg(qMax(16, w & ~1)).arg(qMax(16, h & ~1));
-    const QStringList args = {
-        QStringLiteral("-v"),
-        QStringLiteral("error"),
-        QStringLiteral("-y"),
-        QStringLiteral("-f"),
-        QStringLiteral("lavfi"),
-        QStringLiteral("-i"),
-        QStringLiteral("testsrc2=size=%1:rate=25:duration=%2,hue=h=%3")
-            .arg(size)
-            .arg(qMax(1, seconds))
-            .arg(hue),
-        QStringLiteral("-f"),
-        QStringLiteral("lavfi"),
-        QStringLiteral("-i"),
-        QStringLiteral("sine=frequency=%1:duration=%2").arg(300 + hue).arg(qMax(1, seconds)),
-        QStringLiteral("-pix_fmt"),
-        QStringLiteral("yuv420p"),
-        QStringLiteral("-shortest"),
-        part};
-    connect(proc, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,
-            [this, proc, fileId, path, part, priority](int code, QProcess::ExitStatus st) {
-                m_videoJobs.removeAll(proc);
-                proc->deleteLater();
-                if (code != 0 || st != QProcess::NormalExit || !QFile::exists(part)) {
-                    QFile::remove(part);
-                    m_downloading.remove(fileId);
-                    tdError(QStringLiteral("download:%1").arg(fileId), 500,
-                            QStringLiteral("Video generation failed"));
-                    return;
-                }
-                QFile::remove(path);
-                QFile::rename(part, path);
-                finishDownload(fileId, path, priority);
-            });
-    proc->setProcessChannelMode(QProcess::MergedChannels);
-    proc->start(ffmpeg, args);
-}
-
-void DemoBackend::finishDownload(qint64 fileId, const QString &path, bool priority)
-{
-    const qint64 total = QFileInfo(path).size();
-    const int step = priority ? 40 : 120;
-    const int parts = total > 65536 ? 3 : 1;
-    for (int i = 1; i <= parts; ++i) {
-        const qint64 done = i == parts ? total : total * i / (parts + 1);
-        later(step * i, [this, fileId, done, total] {
-            QJsonObject e;
-            e.insert(QStringLiteral("type"), QStringLiteral("file_progress"));
-            e.insert(QStringLiteral("id"), fileId);
-            e.insert(QStringLiteral("downloaded"), done);
-            e.insert(QStringLiteral("total"), total);
-            emitEvent(e);
-        });
-    }
-    later(step * parts + 1, [this, fileId, path, total] {
-        m_downloading.remove(fileId);
-        QJsonObject e;
-        e.insert(QStringLiteral("type"), QStringLiteral("file"));
-        e.insert(QStringLiteral("id"), fileId);
-        e.insert(QStringLiteral("path"), path);
-        e.insert(QStringLiteral("size"), total);
-        emitEvent(e);
-    });
+    m_files->download(fileId, cmd.verb == QLatin1String("downloadp"));
 }

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "demo_activity.h"
+#include "demo_events.h"
+#include "demo_output.h"
 #include "demo_store.h"
 #include "demo_world.h"
 
@@ -12,8 +15,8 @@
 
 #include <functional>
 
-class QProcess;
-class QTimer;
+class DemoFiles;
+class DemoScheduler;
 
 struct DemoConfig
 {
@@ -27,12 +30,30 @@ struct DemoConfig
     QString phone;
     quint64 seed = 1;
     double speed = 1.0;
+    // Moments of the world's life run at once whenever the account becomes
+    // ready, so what people do can be seen without waiting.
+    int lifeBurst = 0;
 };
 
+// One command line: the verb, the text after it and its blank-separated words.
+struct DemoCommand
+{
+    QString verb;
+    QString rest;
+    QStringList args;
+};
+
+// A decimal id within the range JSON numbers carry exactly.
+bool demo_parse_id(const QString &text, qint64 *out);
+// Standard Base64 with padding; anything else is refused.
+bool demo_decode_base64(const QString &text, QByteArray *out);
+// The last part of a name from a message, made safe to use inside a folder.
+QString demo_safe_file_name(const QString &name);
+
 // The demo service: reads command lines, answers with events appended to the
-// events file and status lines on standard output, and simulates the life of
-// an account (peers answering, presence, new messages in other chats).
-class DemoBackend : public QObject
+// events file and status lines on standard output, keeps the account in the
+// store, and lets DemoActivity play the people in it.
+class DemoBackend : public QObject, private DemoActivityHost
 {
     Q_OBJECT
 public:
@@ -47,9 +68,6 @@ public:
     void drainPending();
     void announceClosed();
 
-    static bool parseId(const QString &text, qint64 *out);
-    static bool decodeBase64Strict(const QString &text, QByteArray *out);
-
 private:
     struct ChatRuntime
     {
@@ -57,42 +75,49 @@ private:
         QMap<qint64, DemoMessage> stored;
         QHash<qint64, DemoOverride> overrides;
         int gen = 0;
-        bool replyPending = false;
     };
-    // Due time and sequence number: equal due times run first in, first out.
-    using TaskKey = QPair<qint64, quint64>;
+    using Handler = void (DemoBackend::*)(const DemoCommand &);
+    struct Verb
+    {
+        const char *name;
+        bool needsSignIn;
+        Handler handler;
+    };
+    static const Verb kVerbs[];
+
+    // DemoActivityHost.
+    const DemoWorld &world() const override { return m_world; }
+    bool signedIn() const override;
+    QVector<int> mainList() const override;
+    bool isInMainList(int ci) const override;
+    void later(int ms, std::function<void()> fn) override;
+    void emitEvent(const QJsonObject &event) override;
+    void addIncoming(int ci, qint64 sender, const QString &text) override;
+    void setOnline(qint64 userId, bool online) override;
+    bool isOnline(qint64 userId) const override;
+    void markReadOutbox(int ci, qint64 messageId) override;
+    void addPeerReaction(int ci, qint64 messageId, const QString &emoji) override;
+    QString titleOf(int ci) const override;
+    void renameChat(int ci, const QString &title) override;
 
     // Output.
-    void emitEvent(const QJsonObject &event);
-    // An error answer: its type, code and message beside the given fields.
-    void emitError(const QString &type, int code, const QString &message,
-                   QJsonObject fields = QJsonObject());
-    void reopenEventsIfReplaced();
-    void statusLine(const QString &line);
-    void logLine(int level, const QString &text);
     void tdError(const QString &extra, int code, const QString &message);
-
-    // Scheduling of delayed answers, scaled by DEMO_SPEED.
-    void later(int ms, std::function<void()> fn);
-    void onSchedulerTimeout();
-    void armScheduler();
-    void onLifeTick();
-    void renameSomeGroup();
-    QString titleOf(int ci) const;
+    void emitError(const QString &type, int code, const QString &message,
+                   const QJsonObject &fields = QJsonObject());
+    void refuseUnauthorized(const DemoCommand &c);
 
     // Authorisation.
     void announceAuthState();
     void setAuthState(const QString &state);
     void announceMe();
     void announceConnection();
+    void becameReady();
 
     // Chats and messages.
     bool chatArg(const QString &text, int *index) const;
     const DemoChat &chat(int ci) const { return m_world.chats().at(ci); }
-    bool isInMainList(int ci) const;
     bool canSend(int ci) const;
     qint64 orderOf(int ci) const;
-    QVector<int> mainList() const;
     bool findMessage(int ci, qint64 id, DemoMessage *out) const;
     qint64 lastMessageId(int ci) const;
     // The newest visible message of the chat; false when it has none.
@@ -107,13 +132,10 @@ private:
     void storeMessage(int ci, const DemoMessage &m);
     void setOverride(int ci, qint64 id, const DemoOverride &o);
     bool setReactions(int ci, qint64 id, const QJsonArray &reactions);
-    bool setDeleted(int ci, qint64 id);
-
-    QJsonObject chatJson(int ci) const;
-    QJsonObject messageJson(const DemoMessage &m) const;
-    static DemoMessage messageFromJson(const QJsonObject &o);
-    QJsonObject userJson(const DemoUser &u) const;
-    QJsonObject messagePropertiesJson(int ci, const DemoMessage &m) const;
+    void setDeleted(int ci, qint64 id);
+    DemoMessageCaps capsOf(int ci, const DemoMessage &m) const;
+    QJsonObject userEvent(const DemoUser &u) const;
+    QJsonObject chatEvent(int ci) const;
     void emitChatLastMessage(int ci);
     void emitChatPosition(int ci);
     void emitHistory(int ci, const QList<qint64> &ids, bool clear, qint64 from);
@@ -121,65 +143,51 @@ private:
 
     // Sending.
     void startSend(int ci, DemoMessage draft, const QString &tag);
-    void peerAfterSend(int ci, qint64 messageId);
-    void addIncoming(int ci, const QString &text);
-    void addIncomingFrom(int ci, qint64 sender, const QString &text);
-
-    // Files.
-    void startDownload(qint64 fileId, bool priority);
-    void finishDownload(qint64 fileId, const QString &path, bool priority);
-    bool prepareFile(qint64 fileId, QString *path, QString *error, bool *needsVideo, int *videoW,
-                     int *videoH, int *videoSeconds);
 
     // Commands.
-    void cmdPhone(const QString &text);
-    void cmdCode(const QString &text);
-    void cmdPassword(const QString &text);
-    void cmdResend();
-    void cmdChats(const QStringList &a);
-    void cmdOpen(const QStringList &a);
-    void cmdChatInfo(const QStringList &a);
-    void cmdClose(const QStringList &a);
-    void cmdHistory(const QStringList &a);
-    void cmdHistoryMore(const QStringList &a);
-    void cmdHistoryJump(const QStringList &a);
-    void cmdRead(const QStringList &a);
-    void cmdSend(const QString &verb, const QStringList &a);
-    void cmdEdit(const QStringList &a);
-    void cmdReact(const QStringList &a);
-    void cmdForward(const QStringList &a);
-    void cmdDelete(const QStringList &a);
-    void cmdProps(const QStringList &a);
-    void cmdPinnedList(const QStringList &a);
-    void cmdSearch(const QStringList &a);
-    void cmdChatAction(const QString &verb, const QStringList &a);
-    void cmdDownload(const QStringList &a, bool priority);
-    void cmdResolve(const QStringList &a);
+    void cmdPing(const DemoCommand &c);
+    void cmdState(const DemoCommand &c);
+    void cmdPhone(const DemoCommand &c);
+    void cmdCode(const DemoCommand &c);
+    void cmdPassword(const DemoCommand &c);
+    void cmdResend(const DemoCommand &c);
+    void cmdChats(const DemoCommand &c);
+    void cmdOpen(const DemoCommand &c);
+    void cmdChatInfo(const DemoCommand &c);
+    void cmdClose(const DemoCommand &c);
+    void cmdHistory(const DemoCommand &c);
+    void cmdHistoryMore(const DemoCommand &c);
+    void cmdHistoryJump(const DemoCommand &c);
+    void cmdRead(const DemoCommand &c);
+    void cmdSend(const DemoCommand &c);
+    void cmdEdit(const DemoCommand &c);
+    void cmdReact(const DemoCommand &c);
+    void cmdForward(const DemoCommand &c);
+    void cmdDelete(const DemoCommand &c);
+    void cmdProps(const DemoCommand &c);
+    void cmdPinnedList(const DemoCommand &c);
+    void cmdSearch(const DemoCommand &c);
+    void cmdChatAction(const DemoCommand &c);
+    void cmdDownload(const DemoCommand &c);
+    void cmdResolve(const DemoCommand &c);
+
+    void phone(const QString &text);
 
     DemoConfig m_config;
     DemoStore *m_store;
     DemoWorld m_world;
+    DemoOutput m_out;
+    DemoScheduler *m_scheduler = nullptr;
+    DemoActivity *m_activity = nullptr;
+    DemoFiles *m_files = nullptr;
     qint64 m_epoch = 0;
     QString m_authState;
     QString m_phone;
     int m_codeSends = 0;
     QVector<ChatRuntime> m_rt;
-    QHash<qint64, DemoStoredFile> m_files;
     QHash<qint64, QString> m_titles; // groups renamed while the account lived
-    qint64 m_nextStoredFileId = DemoWorld::kStoredFileBase;
     qint64 m_nextPendingId = Q_INT64_C(1) << 40;
     qint64 m_searchReq = 0;
     int m_openChat = -1;
     QHash<qint64, QPair<QString, qint64>> m_presence; // user -> (status, was_online)
-    QSet<qint64> m_downloading;
-    QList<QProcess *> m_videoJobs;
-    int m_eventsFd = -1;
-    int m_logFd = -1;
-    qint64 m_logSize = 0;
-    QTimer *m_scheduler = nullptr;
-    QTimer *m_life = nullptr;
-    QMap<TaskKey, std::function<void()>> m_tasks;
-    quint64 m_taskSeq = 0;
-    qint64 m_clockMs = 0;
-    DemoRng m_lifeRng;
 };

@@ -4,12 +4,14 @@
 
 #include "demo_backend.h"
 #include "demo_store.h"
+#include "platform/folders.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QHostAddress>
 #include <QNetworkDatagram>
+#include <QProcessEnvironment>
 #include <QSocketNotifier>
 #include <QThreadPool>
 #include <QUdpSocket>
@@ -98,12 +100,16 @@ int main(int argc, char **argv)
     const bool service = app.arguments().contains(QStringLiteral("--service"));
     std::signal(SIGPIPE, SIG_IGN);
 
+    // Without explicit paths the backend uses the folders Vexa would give it,
+    // so a service started by hand and the client share one account.
+    const QString data = resolve_app_folders(QCoreApplication::applicationDirPath(),
+                                             QProcessEnvironment::systemEnvironment())
+                             .dataDir;
     DemoConfig cfg;
-    cfg.dbDir = envOr("TDLIB_DB_DIR", QDir::current().filePath(QStringLiteral("tdlib-db")));
-    cfg.filesDir = envOr("TDLIB_FILES_DIR", QDir(cfg.dbDir).filePath(QStringLiteral("files")));
-    cfg.eventsPath = envOr("BACKEND_EVENTS_FILE",
-                           QDir::current().filePath(QStringLiteral("backend_events.jsonl")));
-    cfg.logPath = envOr("TDLIB_LOG_FILE", QString());
+    cfg.dbDir = envOr("TDLIB_DB_DIR", data + QStringLiteral("/tdlib-db"));
+    cfg.filesDir = envOr("TDLIB_FILES_DIR", data + QStringLiteral("/cache/tdlib-files"));
+    cfg.eventsPath = envOr("BACKEND_EVENTS_FILE", data + QStringLiteral("/backend_events.jsonl"));
+    cfg.logPath = envOr("TDLIB_LOG_FILE", data + QStringLiteral("/tdlib.log"));
     bool ok = false;
     const int verbosity = envOr("TDLIB_LOG_VERBOSITY", QStringLiteral("2")).toInt(&ok);
     cfg.verbosity = ok ? qBound(0, verbosity, 10) : 2;
@@ -116,6 +122,8 @@ int main(int argc, char **argv)
     cfg.seed = ok ? seed : 1;
     const double speed = envOr("DEMO_SPEED", QStringLiteral("1")).toDouble(&ok);
     cfg.speed = ok && speed >= 0 && speed <= 100 ? speed : 1.0;
+    const int burst = envOr("DEMO_LIFE_BURST", QStringLiteral("0")).toInt(&ok);
+    cfg.lifeBurst = ok ? qBound(0, burst, 10000) : 0;
 
     if (!QDir().mkpath(cfg.dbDir)) {
         fatal(QStringLiteral("cannot create database folder"));

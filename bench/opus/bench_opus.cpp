@@ -123,7 +123,7 @@ int main(int argc, char **argv)
     QString error;
     // Standard granules, so that opusdec accepts the same file.
     const qint64 encOurs =
-        best_of(runs, [&] { return encode_wav_to_voice_ogg(opus, wav, ours, error, true); });
+        best_of(runs, [&] { return encode_wav_to_voice_ogg(opus, wav, ours, &error, true); });
     if (encOurs < 0) {
         std::fprintf(stderr, "encode failed: %s\n", qPrintable(error));
         return 1;
@@ -138,7 +138,7 @@ int main(int argc, char **argv)
                          QStringLiteral("--speech"), wav, theirs});
     });
     const qint64 decOurs = best_of(runs, [&] {
-        return decodeOgaOpusToWav(opus, ours, dir.filePath(QStringLiteral("ours.wav")), error);
+        return decodeOgaOpusToWav(opus, ours, dir.filePath(QStringLiteral("ours.wav")), &error);
     });
     const qint64 decTheirs = best_of(runs, [&] {
         return run_tool(QStringLiteral("opusdec"),

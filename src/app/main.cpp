@@ -1,41 +1,14 @@
 #include "platform/folders.h"
+#include "platform/gl_integration.h"
 #include "platform/instance_channel.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
-#include "platform/ui/list_view.h"
-
 #include <QApplication>
-#include <QEvent>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <cstdio>
 
 namespace {
-
-// VEXA_LOG_FIRST_DRAW=1: one line on stderr when the chat list first paints
-// rows, the moment start-up measurements wait for.
-class FirstDrawLog : public QObject
-{
-public:
-    explicit FirstDrawLog(ListView *list) : QObject(list), m_list(list)
-    {
-        list->viewport()->installEventFilter(this);
-    }
-
-protected:
-    bool eventFilter(QObject *watched, QEvent *event) override
-    {
-        if (event->type() == QEvent::Paint && !m_list->visibleRows().isEmpty()) {
-            watched->removeEventFilter(this);
-            std::fputs("Vexa: chat list drawn\n", stderr);
-            std::fflush(stderr);
-        }
-        return QObject::eventFilter(watched, event);
-    }
-
-private:
-    ListView *m_list;
-};
 
 // A URL on the command line ("tg:..." from the desktop), or an empty request
 // to come forward, goes to a vexa that already runs on the same data folder;
@@ -56,6 +29,12 @@ int main(int argc, char *argv[])
     std::fputs("Vexa: starting\n", stderr);
     std::fflush(stderr);
 
+    // The backend gets the environment as the user gave it.
+    const QStringList environment = QProcess::systemEnvironment();
+    // No screen draws with OpenGL (lists, bubbles and video frames are
+    // painted on the raster backing store), so no GL driver is loaded.
+    avoid_gl_integration(false);
+
     auto *app = new QApplication(argc, argv);
     QApplication::setApplicationName(QStringLiteral("vexa"));
 
@@ -68,10 +47,7 @@ int main(int argc, char *argv[])
         return 0;
     }
 
-    auto *spike =
-        new UiTdlibSpike(QCoreApplication::applicationDirPath(), QProcess::systemEnvironment());
-    if (qEnvironmentVariable("VEXA_LOG_FIRST_DRAW") == QLatin1String("1"))
-        new FirstDrawLog(spike->chatListView());
+    auto *spike = new UiTdlibSpike(QCoreApplication::applicationDirPath(), environment);
     if (!url.isEmpty())
         spike->onInvoked(url);
     const int rc = QApplication::exec();

@@ -1,6 +1,7 @@
 #include "backend_link/backend_link.h"
 
 #include "backend_link/app_log.h"
+#include "backend_link/command_channel.h"
 #include "backend_link/env_file.h"
 #include "backend_link/event_intake.h"
 #include "backend_link/text_cut.h"
@@ -12,13 +13,6 @@
 #include <QFileInfo>
 #include <QTimer>
 
-#include <arpa/inet.h>
-#include <cerrno>
-#include <cstring>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 namespace {
 
 const char kServiceTarget[] = "com.vexa.quillo.service";
@@ -27,12 +21,20 @@ const char kServiceActionPrefix[] = "com.vexa.quillo.service.";
 } // namespace
 
 BackendLink::BackendLink(const AppFolders &folders, AppLog *log, EventIntake *intake,
-                         Invoker *invoker, const QStringList &uiEnvironment, QObject *parent)
+                         Invoker *invoker, const QStringList &uiEnvironment,
+                         CommandChannel *commands, QObject *parent)
     : QObject(parent), m_appDir(folders.appDir), m_dataDir(folders.dataDir),
       m_miscDir(folders.miscDir), m_log(log), m_intake(intake), m_invoker(invoker),
-      m_uiEnvironment(uiEnvironment)
+      m_uiEnvironment(uiEnvironment), m_commands(commands)
 {
     m_useServiceBackend = choose_service_backend(m_uiEnvironment);
+    if (!m_commands) {
+        if (m_useServiceBackend)
+            m_ownCommands = std::make_unique<UdpCommandChannel>(kServiceCommandPort, m_log);
+        else
+            m_ownCommands = std::make_unique<StdinCommandChannel>(&m_process, m_log);
+        m_commands = m_ownCommands.get();
+    }
 
     m_retryTimer = new QTimer(this);
     m_retryTimer->setSingleShot(true);
@@ -60,8 +62,6 @@ BackendLink::~BackendLink()
             m_process.waitForFinished(1000);
         }
     }
-    if (m_serviceSocket >= 0)
-        ::close(m_serviceSocket);
 }
 
 QString BackendLink::backendProgram() const
@@ -343,72 +343,5 @@ void BackendLink::sendLine(const QString &line)
                 .arg(m_useServiceBackend ? 1 : 0)
                 .arg(left_code_points(trimmed, 240)));
     }
-    if (m_useServiceBackend) {
-        if (trimmed.isEmpty())
-            return;
-        const bool ok = sendDatagram(trimmed.toUtf8(), trace);
-        if (trace)
-            m_log->appendUiFileLog(
-                QStringLiteral("react: sendLine via service ok=%1\n").arg(ok ? 1 : 0));
-        return;
-    }
-    sendToChild(trimmed.toUtf8() + '\n', trace);
-}
-
-bool BackendLink::sendDatagram(const QByteArray &bytes, bool trace)
-{
-    Q_UNUSED(trace)
-    if (m_serviceSocket < 0) {
-        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (fd < 0) {
-            m_log->appendLog(
-                QStringLiteral("ui: service cmd socket() failed errno=%1\n").arg(errno));
-            return false;
-        }
-        m_serviceSocket = fd;
-    }
-    sockaddr_in addr;
-    std::memset(&addr, 0, sizeof(addr));
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(kServiceCommandPort);
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const ssize_t sent = ::sendto(m_serviceSocket, bytes.constData(), size_t(bytes.size()), 0,
-                                  reinterpret_cast<const sockaddr *>(&addr), sizeof(addr));
-    if (sent < 0) {
-        m_log->appendLog(QStringLiteral("ui: service cmd sendto failed errno=%1\n").arg(errno));
-        return false;
-    }
-    return true;
-}
-
-void BackendLink::sendToChild(const QByteArray &bytes, bool trace)
-{
-    if (m_process.state() != QProcess::Running) {
-        m_log->appendLog(QStringLiteral("backend: not running\n"));
-        if (trace)
-            m_log->appendUiFileLog(QStringLiteral("react: sendLine abort backend_state=%1\n")
-                                       .arg(int(m_process.state())));
-        return;
-    }
-    const qint64 written = m_process.write(bytes);
-    if (written < 0) {
-        const QString error = m_process.errorString();
-        m_log->appendLog(QStringLiteral("backend: write failed: ") + error + QLatin1Char('\n'));
-        if (trace)
-            m_log->appendUiFileLog(
-                QStringLiteral("react: sendLine write failed err=%1\n").arg(error));
-        return;
-    }
-    if (!m_process.waitForBytesWritten(1000)) {
-        const QString error = m_process.errorString();
-        m_log->appendLog(QStringLiteral("backend: waitForBytesWritten timeout/error: ") + error +
-                         QLatin1Char('\n'));
-        if (trace)
-            m_log->appendUiFileLog(
-                QStringLiteral("react: sendLine waitForBytesWritten timeout/error: %1\n")
-                    .arg(error));
-        return;
-    }
-    if (trace)
-        m_log->appendUiFileLog(QStringLiteral("react: sendLine done written=%1\n").arg(written));
+    m_commands->sendCommand(trimmed, trace);
 }

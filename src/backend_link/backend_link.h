@@ -8,9 +8,12 @@
 #include <QString>
 #include <QStringList>
 
+#include <memory>
+
 #include "backend_link/event_intake.h"
 
 class AppLog;
+class CommandChannel;
 class Invoker;
 class QTimer;
 
@@ -50,9 +53,12 @@ public:
 
     // uiEnvironment is the UI's own environment as "KEY=VALUE" entries
     // (QProcess::systemEnvironment() in the application): it chooses the transport and is the
-    // base of the child's environment.
+    // base of the child's environment. commands, when given, carries the command lines instead of
+    // the transport's own channel (the child's standard input or the UDP port); the link does not
+    // own it.
     BackendLink(const AppFolders &folders, AppLog *log, EventIntake *intake, Invoker *invoker,
-                const QStringList &uiEnvironment, QObject *parent = nullptr);
+                const QStringList &uiEnvironment, CommandChannel *commands = nullptr,
+                QObject *parent = nullptr);
     ~BackendLink() override;
 
     bool useServiceBackend() const { return m_useServiceBackend; }
@@ -120,8 +126,6 @@ Q_SIGNALS:
 private:
     void setStatus(const QString &text);
     void scheduleRetry(int delayMs);
-    bool sendDatagram(const QByteArray &bytes, bool trace);
-    void sendToChild(const QByteArray &bytes, bool trace);
     QStringList buildChildEnvironment() const;
 
     QString m_appDir;
@@ -135,6 +139,8 @@ private:
 
     bool m_useServiceBackend = false;
     QProcess m_process;
+    CommandChannel *m_commands;
+    std::unique_ptr<CommandChannel> m_ownCommands;
     bool m_signalsConnected = false;
     QTimer *m_retryTimer = nullptr;
     int m_retryCount = 0;
@@ -147,6 +153,5 @@ private:
     QTimer *m_markerTimer = nullptr;
     bool m_appActive = true;
 
-    int m_serviceSocket = -1;
     QString m_statusText;
 };

@@ -92,6 +92,54 @@ QString message_rich_text(const QString &text)
     return html;
 }
 
+namespace {
+
+bool isEmojiCodePoint(uint c)
+{
+    return (c >= 0x1F000 && c <= 0x1FAFF) || (c >= 0x2600 && c <= 0x27BF) ||
+           (c >= 0x2300 && c <= 0x23FF) || (c >= 0x2B00 && c <= 0x2BFF);
+}
+
+// Joiners and selectors that belong to the emoji before them.
+bool isEmojiJoiner(uint c)
+{
+    return c == 0x200D || c == 0xFE0F || c == 0xFE0E || c == 0x20E3;
+}
+
+} // namespace
+
+QString wrap_emoji_runs(const QString &html, const QString &family)
+{
+    const QString open = QStringLiteral("<span style=\"font-family:'%1'\">").arg(family);
+    QString out;
+    out.reserve(html.size() + 32);
+    bool inTag = false;
+    bool inRun = false;
+    for (int i = 0; i < html.size();) {
+        const QChar c = html.at(i);
+        uint cp = c.unicode();
+        int len = 1;
+        if (c.isHighSurrogate() && i + 1 < html.size() && html.at(i + 1).isLowSurrogate()) {
+            cp = QChar::surrogateToUcs4(c, html.at(i + 1));
+            len = 2;
+        }
+        const bool emoji = !inTag && (isEmojiCodePoint(cp) || (inRun && isEmojiJoiner(cp)));
+        if (emoji != inRun) {
+            out += emoji ? open : QStringLiteral("</span>");
+            inRun = emoji;
+        }
+        if (c == QLatin1Char('<'))
+            inTag = true;
+        else if (c == QLatin1Char('>'))
+            inTag = false;
+        out += html.midRef(i, len);
+        i += len;
+    }
+    if (inRun)
+        out += QLatin1String("</span>");
+    return out;
+}
+
 QString message_time_text(qint64 unixSeconds)
 {
     if (unixSeconds <= 0)

@@ -33,6 +33,11 @@ QList<TextLink> find_text_links(const QString &text);
 // whose href is the link's text exactly as written.
 QString message_rich_text(const QString &text);
 
+// Wraps each run of emoji in rich text (outside its tags) in a span of the
+// given font family, so that a colour emoji font draws them rather than the
+// first font that happens to have the glyph.
+QString wrap_emoji_runs(const QString &html, const QString &family);
+
 // "HH:mm" in local time of a unix date; empty for 0.
 QString message_time_text(qint64 unixSeconds);
 

@@ -47,16 +47,16 @@ struct DecodeState
 };
 
 // One completed packet; false with error set when the file cannot go on.
-bool handle_packet(DecodeState &st, const QByteArray &packet, QFile &out, QString &error)
+bool handle_packet(DecodeState &st, const QByteArray &packet, QFile &out, QString *error)
 {
     if (!st.headSeen) {
         if (packet.size() < 19 || !packet.startsWith("OpusHead")) {
-            error = QStringLiteral("opus: missing OpusHead");
+            *error = QStringLiteral("opus: missing OpusHead");
             return false;
         }
         const int ch = quint8(packet.at(9));
         if (ch == 0 || ch > 2) {
-            error = QStringLiteral("opus: unsupported channel count");
+            *error = QStringLiteral("opus: unsupported channel count");
             return false;
         }
         st.channels = ch;
@@ -64,9 +64,9 @@ bool handle_packet(DecodeState &st, const QByteArray &packet, QFile &out, QStrin
         int err = 0;
         st.decoder = st.api->opus_decoder_create(48000, ch, &err);
         if (!st.decoder || err != 0) {
-            error = QStringLiteral("opus: decoder_create failed err=%1%2")
-                        .arg(err)
-                        .arg(st.api->errorSuffix(err));
+            *error = QStringLiteral("opus: decoder_create failed err=%1%2")
+                         .arg(err)
+                         .arg(st.api->errorSuffix(err));
             if (st.decoder) {
                 st.api->opus_decoder_destroy(st.decoder);
                 st.decoder = nullptr;
@@ -85,7 +85,7 @@ bool handle_packet(DecodeState &st, const QByteArray &packet, QFile &out, QStrin
         st.api->opus_decode(st.decoder, reinterpret_cast<const unsigned char *>(packet.constData()),
                             packet.size(), st.samples.data(), kMaxFrame, 0);
     if (n < 0) {
-        error = QStringLiteral("opus: decode failed err=%1%2").arg(n).arg(st.api->errorSuffix(n));
+        *error = QStringLiteral("opus: decode failed err=%1%2").arg(n).arg(st.api->errorSuffix(n));
         return false;
     }
     const int drop = qMin(n, st.preSkipLeft);
@@ -96,7 +96,7 @@ bool handle_packet(DecodeState &st, const QByteArray &packet, QFile &out, QStrin
         const char *from =
             reinterpret_cast<const char *>(st.samples.constData() + drop * st.channels);
         if (out.write(from, bytes) != bytes) {
-            error = QStringLiteral("opus: write pcm failed");
+            *error = QStringLiteral("opus: write pcm failed");
             return false;
         }
         st.dataBytes += bytes;
@@ -107,28 +107,34 @@ bool handle_packet(DecodeState &st, const QByteArray &packet, QFile &out, QStrin
 } // namespace
 
 bool decodeOgaOpusToWav(OpusLib &opus, const QString &inputPath, const QString &outputPath,
-                        QString &error)
+                        QString *errorOut)
 {
-    error.clear();
+    // The loop reads its own failure back; the caller's copy is written once at the end.
+    QString error;
+    const auto done = [&](bool ok) {
+        if (errorOut)
+            *errorOut = error;
+        return ok;
+    };
     DecodeState st;
     st.api = opus.ensure_opus_dyn_api_loaded();
     if (!st.api) {
         error = QStringLiteral("opus: libkelOpus is missing");
-        return false;
+        return done(false);
     }
     QFile in(inputPath);
     if (!in.open(QIODevice::ReadOnly)) {
         error = QStringLiteral("opus: cannot open input");
-        return false;
+        return done(false);
     }
     QFile out(outputPath);
     if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         error = QStringLiteral("opus: cannot open output");
-        return false;
+        return done(false);
     }
     if (out.write(QByteArray(44, '\0')) != 44) {
         error = QStringLiteral("opus: write wav header failed");
-        return false;
+        return done(false);
     }
 
     st.samples.resize(11520);
@@ -175,7 +181,7 @@ bool decodeOgaOpusToWav(OpusLib &opus, const QString &inputPath, const QString &
                 pos += v;
             }
             if (v < 255) {
-                handle_packet(st, packet, out, error);
+                handle_packet(st, packet, out, &error);
                 packet.resize(0); // keeps the reserved capacity
             }
         }
@@ -186,18 +192,18 @@ bool decodeOgaOpusToWav(OpusLib &opus, const QString &inputPath, const QString &
     if (st.decoder)
         st.api->opus_decoder_destroy(st.decoder);
     if (!error.isEmpty())
-        return false;
+        return done(false);
     if (st.dataBytes < 1) {
         error = QStringLiteral("opus: no decoded audio");
-        return false;
+        return done(false);
     }
     if (!out.seek(0) || out.write(wav_header(st.channels, quint32(st.dataBytes))) != 44) {
         error = QStringLiteral("opus: patch wav header failed");
-        return false;
+        return done(false);
     }
     if (!out.flush()) {
         error = QStringLiteral("opus: patch wav header failed");
-        return false;
+        return done(false);
     }
-    return true;
+    return done(true);
 }

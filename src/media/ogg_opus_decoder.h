@@ -12,4 +12,4 @@ constexpr int kMaxOggOpusPacketBytes = 1024 * 1024;
 // at 48 kHz, dropping the pre-skip. True when at least one sample was written;
 // otherwise error holds the reason. The output is not removed on failure.
 bool decodeOgaOpusToWav(OpusLib &opus, const QString &inputPath, const QString &outputPath,
-                        QString &error);
+                        QString *error);

@@ -73,9 +73,10 @@ OggOpusWriter::~OggOpusWriter()
     m_lacing.clear();
 }
 
-bool OggOpusWriter::openForWrite(const QString &path, QString &error)
+bool OggOpusWriter::openForWrite(const QString &path, QString *error)
 {
-    error.clear();
+    if (error)
+        error->clear();
     if (isOpen())
         QFile::close();
     m_opened = false;
@@ -88,18 +89,21 @@ bool OggOpusWriter::openForWrite(const QString &path, QString &error)
     // Unbuffered: one write per page, so a full disk shows up on that page
     // instead of at close.
     if (!open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Unbuffered)) {
-        error = QStringLiteral("ogg: cannot open output");
+        if (error)
+            *error = QStringLiteral("ogg: cannot open output");
         return false;
     }
     m_opened = true;
     return true;
 }
 
-bool OggOpusWriter::writeHeaders(int channels, QString &error)
+bool OggOpusWriter::writeHeaders(int channels, QString *error)
 {
-    error.clear();
+    if (error)
+        error->clear();
     if (!m_opened) {
-        error = QStringLiteral("ogg: not opened");
+        if (error)
+            *error = QStringLiteral("ogg: not opened");
         return false;
     }
     QByteArray head("OpusHead");
@@ -121,7 +125,7 @@ bool OggOpusWriter::writeHeaders(int channels, QString &error)
 }
 
 bool OggOpusWriter::writeRawPage(int headerType, qint64 granule, const QByteArray &lacing,
-                                 const QByteArray &body, QString &error)
+                                 const QByteArray &body, QString *error)
 {
     QByteArray page;
     page.reserve(27 + lacing.size() + body.size());
@@ -141,16 +145,18 @@ bool OggOpusWriter::writeRawPage(int headerType, qint64 granule, const QByteArra
     for (int i = 0; i < 4; ++i)
         page[22 + i] = char((crc >> (8 * i)) & 0xff);
     if (write(page) != page.size()) {
-        error = QStringLiteral("ogg: write failed");
+        if (error)
+            *error = QStringLiteral("ogg: write failed");
         return false;
     }
     return true;
 }
 
 bool OggOpusWriter::writePage(int headerType, long long granule, const QByteArray &packet,
-                              QString &error)
+                              QString *error)
 {
-    error.clear();
+    if (error)
+        error->clear();
     m_body.clear();
     m_lacing.clear();
     m_pageGranule = 0;
@@ -161,7 +167,7 @@ bool OggOpusWriter::writePage(int headerType, long long granule, const QByteArra
     return true;
 }
 
-bool OggOpusWriter::flushPending(int headerType, QString &error)
+bool OggOpusWriter::flushPending(int headerType, QString *error)
 {
     const qint64 granule =
         standardGranules ? m_pageGranule : qMax<qint64>(0, m_pageGranule - qint64(preSkip));
@@ -173,11 +179,13 @@ bool OggOpusWriter::flushPending(int headerType, QString &error)
     return true;
 }
 
-bool OggOpusWriter::appendAudioPacket(const QByteArray &packet, QString &error)
+bool OggOpusWriter::appendAudioPacket(const QByteArray &packet, QString *error)
 {
-    error.clear();
+    if (error)
+        error->clear();
     if (!m_opened) {
-        error = QStringLiteral("ogg: not opened");
+        if (error)
+            *error = QStringLiteral("ogg: not opened");
         return false;
     }
     if (packet.isEmpty())
@@ -194,9 +202,10 @@ bool OggOpusWriter::appendAudioPacket(const QByteArray &packet, QString &error)
     return true;
 }
 
-bool OggOpusWriter::finish(QString &error)
+bool OggOpusWriter::finish(QString *error)
 {
-    error.clear();
+    if (error)
+        error->clear();
     bool ok = true;
     if (m_opened && !m_lacing.isEmpty())
         ok = flushPending(4, error);

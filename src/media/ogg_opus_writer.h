@@ -29,16 +29,16 @@ public:
     ~OggOpusWriter() override;
 
     // Opens path write-only and truncating after resetting all page state.
-    bool openForWrite(const QString &path, QString &error);
+    bool openForWrite(const QString &path, QString *error);
     // OpusHead (one page, type 2) and OpusTags (one page, type 0).
-    bool writeHeaders(int channels, QString &error);
+    bool writeHeaders(int channels, QString *error);
     // One page holding exactly the one packet.
-    bool writePage(int headerType, long long granule, const QByteArray &packet, QString &error);
+    bool writePage(int headerType, long long granule, const QByteArray &packet, QString *error);
     // Adds an audio packet to the pending page, writing the pending page
     // first when it is full. An empty packet is not stored.
-    bool appendAudioPacket(const QByteArray &packet, QString &error);
+    bool appendAudioPacket(const QByteArray &packet, QString *error);
     // Writes the pending page (if any packet is pending) as the last page.
-    bool finish(QString &error);
+    bool finish(QString *error);
     void close() override;
 
     bool isOpened() const { return m_opened; }
@@ -57,8 +57,8 @@ public:
 
 private:
     bool writeRawPage(int headerType, qint64 granule, const QByteArray &lacing,
-                      const QByteArray &body, QString &error);
-    bool flushPending(int headerType, QString &error);
+                      const QByteArray &body, QString *error);
+    bool flushPending(int headerType, QString *error);
 
     bool m_opened = false;
     QByteArray m_body;

@@ -57,7 +57,7 @@ void VoiceEncoder::destroyEncoder()
     m_encoder = nullptr;
 }
 
-bool VoiceEncoder::openOutput(const QString &path, int rate, quint32 serial, QString &error)
+bool VoiceEncoder::openOutput(const QString &path, int rate, quint32 serial, QString *error)
 {
     m_writer.inputSampleRate = quint32(rate);
     if (!m_writer.openForWrite(path, error))
@@ -68,7 +68,7 @@ bool VoiceEncoder::openOutput(const QString &path, int rate, quint32 serial, QSt
     return true;
 }
 
-bool VoiceEncoder::writeHeaders(QString &error)
+bool VoiceEncoder::writeHeaders(QString *error)
 {
     return m_writer.writeHeaders(1, error);
 }
@@ -148,7 +148,7 @@ bool VoiceEncoder::encodePcm(QString &logLine, QString &stderrLine)
         if (n > 0) {
             QString error;
             if (!m_writer.appendAudioPacket(QByteArray::fromRawData(m_packet.constData(), n),
-                                            error)) {
+                                            &error)) {
                 logLine = QStringLiteral("voice_rec: ogg write failed: %1").arg(error);
                 return false;
             }
@@ -162,7 +162,7 @@ bool VoiceEncoder::encodePcm(QString &logLine, QString &stderrLine)
     return true;
 }
 
-bool VoiceEncoder::finish(QString &error)
+bool VoiceEncoder::finish(QString *error)
 {
     return m_writer.finish(error);
 }

@@ -36,8 +36,8 @@ public:
     // Opens the output and writes OpusHead and OpusTags. openOutput's error
     // is "ogg: cannot open output"; writeHeaders' "ogg: not opened" or
     // "ogg: write failed".
-    bool openOutput(const QString &path, int rate, quint32 serial, QString &error);
-    bool writeHeaders(QString &error);
+    bool openOutput(const QString &path, int rate, quint32 serial, QString *error);
+    bool writeHeaders(QString *error);
 
     // Capture format: channels 1 or 2; frame size becomes rate / 50.
     void setCaptureFormat(int rate, int channels);
@@ -55,7 +55,7 @@ public:
     bool encodePcm(QString &logLine, QString &stderrLine);
 
     // Last page (type 4) when packets are pending, then closes the file.
-    bool finish(QString &error);
+    bool finish(QString *error);
     void closeOutput();
     bool outputOpened() const { return m_writer.isOpened(); }
 

@@ -7,26 +7,33 @@
 #include <QFile>
 
 bool encode_wav_to_voice_ogg(OpusLib &opus, const QString &wavPath, const QString &oggPath,
-                             QString &error, bool standardGranules, qint64 *recordedSamples)
+                             QString *error, bool standardGranules, qint64 *recordedSamples)
 {
-    error.clear();
+    if (error)
+        error->clear();
     WavPcm16 wav;
     if (!read_wav_pcm16(wavPath, wav, error))
         return false;
     static const int rates[] = {48000, 24000, 16000, 12000, 8000};
     if (std::find(std::begin(rates), std::end(rates), wav.sampleRate) == std::end(rates)) {
-        error = QStringLiteral("wav: unsupported sample rate %1").arg(wav.sampleRate);
+        if (error)
+            *error = QStringLiteral("wav: unsupported sample rate %1").arg(wav.sampleRate);
         return false;
     }
     if (wav.channels != 1 && wav.channels != 2) {
-        error = QStringLiteral("wav: unsupported channel count %1").arg(wav.channels);
+        if (error)
+            *error = QStringLiteral("wav: unsupported channel count %1").arg(wav.channels);
         return false;
     }
 
     VoiceEncoder enc(opus);
     int err = 0;
-    if (!enc.createEncoder(wav.sampleRate, err, error))
+    QString line;
+    if (!enc.createEncoder(wav.sampleRate, err, line)) {
+        if (error)
+            *error = line;
         return false;
+    }
     if (!enc.openOutput(oggPath, wav.sampleRate,
                         ogg_serial_from_ms(QDateTime::currentMSecsSinceEpoch()), error))
         return false;
@@ -43,7 +50,9 @@ bool encode_wav_to_voice_ogg(OpusLib &opus, const QString &wavPath, const QStrin
     QString stderrLine;
     for (int pos = 0; pos < wav.samples.size(); pos += chunk) {
         enc.appendPcm(wav.samples.constData() + pos, qMin(chunk, wav.samples.size() - pos));
-        if (!enc.encodePcm(error, stderrLine)) {
+        if (!enc.encodePcm(line, stderrLine)) {
+            if (error)
+                *error = line;
             enc.closeOutput();
             return false;
         }

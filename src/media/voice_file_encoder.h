@@ -9,5 +9,5 @@ class OpusLib;
 // microphone. The rate must be one a capture device could have been opened
 // with: 48000, 24000, 16000, 12000 or 8000 Hz; one or two channels.
 bool encode_wav_to_voice_ogg(OpusLib &opus, const QString &wavPath, const QString &oggPath,
-                             QString &error, bool standardGranules = false,
+                             QString *error, bool standardGranules = false,
                              qint64 *recordedSamples = nullptr);

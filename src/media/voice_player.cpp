@@ -91,7 +91,7 @@ QString VoicePlayer::ensureWavForVoiceFile(long long fileId, const QString &path
     QFile::remove(tmp);
     m_services.log(QStringLiteral("voice: decoding opus->wav file_id=%1\n").arg(fileId));
     QString error;
-    if (!decodeOgaOpusToWav(m_opus, path, tmp, error)) {
+    if (!decodeOgaOpusToWav(m_opus, path, tmp, &error)) {
         m_services.log(QStringLiteral("voice: decode failed: %1\n").arg(error));
         QFile::remove(tmp);
         return QString();

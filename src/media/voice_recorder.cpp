@@ -120,7 +120,7 @@ void VoiceRecorder::startVoiceRecording()
     const QString path = folder + QStringLiteral("/voice_%1.ogg").arg(nowMs);
 
     QString error;
-    if (!m_encoder.openOutput(path, rate, ogg_serial_from_ms(nowMs), error)) {
+    if (!m_encoder.openOutput(path, rate, ogg_serial_from_ms(nowMs), &error)) {
         m_services.log(error.isEmpty()
                            ? QStringLiteral("voice_rec: ogg open failed\n")
                            : QStringLiteral("voice_rec: ogg open failed: %1\n").arg(error));
@@ -129,7 +129,7 @@ void VoiceRecorder::startVoiceRecording()
         m_encoder.destroyEncoder();
         return;
     }
-    if (!m_encoder.writeHeaders(error)) {
+    if (!m_encoder.writeHeaders(&error)) {
         m_services.log(error.isEmpty()
                            ? QStringLiteral("voice_rec: ogg headers failed\n")
                            : QStringLiteral("voice_rec: ogg headers failed: %1\n").arg(error));
@@ -176,8 +176,11 @@ void VoiceRecorder::pollCapture()
         return;
     ALCint n = 0;
     al->alcGetIntegerv(m_device, ALC_CAPTURE_SAMPLES, 1, &n);
-    if (n <= 0)
+    if (n <= 0) {
+        // Silence so far: the panel's clock still moves.
+        Q_EMIT inputLevelChanged(0);
         return;
+    }
     const int rate = m_captureRate > 0 ? m_captureRate : 48000;
     n = qMin<ALCint>(n, rate);
     const int bytes = n * m_captureChannels * 2;
@@ -185,6 +188,11 @@ void VoiceRecorder::pollCapture()
         m_captureScratch.resize(bytes);
     al->alcCaptureSamples(m_device, m_captureScratch.data(), n);
     m_encoder.appendPcm(m_captureScratch.constData(), bytes);
+    int peak = 0;
+    const auto *samples = reinterpret_cast<const qint16 *>(m_captureScratch.constData());
+    for (int i = 0, count = bytes / 2; i < count; ++i)
+        peak = qMax(peak, qAbs(int(samples[i])));
+    Q_EMIT inputLevelChanged(qreal(peak) / 32768.0);
 }
 
 void VoiceRecorder::onVoiceOpenAlPoll()
@@ -237,7 +245,7 @@ void VoiceRecorder::stopVoiceRecording(bool send)
     bool failed = false;
     if (m_encoder.outputOpened()) {
         QString error;
-        if (!m_encoder.finish(error)) {
+        if (!m_encoder.finish(&error)) {
             m_services.log(QStringLiteral("voice_rec: ogg finish failed: %1\n").arg(error));
             failed = true;
         }

@@ -55,6 +55,8 @@ Q_SIGNALS:
     void voiceRecordingChanged(bool recording);
     // The voice note was sent as an answer: the reply panel closes.
     void replyTargetConsumed();
+    // Peak level (0..1) of the samples of the last capture poll.
+    void inputLevelChanged(qreal level);
 
 private:
     void pollCapture();

@@ -3,37 +3,43 @@
 #include <QFile>
 #include <QtEndian>
 
-bool read_wav_pcm16(const QString &path, WavPcm16 &wav, QString &error, qint64 maxDataBytes)
+bool read_wav_pcm16(const QString &path, WavPcm16 &wav, QString *error, qint64 maxDataBytes)
 {
-    error.clear();
+    if (error)
+        error->clear();
     wav = WavPcm16();
     QFile f(path);
     if (!f.open(QIODevice::ReadOnly)) {
-        error = QStringLiteral("wav: cannot open input");
+        if (error)
+            *error = QStringLiteral("wav: cannot open input");
         return false;
     }
     char riff[12];
     if (f.read(riff, 12) != 12 || memcmp(riff, "RIFF", 4) != 0 ||
         memcmp(riff + 8, "WAVE", 4) != 0) {
-        error = QStringLiteral("wav: not a RIFF/WAVE file");
+        if (error)
+            *error = QStringLiteral("wav: not a RIFF/WAVE file");
         return false;
     }
     bool haveFmt = false;
     while (true) {
         char ch[8];
         if (f.read(ch, 8) != 8) {
-            error = QStringLiteral("wav: no data chunk");
+            if (error)
+                *error = QStringLiteral("wav: no data chunk");
             return false;
         }
         const quint32 size = qFromLittleEndian<quint32>(ch + 4);
         if (memcmp(ch, "fmt ", 4) == 0) {
             if (size < 16 || size > 1024) {
-                error = QStringLiteral("wav: bad fmt chunk");
+                if (error)
+                    *error = QStringLiteral("wav: bad fmt chunk");
                 return false;
             }
             const QByteArray fmt = f.read(size + (size & 1));
             if (fmt.size() < int(size)) {
-                error = QStringLiteral("wav: truncated fmt chunk");
+                if (error)
+                    *error = QStringLiteral("wav: truncated fmt chunk");
                 return false;
             }
             const quint16 tag = qFromLittleEndian<quint16>(fmt.constData());
@@ -42,13 +48,15 @@ bool read_wav_pcm16(const QString &path, WavPcm16 &wav, QString &error, qint64 m
             wav.sampleRate = int(qFromLittleEndian<quint32>(fmt.constData() + 4));
             // 0xFFFE (extensible) carries plain PCM in the cases we accept.
             if ((tag != 1 && tag != 0xFFFE) || bits != 16) {
-                error = QStringLiteral("wav: only 16-bit PCM is supported");
+                if (error)
+                    *error = QStringLiteral("wav: only 16-bit PCM is supported");
                 return false;
             }
             haveFmt = true;
         } else if (memcmp(ch, "data", 4) == 0) {
             if (!haveFmt) {
-                error = QStringLiteral("wav: data before fmt");
+                if (error)
+                    *error = QStringLiteral("wav: data before fmt");
                 return false;
             }
             qint64 want = size;
@@ -56,7 +64,8 @@ bool read_wav_pcm16(const QString &path, WavPcm16 &wav, QString &error, qint64 m
             if (want == 0 || want == 0xFFFFFFFFLL)
                 want = f.size() - f.pos();
             if (want > maxDataBytes) {
-                error = QStringLiteral("wav: data too large");
+                if (error)
+                    *error = QStringLiteral("wav: data too large");
                 return false;
             }
             wav.samples = f.read(want);
@@ -65,7 +74,8 @@ bool read_wav_pcm16(const QString &path, WavPcm16 &wav, QString &error, qint64 m
             return true;
         } else {
             if (!f.seek(f.pos() + size + (size & 1))) {
-                error = QStringLiteral("wav: truncated chunk");
+                if (error)
+                    *error = QStringLiteral("wav: truncated chunk");
                 return false;
             }
         }

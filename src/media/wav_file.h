@@ -14,5 +14,5 @@ struct WavPcm16
 // Reads a RIFF/WAVE file with a PCM fmt chunk of 16 bits per sample. Chunks
 // other than "fmt " and "data" are skipped. maxDataBytes bounds the samples
 // kept in memory.
-bool read_wav_pcm16(const QString &path, WavPcm16 &wav, QString &error,
+bool read_wav_pcm16(const QString &path, WavPcm16 &wav, QString *error,
                     qint64 maxDataBytes = qint64(1) << 31);

@@ -1,4 +1,5 @@
 #include "backend_link/app_log.h"
+#include "common/test_util.h"
 
 #include <QBuffer>
 #include <QFile>
@@ -90,9 +91,7 @@ void TestAppLog::uiFileLog()
     log.appendUiFileLog(QStringLiteral("react: x")); // unterminated gets a line feed
     log.appendUiFileLog(QStringLiteral("ui: Привет\n"));
     const QString after = QDateTime::currentDateTimeUtc().toString("yyyy-MM-ddTHH:mm:ss.zzzZ");
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    const QStringList lines = QString::fromUtf8(f.readAll()).split('\n');
+    const QStringList lines = QString::fromUtf8(test_util::readAll(path)).split('\n');
     QCOMPARE(lines.size(), 3);
     QCOMPARE(lines.at(2), QString());
     const QRegularExpression stamp("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3}Z ");

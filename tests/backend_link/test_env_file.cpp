@@ -1,6 +1,6 @@
 #include "backend_link/env_file.h"
+#include "common/test_util.h"
 
-#include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -78,13 +78,8 @@ void TestEnvFile::getAndUpsert()
 void TestEnvFile::loadEnvFile()
 {
     QTemporaryDir dir;
-    const auto write = [&](const char *name, const QByteArray &bytes) {
-        QFile f(dir.filePath(name));
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
-    };
-    write("a.env", "X=from_a\nNAME=Zoë Ђорђе\n");
-    write("b.env", "# comment\nX = from_b\n");
+    QVERIFY(test_util::writeFile(dir.filePath("a.env"), "X=from_a\nNAME=Zoë Ђорђе\n"));
+    QVERIFY(test_util::writeFile(dir.filePath("b.env"), "# comment\nX = from_b\n"));
     QStringList env{"X=inherited", "PATH=/bin"};
     load_env_file(env, dir.filePath("a.env"));
     load_env_file(env, dir.filePath("b.env"));

@@ -9,9 +9,9 @@
 
 #include <memory>
 
-#include "link_test_util.h"
+#include "common/test_util.h"
 
-using namespace link_test;
+using namespace test_util;
 
 class TestEventIntake : public QObject
 {

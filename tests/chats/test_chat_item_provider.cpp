@@ -1,6 +1,8 @@
 #include "chats/chat_list_model.h"
 #include "chats/ui/chat_item_provider.h"
-#include "chats_test_util.h"
+#include "common/test_util.h"
+
+using namespace test_util;
 #include "platform/array_data_model.h"
 #include "platform/ui/list_view.h"
 
@@ -28,39 +30,10 @@ class TestChatItemProvider : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void controlTree();
     void fill_data();
     void fill();
     void insideListView();
 };
-
-void TestChatItemProvider::controlTree()
-{
-    QTemporaryDir dir;
-    ChatItemProvider provider(dir.filePath(QStringLiteral("ui-cache")));
-    std::unique_ptr<QWidget> item(provider.createItem(nullptr, QString()));
-    QWidget *it = item.get();
-    for (const char *name : {"avatar", "avatar_img", "avatar_letter", "title", "time", "preview",
-                             "badge", "badge_circle", "badge_num"}) {
-        QVERIFY2(child(it, name), name);
-    }
-    item->resize(720, 189);
-    item->show();
-    QWidget *row = child(it, "chat_row");
-    QCOMPARE(QList<int>({row->height(), row->minimumHeight(), row->maximumHeight()}),
-             QList<int>({188, 188, 188}));
-    QCOMPARE(child(it, "avatar")->geometry().size(), QSize(144, 144));
-    QCOMPARE(child(it, "avatar")->y(), 14);
-    QCOMPARE(child(it, "avatar_letter")->size(), QSize(144, 144));
-    QCOMPARE(child(it, "badge")->size(), QSize(56, 56));
-    QCOMPARE(child(it, "divider")->height(), 1);
-    QVERIFY(child(it, "avatar_letter")->font().bold() && child(it, "title")->font().bold());
-    auto *circle = child<QLabel>(it, "badge_circle");
-    QCOMPARE(circle->property("image_path").toString(),
-             dir.filePath(QStringLiteral("ui-cache/unread_badge_bg_rr_56_r10_a128.png")));
-    QCOMPARE(circle->pixmap(Qt::ReturnByValue).size(), QSize(56, 56));
-    QVERIFY(child(it, "badge")->isHidden());
-}
 
 void TestChatItemProvider::fill_data()
 {

@@ -109,6 +109,11 @@ void TestChatScreen::keyboard_data()
         << "hi";
     QTest::newRow("Esc goes back") << "" << int(Qt::Key_Escape) << 0 << "backRequested"
                                    << "hi";
+    QTest::newRow("Up in text moves the cursor") << "" << int(Qt::Key_Up) << 0 << ""
+                                                 << "hi";
+    QTest::newRow("Up in an empty composer edits")
+        << "empty" << int(Qt::Key_Up) << 0 << "editLastRequested"
+        << "";
 }
 
 void TestChatScreen::keyboard()
@@ -126,7 +131,7 @@ void TestChatScreen::keyboard()
     c.setEditPreview(state.contains("edit") ? QStringLiteral("Edit: x") : QString());
     c.setReplyPreview(state.contains("reply") ? QStringLiteral("Reply: y") : QString());
     c.setSelectionMode(state.contains("selection"));
-    c.setComposerText(QStringLiteral("hi"));
+    c.setComposerText(state.contains("empty") ? QString() : QStringLiteral("hi"));
     c.focusComposer();
     QList<QSignalSpy *> spies;
     const QMetaObject *mo = c.metaObject();

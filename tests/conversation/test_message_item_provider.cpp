@@ -103,6 +103,12 @@ void TestMessageItemProvider::texts_data()
         << "see <a href=\"https://a.org/x?q=1&amp;r=2\">https://a.org/x?q=1&amp;r=2</a> or "
            "<a href=\"www.b.org,\">www.b.org,</a> <a href=\"t.me/vexa\">t.me/vexa</a><br/>bye "
            "http:";
+    QTest::newRow("emoji runs in the emoji font, tags left alone")
+        << wrap_emoji_runs(QString::fromUtf8("hi \U0001F44D\U0001F3FD\u200D x <a href=\"\u2764\">"),
+                           "E")
+        << QString::fromUtf8(
+               "hi <span style=\"font-family:'E'\">\U0001F44D\U0001F3FD\u200D</span> x "
+               "<a href=\"\u2764\">");
     QTest::newRow("markup in text is text")
         << message_rich_text("<b>x</b>") << "&lt;b&gt;x&lt;/b&gt;";
 }

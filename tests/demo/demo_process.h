@@ -29,11 +29,7 @@ inline QString demo_backend_program()
 class DemoProcess
 {
 public:
-    explicit DemoProcess(const QString &root) : m_root(root)
-    {
-        QDir().mkpath(dbDir());
-        QDir().mkpath(filesDir());
-    }
+    explicit DemoProcess(const QString &root) : m_root(root) {}
     ~DemoProcess()
     {
         if (m_proc.state() != QProcess::NotRunning) {
@@ -49,14 +45,25 @@ public:
     QProcess &process() { return m_proc; }
 
     void setEnv(const QString &key, const QString &value) { m_extraEnv.insert(key, value); }
+    // Starts without any path in the environment, in the given folder, the
+    // way a user starts the backend by hand; root must then be the data
+    // folder the backend picks.
+    void useDefaultFolders(const QString &workingDir) { m_workingDir = workingDir; }
 
     bool start(const QStringList &args = {})
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("TDLIB_DB_DIR"), dbDir());
-        env.insert(QStringLiteral("TDLIB_FILES_DIR"), filesDir());
-        env.insert(QStringLiteral("BACKEND_EVENTS_FILE"), eventsPath());
-        env.insert(QStringLiteral("TDLIB_LOG_FILE"), logPath());
+        for (const char *key : {"TDLIB_DB_DIR", "TDLIB_FILES_DIR", "BACKEND_EVENTS_FILE",
+                                "TDLIB_LOG_FILE", "VEXA_DATA_DIR", "XDG_DATA_HOME"})
+            env.remove(QLatin1String(key));
+        if (m_workingDir.isEmpty()) {
+            env.insert(QStringLiteral("TDLIB_DB_DIR"), dbDir());
+            env.insert(QStringLiteral("TDLIB_FILES_DIR"), filesDir());
+            env.insert(QStringLiteral("BACKEND_EVENTS_FILE"), eventsPath());
+            env.insert(QStringLiteral("TDLIB_LOG_FILE"), logPath());
+        } else {
+            m_proc.setWorkingDirectory(m_workingDir);
+        }
         env.insert(QStringLiteral("TDLIB_LOG_VERBOSITY"), QStringLiteral("2"));
         env.insert(QStringLiteral("TG_AUTO_SEND_PHONE"), QStringLiteral("0"));
         env.insert(QStringLiteral("DEMO_SPEED"), QStringLiteral("0"));
@@ -173,6 +180,25 @@ public:
 
     QList<QJsonObject> between(int from, int to) const { return m_events.mid(from, to - from); }
 
+    // With DEMO_SPEED=0 every answer is written before the next command is
+    // read: once a ping is answered, all earlier commands are. Returns the
+    // index of the answer to the ping, or -1 after the time-out.
+    int settle(int timeoutMs = 30000)
+    {
+        return waitFor(
+            post("ping"),
+            [](const QJsonObject &e) { return e.value(QStringLiteral("pong")).toBool(); },
+            timeoutMs);
+    }
+
+    // Everything a command was answered with (DEMO_SPEED=0).
+    QList<QJsonObject> answers(const QByteArray &command)
+    {
+        const int m = post(command);
+        const int end = settle();
+        return between(m, end < 0 ? m : end);
+    }
+
     // Sends a command and returns the first answer after it that matches, or
     // an empty object after the time-out.
     QJsonObject ask(const QByteArray &command,
@@ -235,6 +261,7 @@ private:
     QString m_root;
     QProcess m_proc;
     QHash<QString, QString> m_extraEnv;
+    QString m_workingDir;
     QByteArray m_stdout;
     qint64 m_offset = 0;
     QByteArray m_partial;
@@ -254,4 +281,55 @@ inline qint64 ev_i64(const QJsonObject &e, const char *key)
 inline QJsonObject td_error_json(const QJsonObject &e)
 {
     return QJsonDocument::fromJson(e.value(QStringLiteral("json")).toString().toUtf8()).object();
+}
+
+// Small readers of events and writers of command arguments.
+inline QByteArray num(qint64 v)
+{
+    return QByteArray::number(v);
+}
+
+inline QByteArray b64(const QString &text)
+{
+    return text.toUtf8().toBase64();
+}
+
+inline QString str(const QJsonObject &e, const char *key)
+{
+    return e.value(QLatin1String(key)).toString();
+}
+
+inline bool flag(const QJsonObject &e, const char *key)
+{
+    return e.value(QLatin1String(key)).toBool();
+}
+
+inline QList<QJsonObject> ofType(const QList<QJsonObject> &events, const char *type)
+{
+    QList<QJsonObject> out;
+    for (const QJsonObject &e : events) {
+        if (ev_type(e) == QLatin1String(type))
+            out.append(e);
+    }
+    return out;
+}
+
+inline bool hasType(const QList<QJsonObject> &events, const char *type)
+{
+    return !ofType(events, type).isEmpty();
+}
+
+// The first element whose key has the value, or an empty object.
+inline QJsonObject findBy(const QList<QJsonObject> &list, const char *key, qint64 value)
+{
+    for (const QJsonObject &e : list) {
+        if (ev_i64(e, key) == value)
+            return e;
+    }
+    return QJsonObject();
+}
+
+inline auto typed(const char *type)
+{
+    return [type](const QJsonObject &e) { return ev_type(e) == QLatin1String(type); };
 }

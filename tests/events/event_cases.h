@@ -5,51 +5,45 @@
 // setup: steps fed before recording starts, "|"-separated: JSON events,
 //   "pending:<name>", "search:<req>", "current:<chat id>:<chat type>".
 // facts, ";"-separated; what is not named must stay empty:
-//   log=<line> file=<ui_debug.log line> toast=<text> sent=<command>
+//   toast=<text> sent=<command>
 //   sig=<signals that fired, comma-separated>
 //   ids=<row order>  row:<id>:<key>=<value> (value "-" = absent)
 //   status=<text>  requested=<file id>  notrequested=<file id>
 //   arg:<signal>:<n>=<text> (or ~<text>: contains)  info:<chat>:<key>=<value>
 //   pending=<text>  searchrows=<n>  avatarpng:<chat id>
 //   same: the rows are untouched, no redraw
-// $LONG is a 250-character message, $200LONG its first 200 characters.
+// $LONG is a 250-character message.
 const char *const kCases = R"(
 backend_ready ::  :: {"type":"backend_ready"} :: sig=statusTextChanged;status=Backend ready
 auth_state Ready ::  :: {"type":"auth_state","state":"Ready"} :: sent=chats 60;sig=authStateChanged,hubOpenRequestCheckRequested,statusTextChanged;status=Auth: Ready;arg:authStateChanged:1=true
 auth_state WaitCode ::  :: {"type":"auth_state","state":"WaitCode"} :: sig=authStateChanged,hubOpenRequestCheckRequested,meChanged,signedInViewResetRequested,statusTextChanged;status=Auth: WaitCode;arg:authStateChanged:1=false;ids=100,200
 need ::  :: {"type":"need","what":"code"} :: sig=statusTextChanged;status=Need: code
-code_info ::  :: {"type":"code_info","delivery":"sms"} :: log=[event] code_info delivery=sms
-td_error react ::  :: {"type":"td_error","json":"{\"message\":\"Too many\",\"@extra\":\"react:5\"}"} :: log=[event] td_error extra=react:5 message=Too many;toast=Too many
-td_error send ::  :: {"type":"td_error","json":"{\"message\":\"Flood\",\"@extra\":\"send:9\"}"} :: log=[event] td_error extra=send:9 message=Flood;toast=Flood
-td_error other tag ::  :: {"type":"td_error","json":"{\"message\":\"x\",\"@extra\":\"open:1\"}"} :: log=[event] td_error extra=open:1 message=x
-td_error without extra ::  :: {"type":"td_error","json":"{\"message\":\"x\"}"} :: log=[event] td_error
-td_error bad json ::  :: {"type":"td_error","json":"{oops"} :: log=[event] td_error
-reaction_ok ::  :: {"type":"reaction_ok","chat_id":100,"id":5,"mode":"add"} :: log=[event] reaction_ok chat_id=100 msg_id=5 mode=add;file=react: ok chat_id=100 msg_id=5 mode=add
-reaction_error long message ::  :: {"type":"reaction_error","chat_id":1,"id":2,"mode":"add","code":400,"message":"$LONG"} :: log=[event] reaction_error chat_id=1 msg_id=2 mode=add code=400 message=$LONG;file=react: error chat_id=1 msg_id=2 mode=add code=400 msg=$200LONG;toast=$LONG
-reaction_error empty message ::  :: {"type":"reaction_error","chat_id":1,"id":2,"mode":"remove","code":3} :: log=[event] reaction_error chat_id=1 msg_id=2 mode=remove code=3 message=;file=react: error chat_id=1 msg_id=2 mode=remove code=3 msg=;toast=Reaction failed
-call_update ::  :: {"type":"call_update","call_id":3,"user_id":42,"outgoing":true,"state":"ringing"} :: log=[event] call_update call_id=3 user_id=42 outgoing=true state=ringing
-call_signaling ::  :: {"type":"call_signaling","call_id":3,"b64_len":120} :: log=[event] call_signaling call_id=3 b64_len=120
+code_info ::  :: {"type":"code_info","delivery":"sms"} :: 
+td_error react ::  :: {"type":"td_error","json":"{\"message\":\"Too many\",\"@extra\":\"react:5\"}"} :: toast=Too many
+td_error send ::  :: {"type":"td_error","json":"{\"message\":\"Flood\",\"@extra\":\"send:9\"}"} :: toast=Flood
+td_error other tag ::  :: {"type":"td_error","json":"{\"message\":\"x\",\"@extra\":\"open:1\"}"} :: 
+reaction_ok ::  :: {"type":"reaction_ok","chat_id":100,"id":5,"mode":"add"} :: 
+reaction_error long message ::  :: {"type":"reaction_error","chat_id":1,"id":2,"mode":"add","code":400,"message":"$LONG"} :: toast=$LONG
+call_update ::  :: {"type":"call_update","call_id":3,"user_id":42,"outgoing":true,"state":"ringing"} :: 
+call_signaling ::  :: {"type":"call_signaling","call_id":3,"b64_len":120} :: 
 message_properties ::  :: {"type":"message_properties","chat_id":100,"id":5,"can_be_replied":true} :: sig=messageEvent;arg:messageEvent:0~message_properties
 message_properties_error ::  :: {"type":"message_properties_error","chat_id":100,"id":5} :: sig=messageEvent
-edit_error ::  :: {"type":"edit_error","code":400,"message":"boom"} :: log=[event] edit_error code=400 msg=boom;toast=Edit failed: boom
-edit_error empty ::  :: {"type":"edit_error","code":400} :: log=[event] edit_error code=400 msg=;toast=Edit failed
-delete_error ::  :: {"type":"delete_error","code":403,"message":"no"} :: log=[event] delete_error code=403 msg=no;toast=Delete failed: no
-delete_error empty ::  :: {"type":"delete_error","code":403} :: log=[event] delete_error code=403 msg=;toast=Delete failed
+edit_error ::  :: {"type":"edit_error","code":400,"message":"boom"} :: toast=Edit failed: boom
+delete_error ::  :: {"type":"delete_error","code":403,"message":"no"} :: toast=Delete failed: no
 me ::  :: {"type":"me","id":" 7 ","first_name":" Ann ","last_name":"Lee ","username":"ann","phone":"+1","photo_small_id":901} :: sig=meChanged,meDebugTextChanged;arg:meDebugTextChanged:0=ME id=7;requested=901
 user peer of open chat ::  :: {"type":"user","id":42,"name":"Bob","photo_small_id":0,"status_type":" Online "} :: sig=chatHeaderSubtitleChanged;arg:chatHeaderSubtitleChanged:0=online
 user is me ::  :: {"type":"user","id":7,"name":" Me Too ","photo_small_id":902,"status_type":"online"} :: sig=meChanged;requested=902
 user other ::  :: {"type":"user","id":55,"name":"Zed","status_type":"recently"} :: 
-chats_begin ::  :: {"type":"chats_begin"} :: log=[event] chats_begin;ids=;notrequested=700
+chats_begin ::  :: {"type":"chats_begin"} :: ids=;notrequested=700
 chat new ::  :: {"type":"chat","id":300,"title":"Gamma","chat_type":"channel","order":"60","photo_small_id":3000,"unread_count":2,"pinned":true,"last_text":"a\nb","last_date":1700000000,"last_outgoing":false,"muted_known":true,"muted":false} :: sig=hubOpenRequestCheckRequested;ids=300,100,200;row:300:last_text=a b;row:300:unread_count=2;row:300:muted=false;row:300:last_outgoing=false;row:300:order=60;row:300:pinned=true;requested=3000
 chat order 0 not written ::  :: {"type":"chat","id":301,"title":"Delta","order":0} :: sig=hubOpenRequestCheckRequested;ids=100,200,301;row:301:order=-;row:301:photo_small_id=-
 chat current read outbox ::  :: {"type":"chat","id":100,"last_read_outbox_message_id":9} :: sig=currentChatReadOutboxChanged,hubOpenRequestCheckRequested;arg:currentChatReadOutboxChanged:0=3;arg:currentChatReadOutboxChanged:1=9;arg:currentChatReadOutboxChanged:2=false;row:100:last_read_outbox_message_id=9
-tg_resolve_error :: pending:Durov :: {"type":"tg_resolve_error","username":"durov","code":400,"message":"not found"} :: log=ui: tg_resolve_error username=durov code=400 msg=not found;toast=Can't open @durov: not found;pending=
-tg_resolve_error other name :: pending:alice :: {"type":"tg_resolve_error","username":"bob","code":400} :: log=ui: tg_resolve_error username=bob code=400 msg=;toast=Can't open @bob;pending=alice
-tg_resolve_error no name ::  :: {"type":"tg_resolve_error","code":400,"message":"x"} :: log=ui: tg_resolve_error username= code=400 msg=x;toast=Can't open Telegram link
-tg_resolve :: pending:NEWS :: {"type":"tg_resolve","username":"news","chat_id":555,"chat_type":"channel","photo_small_id":77} :: log=ui: tg_resolve username=news chat_id=555;sig=openChatRequested;pending=;requested=77;arg:openChatRequested:0={"chat_type":"channel","id":"555","photo_small_id":"77","title":"@news"}
-tg_resolve titled ::  :: {"type":"tg_resolve","chat_id":556,"title":"Town"} :: log=ui: tg_resolve username= chat_id=556;sig=openChatRequested;arg:openChatRequested:0={"chat_type":"","id":"556","photo_small_id":"0","title":"Town"}
-tg_resolve untitled ::  :: {"type":"tg_resolve","chat_id":557} :: log=ui: tg_resolve username= chat_id=557;sig=openChatRequested;arg:openChatRequested:0~"title":"Chat"
-tg_resolve zero chat ::  :: {"type":"tg_resolve","username":"news","chat_id":0} :: log=ui: tg_resolve username=news chat_id=0;toast=Can't open @news
+tg_resolve_error :: pending:Durov :: {"type":"tg_resolve_error","username":"durov","code":400,"message":"not found"} :: toast=Can't open @durov: not found;pending=
+tg_resolve_error other name :: pending:alice :: {"type":"tg_resolve_error","username":"bob","code":400} :: toast=Can't open @bob;pending=alice
+tg_resolve_error no name ::  :: {"type":"tg_resolve_error","code":400,"message":"x"} :: toast=Can't open Telegram link
+tg_resolve :: pending:NEWS :: {"type":"tg_resolve","username":"news","chat_id":555,"chat_type":"channel","photo_small_id":77} :: sig=openChatRequested;pending=;requested=77;arg:openChatRequested:0={"chat_type":"channel","id":"555","photo_small_id":"77","title":"@news"}
+tg_resolve titled ::  :: {"type":"tg_resolve","chat_id":556,"title":"Town"} :: sig=openChatRequested;arg:openChatRequested:0={"chat_type":"","id":"556","photo_small_id":"0","title":"Town"}
+tg_resolve zero chat ::  :: {"type":"tg_resolve","username":"news","chat_id":0} :: toast=Can't open @news
 file_progress ::  :: {"type":"file_progress","id":5,"downloaded":10,"total":20} :: sig=fileEvent
 file avatar ::  :: {"type":"file","id":700,"path":"$DATA/src.png"} :: sig=avatarReady,fileEvent;avatarpng:100
 file own photo ::  :: {"type":"file","id":900,"path":"$DATA/src.png"} :: sig=avatarReady,fileEvent,meChanged
@@ -74,22 +68,18 @@ chat_info channel :: current:200:channel :: {"type":"chat_info","chat_id":200,"m
 chat_info_error ::  :: {"type":"chat_info_error","chat_id":1,"code":400} :: toast=Chat info failed (400)
 chat_info_error message ::  :: {"type":"chat_info_error","chat_id":1,"code":400,"message":"gone"} :: toast=gone
 chat_mute_toggled ::  :: {"type":"chat_mute_toggled","chat_id":100,"muted":true} :: toast=Muted;sig=chatInfoChanged;row:100:muted=true;row:100:muted_known=true
-chat_mute_toggled off ::  :: {"type":"chat_mute_toggled","chat_id":100,"muted":false} :: toast=Unmuted;sig=chatInfoChanged;row:100:muted=false
 history_cleared current ::  :: {"type":"history_cleared","chat_id":100} :: toast=History cleared;sent=history 100 30
 history_cleared other ::  :: {"type":"history_cleared","chat_id":200} :: toast=History cleared
-history_cleared zero ::  :: {"type":"history_cleared","chat_id":0} :: 
 chat_left current ::  :: {"type":"chat_left","chat_id":100} :: toast=Left;sig=backToChatsRequested;ids=200
 chat_joined ::  :: {"type":"chat_joined","chat_id":300} :: toast=Joined;sent=chats 60;sig=chatInfoChanged;info:300:is_member=true
 chat_deleted other ::  :: {"type":"chat_deleted","chat_id":200} :: toast=Deleted;ids=100
 action_error ::  :: {"type":"action_error","action":"leave","message":"nope"} :: toast=Action failed: nope
-action_error empty ::  :: {"type":"action_error","action":"leave"} :: toast=Action failed
 search_begin clears :: search:5|{"type":"search_chat","req":5,"id":1,"title":"a"} :: {"type":"search_begin","req":5} :: searchrows=0
 search_begin stale :: search:5|{"type":"search_chat","req":5,"id":1,"title":"a"} :: {"type":"search_begin","req":4} :: searchrows=1
 search_chat :: search:5 :: {"type":"search_chat","req":5,"idx":0,"id":8,"title":"Found","photo_small_id":88} :: searchrows=1;requested=88
 search_chat stale :: search:5 :: {"type":"search_chat","req":6,"id":8} :: searchrows=0
 search_end empty :: search:5 :: {"type":"search_end","req":5} :: toast=No matches
 search_end rows :: search:5|{"type":"search_chat","req":5,"id":1,"title":"a"} :: {"type":"search_end","req":5} :: sig=chatSearchResultsReady
-search_end zero req ::  :: {"type":"search_end","req":0} :: 
 connection_state ::  :: {"type":"connection_state","state":"ready"} :: sig=connectionStateChanged;arg:connectionStateChanged:0=ready
 connection_state empty ::  :: {"type":"connection_state"} :: sig=connectionStateChanged;arg:connectionStateChanged:0=unknown
 pinned_message ::  :: {"type":"pinned_message","chat_id":100} :: sig=pinnedEvent;arg:pinnedEvent:0~pinned_message
@@ -97,7 +87,7 @@ pinned_none ::  :: {"type":"pinned_none","chat_id":100} :: sig=pinnedEvent;arg:p
 pinned_list_begin ::  :: {"type":"pinned_list_begin","chat_id":100} :: sig=pinnedEvent;arg:pinnedEvent:0~pinned_list_begin
 pinned_list_item ::  :: {"type":"pinned_list_item","chat_id":100} :: sig=pinnedEvent;arg:pinnedEvent:0~pinned_list_item
 pinned_list_end ::  :: {"type":"pinned_list_end","chat_id":100} :: sig=pinnedEvent;arg:pinnedEvent:0~pinned_list_end
-chats_end :: {"type":"chats_begin"}|{"type":"chat","id":300,"order":1}|{"type":"chat","id":400,"order":90} :: {"type":"chats_end"} :: log=[event] chats_end;sig=hubOpenRequestCheckRequested;ids=400,300
+chats_end :: {"type":"chats_begin"}|{"type":"chat","id":300,"order":1}|{"type":"chat","id":400,"order":90} :: {"type":"chats_end"} :: sig=hubOpenRequestCheckRequested;ids=400,300
 history_begin ::  :: {"type":"history_begin","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~history_begin
 history_clear ::  :: {"type":"history_clear","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~history_clear
 message ::  :: {"type":"message","chat_id":100} :: sig=messageEvent;ids=100,200;arg:messageEvent:0~message
@@ -111,16 +101,15 @@ message_update last message ::  :: {"type":"message_update","chat_id":100,"id":5
 message_update older message ::  :: {"type":"message_update","chat_id":100,"id":4,"text":"edited"} :: sig=messageEvent;row:100:last_text=-
 message_new ::  :: {"type":"message_new","chat_id":200,"id":80,"date":1700000500,"content_type":"text","text":"hi","outgoing":true} :: sig=messageEvent;ids=100,200;row:200:last_text=hi;row:200:last_message_id=80;row:200:last_outgoing=true;row:200:last_date=1700000500
 message_new unknown chat inserts ::  :: {"type":"message_new","chat_id":999,"id":1,"date":5,"text":"yo"} :: sig=messageEvent;ids=100,200,999;row:999:last_text=yo
-send_ok ::  :: {"type":"send_ok"} :: log=[event] send_ok
+send_ok ::  :: {"type":"send_ok"} :: 
 td_closed ::  :: {"type":"td_closed"} :: sig=statusTextChanged;status=TDLib closed
-pending resolve on Ready :: pending: durov  :: {"type":"auth_state","state":"Ready"} :: sent=chats 60;sent=resolve durov;log=ui: tg resolve send username=durov;sig=authStateChanged,hubOpenRequestCheckRequested,statusTextChanged
-pending resolve before Ready :: pending:durov :: {"type":"auth_state","state":"WaitCode"} :: sent=resolve durov;log=ui: tg resolve send username=durov;sig=authStateChanged,hubOpenRequestCheckRequested,meChanged,signedInViewResetRequested,statusTextChanged
+pending resolve on Ready :: pending: durov  :: {"type":"auth_state","state":"Ready"} :: sent=chats 60;sent=resolve durov;sig=authStateChanged,hubOpenRequestCheckRequested,statusTextChanged
+pending resolve before Ready :: pending:durov :: {"type":"auth_state","state":"WaitCode"} :: sent=resolve durov;sig=authStateChanged,hubOpenRequestCheckRequested,meChanged,signedInViewResetRequested,statusTextChanged
 pending resolve blank :: pending:    :: {"type":"auth_state","state":"WaitCode"} :: sig=authStateChanged,hubOpenRequestCheckRequested,meChanged,signedInViewResetRequested,statusTextChanged
 line break never reaches a command :: pending:du\nrov :: {"type":"auth_state","state":"WaitCode"} :: sig=authStateChanged,hubOpenRequestCheckRequested,meChanged,signedInViewResetRequested,statusTextChanged
 repeated unread leaves the model alone :: {"type":"chat_unread","chat_id":200,"unread_count":6} :: {"type":"chat_unread","chat_id":200,"unread_count":6} :: same
 hub_notify_message leaves no trace ::  :: {"type":"hub_notify_message","chat_id":100} :: same
 unknown type ::  :: {"type":"brand_new","chat_id":100} :: same
-type case differs ::  :: {"type":"Chat","id":100,"title":"x"} :: same
 no type ::  :: {"chat_id":100} :: same
 empty map ::  :: {} :: same
 )";

@@ -1,16 +1,11 @@
 #include "events/presence.h"
 #include "platform/array_data_model.h"
 
+#include "common/test_util.h"
+
 #include <QtTest>
 
-namespace {
-
-qint64 localSecs(int y, int m, int d, int hh, int mm)
-{
-    return QDateTime(QDate(y, m, d), QTime(hh, mm), Qt::LocalTime).toSecsSinceEpoch();
-}
-
-} // namespace
+using test_util::localSecs;
 
 class TestPresence : public QObject
 {

@@ -5,7 +5,7 @@
 // source. start() points this process (and so OpenAL and QtMultimedia) at it
 // through a private XDG_RUNTIME_DIR.
 
-#include "audio_test_util.h"
+#include "common/audio.h"
 
 #include <QFileInfo>
 #include <QTemporaryDir>

@@ -4,7 +4,7 @@
 // Playback: Ogg Opus turned into the cached WAV and played by QtMultimedia
 // into the sink, the published properties followed to Started and Stopped.
 
-#include "audio_test_util.h"
+#include "common/audio.h"
 #include "media/audio_libs.h"
 #include "media/media_downloads.h"
 #include "media/ogg_opus_decoder.h"
@@ -50,7 +50,7 @@ private Q_SLOTS:
         QVERIFY2(m_pulse.start(&error), qPrintable(error));
         QVERIFY(write_tone_wav(path("voice-in.wav"), 660, 2.0, 48000, 1));
         m_voiceOgg = path(QStringLiteral("voice.ogg"));
-        QVERIFY2(encode_wav_to_voice_ogg(m_opus, path("voice-in.wav"), m_voiceOgg, error),
+        QVERIFY2(encode_wav_to_voice_ogg(m_opus, path("voice-in.wav"), m_voiceOgg, &error),
                  qPrintable(error));
     }
     void init() { m_rec.clear(); }
@@ -67,7 +67,7 @@ private Q_SLOTS:
         QFETCH(double, freq);
         QFETCH(qint64, replyTo);
         const QString toneFile = path(QStringLiteral("tone.wav"));
-        QVERIFY(write_file(toneFile, wav_bytes(tone(freq, 1.5, 48000, 2, 16000), 48000, 2)));
+        QVERIFY(writeFile(toneFile, wav_bytes(tone(freq, 1.5, 48000, 2, 16000), 48000, 2)));
         VoiceRecorder rec(m_opus, m_openal, path("data"), m_rec.services());
         QSignalSpy changed(&rec, &VoiceRecorder::voiceRecordingChanged);
         QSignalSpy replyDone(&rec, &VoiceRecorder::replyTargetConsumed);
@@ -80,15 +80,16 @@ private Q_SLOTS:
         const QString ogg = rec.recordingPath();
         QVERIFY(ogg.startsWith(path("data/cache/voice-out/voice_")) && ogg.endsWith(".ogg"));
 
-        QTest::qWait(300);
-        // The event loop keeps running meanwhile: the recorder polls the device.
+        // The device delivers before the tone starts; the event loop keeps running meanwhile.
+        QTRY_VERIFY_WITH_TIMEOUT(rec.recordedSamples() >= 4800, 10000);
         QProcess *play = m_pulse.startPaplay(toneFile, this);
         QTRY_VERIFY_WITH_TIMEOUT(play->state() == QProcess::NotRunning, 15000);
         QCOMPARE(play->exitCode(), 0);
         delete play;
-        QTest::qWait(400);
-        QVERIFY2(rec.recordedSamples() >= 72000,
-                 qPrintable(QString::number(rec.recordedSamples())));
+        // The tail of the tone is still on its way through the server: take 400 ms more.
+        const qint64 atEnd = rec.recordedSamples();
+        QTRY_VERIFY_WITH_TIMEOUT(rec.recordedSamples() >= qMax<qint64>(72000, atEnd + 19200),
+                                 10000);
         rec.stopVoiceRecording(true);
         QVERIFY(!rec.voiceRecording());
         QCOMPARE(changed.count(), 2);
@@ -103,11 +104,9 @@ private Q_SLOTS:
         if (replyTo)
             QCOMPARE(replyDone.count(), 1);
         QCOMPARE(rec.replyToMessageId(), qint64(0));
-        QVERIFY(m_rec.log.contains(
-            QStringLiteral("ui: send voice chat=4242 dur=%1s path=%2\n").arg(seconds).arg(ogg)));
 
         QString error;
-        QVERIFY2(decodeOgaOpusToWav(m_opus, ogg, path("captured.wav"), error), qPrintable(error));
+        QVERIFY2(decodeOgaOpusToWav(m_opus, ogg, path("captured.wav"), &error), qPrintable(error));
         Wav out;
         QVERIFY(read_wav(path("captured.wav"), out));
         QCOMPARE(qint64(out.samples.size()), rec.recordedSamples() - 312);
@@ -147,13 +146,12 @@ private Q_SLOTS:
 
     void folderFailureReleasesDevice()
     {
-        QVERIFY(write_file(path("plain-file"), "x"));
+        QVERIFY(writeFile(path("plain-file"), "x"));
         VoiceRecorder rec(m_opus, m_openal, path("plain-file"), m_rec.services());
         rec.setChatId(7);
         rec.startVoiceRecording();
         QVERIFY(!rec.voiceRecording());
         QCOMPARE(m_rec.toaster.shown(), QStringList{"Error: failed to create folder"});
-        QVERIFY(m_rec.log.contains(QStringLiteral("voice_rec: mkpath failed\n")));
         VoiceRecorder again(m_opus, m_openal, path("data"), m_rec.services());
         again.setChatId(7);
         again.startVoiceRecording();
@@ -167,13 +165,11 @@ private Q_SLOTS:
         auto *player = new VoicePlayer(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
         QSignalSpy rows(player, &VoicePlayer::mediaRowsNeedRefresh);
         player->startVoicePlayback(11, m_voiceOgg);
-        QVERIFY(m_rec.log.contains(QStringLiteral("voice: decoding opus->wav file_id=11\n")));
         QVERIFY(QFileInfo(cacheDir() + QStringLiteral("/voice-wav/11.wav")).isFile());
         QCOMPARE(view.property("voice_playing_file_id").toLongLong(), 11LL);
         QVERIFY(rows.contains(QVariantList{11LL}));
 
         QTRY_COMPARE_WITH_TIMEOUT(state(view), 2, 10000);
-        QVERIFY(m_rec.log.contains(QStringLiteral("voice: state=2 (Started)\n")));
         // Audio really reaches the server: a stream of the WAV's format.
         const QString format = QStringLiteral("s16le 1ch 48000Hz");
         QTRY_COMPARE_WITH_TIMEOUT(sinkInputs(format), 1, 5000);
@@ -184,7 +180,6 @@ private Q_SLOTS:
                                   qPrintable(QString::number(duration())), 5000);
 
         QTRY_COMPARE_WITH_TIMEOUT(state(view), 4, 10000);
-        QVERIFY(m_rec.log.contains(QStringLiteral("voice: state=4 (Stopped)\n")));
         for (const char *p : {"voice_playing_file_id", "voice_play_pos_ms", "voice_play_dur_ms"})
             QCOMPARE(view.property(p).toLongLong(), 0LL);
         delete player;
@@ -201,7 +196,12 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(state(view), 3, 5000);
         QCOMPARE(view.property("voice_playing_file_id").toLongLong(), 12LL);
         const uint pausedAt = view.property("voice_play_pos_ms").toUInt();
-        QTest::qWait(400);
+        // A second note serves as the clock: while it plays 400 ms, the paused one stays put.
+        QObject clockView;
+        VoicePlayer clock(m_opus, nullptr, path("clock-cache"), m_rec.services(), &clockView);
+        clock.startVoicePlayback(13, m_voiceOgg);
+        QTRY_VERIFY_WITH_TIMEOUT(clockView.property("voice_play_pos_ms").toUInt() >= 400, 10000);
+        clock.stopVoicePlayback();
         QCOMPARE(view.property("voice_play_pos_ms").toUInt(), pausedAt);
         player.onVoiceTapped(m_voiceOgg, 12);
         QTRY_COMPARE_WITH_TIMEOUT(state(view), 2, 5000);
@@ -234,13 +234,10 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(cacheDir() + QStringLiteral("/voice-wav")));
         const QString wav = cacheDir() + QStringLiteral("/voice-wav/%1.wav").arg(id);
         if (cachedBytes >= 0)
-            QVERIFY(write_file(wav, QByteArray(cachedBytes, 'm')));
+            QVERIFY(writeFile(wav, QByteArray(cachedBytes, 'm')));
         QObject view;
         VoicePlayer player(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
         QCOMPARE(player.ensureWavForVoiceFile(id, voice), wav);
-        QCOMPARE(
-            m_rec.log.contains(QStringLiteral("voice: decoding opus->wav file_id=%1\n").arg(id)),
-            decodes);
         Wav out;
         QCOMPARE(read_wav(wav, out) ? out.samples.size() : -1, decodes ? 100 * 960 - 312 : -1);
         QVERIFY(!QFileInfo::exists(wav + QStringLiteral(".tmp")));
@@ -248,14 +245,11 @@ private Q_SLOTS:
 
     void undecodableFile()
     {
-        QVERIFY(write_file(path("bad.ogg"), QByteArray(200, 'z')));
+        QVERIFY(writeFile(path("bad.ogg"), QByteArray(200, 'z')));
         QObject view;
         VoicePlayer player(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
         player.setPendingFileId(31);
         player.startVoicePlayback(31, path("bad.ogg"));
-        for (const char *l : {"voice: decode failed: opus: invalid ogg capture pattern\n",
-                              "voice: opus decode unavailable; cannot play this file\n"})
-            QVERIFY2(m_rec.log.contains(QLatin1String(l)), l);
         QVERIFY(QDir(cacheDir() + QStringLiteral("/voice-wav")).entryList({"31.*"}).isEmpty());
         QCOMPARE(view.property("voice_pending_file_id").toLongLong(), 0LL);
         QCOMPARE(view.property("voice_playing_file_id").toLongLong(), 0LL);
@@ -271,11 +265,10 @@ private Q_SLOTS:
         player.onVoiceTapped(QString(), 0);
         QVERIFY(m_rec.log.isEmpty());
         player.onVoiceTapped(path("not-here.ogg"), 41);
-        QVERIFY(m_rec.log.contains(QStringLiteral("ui: voice download file_id=41\n")));
         QCOMPARE(view.property("voice_pending_file_id").toLongLong(), 41LL);
         QTRY_COMPARE_WITH_TIMEOUT(m_rec.lines, QStringList{"download 41"}, 2000);
         player.onVoiceTapped(QString(), 41); // waiting already: nothing new
-        QTest::qWait(500);
+        QTRY_VERIFY_WITH_TIMEOUT(!downloads.timerActive(), 5000);
         QCOMPARE(m_rec.lines.size(), 1);
         // The download arrived: the event handler plays the pending id.
         known.insert(41, m_voiceOgg);
@@ -287,7 +280,7 @@ private Q_SLOTS:
         known.insert(42, m_voiceOgg);
         player.onVoiceTapped(QString(), 42);
         QCOMPARE(view.property("voice_playing_file_id").toLongLong(), 42LL);
-        QTest::qWait(500);
+        QVERIFY(!downloads.timerActive() && downloads.queue().isEmpty());
         QCOMPARE(m_rec.lines.size(), 1);
         player.stopVoicePlayback();
     }
@@ -295,7 +288,7 @@ private Q_SLOTS:
     void playerErrorClearsState()
     {
         // A .wav that is not audio goes to the player as it is and fails there.
-        QVERIFY(write_file(path("junk.wav"), QByteArray(4000, '\x5a')));
+        QVERIFY(writeFile(path("junk.wav"), QByteArray(4000, '\x5a')));
         QObject view;
         VoicePlayer player(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
         player.startVoicePlayback(51, path("junk.wav"));

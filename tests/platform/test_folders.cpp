@@ -1,3 +1,4 @@
+#include "common/test_util.h"
 #include "platform/folders.h"
 
 #include <QFile>
@@ -46,12 +47,9 @@ private Q_SLOTS:
             env.insert(pair.section('=', 0, 0), sub(pair.section('=', 1)));
         if (userDirs) {
             env.insert("XDG_CONFIG_HOME", h + "/cfg");
-            QVERIFY(QDir().mkpath(h + "/cfg"));
-            QFile f(h + "/cfg/user-dirs.dirs");
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write(
-                "# "
-                "xdg-user-dirs-update\nXDG_DOWNLOAD_DIR=\"$HOME/Dl\"\nXDG_MUSIC_DIR=\"/srv/m\"\n");
+            QVERIFY(test_util::writeFile(h + "/cfg/user-dirs.dirs",
+                                         "# xdg-user-dirs-update\nXDG_DOWNLOAD_DIR=\"$HOME/Dl\"\n"
+                                         "XDG_MUSIC_DIR=\"/srv/m\"\n"));
         }
 
         const AppFolders f = resolve_app_folders(h + "/app/", env);
@@ -110,9 +108,7 @@ private Q_SLOTS:
         for (const QString &d : {f.dataDir, f.downloadsDir, f.miscDir, f.videosDir})
             QVERIFY2(QFileInfo(d).isDir(), qPrintable(d));
         // A file where a folder should be makes it fail with a message.
-        QFile blocker(root.path() + "/blocked");
-        QVERIFY(blocker.open(QIODevice::WriteOnly));
-        blocker.close();
+        QVERIFY(test_util::writeFile(root.path() + "/blocked", QByteArray()));
         f.dataDir = root.path() + "/blocked/data";
         QVERIFY(!ensure_app_folders(f, &error));
         QVERIFY(error.contains("blocked"));

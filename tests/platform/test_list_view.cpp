@@ -3,6 +3,7 @@
 
 #include <QScrollBar>
 #include <QSignalSpy>
+#include <QVariantAnimation>
 #include <QtTest>
 
 namespace {
@@ -346,7 +347,8 @@ private Q_SLOTS:
         const int yBelow = f.yOf(row + 1), createdBefore = f.created;
         f.model.replace(row, data);
         QTRY_COMPARE(f.updates.contains(row), redrawn);
-        QTest::qWait(20);
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::processEvents();
         QCOMPARE(f.updates, redrawn ? QList<int>{row} : QList<int>{});
         if (!redrawn)
             return;
@@ -383,13 +385,14 @@ private Q_SLOTS:
         }
         QCOMPARE(f.view.scrollOffset(), qint64(200));
         if (pauseMs > 0)
-            QTest::qWait(pauseMs);
+            QTest::qWait(pauseMs); // the finger held still: part of the gesture, not a wait
         QTest::mouseRelease(vp, Qt::LeftButton, Qt::NoModifier, QPoint(50, 150));
         QCOMPARE(trig.count(), 0);
         if (glides) {
             QTRY_VERIFY(f.view.scrollOffset() > 400);
         } else {
-            QTest::qWait(100);
+            for (auto *a : f.view.findChildren<QVariantAnimation *>())
+                QVERIFY(a->state() != QAbstractAnimation::Running);
             QCOMPARE(f.view.scrollOffset(), qint64(200));
         }
         f.checkTiling();

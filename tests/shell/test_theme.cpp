@@ -1,9 +1,13 @@
 #include "shell/debug_flags.h"
 #include "shell/theme.h"
 
+#include "common/test_util.h"
+
 #include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
+
+using test_util::writeFile;
 
 class TestTheme : public QObject
 {
@@ -13,16 +17,10 @@ private Q_SLOTS:
     void readThemeFile();
     void writeThenRead_data();
     void writeThenRead();
-    void brightSharesBlueBetweenMainAndHighlight();
     void disableBubbles_data();
     void disableBubbles();
 
 private:
-    bool put(const QString &path, const QByteArray &bytes)
-    {
-        QFile f(path);
-        return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
-    }
     QTemporaryDir m_dir;
 };
 
@@ -44,7 +42,7 @@ void TestTheme::readThemeFile()
     QFETCH(bool, dark);
     const QString path = theme_file_path(m_dir.path());
     QFile::remove(path);
-    QVERIFY(content == "<missing>" || put(path, content));
+    QVERIFY(content == "<missing>" || writeFile(path, content));
     QCOMPARE(read_theme_file(path), dark);
 }
 
@@ -52,39 +50,23 @@ void TestTheme::writeThenRead_data()
 {
     QTest::addColumn<bool>("dark");
     QTest::addColumn<QByteArray>("bytes");
-    QTest::addColumn<QString>("buttonText");
-    QTest::newRow("dark") << true << QByteArray("dark\n") << QStringLiteral("Theme: Dark");
-    QTest::newRow("bright") << false << QByteArray("bright\n") << QStringLiteral("Theme: Bright");
+    QTest::newRow("dark") << true << QByteArray("dark\n");
+    QTest::newRow("bright") << false << QByteArray("bright\n");
 }
 
 void TestTheme::writeThenRead()
 {
     QFETCH(bool, dark);
     QFETCH(QByteArray, bytes);
-    QFETCH(QString, buttonText);
     const QString path = theme_file_path(m_dir.path());
     // A longer previous content must not survive the rewrite.
-    QVERIFY(put(path, "something much longer than a theme word\n"));
+    QVERIFY(writeFile(path, "something much longer than a theme word\n"));
     QString error;
     QVERIFY2(write_theme_file(path, dark, &error), qPrintable(error));
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QCOMPARE(f.readAll(), bytes);
+    QCOMPARE(test_util::readAll(path), bytes);
     QCOMPARE(read_theme_file(path), dark);
-    QCOMPARE(theme_button_text(dark), buttonText);
     QVERIFY(!write_theme_file(m_dir.path() + "/no/such/folder/ui_theme.txt", dark, &error));
     QVERIFY(!error.isEmpty());
-}
-
-void TestTheme::brightSharesBlueBetweenMainAndHighlight()
-{
-    QCOMPARE(theme_color(ThemeGroup::A, false), theme_color(ThemeGroup::H, false));
-    QCOMPARE(theme_color(ThemeGroup::A, false), QRgb(0xFF2B7CFF));
-    QVERIFY(theme_color(ThemeGroup::A, true) != theme_color(ThemeGroup::H, true));
-    // The dimming layer is the only translucent group.
-    QCOMPARE(qAlpha(theme_color(ThemeGroup::G, true)), 0xBB);
-    QCOMPARE(qAlpha(theme_color(ThemeGroup::G, false)), 0x22);
-    QCOMPARE(theme_color_css(ThemeGroup::G, true), QStringLiteral("rgba(0,0,0,187)"));
 }
 
 void TestTheme::disableBubbles_data()
@@ -107,7 +89,7 @@ void TestTheme::disableBubbles()
     QFETCH(QByteArray, fileText);
     QFETCH(bool, disabled);
     const QString path = td_debug_env_path(m_dir.path());
-    QVERIFY(put(path, fileText));
+    QVERIFY(writeFile(path, fileText));
     QCOMPARE(read_disable_bubbles(path), disabled);
     QVERIFY(!read_disable_bubbles(m_dir.path() + "/missing.env"));
 }

@@ -5,7 +5,7 @@
 #include "backend_link/app_log.h"
 #include "backend_link/event_intake.h"
 #include "chats/chat_list_model.h"
-#include "common.h"
+#include "common/test_util.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
 #include "shell/ui/screens.h"
@@ -165,6 +165,28 @@ void TestDemoSession::signInAndBrowse()
     QVERIFY2(waitFor([&] { return snapshot() != before; }, 30000), "no chat received a message");
     for (int i = 1; i < model->rowCount(); ++i)
         QVERIFY(ChatListModel::chatRowPrecedes(rowAt(i - 1), rowAt(i)));
+
+    // A message of two lines sent to the last chat comes back whole, and the chat moves up.
+    const int last = model->rowCount() - 1;
+    const QString lastId = rowAt(last).value("id").toString();
+    QSignalSpy later(m_spike->eventIntake(), &EventIntake::eventReceived);
+    m_spike->sendLine("send64 " + lastId + ' ' + QByteArray("line one\nline two").toBase64());
+    auto echoed = [&] {
+        for (const QList<QVariant> &e : later) {
+            const QVariantMap m = e.at(0).toMap();
+            if (m.value("type") == "message_new" && m.value("chat_id").toString() == lastId &&
+                m.value("text") == "line one\nline two")
+                return true;
+        }
+        return false;
+    };
+    QVERIFY(waitFor(echoed));
+    QVERIFY(waitFor([&] {
+        for (int i = 0; i < last; ++i)
+            if (rowAt(i).value("id").toString() == lastId)
+                return true;
+        return false;
+    }));
 
     m_spike.reset();
     m_dir.reset();

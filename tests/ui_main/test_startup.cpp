@@ -1,4 +1,4 @@
-#include "common.h"
+#include "common/test_util.h"
 
 #include <QHostAddress>
 #include <QNetworkDatagram>
@@ -22,13 +22,9 @@ private Q_SLOTS:
 
     // One local-mode run, inspected step by step (in this order).
     void bannerPingAndMarker();
-    void childEnvironment_data();
-    void childEnvironment();
     void secondInstanceHandsOverUrl();
     void sigtermRemovesMarker();
 
-    void missingBackendRetries_data();
-    void missingBackendRetries();
     void serviceModeSendsState();
 
 private:
@@ -70,8 +66,6 @@ void TestStartup::start(Run &run, const QString &extraEnv)
     env.insert("QT_QPA_PLATFORM", "offscreen");
     env.insert("VEXA_DATA_DIR", run.data());
     env.insert("VEXA_SHARED_DIR", run.root + "/shared");
-    env.insert("VEXA_TEST_INHERITED", "from parent");
-    env.insert("LD_LIBRARY_PATH", "/inherited/lib");
     if (!extraEnv.isEmpty())
         env.insert(extraEnv.section('=', 0, 0), extraEnv.section('=', 1));
     run.proc = std::make_unique<QProcess>();
@@ -95,10 +89,6 @@ bool TestStartup::stop(Run &run)
 void TestStartup::initTestCase()
 {
     QVERIFY(prepare(m_main, true));
-    const QString misc = m_main.root + "/shared/misc/marlinde/";
-    QVERIFY(writeFile(misc + "tg_api.env", "# credentials\nTG_API_ID=12345\nLAYER=api\n"));
-    QVERIFY(writeFile(misc + "tg_login.env", "TG_PHONE_NUMBER=+15550100\nLAYER=login\n"));
-    QVERIFY(writeFile(misc + "td_debug.env", "LAYER = debug \nTDLIB_LOG_VERBOSITY=4\n=ignored\n"));
     start(m_main);
     QVERIFY(m_main.proc->waitForStarted(5000));
     const bool pinged = waitFor([&] { return QFile::exists(m_main.record(".received")); }, 15000);
@@ -115,31 +105,6 @@ void TestStartup::bannerPingAndMarker()
     const QByteArray marker = readAll(m_main.data() + "/ui_running.txt");
     QVERIFY(marker.endsWith('\n'));
     QVERIFY(qAbs(QDateTime::currentMSecsSinceEpoch() - marker.trimmed().toLongLong()) < 60000);
-}
-
-void TestStartup::childEnvironment_data()
-{
-    QTest::addColumn<QString>("entry");
-    const QString app = m_main.app();
-    for (const QString &e : QStringList{
-             "#cwd=" + app, "LD_LIBRARY_PATH=" + app, QStringLiteral("TDLIB_LOG_VERBOSITY=4"),
-             "BACKEND_EVENTS_FILE=" + m_main.data() + "/backend_events.jsonl",
-             QStringLiteral("TG_API_ID=12345"), QStringLiteral("TG_PHONE_NUMBER=+15550100"),
-             QStringLiteral("LAYER=debug"), QStringLiteral("VEXA_TEST_INHERITED=from parent")})
-        QTest::newRow(qPrintable(e.section('=', 0, 0))) << e;
-}
-
-void TestStartup::childEnvironment()
-{
-    QFETCH(QString, entry);
-    const QStringList lines = QString::fromUtf8(readAll(m_main.record(".env"))).split('\n');
-    const QString key = entry.section('=', 0, 0) + '=';
-    QStringList found;
-    for (const QString &l : lines) {
-        if (l.startsWith(key))
-            found << l;
-    }
-    QCOMPARE(found, QStringList{entry});
 }
 
 void TestStartup::secondInstanceHandsOverUrl()
@@ -163,34 +128,6 @@ void TestStartup::sigtermRemovesMarker()
     QCOMPARE(m_main.proc->exitStatus(), QProcess::NormalExit);
     QCOMPARE(m_main.proc->exitCode(), 0);
     QVERIFY(!QFile::exists(m_main.data() + "/ui_running.txt"));
-}
-
-void TestStartup::missingBackendRetries_data()
-{
-    // When td_backend appears, relative to the first attempt, and whether a retry still picks it
-    // up. Retries run at 250, 750, 1500, 2500 and 3750 ms.
-    QTest::addColumn<int>("appearsAfterMs");
-    QTest::addColumn<bool>("started");
-    QTest::newRow("during the retries") << 900 << true;
-    QTest::newRow("after the fifth retry") << 6000 << false;
-}
-
-void TestStartup::missingBackendRetries()
-{
-    QFETCH(int, appearsAfterMs);
-    QFETCH(bool, started);
-    Run run;
-    QVERIFY(prepare(run, false));
-    start(run);
-    // The first attempt has happened once the debug log exists.
-    QVERIFY(waitFor([&] { return QFile::exists(run.data() + "/ui_debug.log"); }, 10000));
-    QTest::qWait(appearsAfterMs);
-    QVERIFY(installExecutable(FAKE_BACKEND_PATH, run.app() + "/td_backend"));
-    QCOMPARE(waitFor([&] { return readAll(run.record(".received")).startsWith("ping\n"); }, 4000),
-             started);
-    QCOMPARE(run.proc->state(), QProcess::Running);
-    QVERIFY(stop(run));
-    QCOMPARE(run.proc->exitCode(), 0);
 }
 
 void TestStartup::serviceModeSendsState()

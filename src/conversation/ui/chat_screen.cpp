@@ -8,9 +8,12 @@
 #include "shell/ui_scale.h"
 
 #include <QEvent>
+#include <QGraphicsOpacityEffect>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QMouseEvent>
+#include <QPainter>
 #include <QPixmap>
 #include <QPlainTextEdit>
 #include <QToolButton>
@@ -22,6 +25,38 @@ namespace {
 
 constexpr int kHeaderAvatarPx = 80;
 
+// A rounded bar filled to the microphone's level.
+class LevelBar : public QWidget
+{
+public:
+    using QWidget::QWidget;
+    void setLevel(qreal level)
+    {
+        level = qBound<qreal>(0, level, 1);
+        if (qFuzzyCompare(level + 1, m_level + 1))
+            return;
+        m_level = level;
+        setProperty("level", level);
+        update();
+    }
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter p(this);
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(Qt::NoPen);
+        const qreal r = height() / 2.0;
+        p.setBrush(QColor(128, 128, 128, 90));
+        p.drawRoundedRect(rect(), r, r);
+        p.setBrush(QColor(0x6c, 0xb4, 0xf8));
+        p.drawRoundedRect(QRectF(0, 0, qMax(qreal(height()), width() * m_level), height()), r, r);
+    }
+
+private:
+    qreal m_level = 0;
+};
+
 } // namespace
 
 ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
@@ -29,7 +64,9 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
 {
     auto *v = screenRoot(this, QStringLiteral("conversation_screen"), ThemeGroup::A);
 
-    // Header: back, title with subtitle, search, info and overflow.
+    // Header: back, avatar, title with subtitle, info and overflow (search in
+    // the chat is one of the overflow's entries). The avatar and the titles
+    // open the info page too, as the title bar of a chat does elsewhere.
     QWidget *bar = panel(QStringLiteral("chat_header"), ThemeGroup::A, this);
     bar->setFixedHeight(scaled_px(112, scale));
     auto *row = new QHBoxLayout(bar);
@@ -67,22 +104,19 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
         l->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
         l->installEventFilter(this);
     }
+    m_avatar->installEventFilter(this);
     titles->addStretch(1);
     titles->addWidget(m_title);
     titles->addWidget(m_subtitle);
     titles->addStretch(1);
     row->addLayout(titles, 1);
-    auto *search = iconButton(QStringLiteral("icon_search.png"),
-                              QStringLiteral("chat_search_button"), scale, bar);
     auto *info =
         iconButton(QStringLiteral("ic_info.png"), QStringLiteral("chat_info_button"), scale, bar);
     auto *more =
         iconButton(QStringLiteral("ic_more.png"), QStringLiteral("chat_more_button"), scale, bar);
-    row->addWidget(search);
     row->addWidget(info);
     row->addWidget(more);
     announce(back, this, &ChatScreen::backRequested);
-    announce(search, this, &ChatScreen::searchRequested);
     announce(info, this, &ChatScreen::infoRequested);
     announce(more, this, &ChatScreen::moreRequested);
     v->addWidget(bar);
@@ -161,6 +195,16 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     m_recordLock->setPixmap(QPixmap(osicon_path(QStringLiteral("ic_lock.png")))
                                 .scaled(scaled_px(40, scale), scaled_px(40, scale),
                                         Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    m_recordTime = label(QString(), QStringLiteral("record_time"), ThemeGroup::C,
+                         TextSize::Secondary, m_recordPanel);
+    // The level shows the user that the microphone hears them.
+    m_recordLevel = new LevelBar(m_recordPanel);
+    m_recordLevel->setObjectName(QStringLiteral("record_level"));
+    m_recordLevel->setFixedSize(scaled_px(96, scale), scaled_px(12, scale));
+    rp->setSpacing(scaled_px(16, scale));
+    rp->addWidget(m_recordTime);
+    rp->addWidget(m_recordLevel);
+    m_recordLabel->setWordWrap(true);
     rp->addWidget(m_recordLabel, 1);
     rp->addWidget(m_recordLock);
     m_recordPanel->hide();
@@ -190,7 +234,7 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     m_action = iconButton(QStringLiteral("ic_microphone_unmute.png"),
                           QStringLiteral("composer_action_button"), scale, comp);
     announce(attach, this, &ChatScreen::attachRequested);
-    announce(m_action, this, &ChatScreen::actionTriggered);
+    m_action->installEventFilter(this);
     ch->addWidget(attach, 0, Qt::AlignBottom);
     ch->addWidget(m_composer, 1);
     ch->addWidget(m_action, 0, Qt::AlignBottom);
@@ -281,11 +325,27 @@ void ChatScreen::setSelectionActions(bool reply, bool forward, bool remove)
     m_selDelete->setEnabled(remove);
 }
 
-void ChatScreen::setRecordPanel(const QString &text, bool showLockHint)
+void ChatScreen::setRecordPanel(const QString &text, bool showLockHint, bool locked)
 {
     m_recordLabel->setText(text);
     m_recordLock->setVisible(showLockHint);
+    auto *dim = qobject_cast<QGraphicsOpacityEffect *>(m_recordLock->graphicsEffect());
+    if (!dim) {
+        dim = new QGraphicsOpacityEffect(m_recordLock);
+        m_recordLock->setGraphicsEffect(dim);
+    }
+    dim->setOpacity(locked ? 1.0 : 0.85);
+    m_recordLock->setProperty("locked", locked);
+    if (text.isEmpty())
+        setRecordProgress(0, 0);
     m_recordPanel->setVisible(!text.isEmpty());
+}
+
+void ChatScreen::setRecordProgress(int seconds, qreal level)
+{
+    m_recordTime->setText(
+        QStringLiteral("%1:%2").arg(seconds / 60).arg(seconds % 60, 2, 10, QLatin1Char('0')));
+    static_cast<LevelBar *>(m_recordLevel)->setLevel(level);
 }
 
 void ChatScreen::setAvatar(qint64 chatId, const QString &title, const QString &avatarPath)
@@ -315,6 +375,11 @@ void ChatScreen::setComposerVisible(bool visible)
 bool ChatScreen::isComposerVisible() const
 {
     return !m_composerRow->isHidden();
+}
+
+void ChatScreen::setComposerReadOnly(bool readOnly)
+{
+    m_composer->setReadOnly(readOnly);
 }
 
 void ChatScreen::focusComposer()
@@ -349,6 +414,36 @@ void ChatScreen::elide(QLabel *label, const QString &text)
 
 bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
 {
+    if (watched == m_action) {
+        using Touch = VoiceRecordGesture::Touch;
+        const auto *me = static_cast<QMouseEvent *>(event);
+        switch (event->type()) {
+        case QEvent::MouseButtonPress:
+            if (me->button() == Qt::LeftButton)
+                Q_EMIT actionTouched(Touch::Down, me->windowPos());
+            return me->button() == Qt::LeftButton;
+        case QEvent::MouseMove:
+            Q_EMIT actionTouched(Touch::Move, me->windowPos());
+            return true;
+        case QEvent::MouseButtonRelease:
+            if (me->button() == Qt::LeftButton)
+                Q_EMIT actionTouched(Touch::Up, me->windowPos());
+            return me->button() == Qt::LeftButton;
+        case QEvent::TouchCancel:
+        case QEvent::UngrabMouse:
+            Q_EMIT actionTouched(Touch::Cancel,
+                                 m_action->mapTo(window(), m_action->rect().center()));
+            return false;
+        default:
+            break;
+        }
+    }
+    if (event->type() == QEvent::MouseButtonRelease &&
+        (watched == m_avatar || watched == m_title || watched == m_subtitle) &&
+        static_cast<QMouseEvent *>(event)->button() == Qt::LeftButton) {
+        Q_EMIT infoRequested();
+        return true;
+    }
     if (event->type() == QEvent::Resize) {
         if (watched == m_title)
             elide(m_title, m_fullTitle);
@@ -360,6 +455,11 @@ bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
         const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
         if (enter && !(key->modifiers() & Qt::ShiftModifier)) {
             Q_EMIT sendRequested();
+            return true;
+        }
+        if (key->key() == Qt::Key_Up && key->modifiers() == Qt::NoModifier &&
+            m_composer->toPlainText().isEmpty()) {
+            Q_EMIT editLastRequested();
             return true;
         }
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "conversation/voice_record_gesture.h"
+
 #include <QString>
 #include <QWidget>
 
@@ -34,6 +36,8 @@ public:
     // Channels the user cannot write to have no composer.
     void setComposerVisible(bool visible);
     bool isComposerVisible() const;
+    // While a voice note records the field takes no typing.
+    void setComposerReadOnly(bool readOnly);
     // Gives the text field the keyboard focus.
     void focusComposer();
     void setMessageListView(QWidget *view);
@@ -50,21 +54,27 @@ public:
     void setSelectionMode(bool on);
     void setSelectionCount(int count);
     void setSelectionActions(bool reply, bool forward, bool remove);
-    // The voice record panel; an empty text hides it.
-    void setRecordPanel(const QString &text, bool showLockHint);
+    // The voice record panel; an empty text hides it. The lock icon is dimmed
+    // until the recording is locked.
+    void setRecordPanel(const QString &text, bool showLockHint, bool locked = false);
+    // Elapsed time and the microphone's level (0..1) while recording.
+    void setRecordProgress(int seconds, qreal level);
 
 Q_SIGNALS:
     void backRequested();
     void infoRequested();
-    void searchRequested();
     void moreRequested();
     void toBottomRequested();
     void replyCancelled();
     void editCancelled();
     void attachRequested();
-    void actionTriggered();
+    // A touch on the action button (press, drag, release) in window
+    // coordinates: it sends, records or switches the recording mode.
+    void actionTouched(VoiceRecordGesture::Touch touch, const QPointF &windowPos);
     // Enter in the composer.
     void sendRequested();
+    // Up in an empty composer: edit the user's own last message.
+    void editLastRequested();
     // What the user typed (not the texts set through setComposerText).
     void composerTextChanged(const QString &text);
     void selectionClosed();
@@ -105,6 +115,8 @@ private:
     QWidget *m_recordPanel = nullptr;
     QLabel *m_recordLabel = nullptr;
     QLabel *m_recordLock = nullptr;
+    QLabel *m_recordTime = nullptr;
+    QWidget *m_recordLevel = nullptr;
     QPlainTextEdit *m_composer = nullptr;
     QToolButton *m_action = nullptr;
     bool m_settingText = false;

@@ -628,7 +628,7 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
     if (show) {
         const QString avatarPath = text(data, "sender_avatar_path");
         if (!avatarPath.isEmpty()) {
-            avatarImg->setPixmap(cachedPixmap(avatarPath, QSize(kAvatarPx, kAvatarPx)));
+            avatarImg->setPixmap(roundPixmap(avatarPath, kAvatarPx));
             avatarImg->show();
             letter->hide();
         } else {
@@ -666,6 +666,7 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
     auto *replyLabel = child<QLabel>(item, "msg_reply_label");
     const QString preview = text(data, "reply_preview").simplified();
     replyLabel->setText(preview.isEmpty() ? QStringLiteral("…") : left_graphemes(preview, 90));
+    replyLabel->setProperty("full_text", replyLabel->text());
     setTextColor(replyLabel, metaColor);
 
     const bool visual = mediaType == QLatin1String("photo") || mediaType == QLatin1String("video");
@@ -813,6 +814,7 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
     html.replace(QLatin1String("<a href="),
                  QStringLiteral("<a style=\"color:%1\" href=")
                      .arg(dark ? QStringLiteral("#8ac8ff") : QStringLiteral("#165fc0")));
+    html = wrap_emoji_runs(html, QStringLiteral("Noto Color Emoji"));
     textLabel->setText(html);
     textInline->setText(html);
     setTextColor(textLabel, textColor);
@@ -832,6 +834,7 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
         QStringLiteral("msg_reaction_chip_lbl"), Qt::FindDirectChildrenOnly);
     while (chips.size() < reactions.size()) {
         QLabel *chip = fillLabel(reactionsRow, "msg_reaction_chip_lbl", kTimePx + 4);
+        chip->setTextFormat(Qt::RichText);
         chip->setContentsMargins(12, 4, 12, 4);
         reactionsRow->layout()->addWidget(chip);
         chips.append(chip);
@@ -848,7 +851,11 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
         const int count = r.value(QStringLiteral("count")).toInt();
         const QString emoji =
             bb10EmojiForReactionDisplay(r.value(QStringLiteral("emoji")).toString());
-        chip->setText(count > 1 ? QStringLiteral("%1 %2").arg(emoji).arg(count) : emoji);
+        // The emoji font by name: the first font that has the glyph is often
+        // a monochrome one.
+        const QString face =
+            wrap_emoji_runs(escape_html(emoji), QStringLiteral("Noto Color Emoji"));
+        chip->setText(count > 1 ? QStringLiteral("%1 %2").arg(face).arg(count) : face);
         chip->setProperty("chosen", chosen);
         setFill(chip, chosen ? pal.chipChosen : pal.chip, 16);
         setTextColor(chip, pal.text);
@@ -951,7 +958,11 @@ void MessageItemProvider::applyMessageWrap(QWidget *item)
     timeRow->setVisible(!useInline && !ownTime);
     if (useInline)
         inlineRow->setFixedWidth(contentWidth);
-    child<QLabel>(item, "msg_reply_label")->setMaximumWidth(contentWidth - 14);
+    auto *replyLabel = child<QLabel>(item, "msg_reply_label");
+    replyLabel->setMaximumWidth(contentWidth - 14);
+    // A preview wider than the bubble ends in "…".
+    replyLabel->setText(replyLabel->fontMetrics().elidedText(
+        replyLabel->property("full_text").toString(), Qt::ElideRight, contentWidth - 14));
     if (contentWidth < 200 && child(item, "msg_reply_box")->isVisibleTo(item))
         contentWidth = qMin(innerMax, 200);
     child(item, "msg_multi_col")->setFixedWidth(contentWidth);

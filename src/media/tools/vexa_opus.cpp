@@ -33,9 +33,9 @@ int main(int argc, char **argv)
     QString error;
     bool ok;
     if (args.at(1) == QLatin1String("encode")) {
-        ok = encode_wav_to_voice_ogg(opus, args.at(2), args.at(3), error, !voiceNoteGranules);
+        ok = encode_wav_to_voice_ogg(opus, args.at(2), args.at(3), &error, !voiceNoteGranules);
     } else {
-        ok = decodeOgaOpusToWav(opus, args.at(2), args.at(3), error);
+        ok = decodeOgaOpusToWav(opus, args.at(2), args.at(3), &error);
     }
     if (!ok) {
         QFile::remove(args.at(3));

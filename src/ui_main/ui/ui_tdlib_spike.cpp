@@ -37,6 +37,7 @@
 #include "shell/update_checker.h"
 
 #include <QDir>
+#include <QEvent>
 #include <QPixmapCache>
 #include <QProcessEnvironment>
 #include <QTimer>
@@ -56,7 +57,8 @@ QProcessEnvironment toProcessEnvironment(const QStringList &entries)
 
 } // namespace
 
-UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment, QObject *parent)
+UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment,
+                           CommandChannel *commands, QObject *parent)
     : QObject(parent), m_environment(environment)
 {
     init_osicons();
@@ -69,7 +71,8 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     m_log = new AppLog(this);
     m_intake = new EventIntake(m_log, this);
     m_invoker = std::make_unique<DesktopInvoker>();
-    m_link = new BackendLink(m_folders, m_log, m_intake, m_invoker.get(), m_environment, this);
+    m_link =
+        new BackendLink(m_folders, m_log, m_intake, m_invoker.get(), m_environment, commands, this);
 
     // 2. The UI-is-running marker and its refresh timer.
     m_link->startRunningMarker();
@@ -261,7 +264,28 @@ void UiTdlibSpike::buildScreens()
 
     m_chatListView->setEstimatedRowHeight(scaled_px(188, m_uiScale));
     m_screens->mainScreen()->setChatListView(m_chatListView);
+    m_chatListView->viewport()->installEventFilter(this);
     applyTheme();
+}
+
+bool UiTdlibSpike::eventFilter(QObject *watched, QEvent *event)
+{
+    // The first time the list is painted with rows, once: the moment start-up
+    // measurements wait for.
+    if (event->type() == QEvent::Paint && m_chatListView && watched == m_chatListView->viewport() &&
+        !m_chatListView->visibleRows().isEmpty()) {
+        watched->removeEventFilter(this);
+        m_log->appendUiFileLog(QStringLiteral("ui: chat list drawn, %1 rows in view")
+                                   .arg(m_chatListView->visibleRows().size()));
+    }
+    // Likewise the first page of each chat opened.
+    if (event->type() == QEvent::Paint && m_messageListView &&
+        watched == m_messageListView->viewport() && !m_messageListView->visibleRows().isEmpty()) {
+        watched->removeEventFilter(this);
+        m_log->appendUiFileLog(QStringLiteral("ui: chat drawn, %1 rows in view")
+                                   .arg(m_messageListView->visibleRows().size()));
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 void UiTdlibSpike::connectScreens()

@@ -15,14 +15,19 @@ class AppLog;
 class ArrayDataModel;
 class AvatarDownloadQueue;
 class BackendLink;
+class CommandChannel;
 class ChatItemProvider;
 class ChatScreen;
+class Clipboard;
 class ChatSession;
 class Composer;
 class FilePicker;
+class MessageActions;
 class MessageItemProvider;
 class MessageRowModel;
+class VoiceRecordGesture;
 class SystemDialog;
+class SystemUiDialog;
 class UpdateChecker;
 struct UpdateQuestion;
 class ChatListModel;
@@ -54,7 +59,10 @@ public:
     // appDir: the folder of the executable (td_backend lies beside it).
     // environment: the process environment as "KEY=VALUE" entries; it picks
     // the folders, the transport, QUILLO_UI_SCALE and the emulated display.
-    UiTdlibSpike(const QString &appDir, const QStringList &environment, QObject *parent = nullptr);
+    // commands: where command lines go instead of the transport's own channel (not owned; null:
+    // the child's standard input or the UDP port, as the environment says).
+    UiTdlibSpike(const QString &appDir, const QStringList &environment,
+                 CommandChannel *commands = nullptr, QObject *parent = nullptr);
     ~UiTdlibSpike() override;
 
     const AppFolders &folders() const { return m_folders; }
@@ -71,8 +79,10 @@ public:
     MessageRowModel *messages() const { return m_messages; }
     ChatSession *chatSession() const { return m_session; }
     Composer *composer() const { return m_composer; }
+    MessageActions *messageActions() const { return m_actions; }
     MessageItemProvider *messageItems() const { return m_messageItems; }
     FilePicker *filePicker() const { return m_filePicker; }
+    VoiceRecordGesture *voiceGesture() const { return m_voiceGesture; }
     PhoneWindow *window() const { return m_window.get(); }
     ListView *chatListView() const { return m_chatListView; }
     Toaster *toaster() const;
@@ -124,6 +134,9 @@ public Q_SLOTS:
     // Redraws the menu's own-profile card from the dispatcher's profile.
     void updateMenuMeHeader();
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     void buildScreens();
     void connectScreens();
@@ -134,6 +147,14 @@ private:
     void connectConversation();
     void onChatOpened(qint64 chatId, const QString &title, const QVariantMap &chatRow);
     void onChatClosed();
+    // Message actions: the menu, selection mode and their dialogs.
+    void connectMessageActions();
+    // The hold-to-record action button and its panel.
+    void connectVoiceRecording();
+    void updateVoiceRecordPanel();
+    // UI_AUTO_OPEN_CHAT_ID / UI_AUTO_OPEN_FIRST_CHAT from the env files open
+    // that chat once, when the chat list has arrived.
+    void tryAutoOpenChat();
     void showUpdateQuestion(const UpdateQuestion &question);
     void setStatusText(const QString &text);
     void showSignedInView(bool authorised);
@@ -179,5 +200,11 @@ private:
     Composer *m_composer = nullptr;
     MessageItemProvider *m_messageItems = nullptr;
     FilePicker *m_filePicker = nullptr;
+    MessageActions *m_actions = nullptr;
+    std::shared_ptr<Clipboard> m_clipboard;
+    // The open message menu or forward, delete or reactions dialog.
+    QPointer<SystemUiDialog> m_actionDialog;
+    VoiceRecordGesture *m_voiceGesture = nullptr;
+    bool m_autoOpenDone = false;
     QPointer<SystemDialog> m_updateDialog;
 };

@@ -4,25 +4,33 @@
 #include "ui_main/ui/ui_tdlib_spike.h"
 
 #include "backend_link/app_log.h"
+#include "backend_link/backend_link.h"
 #include "chats/avatar_download_queue.h"
+#include "chats/chat_list_model.h"
 #include "conversation/chat_session.h"
 #include "conversation/composer.h"
+#include "conversation/message_actions.h"
 #include "conversation/message_row_model.h"
 #include "conversation/ui/chat_screen.h"
 #include "conversation/ui/message_item_provider.h"
+#include "conversation/voice_record_gesture.h"
 #include "events/event_dispatcher.h"
 #include "media/media_downloads.h"
 #include "media/voice_player.h"
+#include "media/voice_recorder.h"
 #include "platform/array_data_model.h"
+#include "platform/clipboard.h"
 #include "platform/toaster.h"
 #include "platform/ui/file_picker.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
+#include "platform/ui/system_dialogs.h"
 #include "platform/ui/toast_overlay.h"
 #include "shell/style_sheet.h"
 #include "shell/theme.h"
 #include "shell/ui/shell_screens.h"
 
+#include <QDateTime>
 #include <QFileInfo>
 
 void UiTdlibSpike::buildConversation()
@@ -48,6 +56,11 @@ void UiTdlibSpike::buildConversation()
     m_downloads->setListView(m_messageListView);
     m_voicePlayer->setListView(m_messageListView);
     m_filePicker = new FilePicker(m_window->screenHost());
+    m_clipboard = std::make_shared<SystemClipboard>();
+    m_actions = new MessageActions(
+        m_session, m_composer, m_clipboard.get(),
+        [this](qint64 chatId) { return m_dispatcher->chatInfo(chatId); },
+        [this](qint64 userId) { return m_dispatcher->userDisplayName(userId); }, this);
 }
 
 void UiTdlibSpike::connectConversation()
@@ -213,18 +226,205 @@ void UiTdlibSpike::connectConversation()
     connect(m_filePicker, &FilePicker::finished, m_composer, &Composer::onAttachFileSelected);
     connect(m_chatScreen, &ChatScreen::composerTextChanged, m_composer, &Composer::setText);
     connect(m_chatScreen, &ChatScreen::sendRequested, m_composer, &Composer::onSendMessage);
-    // The action button sends while it shows the send icon; recording
-    // through it comes with voice notes.
-    connect(m_chatScreen, &ChatScreen::actionTriggered, this, [this] {
-        if (m_composer->actionIconPath().endsWith(QLatin1String("/send.png")))
-            m_composer->onSendMessage();
-    });
     connect(m_chatScreen, &ChatScreen::attachRequested, m_composer, &Composer::onAttachTap);
+    // Up in the empty composer edits the newest message of the user's own
+    // that can be edited (the composer refuses the others with its toast).
+    connect(m_chatScreen, &ChatScreen::editLastRequested, m_composer, [this] {
+        for (int i = m_messageRows->size() - 1; i >= 0; --i) {
+            const QVariantMap row = m_messageRows->value(i);
+            if (row.value(QStringLiteral("outgoing")).toString() == QLatin1String("true")) {
+                m_composer->startEditMessage(row.value(QStringLiteral("id")).toLongLong());
+                return;
+            }
+        }
+    });
     connect(m_chatScreen, &ChatScreen::replyCancelled, m_composer, &Composer::clearReply);
     connect(m_chatScreen, &ChatScreen::editCancelled, m_composer,
             [this] { m_composer->clearEdit(true); });
     connect(m_chatScreen, &ChatScreen::toBottomRequested, m_session, &ChatSession::onJumpToBottom);
     connect(m_chatScreen, &ChatScreen::backRequested, this, &UiTdlibSpike::onBackToChats);
+    connectMessageActions();
+    connectVoiceRecording();
+    // The chat list is complete (and sign-in done, or the app back in front):
+    // the moment to open a chat asked for from outside.
+    connect(m_dispatcher, &EventDispatcher::hubOpenRequestCheckRequested, this,
+            &UiTdlibSpike::tryAutoOpenChat);
+}
+
+void UiTdlibSpike::tryAutoOpenChat()
+{
+    if (m_autoOpenDone || m_chats->isBulkLoading() || m_chats->size() == 0)
+        return;
+    const qint64 id = m_link->autoOpenChatId();
+    const int row =
+        id != 0 ? m_chats->findChatIndexById(id) : (m_link->autoOpenFirstChat() ? 0 : -1);
+    if (row < 0)
+        return;
+    m_autoOpenDone = true;
+    appendLog(QStringLiteral("ui: auto-open chat %1\n")
+                  .arg(m_chats->rowAt(row).value(QStringLiteral("id")).toString()));
+    openChatFromRow(m_chats->rowAt(row));
+}
+
+void UiTdlibSpike::connectMessageActions()
+{
+    connect(m_actions, &MessageActions::sendLineRequested, this,
+            [this](const QString &line) { sendLine(line); });
+    connect(m_actions, &MessageActions::logLine, this,
+            [this](const QString &line) { appendLog(line); });
+    connect(m_actions, &MessageActions::toastRequested, this,
+            [this](const QString &text) { m_toaster->showToast(text); });
+    connect(m_actions, &MessageActions::selectionModeChanged, this, [this](bool on) {
+        m_messageListView->setProperty("ui_selection_mode", on);
+        m_chatScreen->setSelectionMode(on);
+        m_messageListView->updateVisibleItems();
+    });
+    connect(m_actions, &MessageActions::selectionCountChanged, m_chatScreen,
+            &ChatScreen::setSelectionCount);
+    connect(m_actions, &MessageActions::selectionActionsChanged, m_chatScreen,
+            &ChatScreen::setSelectionActions);
+    connect(m_actions, &MessageActions::focusComposerRequested, m_chatScreen,
+            &ChatScreen::focusComposer);
+    connect(m_composer, &Composer::selectionModeExitRequested, m_actions,
+            [this] { m_actions->setSelectionMode(false); });
+
+    // Touches on the bubbles and the selection bar.
+    connect(m_messageItems, &MessageItemProvider::messageLongPressed, m_actions,
+            &MessageActions::onMessageLongPressed);
+    connect(m_messageItems, &MessageItemProvider::messageMenuRequested, m_actions,
+            &MessageActions::showMessageMenu);
+    connect(m_messageItems, &MessageItemProvider::messageSelectionToggleRequested, m_actions,
+            &MessageActions::onMessageSelectionToggleRequested);
+    connect(m_chatScreen, &ChatScreen::selectionClosed, m_actions,
+            [this] { m_actions->setSelectionMode(false); });
+    connect(m_chatScreen, &ChatScreen::selectionReplyRequested, m_composer,
+            [this] { m_composer->onSelectionReplyTapped(m_actions->selectedIds()); });
+    connect(m_chatScreen, &ChatScreen::selectionForwardRequested, m_actions,
+            &MessageActions::onSelectionForwardTapped);
+    connect(m_chatScreen, &ChatScreen::selectionDeleteRequested, m_actions,
+            &MessageActions::onSelectionDeleteTapped);
+
+    // One dialog at a time over the phone screen; it carries its own state
+    // as dynamic properties and hands them back when it ends.
+    connect(m_actions, &MessageActions::dialogRequested, this,
+            [this](const MessageActions::DialogRequest &request) {
+                if (m_actionDialog) {
+                    m_actionDialog->cancel();
+                    m_actionDialog->deleteLater();
+                }
+                using Request = MessageActions::DialogRequest;
+                SystemUiDialog *dialog = nullptr;
+                SystemListDialog *list = nullptr;
+                SystemDialog *confirm = nullptr;
+                if (request.kind == Request::Delete) {
+                    confirm = new SystemDialog(request.confirmLabel, request.cancelLabel,
+                                               m_window->screenHost());
+                    confirm->setRememberMeText(request.optionText);
+                    confirm->setRememberMeChecked(request.optionChecked);
+                    dialog = confirm;
+                } else {
+                    list = new SystemListDialog(m_window->screenHost());
+                    list->setConfirmLabel(request.confirmLabel);
+                    list->setCancelLabel(request.cancelLabel);
+                    list->setItems(request.items);
+                    dialog = list;
+                }
+                static const char *const names[] = {"message_menu_dialog", "forward_dialog",
+                                                    "delete_dialog", "reactions_dialog"};
+                dialog->setObjectName(QLatin1String(names[request.kind]));
+                dialog->setTitle(request.title);
+                dialog->setBody(request.body);
+                for (auto it = request.properties.cbegin(); it != request.properties.cend(); ++it)
+                    dialog->setProperty(it.key().toUtf8().constData(), it.value());
+                const QStringList keys = request.properties.keys();
+                const Request::Kind kind = request.kind;
+                connect(dialog, &SystemUiDialog::finished, this,
+                        [this, dialog, list, confirm, keys, kind](int result) {
+                            QVariantMap props;
+                            for (const QString &key : keys)
+                                props.insert(key, dialog->property(key.toUtf8().constData()));
+                            props.insert(QStringLiteral("react_handled"),
+                                         dialog->property("react_handled"));
+                            const int index = list ? list->selectedIndices().value(0, -1) : -1;
+                            switch (kind) {
+                            case Request::MessageMenu:
+                                m_actions->onMessageMenuDialogFinished(props, result, index);
+                                break;
+                            case Request::Forward:
+                                m_actions->onForwardDialogFinished(props, result, index);
+                                break;
+                            case Request::Delete:
+                                m_actions->onDeleteDialogFinished(props, result,
+                                                                  confirm->rememberMeChecked());
+                                break;
+                            case Request::Reactions:
+                                m_actions->handleReactionsDialogFinishedCommon(
+                                    &props, QStringLiteral("finished"), result, index);
+                                dialog->setProperty("react_handled",
+                                                    props.value(QStringLiteral("react_handled")));
+                                break;
+                            }
+                            dialog->deleteLater();
+                        });
+                m_actionDialog = dialog;
+                dialog->show();
+            });
+}
+
+void UiTdlibSpike::connectVoiceRecording()
+{
+    VoiceRecordGesture::Hooks hooks;
+    hooks.voiceRecording = [this] { return m_voiceRecorder->voiceRecording(); };
+    // Video notes are recorded by the camera code, which is not there yet.
+    hooks.videoRecording = [] { return false; };
+    hooks.videoCaptureStarted = [] { return false; };
+    hooks.editing = [this] { return m_composer->editingMessageId() != 0; };
+    hooks.composerEmpty = [this] { return m_composer->text().trimmed().isEmpty(); };
+    hooks.videoNoteMode = [this] { return m_composer->isVideoNoteMode(); };
+    hooks.startVoice = [this] {
+        m_voiceRecorder->setChatId(m_session->chatId());
+        m_voiceRecorder->setReplyToMessageId(m_composer->replyToMessageId());
+        m_voiceRecorder->startVoiceRecording();
+        return m_voiceRecorder->voiceRecording();
+    };
+    hooks.startVideo = [this] {
+        m_toaster->showToast(QStringLiteral("Video notes are not available yet"));
+        return false;
+    };
+    hooks.stopVoice = [this](bool send) { m_voiceRecorder->stopVoiceRecording(send); };
+    hooks.stopVideo = [](bool) {};
+    hooks.toggleVideoNoteMode = [this] { m_composer->toggleComposerVideoNoteMode(); };
+    hooks.sendMessage = [this] { m_composer->onSendMessage(); };
+    m_voiceGesture = new VoiceRecordGesture(hooks, m_uiScale, this);
+
+    connect(m_chatScreen, &ChatScreen::actionTouched, m_voiceGesture,
+            &VoiceRecordGesture::onComposerActionTouch);
+    connect(m_voiceGesture, &VoiceRecordGesture::panelUpdateRequested, this,
+            &UiTdlibSpike::updateVoiceRecordPanel);
+    connect(m_voiceRecorder, &VoiceRecorder::gestureResetRequested, m_voiceGesture,
+            &VoiceRecordGesture::reset);
+    connect(m_voiceRecorder, &VoiceRecorder::voiceRecordingChanged, this, [this](bool recording) {
+        if (recording)
+            m_chatScreen->setComposerText(QString());
+        m_chatScreen->setComposerReadOnly(recording);
+        m_composer->setVoiceRecording(recording);
+        updateVoiceRecordPanel();
+    });
+    connect(m_voiceRecorder, &VoiceRecorder::replyTargetConsumed, m_composer,
+            &Composer::clearReply);
+    connect(m_voiceRecorder, &VoiceRecorder::inputLevelChanged, m_chatScreen, [this](qreal level) {
+        const qint64 ms =
+            QDateTime::currentMSecsSinceEpoch() - m_voiceRecorder->recordingStartedAt();
+        m_chatScreen->setRecordProgress(int(qMax<qint64>(0, ms) / 1000), level);
+    });
+}
+
+void UiTdlibSpike::updateVoiceRecordPanel()
+{
+    const bool recording = m_voiceRecorder->voiceRecording();
+    const bool locked = m_voiceGesture->locked();
+    const QString text = voice_record_panel_text(recording, false, false, locked);
+    m_chatScreen->setRecordPanel(text, !text.isEmpty(), locked);
 }
 
 void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVariantMap &chatRow)
@@ -232,8 +432,6 @@ void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVari
     // Whatever played or downloaded for the chat being left stops with it.
     m_voicePlayer->stopVoicePlayback();
     m_downloads->setFilePendingFileId(0);
-    m_messageListView->setProperty("ui_selection_mode", false);
-    m_chatScreen->setSelectionMode(false);
 
     const QString avatarPath = chatRow.value(QStringLiteral("avatar_path")).toString();
     m_chatScreen->setTitle(title);
@@ -246,12 +444,12 @@ void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVari
     m_dispatcher->updateChatHeaderSubtitleForCurrentChat();
     m_screens->showScreen(ShellScreens::Screen::Conversation);
     m_chatScreen->focusComposer();
+    m_messageListView->viewport()->installEventFilter(this);
 }
 
 void UiTdlibSpike::onChatClosed()
 {
     m_voicePlayer->stopVoicePlayback();
-    m_chatScreen->setSelectionMode(false);
     m_dispatcher->setCurrentChat(0, QString());
     if (m_screens)
         m_screens->showMainScreen();

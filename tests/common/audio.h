@@ -5,6 +5,7 @@
 // recording MediaServices.
 
 #include "common/recording_toaster.h"
+#include "common/test_util.h"
 #include "media/media_services.h"
 
 #include <QDataStream>
@@ -19,6 +20,9 @@
 #include <cstring>
 
 namespace testaudio {
+
+using test_util::readAll;
+using test_util::writeFile;
 
 inline void put_le(QByteArray &a, quint64 v, int bytes)
 {
@@ -58,21 +62,9 @@ inline QVector<qint16> tone(double freq, double seconds, int rate, int channels,
     return s;
 }
 
-inline bool write_file(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size();
-}
-
-inline QByteArray read_file(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
 inline bool write_tone_wav(const QString &path, double freq, double seconds, int rate, int channels)
 {
-    return write_file(path, wav_bytes(tone(freq, seconds, rate, channels), rate, channels));
+    return writeFile(path, wav_bytes(tone(freq, seconds, rate, channels), rate, channels));
 }
 
 struct Wav
@@ -85,7 +77,7 @@ struct Wav
 // Chunked RIFF reader for test outputs (ours and opusdec's).
 inline bool read_wav(const QString &path, Wav &wav)
 {
-    const QByteArray b = read_file(path);
+    const QByteArray b = readAll(path);
     if (b.size() < 12 || !b.startsWith("RIFF") || b.mid(8, 4) != "WAVE")
         return false;
     for (int pos = 12; pos + 8 <= b.size();) {

@@ -1,0 +1,553 @@
+#include "chats/chat_list_model.h"
+#include "conversation/chat_session.h"
+#include "conversation/composer.h"
+#include "conversation/message_actions.h"
+#include "conversation/message_row_model.h"
+#include "conversation_test_util.h"
+#include "platform/array_data_model.h"
+#include "platform/clipboard.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+namespace {
+
+using Request = MessageActions::DialogRequest;
+
+// Chat 5 ("Ann") open, of the given type, with 10 incoming text "hello",
+// 11 own text "mine", 12 own photo, 13 own text still being sent. Chats 7
+// ("Bob") and 9 (no title) are in the list too.
+struct Harness
+{
+    ArrayDataModel chatRows;
+    ChatListModel chats{&chatRows};
+    ArrayDataModel rows;
+    MessageRowModel messages{&rows, &chats, nullptr};
+    ChatSession session{&messages, &chats};
+    QVariantMap info;
+    QHash<qint64, QString> names;
+    Composer composer{&session, [this](qint64) { return info; }};
+    RecordingClipboard clipboard;
+    MessageActions actions{&session, &composer, &clipboard, [this](qint64) { return info; },
+                           [this](qint64 id) { return names.value(id); }};
+    QStringList lines, toasts, logs;
+    QList<Request> dialogs;
+
+    explicit Harness(const QString &chatType = QStringLiteral("private"),
+                     const QString &title = QStringLiteral("Ann"))
+    {
+        QObject::connect(&messages, &MessageRowModel::sendLineRequested,
+                         [this](const QString &l) { lines << l; });
+        QObject::connect(&actions, &MessageActions::sendLineRequested,
+                         [this](const QString &l) { lines << l; });
+        QObject::connect(&actions, &MessageActions::toastRequested,
+                         [this](const QString &t) { toasts << t; });
+        QObject::connect(&actions, &MessageActions::logLine,
+                         [this](const QString &l) { logs << l; });
+        QObject::connect(&actions, &MessageActions::dialogRequested,
+                         [this](const Request &r) { dialogs << r; });
+        const QVariantMap chat{{QStringLiteral("id"), QStringLiteral("5")},
+                               {QStringLiteral("title"), title},
+                               {QStringLiteral("chat_type"), chatType},
+                               {QStringLiteral("order"), QStringLiteral("30")}};
+        chats.upsertChatRow(chat);
+        chats.upsertChatRow({{QStringLiteral("id"), QStringLiteral("7")},
+                             {QStringLiteral("title"), QStringLiteral("Bob")},
+                             {QStringLiteral("order"), QStringLiteral("20")}});
+        chats.upsertChatRow({{QStringLiteral("id"), QStringLiteral("9")},
+                             {QStringLiteral("order"), QStringLiteral("10")}});
+        session.openChatFromRow(chat);
+        for (const char *e :
+             {"id=10 text=hello outgoing=false content_type=messageText sender_user_id=42",
+              "id=11 text=mine outgoing=true content_type=messageText",
+              "id=12 text=caption outgoing=true content_type=messagePhoto media_type=photo",
+              "id=13 text=wait outgoing=true content_type=messageText sending_state=pending"}) {
+            event(QStringLiteral("message_new chat_id=5 ") + QString::fromLatin1(e));
+        }
+        lines.clear();
+    }
+    void event(const QString &text) { session.handleMessageEvent(ev(text)); }
+    // "11:rfdecy" gives message 11 the properties replied, forwarded,
+    // deleted for self, for everybody (a), edited, copied; "11:" none.
+    void props(const QString &text)
+    {
+        for (const QString &one : text.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+            const QString id = one.section(QLatin1Char(':'), 0, 0);
+            const QString f = one.section(QLatin1Char(':'), 1);
+            const auto has = [&f](char c) -> QString {
+                return f.contains(QLatin1Char(c)) ? QStringLiteral("true")
+                                                  : QStringLiteral("false");
+            };
+            event(QStringLiteral("message_properties chat_id=5 id=%1 can_be_replied=%2 "
+                                 "can_be_forwarded=%3 can_be_deleted_only_for_self=%4 "
+                                 "can_be_deleted_for_all_users=%5 can_be_edited=%6 "
+                                 "can_be_copied=%7")
+                      .arg(id, has('r'), has('f'), has('d'), has('a'), has('e'), has('c')));
+        }
+    }
+    QVariantMap row(qint64 id) const { return messages.rowAt(messages.findMessageIndexById(id)); }
+};
+
+QList<qint64> idList(const QString &text)
+{
+    QList<qint64> ids;
+    for (const QString &w : text.split(QLatin1Char(' '), Qt::SkipEmptyParts))
+        ids << w.toLongLong();
+    return ids;
+}
+
+const QString kAll = QStringLiteral("rfdaec");
+
+} // namespace
+
+class TestMessageActions : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void menu_data();
+    void menu();
+    void menuChoices_data();
+    void menuChoices();
+    void selection();
+    void forward_data();
+    void forward();
+    void remove_data();
+    void remove();
+    void reactions_data();
+    void reactions();
+};
+
+void TestMessageActions::menu_data()
+{
+    QTest::addColumn<qint64>("id");
+    QTest::addColumn<QString>("props"); // flags, or "error" / "timeout"
+    QTest::addColumn<bool>("reactionsAllowed");
+    QTest::addColumn<QString>("items");
+    QTest::newRow("own text, everything")
+        << 11LL << kAll << true << "Reply|Reactions…|Forward|Delete|Edit|Copy|Select";
+    QTest::newRow("a photo is not edited here")
+        << 12LL << kAll << true << "Reply|Reactions…|Forward|Delete|Copy|Select";
+    QTest::newRow("nothing allowed") << 10LL << "" << false << "Reactions…|Select";
+    QTest::newRow("only deletable for everybody")
+        << 10LL << "a" << true << "Reactions…|Delete|Select";
+    QTest::newRow("properties failed: from the row, reactions off")
+        << 11LL << "error" << false << "Reply|Forward|Delete|Edit|Copy|Select";
+    QTest::newRow("still sending, properties late")
+        << 13LL << "timeout" << true << "Delete|Copy|Select";
+}
+
+void TestMessageActions::menu()
+{
+    QFETCH(qint64, id);
+    QFETCH(QString, props);
+    QFETCH(bool, reactionsAllowed);
+    QFETCH(QString, items);
+    Harness h;
+    if (!reactionsAllowed) {
+        h.info.insert(QStringLiteral("available_reactions_all"), false);
+        h.info.insert(QStringLiteral("available_reactions"), QVariantList());
+    }
+    QSignalSpy shown(&h.actions, &MessageActions::dialogRequested);
+    h.actions.showMessageMenu(id);
+    // The menu waits for the message's properties.
+    QCOMPARE(h.lines, QStringList{QStringLiteral("props 5 %1").arg(id)});
+    QCOMPARE(shown.count(), 0);
+    if (props == QLatin1String("error")) {
+        h.event(QStringLiteral("message_properties_error chat_id=5 id=%1 code=400").arg(id));
+    } else if (props == QLatin1String("timeout")) {
+        QVERIFY(shown.wait(5000));
+    } else {
+        h.props(QStringLiteral("%1:%2").arg(id).arg(props));
+    }
+    QCOMPARE(shown.count(), 1);
+    const Request r = h.dialogs.first();
+    QCOMPARE(r.kind, Request::MessageMenu);
+    QCOMPARE(r.title, QStringLiteral("Message"));
+    QCOMPARE(r.items.join(QLatin1Char('|')), items);
+    QCOMPARE(r.properties.value(QStringLiteral("menu_message_id")).toString(), QString::number(id));
+    // Asked again, it opens at once from the cache or asks again after a failure.
+    if (props != QLatin1String("timeout")) {
+        h.actions.showMessageMenu(id);
+        QCOMPARE(h.dialogs.size(), props == QLatin1String("error") ? 1 : 2);
+    }
+    QVERIFY(!h.actions.isPendingMenuTimerActive() || props == QLatin1String("error"));
+}
+
+void TestMessageActions::menuChoices_data()
+{
+    QTest::addColumn<QString>("label");
+    QTest::addColumn<int>("result");
+    QTest::newRow("reply") << "Reply" << 2;
+    QTest::newRow("reactions") << "Reactions…" << 2;
+    QTest::newRow("forward") << "Forward" << 2;
+    QTest::newRow("delete") << "Delete" << 2;
+    QTest::newRow("edit") << "Edit" << 2;
+    QTest::newRow("copy") << "Copy" << 2;
+    QTest::newRow("select") << "Select" << 2;
+    QTest::newRow("cancelled") << "Copy" << 3;
+}
+
+void TestMessageActions::menuChoices()
+{
+    QFETCH(QString, label);
+    QFETCH(int, result);
+    Harness h;
+    h.props(QStringLiteral("11:") + kAll);
+    h.actions.showMessageMenu(11);
+    QCOMPARE(h.dialogs.size(), 1);
+    QSignalSpy focus(&h.actions, &MessageActions::focusComposerRequested);
+    h.actions.onMessageMenuDialogFinished(h.dialogs.first().properties, result,
+                                          int(h.dialogs.first().items.indexOf(label)));
+    if (result != 2) {
+        QVERIFY(h.clipboard.entries().isEmpty());
+        QCOMPARE(h.dialogs.size(), 1);
+        QVERIFY(h.toasts.isEmpty());
+        return;
+    }
+    if (label == QLatin1String("Reply")) {
+        QCOMPARE(h.composer.replyToMessageId(), 11LL);
+        QVERIFY(focus.wait(5000));
+    } else if (label == QLatin1String("Edit")) {
+        QCOMPARE(h.composer.editingMessageId(), 11LL);
+    } else if (label == QLatin1String("Copy")) {
+        QCOMPARE(h.clipboard.entries().size(), 1);
+        QCOMPARE(h.clipboard.entries().first().mimeType, QStringLiteral("text/plain"));
+        QCOMPARE(h.clipboard.entries().first().data, QByteArray("mine"));
+        QCOMPARE(h.toasts, QStringList{QStringLiteral("Copied")});
+    } else if (label == QLatin1String("Select")) {
+        QVERIFY(h.actions.isSelectionMode());
+        QCOMPARE(h.actions.selectedIds(), QList<qint64>{11});
+    } else {
+        const Request::Kind next = label == QLatin1String("Forward")  ? Request::Forward
+                                   : label == QLatin1String("Delete") ? Request::Delete
+                                                                      : Request::Reactions;
+        QCOMPARE(h.dialogs.size(), 2);
+        QCOMPARE(h.dialogs.last().kind, next);
+        QVERIFY(!h.actions.isSelectionMode());
+    }
+}
+
+void TestMessageActions::selection()
+{
+    Harness h;
+    QSignalSpy mode(&h.actions, &MessageActions::selectionModeChanged);
+    QSignalSpy header(&h.actions, &MessageActions::selectionActionsChanged);
+    // A tap outside selection mode selects nothing; a long press enters it.
+    h.actions.onMessageSelectionToggleRequested(10);
+    QVERIFY(h.actions.selectedIds().isEmpty());
+    h.actions.onMessageLongPressed(10);
+    QCOMPARE(mode.count(), 1);
+    QCOMPARE(h.actions.selectionTitle(), QStringLiteral("1 selected"));
+    QCOMPARE(h.row(10).value(QStringLiteral("selected")).toString(), QStringLiteral("true"));
+    QVERIFY(h.logs.contains(QStringLiteral("ui: selection_mode=true\n")));
+    QVERIFY(h.logs.contains(
+        QStringLiteral("ui: selection toggle message_id=10 selected=true count=1\n")));
+    QCOMPARE(h.lines, QStringList{QStringLiteral("props 5 10")});
+    QCOMPARE(header.last(), (QVariantList{false, false, false}));
+    h.props(QStringLiteral("10:rfd"));
+    QCOMPARE(header.last(), (QVariantList{true, true, true}));
+
+    // Taps toggle; two messages cannot be replied to together, and one that
+    // may not be forwarded takes the forward action away.
+    h.actions.onMessageSelectionToggleRequested(11);
+    h.props(QStringLiteral("11:rd"));
+    QCOMPARE(h.actions.selectionTitle(), QStringLiteral("2 selected"));
+    QCOMPARE(header.last(), (QVariantList{false, false, true}));
+    h.actions.onMessageSelectionToggleRequested(10);
+    QCOMPARE(h.actions.selectedIds(), QList<qint64>{11});
+    QCOMPARE(h.row(10).value(QStringLiteral("selected")).toString(), QStringLiteral("false"));
+
+    // The last selected message deleted by the backend ends selection mode.
+    h.event(QStringLiteral("messages_deleted chat_id=5 message_ids=11"));
+    QVERIFY(!h.actions.isSelectionMode());
+    QCOMPARE(mode.last().first().toBool(), false);
+
+    // Leaving clears every row's mark; so does opening another chat.
+    h.actions.onMessageLongPressed(12);
+    h.actions.onMessageSelectionToggleRequested(13);
+    h.actions.setSelectionMode(false);
+    for (qint64 id : {12, 13})
+        QCOMPARE(h.row(id).value(QStringLiteral("selected")).toString(), QStringLiteral("false"));
+    h.actions.onMessageLongPressed(12);
+    h.session.openChatFromRow({{QStringLiteral("id"), QStringLiteral("7")}});
+    QVERIFY(!h.actions.isSelectionMode());
+    QVERIFY(h.actions.selectedIds().isEmpty());
+}
+
+void TestMessageActions::forward_data()
+{
+    QTest::addColumn<QString>("selected");
+    QTest::addColumn<QString>("props"); // before the tap; "later ..." after it
+    QTest::addColumn<bool>("noChats");
+    QTest::addColumn<QString>("toasts");
+    QTest::addColumn<QString>("line"); // after picking the second chat
+    QTest::newRow("nothing selected") << ""
+                                      << "" << false << "Select messages to forward"
+                                      << "";
+    QTest::newRow("none may go") << "10 11"
+                                 << "10:r 11:d" << false << "Cannot forward selected messages"
+                                 << "";
+    QTest::newRow("two") << "11 10"
+                         << "10:f 11:f" << false << "Forwarded"
+                         << "forward 7 5 11 10";
+    QTest::newRow("part of them") << "10 11 12"
+                                  << "10:f 11:r 12:f" << false
+                                  << "Some messages can't be forwarded|Forwarded"
+                                  << "forward 7 5 10 12";
+    QTest::newRow("permissions arrive later")
+        << "10"
+        << "later 10:f" << false << "Loading message permissions…|Forwarded"
+        << "forward 7 5 10";
+    QTest::newRow("no chats") << "10"
+                              << "10:f" << true << "No chats"
+                              << "";
+}
+
+void TestMessageActions::forward()
+{
+    QFETCH(QString, selected);
+    QFETCH(QString, props);
+    QFETCH(bool, noChats);
+    QFETCH(QString, toasts);
+    QFETCH(QString, line);
+    Harness h;
+    const QList<qint64> ids = idList(selected);
+    if (!ids.isEmpty())
+        h.actions.onMessageLongPressed(ids.first());
+    for (int i = 1; i < ids.size(); ++i)
+        h.actions.onMessageSelectionToggleRequested(ids.at(i));
+    const bool later = props.startsWith(QLatin1String("later "));
+    if (!later)
+        h.props(props);
+    if (noChats)
+        h.chats.clear();
+    h.lines.clear();
+    h.actions.onSelectionForwardTapped();
+    if (later) {
+        QVERIFY(h.dialogs.isEmpty());
+        h.props(props.mid(6));
+    }
+    if (!line.isEmpty()) {
+        QCOMPARE(h.dialogs.size(), 1);
+        const Request r = h.dialogs.first();
+        QCOMPARE(r.title, QStringLiteral("Forward to"));
+        QCOMPARE(r.items, (QStringList{QStringLiteral("Ann"), QStringLiteral("Bob"),
+                                       QStringLiteral("Chat 9")}));
+        // Cancelled first: nothing goes, selection stays.
+        h.actions.onForwardDialogFinished(r.properties, 3, -1);
+        QVERIFY(h.lines.isEmpty());
+        h.actions.onForwardDialogFinished(r.properties, 2, 1);
+        QCOMPARE(h.lines, QStringList{line});
+        QVERIFY(!h.actions.isSelectionMode());
+    } else {
+        QVERIFY(h.dialogs.isEmpty());
+        QVERIFY(h.lines.isEmpty());
+    }
+    QCOMPARE(h.toasts.join(QLatin1Char('|')), toasts);
+}
+
+void TestMessageActions::remove_data()
+{
+    QTest::addColumn<QString>("chatType");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("peerName"); // the peer user's name, when known
+    QTest::addColumn<QString>("ids");
+    QTest::addColumn<QString>("props");
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QString>("option");
+    QTest::addColumn<QString>("checked");   // lines with the option ticked
+    QTest::addColumn<QString>("unchecked"); // lines without
+    QTest::newRow("own message, private chat") << "private"
+                                               << "Ann"
+                                               << "Ann Lee"
+                                               << "11"
+                                               << "11:da"
+                                               << "Delete this message?"
+                                               << "Delete for Ann Lee"
+                                               << "delete 5 all 11"
+                                               << "delete 5 self 11";
+    QTest::newRow("private chat, peer known by the title only") << "secret"
+                                                                << "Ann"
+                                                                << ""
+                                                                << "11"
+                                                                << "11:da"
+                                                                << "Delete this message?"
+                                                                << "Delete for Ann"
+                                                                << "delete 5 all 11"
+                                                                << "delete 5 self 11";
+    QTest::newRow("private chat, peer unknown") << "private"
+                                                << ""
+                                                << ""
+                                                << "11"
+                                                << "11:da"
+                                                << "Delete this message?"
+                                                << "Delete for the other side"
+                                                << "delete 5 all 11"
+                                                << "delete 5 self 11";
+    QTest::newRow("group, own and others' messages") << "supergroup"
+                                                     << "G"
+                                                     << ""
+                                                     << "10 11 12"
+                                                     << "10:d 11:da 12:da"
+                                                     << "3 messages will be deleted."
+                                                     << "Delete my messages for everyone"
+                                                     << "delete 5 all 11 12|delete 5 self 10"
+                                                     << "delete 5 self 10 11 12";
+    QTest::newRow("group, all for everybody") << "basic_group"
+                                              << "G"
+                                              << ""
+                                              << "10 11"
+                                              << "10:da 11:da"
+                                              << "2 messages will be deleted."
+                                              << "Delete for everyone"
+                                              << "delete 5 all 10 11"
+                                              << "delete 5 self 10 11";
+    QTest::newRow("channel post only for everybody: no choice") << "channel"
+                                                                << "C"
+                                                                << ""
+                                                                << "11"
+                                                                << "11:a"
+                                                                << "Delete this message?"
+                                                                << ""
+                                                                << "delete 5 all 11"
+                                                                << "delete 5 all 11";
+    QTest::newRow("only for self: no choice") << "supergroup"
+                                              << "G"
+                                              << ""
+                                              << "10 12"
+                                              << "10:d 12:"
+                                              << "Delete this message?"
+                                              << ""
+                                              << "delete 5 self 10"
+                                              << "delete 5 self 10";
+}
+
+void TestMessageActions::remove()
+{
+    QFETCH(QString, chatType);
+    QFETCH(QString, title);
+    QFETCH(QString, peerName);
+    QFETCH(QString, ids);
+    QFETCH(QString, props);
+    QFETCH(QString, body);
+    QFETCH(QString, option);
+    QFETCH(QString, checked);
+    QFETCH(QString, unchecked);
+    for (const bool tick : {true, false}) {
+        Harness h(chatType, title);
+        h.info.insert(QStringLiteral("peer_user_id"), 42);
+        h.names.insert(42, peerName);
+        const QList<qint64> list = idList(ids);
+        for (qint64 id : list)
+            h.actions.onMessageLongPressed(id);
+        h.props(props);
+        h.actions.onSelectionDeleteTapped();
+        QCOMPARE(h.dialogs.size(), 1);
+        const Request r = h.dialogs.first();
+        QCOMPARE(r.kind, Request::Delete);
+        QCOMPARE(r.title, QStringLiteral("Delete"));
+        QCOMPARE(r.body, body);
+        QCOMPARE(r.confirmLabel, QStringLiteral("Delete"));
+        QCOMPARE(r.cancelLabel, QStringLiteral("Cancel"));
+        QCOMPARE(r.optionText, option);
+        // The dialog's hidden box says what happens without a choice.
+        h.lines.clear();
+        h.actions.onDeleteDialogFinished(r.properties, 2,
+                                         option.isEmpty() ? r.optionChecked : tick);
+        QCOMPARE(h.lines.join(QLatin1Char('|')), tick ? checked : unchecked);
+        const QString partly = props.endsWith(QLatin1Char(':'))
+                                   ? QStringLiteral("Some messages can't be deleted|")
+                                   : QString();
+        QCOMPARE(h.toasts.join(QLatin1Char('|')), partly + QStringLiteral("Deleting…"));
+        // The rows stay until the backend says they are gone.
+        QCOMPARE(h.messages.size(), 4);
+        QVERIFY(!h.actions.isSelectionMode());
+    }
+}
+
+void TestMessageActions::reactions_data()
+{
+    QTest::addColumn<QString>("chips");    // the row's reactions before
+    QTest::addColumn<QVariant>("allowed"); // the chat's list; invalid: not said
+    QTest::addColumn<QString>("pick");     // emoji picked; empty: cancelled
+    QTest::addColumn<QString>("items");
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<QString>("chipsAfter");
+    QTest::newRow("chosen again: removed") << "👍:3:1,🔥:1:0" << QVariant() << "👍"
+                                           << "👍 Like ✓|❤ Heart|🔥 Fire"
+                                           << "react 5 10 👍 remove"
+                                           << "👍:2:0,🔥:1:0";
+    QTest::newRow("a new one") << "👍:3:1" << QVariant() << "🔥"
+                               << "👍 Like ✓|❤ Heart|🔥 Fire"
+                               << "react 5 10 🔥 add"
+                               << "👍:3:1,🔥:1:1";
+    QTest::newRow("the last of its kind") << "🎉:1:1" << QVariant(QStringList{"🎉", "🤩"}) << "🎉"
+                                          << "🎉 Party ✓|🤩 Wow"
+                                          << "react 5 10 🎉 remove"
+                                          << "";
+    QTest::newRow("the chat's own list, unsafe words dropped")
+        << "" << QVariant(QStringList{"a b", "🍌", "x\nreact", "😢"}) << "🍌"
+        << "🍌|😢 Sad"
+        << "react 5 10 🍌 add"
+        << "🍌:1:1";
+    QTest::newRow("cancelled") << "👍:3:1" << QVariant() << ""
+                               << "👍 Like ✓|❤ Heart|🔥 Fire"
+                               << ""
+                               << "👍:3:1";
+    QTest::newRow("disabled") << "" << QVariant(QStringList()) << ""
+                              << ""
+                              << ""
+                              << "";
+}
+
+void TestMessageActions::reactions()
+{
+    QFETCH(QString, chips);
+    QFETCH(QVariant, allowed);
+    QFETCH(QString, pick);
+    QFETCH(QString, items);
+    QFETCH(QString, line);
+    QFETCH(QString, chipsAfter);
+    Harness h;
+    if (allowed.isValid()) {
+        h.info.insert(QStringLiteral("available_reactions_all"), false);
+        h.info.insert(QStringLiteral("available_reactions"), allowed);
+    }
+    h.event(QStringLiteral("message_reactions chat_id=5 id=10 reactions=") + chips);
+    h.actions.showReactionsDialog(10);
+    if (items.isEmpty()) {
+        QCOMPARE(h.toasts, QStringList{QStringLiteral("Reactions are disabled in this chat")});
+        QVERIFY(h.dialogs.isEmpty());
+        return;
+    }
+    QCOMPARE(h.dialogs.size(), 1);
+    const Request r = h.dialogs.first();
+    QCOMPARE(r.title, QStringLiteral("Reactions"));
+    QCOMPARE(r.items.mid(0, items.count(QLatin1Char('|')) + 1).join(QLatin1Char('|')), items);
+    QVariantMap props = r.properties;
+    const int index =
+        r.properties.value(QStringLiteral("react_emojis")).toStringList().indexOf(pick);
+    h.actions.handleReactionsDialogFinishedCommon(
+        &props, QStringLiteral("finished"), pick.isEmpty() ? 3 : 2, pick.isEmpty() ? -1 : index);
+    // The second finish signal of the same dialog does nothing.
+    h.actions.handleReactionsDialogFinishedCommon(&props, QStringLiteral("selected"), 2, index);
+    QCOMPARE(h.lines.join(QLatin1Char('|')), line);
+    QCOMPARE(h.logs.filter(QStringLiteral("finished dup")).size(), 1);
+    QString shown;
+    for (const QVariant &chip : h.row(10).value(QStringLiteral("reactions")).toList()) {
+        const QVariantMap m = chip.toMap();
+        shown += (shown.isEmpty() ? QString() : QStringLiteral(",")) +
+                 QStringLiteral("%1:%2:%3")
+                     .arg(m.value(QStringLiteral("emoji")).toString())
+                     .arg(m.value(QStringLiteral("count")).toInt())
+                     .arg(m.value(QStringLiteral("chosen")).toBool() ? 1 : 0);
+    }
+    QCOMPARE(shown, chipsAfter);
+    // An index the dialog never offered is refused.
+    QVariantMap fresh = r.properties;
+    h.actions.handleReactionsDialogFinishedCommon(&fresh, QStringLiteral("finished"), 2, 99);
+    QCOMPARE(h.lines.join(QLatin1Char('|')), line);
+}
+
+QTEST_MAIN(TestMessageActions)
+#include "test_message_actions.moc"
