@@ -191,9 +191,10 @@ private Q_SLOTS:
         QFETCH(QString, expectedName);
         QTemporaryDir dir;
         const QString cache = dir.filePath(QStringLiteral("ui-cache"));
-        const QString path = ensure_bubble_bg_png(w, h, r, color, cache);
+        QImage drawn;
+        const QString path = ensure_bubble_bg_png(w, h, r, color, cache, &drawn);
         if (expectedName.isEmpty()) {
-            QVERIFY(path.isEmpty());
+            QVERIFY(path.isEmpty() && drawn.isNull());
             QVERIFY(!QFileInfo::exists(cache) || QDir(cache).isEmpty());
             return;
         }
@@ -204,9 +205,14 @@ private Q_SLOTS:
             QCOMPARE(qAlpha(img.pixel(0, 0)), 0);
         }
         QVERIFY(qAbs(img.pixelColor(w / 2, h / 2).alpha() - color.alpha()) <= 1);
-        // The second request reuses the file.
+        // The image handed back is the one in the file.
+        QCOMPARE(drawn.convertToFormat(QImage::Format_ARGB32),
+                 img.convertToFormat(QImage::Format_ARGB32));
+        // The second request reuses the file and draws nothing.
+        drawn = QImage();
         const QDateTime made = QFileInfo(path).lastModified();
-        QCOMPARE(ensure_bubble_bg_png(w, h, r, color, cache), path);
+        QCOMPARE(ensure_bubble_bg_png(w, h, r, color, cache, &drawn), path);
+        QVERIFY(drawn.isNull());
         QCOMPARE(QFileInfo(path).lastModified(), made);
     }
     void unreadBadge()

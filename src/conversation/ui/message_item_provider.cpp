@@ -164,12 +164,16 @@ Layout *tight(QWidget *w, int spacing = 0)
     return l;
 }
 
+QString pixmapKey(const QString &path, const QSize &size)
+{
+    return QStringLiteral("msg:%1:%2x%3").arg(path).arg(size.width()).arg(size.height());
+}
+
 QPixmap cachedPixmap(const QString &path, const QSize &size = QSize())
 {
     if (path.isEmpty())
         return QPixmap();
-    const QString key =
-        QStringLiteral("msg:%1:%2x%3").arg(path).arg(size.width()).arg(size.height());
+    const QString key = pixmapKey(path, size);
     QPixmap pm;
     if (QPixmapCache::find(key, &pm))
         return pm;
@@ -221,9 +225,14 @@ protected:
 private:
     void refresh()
     {
-        const QString path =
-            m_enabled ? ensure_bubble_bg_png(width(), height(), kBubbleRadius, m_color, m_cacheDir)
-                      : QString();
+        QImage drawn;
+        const QString path = m_enabled ? ensure_bubble_bg_png(width(), height(), kBubbleRadius,
+                                                              m_color, m_cacheDir, &drawn)
+                                       : QString();
+        // A background drawn just now is painted from memory, not read back
+        // from its file.
+        if (!drawn.isNull())
+            QPixmapCache::insert(pixmapKey(path, QSize()), QPixmap::fromImage(drawn));
         setProperty("msg_bg_w", width());
         setProperty("msg_bg_h", height());
         setProperty("bubble_bg_path", path);

@@ -563,16 +563,11 @@ void ListView::onRowsInserted(const QModelIndex &parent, int first, int last)
     const int count = last - first + 1;
     const bool wasEmpty = m_heights.size() == 0;
     m_heights.insert(first, count, m_estimate);
+    // The rows below move down with their widgets as they are: their data is
+    // the same, so a page of history going in above costs no rebinding.
     QHash<int, Item> shifted;
-    for (auto it = m_active.begin(); it != m_active.end(); ++it) {
-        if (it.key() >= first) {
-            // Same widget, new index path: the provider hears of it.
-            it->needsUpdate = true;
-            shifted.insert(it.key() + count, it.value());
-        } else {
-            shifted.insert(it.key(), it.value());
-        }
-    }
+    for (auto it = m_active.begin(); it != m_active.end(); ++it)
+        shifted.insert(it.key() >= first ? it.key() + count : it.key(), it.value());
     m_active.swap(shifted);
     if (wasEmpty || (m_stickToBeginning && first == 0 && m_anchorRow == 0 && m_anchorOffset == 0 &&
                      !m_pinEnd)) {
@@ -595,7 +590,6 @@ void ListView::onRowsRemoved(const QModelIndex &parent, int first, int last)
         if (it.key() >= first && it.key() <= last) {
             release(*it);
         } else if (it.key() > last) {
-            it->needsUpdate = true;
             kept.insert(it.key() - count, it.value());
         } else {
             kept.insert(it.key(), it.value());

@@ -15,7 +15,10 @@ class QVariantAnimation;
 class ListView;
 
 // Builds and refreshes the widget of one list row. A widget's children
-// carry object names so that updateItem can find them again.
+// carry object names so that updateItem can find them again. updateItem runs
+// when a row gets a widget and when its data changes, not when rows inserted
+// or removed above merely move it: indexPath is where the row stood then, and
+// ListView::indexPathForWidget tells where it stands now.
 class ListItemProvider
 {
 public:
