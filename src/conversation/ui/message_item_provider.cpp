@@ -814,7 +814,9 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
     html.replace(QLatin1String("<a href="),
                  QStringLiteral("<a style=\"color:%1\" href=")
                      .arg(dark ? QStringLiteral("#8ac8ff") : QStringLiteral("#165fc0")));
-    html = wrap_emoji_runs(html, QStringLiteral("Noto Color Emoji"));
+    // Emoji in the text keep the font's own choice: the colour emoji font's
+    // bitmap glyphs are decoded on every layout, which costs scrolling more
+    // than it gives (the reaction chips, a few per row, use it).
     textLabel->setText(html);
     textInline->setText(html);
     setTextColor(textLabel, textColor);
