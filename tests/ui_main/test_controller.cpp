@@ -332,7 +332,10 @@ void TestController::conversationRoundTrip()
     Q_EMIT chat->sendRequested();
     QCOMPARE(sent("send64 1 " + QString::fromLatin1(QByteArray("two\nlines").toBase64())), 1);
     QCOMPARE(chat->composerText(), QString());
-    // Up in the empty composer edits the user's own last message.
+    // Up in the empty composer edits the user's own last text message, past a
+    // voice note sent after it.
+    feed(R"({"type":"message_new","chat_id":1,"id":13,"outgoing":true,)"
+         R"("content_type":"messageVoiceNote","media_type":"voice"})");
     Q_EMIT chat->editLastRequested();
     QCOMPARE(chat->composerText(), QStringLiteral("hello"));
     Q_EMIT chat->composerTextChanged(QStringLiteral("hello again"));
@@ -341,7 +344,7 @@ void TestController::conversationRoundTrip()
     QCOMPARE(chat->composerText(), QString());
     // A new message from the peer shows at the end.
     feed(R"({"type":"message_new","chat_id":1,"id":12,"text":"ok","outgoing":false})");
-    QVERIFY(waitFor([&] { return m_spike->messageRows()->size() == 3; }));
+    QVERIFY(waitFor([&] { return m_spike->messageRows()->size() == 4; }));
     // Back closes the chat.
     Q_EMIT chat->backRequested();
     QCOMPARE(sent("close 1"), 1);

@@ -172,6 +172,9 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
         *text = label(QString(), name + QStringLiteral("_label"), ThemeGroup::H,
                       TextSize::Secondary, b);
         (*text)->setTextFormat(Qt::PlainText);
+        // A long preview ends in "…" instead of running under the close button.
+        (*text)->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+        (*text)->installEventFilter(this);
         auto *close =
             iconButton(QStringLiteral("ic_close.png"), name + QStringLiteral("_close"), scale, b);
         announce(close, this, cancel);
@@ -293,12 +296,16 @@ void ChatScreen::setComposerText(const QString &text)
 
 void ChatScreen::setReplyPreview(const QString &text)
 {
-    showText(m_replyLabel, text, m_replyBar);
+    m_fullReply = text;
+    m_replyBar->setVisible(!text.isEmpty());
+    elide(m_replyLabel, text);
 }
 
 void ChatScreen::setEditPreview(const QString &text)
 {
-    showText(m_editLabel, text, m_editBar);
+    m_fullEdit = text;
+    m_editBar->setVisible(!text.isEmpty());
+    elide(m_editLabel, text);
 }
 
 void ChatScreen::setToBottomVisible(bool visible)
@@ -449,6 +456,10 @@ bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
     if (event->type() == QEvent::Resize) {
         if (watched == m_title)
             elide(m_title, m_fullTitle);
+        else if (watched == m_replyLabel)
+            elide(m_replyLabel, m_fullReply);
+        else if (watched == m_editLabel)
+            elide(m_editLabel, m_fullEdit);
         else if (watched == m_subtitle)
             elide(m_subtitle, m_fullSubtitle);
     }

@@ -98,6 +98,8 @@ private:
 
     QString m_fullTitle = QStringLiteral("Chat");
     QString m_fullSubtitle;
+    QString m_fullReply;
+    QString m_fullEdit;
     QLabel *m_title = nullptr;
     QLabel *m_subtitle = nullptr;
     QWidget *m_selectionBar = nullptr;
