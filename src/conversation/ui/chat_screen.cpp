@@ -10,6 +10,8 @@
 #include <QEvent>
 #include <QGraphicsOpacityEffect>
 #include <QHBoxLayout>
+#include <QIcon>
+#include <QImage>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QMouseEvent>
@@ -178,6 +180,7 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
         auto *close =
             iconButton(QStringLiteral("ic_close.png"), name + QStringLiteral("_close"), scale, b);
         announce(close, this, cancel);
+        m_barCloses.append(close);
         h->addWidget(*text, 1);
         h->addWidget(close);
         b->hide();
@@ -382,6 +385,24 @@ void ChatScreen::setComposerVisible(bool visible)
 bool ChatScreen::isComposerVisible() const
 {
     return !m_composerRow->isHidden();
+}
+
+void ChatScreen::setDarkTheme(bool dark)
+{
+    // The bars are light panels in the bright theme: their white close glyph
+    // turns dark there.
+    QIcon icon(osicon_path(QStringLiteral("ic_close.png")));
+    if (!dark) {
+        QImage img =
+            icon.pixmap(96, 96).toImage().convertToFormat(QImage::Format_ARGB32_Premultiplied);
+        QPainter p(&img);
+        p.setCompositionMode(QPainter::CompositionMode_SourceIn);
+        p.fillRect(img.rect(), QColor(0x55, 0x5b, 0x63));
+        p.end();
+        icon = QIcon(QPixmap::fromImage(img));
+    }
+    for (QToolButton *b : qAsConst(m_barCloses))
+        b->setIcon(icon);
 }
 
 void ChatScreen::setComposerReadOnly(bool readOnly)

@@ -2,6 +2,7 @@
 
 #include "conversation/voice_record_gesture.h"
 
+#include <QList>
 #include <QString>
 #include <QWidget>
 
@@ -36,6 +37,8 @@ public:
     // Channels the user cannot write to have no composer.
     void setComposerVisible(bool visible);
     bool isComposerVisible() const;
+    // Colours that the style sheet cannot give (icons on light panels).
+    void setDarkTheme(bool dark);
     // While a voice note records the field takes no typing.
     void setComposerReadOnly(bool readOnly);
     // Gives the text field the keyboard focus.
@@ -98,6 +101,7 @@ private:
 
     QString m_fullTitle = QStringLiteral("Chat");
     QString m_fullSubtitle;
+    QList<QToolButton *> m_barCloses;
     QString m_fullReply;
     QString m_fullEdit;
     QLabel *m_title = nullptr;

@@ -216,6 +216,8 @@ void UiTdlibSpike::applyTheme()
     if (!m_screens)
         return;
     m_screens->applyTheme(m_darkTheme);
+    if (m_chatScreen)
+        m_chatScreen->setDarkTheme(m_darkTheme);
     // Rows read the theme from the list that shows them, and redraw.
     const QList<ListView *> lists = m_screens->findChildren<ListView *>();
     for (ListView *list : lists) {
