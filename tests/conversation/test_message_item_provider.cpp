@@ -60,10 +60,21 @@ struct Chat
         QWidget *w = child(item(row), name);
         return w->mapTo(view.viewport(), w->rect().center());
     }
+    // Mouse events through the window, as the window system delivers them: to
+    // the widget under the pointer first.
+    void press(const QPoint &p, Qt::MouseButton b = Qt::LeftButton)
+    {
+        QTest::mousePress(view.windowHandle(), b, {}, view.viewport()->mapTo(&view, p));
+    }
+    void release(const QPoint &p)
+    {
+        QTest::mouseRelease(view.windowHandle(), Qt::LeftButton, {},
+                            view.viewport()->mapTo(&view, p));
+    }
     void click(const QPoint &p)
     {
-        QTest::mousePress(view.viewport(), Qt::LeftButton, {}, p);
-        QTest::mouseRelease(view.viewport(), Qt::LeftButton, {}, p);
+        press(p);
+        release(p);
     }
 };
 
@@ -324,17 +335,18 @@ void TestMessageItemProvider::longPressAndSelection()
     QSignalSpy toggle(&chat.provider, &MessageItemProvider::messageSelectionToggleRequested);
     QSignalSpy menu(&chat.provider, &MessageItemProvider::messageMenuRequested);
     const QPoint p = chat.at(0, "msg_text_inline");
-    QTest::mousePress(chat.view.viewport(), Qt::LeftButton, {}, p);
+    chat.press(p);
     QVERIFY(longPress.wait());
     QCOMPARE(longPress.takeFirst(), QVariantList{qint64(5)});
-    QTest::mouseRelease(chat.view.viewport(), Qt::LeftButton, {}, p);
+    chat.release(p);
     QVERIFY(toggle.isEmpty()); // the release after a long press is no tap
     // A drag is no touch on the item either.
-    QTest::mousePress(chat.view.viewport(), Qt::LeftButton, {}, p);
-    QTest::mouseMove(chat.view.viewport(), p + QPoint(0, 60));
-    QTest::mouseRelease(chat.view.viewport(), Qt::LeftButton, {}, p + QPoint(0, 60));
+    chat.press(p);
+    QTest::mouseMove(chat.view.windowHandle(),
+                     chat.view.viewport()->mapTo(&chat.view, p + QPoint(0, 60)));
+    chat.release(p + QPoint(0, 60));
     // The secondary button asks for the menu at once.
-    QTest::mousePress(chat.view.viewport(), Qt::RightButton, {}, p);
+    chat.press(p, Qt::RightButton);
     QCOMPARE(menu.count(), 1);
     // In selection mode a tap toggles, whatever was touched; the row shows it.
     chat.view.setProperty("ui_selection_mode", true);

@@ -127,6 +127,7 @@ FillLabel *fillLabel(QWidget *parent, const char *name, int px)
 {
     auto *l = new FillLabel(parent);
     l->setObjectName(QLatin1String(name));
+    l->setTextInteractionFlags(Qt::NoTextInteraction);
     QFont f = QApplication::font();
     f.setPixelSize(px);
     l->setFont(f);
@@ -138,6 +139,9 @@ QLabel *label(QWidget *parent, const char *name, int px, bool bold = false)
     auto *l = new QLabel(parent);
     l->setObjectName(QLatin1String(name));
     l->setFont(fontOf(px, bold));
+    // A rich-text label would take the press for its links and keep the
+    // release from the list: taps, long presses and links are the list's.
+    l->setTextInteractionFlags(Qt::NoTextInteraction);
     return l;
 }
 
