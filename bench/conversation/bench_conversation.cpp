@@ -7,6 +7,7 @@
 //
 // Usage: bench_conversation [opens=5] [pages=all]
 #include "../common/demo_account.h"
+#include "../common/stats.h"
 
 #include "backend_link/event_intake.h"
 #include "conversation/chat_session.h"
@@ -48,23 +49,9 @@ double threadCpuMs()
     return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) / 1e6;
 }
 
-size_t heapInUse()
-{
-    const struct mallinfo2 mi = mallinfo2();
-    return mi.uordblks + mi.hblkhd;
-}
-
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[v.size() / 2];
-}
-
-double percentile(std::vector<double> v, double p)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[std::min(v.size() - 1, size_t(double(v.size()) * p))];
-}
+using bench::heapInUse;
+using bench::median;
+using bench::percentile;
 
 double maxOf(const std::vector<double> &v)
 {

@@ -2,6 +2,7 @@
 // busy group loaded the way scrolling up loads them, 50 older rows at a time
 // in front, then single events against the full list. Events are parsed from
 // JSON lines as the event intake parses them; building the maps is not timed.
+#include "../common/stats.h"
 #include "conversation/chat_session.h"
 #include "conversation/message_row_model.h"
 #include "platform/array_data_model.h"
@@ -106,23 +107,9 @@ QJsonObject obj(const char *type)
     return o;
 }
 
-size_t heapInUse()
-{
-    const struct mallinfo2 mi = mallinfo2();
-    return mi.uordblks + mi.hblkhd;
-}
-
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[v.size() / 2];
-}
-
-double percentile(std::vector<double> v, double p)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[std::min(v.size() - 1, size_t(double(v.size()) * p))];
-}
+using bench::heapInUse;
+using bench::median;
+using bench::percentile;
 
 } // namespace
 
