@@ -76,6 +76,7 @@ ChatActions::Page ChatActions::updateChatInfoFromModel() const
     QString username = info.value(QStringLiteral("username")).toString();
     if (username.startsWith(QLatin1Char('@')))
         username.remove(0, 1);
+    page.canCopyLink = !username.isEmpty();
     page.link = username.isEmpty() ? info.value(QStringLiteral("link")).toString()
                                    : kPublicLinkDomain + QLatin1Char('/') + username;
     page.notifications = notificationText(row);

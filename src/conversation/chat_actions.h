@@ -35,6 +35,8 @@ public:
         QString notifications;
         bool canJoin = false;
         bool canLeave = false;
+        // The chat has a public username.
+        bool canCopyLink = false;
     };
 
     struct ConfirmRequest

@@ -278,6 +278,8 @@ void TestChatDetails::page()
     QCOMPARE(p.link, link);
     QCOMPARE(p.canJoin, canJoin);
     QCOMPARE(p.canLeave, canLeave);
+    // Only a public username gives a link to copy.
+    QCOMPARE(p.canCopyLink, info.contains(QStringLiteral("username=")));
 
     // Notifications switch through the backend, whose answer updates the row.
     h.actions.onChatInfoToggleNotifications();

@@ -5,6 +5,7 @@
 #include "common/audio.h"
 #include "common/recording_commands.h"
 #include "common/test_util.h"
+#include "conversation/chat_actions.h"
 #include "conversation/chat_session.h"
 #include "conversation/composer.h"
 #include "conversation/message_actions.h"
@@ -544,9 +545,7 @@ void TestController::everySignalHasAReceiver()
         "MediaViewerScreen::playRequested", "MessageItemProvider::mediaTapped",
         "MessageItemProvider::videoNoteTapped",
         // The chat information page.
-        "ChatScreen::moreRequested", "ChatInfoScreen::clearHistoryRequested",
-        "ChatInfoScreen::joinRequested", "ChatInfoScreen::leaveRequested",
-        "ChatInfoScreen::deleteChatRequested",
+        "ChatScreen::moreRequested",
         // Pinned messages, search and the files cache.
         "EventDispatcher::pinnedEvent", "EventDispatcher::chatSearchResultsReady",
         "MainScreen::searchRequested", "MenuScreen::recalculateCacheRequested",
@@ -563,7 +562,8 @@ void TestController::everySignalHasAReceiver()
         m_spike->mediaDownloads(), m_spike->voicePlayer(),  m_spike->voiceRecorder(),
         m_spike->screens(),        m_spike->chatListView(), m_spike->updateChecker(),
         m_spike->chatSession(),    m_spike->composer(),     m_spike->messages(),
-        m_spike->messageItems(),   m_spike->filePicker(),   m_spike->messageActions()};
+        m_spike->messageItems(),   m_spike->filePicker(),   m_spike->messageActions(),
+        m_spike->chatActions()};
     QObjectList subsystems = parts;
     for (QWidget *w : m_spike->screens()->findChildren<QWidget *>())
         if (!QByteArray(w->metaObject()->className()).startsWith('Q'))
