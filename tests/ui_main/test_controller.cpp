@@ -5,6 +5,7 @@
 #include "common/audio.h"
 #include "common/recording_commands.h"
 #include "common/test_util.h"
+#include "conversation/chat_actions.h"
 #include "conversation/chat_session.h"
 #include "conversation/composer.h"
 #include "conversation/message_actions.h"
@@ -27,9 +28,13 @@
 #include "shell/update_checker.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMetaMethod>
+#include <QPointer>
+#include <QPushButton>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -72,6 +77,7 @@ private Q_SLOTS:
     void chatListOpensConversation();
     void conversationRoundTrip();
     void messageActionsThroughDialogs();
+    void chatInfoPageAndActions();
     void lifecycleKeepsVoiceOnFocusLoss();
     void menuAndDebugLineFollowOwnProfile();
     void updateCheckFromTheMenu();
@@ -416,6 +422,66 @@ void TestController::messageActionsThroughDialogs()
                  QStringLiteral("Forwarded"));
 }
 
+void TestController::chatInfoPageAndActions()
+{
+    QVERIFY(loadChats(1));
+    feed(R"({"type":"chat","id":1,"title":"News","chat_type":"channel","order":"1"})");
+    QVERIFY(waitFor([&] {
+        return m_spike->chatList()->chatRowById(1).value("chat_type") == QLatin1String("channel");
+    }));
+    m_spike->openChatFromRow(m_spike->chatList()->rowAt(0));
+    Q_EMIT m_spike->chatScreen()->infoRequested();
+    ShellScreens *screens = m_spike->screens();
+    QCOMPARE(screens->currentScreen(), ShellScreens::Screen::ChatInfo);
+    ChatInfoScreen *info = screens->chatInfoScreen();
+    QVERIFY(textsIn(info).contains("Channel"));
+    QVERIFY(textsIn(info).contains("Unknown"));
+    // The backend's record fills in the link and the membership.
+    feed(R"({"type":"chat_info","chat_id":1,"username":"news","member_count":900,)"
+         R"("is_member":true})");
+    QVERIFY(waitFor([&] { return textsIn(info).contains("t.me/news"); }));
+    QVERIFY(textsIn(info).contains("900"));
+    const auto shown = [info](const QString &text) {
+        for (auto *b : info->findChildren<QPushButton *>())
+            if (b->text() == text)
+                return b->isVisibleTo(info);
+        return false;
+    };
+    QVERIFY(shown("Leave"));
+    QVERIFY(!shown("Join"));
+
+    // Notifications switch through the backend; its answer shows on the page.
+    Q_EMIT info->notificationsToggleRequested();
+    QCOMPARE(sent("mute_toggle 1"), 1);
+    feed(R"({"type":"chat_mute_toggled","chat_id":1,"muted":true})");
+    QVERIFY(waitFor([&] { return textsIn(info).contains("Muted"); }));
+
+    Q_EMIT info->copyIdRequested();
+    QTRY_COMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("1"));
+    Q_EMIT info->copyLinkRequested();
+    QTRY_COMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("t.me/news"));
+
+    // A second question replaces the first, which then never answers.
+    const auto openDialog = [this]() -> SystemDialog * {
+        for (auto *d : m_spike->window()->findChildren<SystemDialog *>())
+            if (d->isOpen())
+                return d;
+        return nullptr;
+    };
+    Q_EMIT info->clearHistoryRequested();
+    QPointer<SystemDialog> first = openDialog();
+    QVERIFY(first);
+    QCOMPARE(first->body(), QStringLiteral("Clear history in \"News\"?"));
+    Q_EMIT info->leaveRequested();
+    SystemDialog *second = openDialog();
+    QVERIFY(second && second != first);
+    QVERIFY(!first || !first->isOpen());
+    QCOMPARE(second->body(), QStringLiteral("Leave \"News\"?"));
+    second->finishWith(SystemUiResult::ConfirmButtonSelection);
+    QCOMPARE(sent("leave 1"), 1);
+    QCOMPARE(sent("clear_history 1"), 0);
+}
+
 void TestController::updateCheckFromTheMenu()
 {
     // No update server is configured: the check ends at once with a toast.
@@ -547,9 +613,7 @@ void TestController::everySignalHasAReceiver()
         "MediaViewerScreen::playRequested", "MessageItemProvider::mediaTapped",
         "MessageItemProvider::videoNoteTapped",
         // The chat information page.
-        "ChatScreen::moreRequested", "ChatInfoScreen::clearHistoryRequested",
-        "ChatInfoScreen::joinRequested", "ChatInfoScreen::leaveRequested",
-        "ChatInfoScreen::deleteChatRequested",
+        "ChatScreen::moreRequested",
         // Pinned messages, search and the files cache.
         "EventDispatcher::pinnedEvent", "EventDispatcher::chatSearchResultsReady",
         "MainScreen::searchRequested", "MenuScreen::recalculateCacheRequested",
@@ -566,7 +630,8 @@ void TestController::everySignalHasAReceiver()
         m_spike->mediaDownloads(), m_spike->voicePlayer(),  m_spike->voiceRecorder(),
         m_spike->screens(),        m_spike->chatListView(), m_spike->updateChecker(),
         m_spike->chatSession(),    m_spike->composer(),     m_spike->messages(),
-        m_spike->messageItems(),   m_spike->filePicker(),   m_spike->messageActions()};
+        m_spike->messageItems(),   m_spike->filePicker(),   m_spike->messageActions(),
+        m_spike->chatActions()};
     QObjectList subsystems = parts;
     for (QWidget *w : m_spike->screens()->findChildren<QWidget *>())
         if (!QByteArray(w->metaObject()->className()).startsWith('Q'))

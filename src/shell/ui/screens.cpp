@@ -280,6 +280,18 @@ ChatInfoScreen::ChatInfoScreen(float scale, QWidget *parent) : QWidget(parent)
     m_notifications = infoRow(details, QStringLiteral("Notifications"),
                               QStringLiteral("info_notifications"), scale, detailsCard);
     m_id = infoRow(details, QStringLiteral("ID"), QStringLiteral("info_id"), scale, detailsCard);
+    m_copyLink = button(QStringLiteral("Copy link"), QStringLiteral("info_copy_link_button"),
+                        ControlRole::Row, scale, detailsCard);
+    auto *copyId = button(QStringLiteral("Copy ID"), QStringLiteral("info_copy_id_button"),
+                          ControlRole::Row, scale, detailsCard);
+    auto *mute =
+        button(QStringLiteral("Switch notifications"), QStringLiteral("info_notifications_button"),
+               ControlRole::Row, scale, detailsCard);
+    for (QPushButton *b : {m_copyLink, copyId, mute})
+        details->addWidget(b);
+    announce(m_copyLink, this, &ChatInfoScreen::copyLinkRequested);
+    announce(copyId, this, &ChatInfoScreen::copyIdRequested);
+    announce(mute, this, &ChatInfoScreen::notificationsToggleRequested);
     bv->addWidget(detailsCard);
 
     QVBoxLayout *actions = nullptr;
@@ -318,6 +330,8 @@ void ChatInfoScreen::setDetails(const ChatDetails &d)
     m_letter->setText(avatar_initial(d.title));
     m_join->setVisible(d.canJoin);
     m_leave->setVisible(d.canLeave);
+    // Only a public username makes a link worth copying.
+    m_copyLink->setVisible(d.canCopyLink);
 }
 
 // --------------------------------------------------------------- MenuScreen

@@ -89,6 +89,7 @@ struct ChatDetails
     QString notifications;
     bool canJoin = false;
     bool canLeave = false;
+    bool canCopyLink = false;
 };
 
 // Details of the open chat and its actions.
@@ -105,6 +106,9 @@ Q_SIGNALS:
     void joinRequested();
     void leaveRequested();
     void deleteChatRequested();
+    void copyLinkRequested();
+    void copyIdRequested();
+    void notificationsToggleRequested();
 
 private:
     QLabel *m_letter = nullptr;
@@ -116,6 +120,7 @@ private:
     QLabel *m_id = nullptr;
     QPushButton *m_join = nullptr;
     QPushButton *m_leave = nullptr;
+    QPushButton *m_copyLink = nullptr;
 };
 
 // Menu: the own profile, updates, files cache, theme and the debug log

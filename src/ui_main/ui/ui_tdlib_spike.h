@@ -23,6 +23,7 @@ class ChatSession;
 class Composer;
 class FilePicker;
 class MessageActions;
+class ChatActions;
 class MessageItemProvider;
 class MessageRowModel;
 class VoiceRecordGesture;
@@ -80,6 +81,7 @@ public:
     ChatSession *chatSession() const { return m_session; }
     Composer *composer() const { return m_composer; }
     MessageActions *messageActions() const { return m_actions; }
+    ChatActions *chatActions() const { return m_chatActions; }
     MessageItemProvider *messageItems() const { return m_messageItems; }
     FilePicker *filePicker() const { return m_filePicker; }
     VoiceRecordGesture *voiceGesture() const { return m_voiceGesture; }
@@ -149,6 +151,8 @@ private:
     void onChatClosed();
     // Message actions: the menu, selection mode and their dialogs.
     void connectMessageActions();
+    void connectChatActions();
+    void updateChatInfoFromModel();
     // The hold-to-record action button and its panel.
     void connectVoiceRecording();
     void updateVoiceRecordPanel();
@@ -201,9 +205,11 @@ private:
     MessageItemProvider *m_messageItems = nullptr;
     FilePicker *m_filePicker = nullptr;
     MessageActions *m_actions = nullptr;
+    ChatActions *m_chatActions = nullptr;
     std::shared_ptr<Clipboard> m_clipboard;
     // The open message menu or forward, delete or reactions dialog.
     QPointer<SystemUiDialog> m_actionDialog;
+    QPointer<SystemDialog> m_chatActionDialog;
     VoiceRecordGesture *m_voiceGesture = nullptr;
     bool m_autoOpenDone = false;
     QPointer<SystemDialog> m_updateDialog;

@@ -7,6 +7,7 @@
 #include "backend_link/backend_link.h"
 #include "chats/avatar_download_queue.h"
 #include "chats/chat_list_model.h"
+#include "conversation/chat_actions.h"
 #include "conversation/chat_session.h"
 #include "conversation/composer.h"
 #include "conversation/message_actions.h"
@@ -28,6 +29,7 @@
 #include "platform/ui/toast_overlay.h"
 #include "shell/style_sheet.h"
 #include "shell/theme.h"
+#include "shell/ui/screens.h"
 #include "shell/ui/shell_screens.h"
 
 #include <QDateTime>
@@ -61,6 +63,9 @@ void UiTdlibSpike::buildConversation()
         m_session, m_composer, m_clipboard.get(),
         [this](qint64 chatId) { return m_dispatcher->chatInfo(chatId); },
         [this](qint64 userId) { return m_dispatcher->userDisplayName(userId); }, this);
+    m_chatActions = new ChatActions(
+        m_session, m_chats, m_clipboard.get(),
+        [this](qint64 chatId) { return m_dispatcher->chatInfo(chatId); }, this);
 }
 
 void UiTdlibSpike::connectConversation()
@@ -247,6 +252,7 @@ void UiTdlibSpike::connectConversation()
     connect(m_chatScreen, &ChatScreen::toBottomRequested, m_session, &ChatSession::onJumpToBottom);
     connect(m_chatScreen, &ChatScreen::backRequested, this, &UiTdlibSpike::onBackToChats);
     connectMessageActions();
+    connectChatActions();
     connectVoiceRecording();
     // The chat list is complete (and sign-in done, or the app back in front):
     // the moment to open a chat asked for from outside.
@@ -370,6 +376,85 @@ void UiTdlibSpike::connectMessageActions()
                             dialog->deleteLater();
                         });
                 m_actionDialog = dialog;
+                dialog->show();
+            });
+}
+
+void UiTdlibSpike::updateChatInfoFromModel()
+{
+    const ChatActions::Page p = m_chatActions->updateChatInfoFromModel();
+    ChatDetails d;
+    d.id = p.id;
+    d.title = p.title;
+    d.kind = p.kind;
+    d.members = p.members;
+    d.link = p.link;
+    d.notifications = p.notifications;
+    d.canJoin = p.canJoin;
+    d.canLeave = p.canLeave;
+    d.canCopyLink = p.canCopyLink;
+    m_screens->chatInfoScreen()->setDetails(d);
+}
+
+void UiTdlibSpike::connectChatActions()
+{
+    connect(m_chatActions, &ChatActions::sendLineRequested, this,
+            [this](const QString &line) { sendLine(line); });
+    connect(m_chatActions, &ChatActions::toastRequested, this,
+            [this](const QString &text) { m_toaster->showToast(text); });
+
+    ChatInfoScreen *info = m_screens->chatInfoScreen();
+    // The page shows what is known at once and asks the backend for the
+    // rest; its answer, membership and mute changes come as chatInfoChanged.
+    connect(m_chatScreen, &ChatScreen::infoRequested, this, [this] {
+        appendLog(QStringLiteral("ui: open chat info\n"));
+        updateChatInfoFromModel();
+        if (m_session->chatId() != 0)
+            sendLine(QStringLiteral("chat_info %1").arg(m_session->chatId()));
+    });
+    connect(info, &ChatInfoScreen::backRequested, this,
+            [this] { appendLog(QStringLiteral("ui: close chat info\n")); });
+    connect(m_dispatcher, &EventDispatcher::chatInfoChanged, this, [this](qint64 chatId) {
+        if (chatId == m_session->chatId() &&
+            m_screens->currentScreen() == ShellScreens::Screen::ChatInfo)
+            updateChatInfoFromModel();
+    });
+    connect(info, &ChatInfoScreen::clearHistoryRequested, m_chatActions,
+            &ChatActions::onChatInfoClearHistory);
+    connect(info, &ChatInfoScreen::joinRequested, m_chatActions, &ChatActions::onChatInfoJoin);
+    connect(info, &ChatInfoScreen::leaveRequested, m_chatActions, &ChatActions::onChatInfoLeave);
+    connect(info, &ChatInfoScreen::deleteChatRequested, m_chatActions,
+            &ChatActions::onChatInfoDeleteChat);
+    connect(info, &ChatInfoScreen::copyLinkRequested, m_chatActions,
+            &ChatActions::onChatInfoCopyLink);
+    connect(info, &ChatInfoScreen::copyIdRequested, m_chatActions, &ChatActions::onChatInfoCopyId);
+    connect(info, &ChatInfoScreen::notificationsToggleRequested, m_chatActions,
+            &ChatActions::onChatInfoToggleNotifications);
+
+    // At most one confirmation: a newer one cancels the older, which then
+    // never answers.
+    connect(m_chatActions, &ChatActions::dialogRequested, this,
+            [this](const ChatActions::ConfirmRequest &request) {
+                if (m_chatActionDialog) {
+                    m_chatActionDialog->cancel();
+                    m_chatActionDialog->deleteLater();
+                }
+                auto *dialog = new SystemDialog(request.confirmLabel, request.cancelLabel,
+                                                m_window->screenHost());
+                dialog->setObjectName(QStringLiteral("chat_action_dialog"));
+                dialog->setTitle(request.title);
+                dialog->setBody(request.body);
+                for (auto it = request.properties.cbegin(); it != request.properties.cend(); ++it)
+                    dialog->setProperty(it.key().toUtf8().constData(), it.value());
+                const QStringList keys = request.properties.keys();
+                connect(dialog, &SystemUiDialog::finished, this, [this, dialog, keys](int result) {
+                    QVariantMap props;
+                    for (const QString &key : keys)
+                        props.insert(key, dialog->property(key.toUtf8().constData()));
+                    m_chatActions->onChatActionDialogFinished(props, result);
+                    dialog->deleteLater();
+                });
+                m_chatActionDialog = dialog;
                 dialog->show();
             });
 }

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QVariantMap>
+
+#include <functional>
+
+class ChatListModel;
+class ChatSession;
+class Clipboard;
+
+// The open chat's information page without its widgets: what the page shows,
+// copying the chat's link and id, switching its notifications, and clearing,
+// joining, leaving or deleting it after the user confirms.
+//
+// A confirmation leaves as ConfirmRequest through dialogRequested(); the
+// screen copies the request's properties onto the dialog and hands them back
+// to onChatActionDialogFinished(). The chat id travels with the dialog, so a
+// late answer acts on the chat it was asked for.
+class ChatActions : public QObject
+{
+    Q_OBJECT
+public:
+    // The chat's info record ("chat_info" event), empty when unknown.
+    using ChatInfoLookup = std::function<QVariantMap(qint64 chatId)>;
+
+    struct Page
+    {
+        qint64 id = 0;
+        QString title;
+        QString kind;
+        QString members;
+        QString link;
+        QString notifications;
+        bool canJoin = false;
+        bool canLeave = false;
+        // The chat has a public username.
+        bool canCopyLink = false;
+    };
+
+    struct ConfirmRequest
+    {
+        QString title;
+        QString body;
+        QString confirmLabel;
+        QString cancelLabel;
+        // Dynamic properties for the dialog object.
+        QVariantMap properties;
+    };
+
+    // session and chats must outlive this object; clipboard may be null.
+    ChatActions(ChatSession *session, ChatListModel *chats, Clipboard *clipboard,
+                ChatInfoLookup chatInfo, QObject *parent = nullptr);
+
+    // What the page shows for the open chat.
+    Page updateChatInfoFromModel() const;
+    static QString chatTypeText(const QString &chatType);
+    static QString notificationText(const QVariantMap &chatRow);
+
+public Q_SLOTS:
+    void confirmChatAction(const QString &action);
+    void onChatInfoClearHistory();
+    void onChatInfoJoin();
+    void onChatInfoLeave();
+    void onChatInfoDeleteChat();
+    void onChatActionDialogFinished(const QVariantMap &dialogProperties, int result);
+    void onChatInfoToggleNotifications();
+    void onChatInfoCopyLink();
+    void onChatInfoCopyId();
+    void onChatInfoMembersTapped();
+
+Q_SIGNALS:
+    void sendLineRequested(const QString &line);
+    void toastRequested(const QString &text);
+    // Replaces any confirmation still open.
+    void dialogRequested(const ChatActions::ConfirmRequest &request);
+
+private:
+    QVariantMap currentRow() const;
+    void copy(const QString &text);
+
+    ChatSession *m_session = nullptr;
+    ChatListModel *m_chats = nullptr;
+    Clipboard *m_clipboard = nullptr;
+    ChatInfoLookup m_chatInfo;
+};
+
+Q_DECLARE_METATYPE(ChatActions::ConfirmRequest)

@@ -1,0 +1,359 @@
+#include "chats/chat_list_model.h"
+#include "conversation/chat_actions.h"
+#include "conversation/chat_session.h"
+#include "conversation_test_util.h"
+#include "platform/clipboard.h"
+
+#include <QtTest>
+
+namespace {
+
+using Request = ChatActions::ConfirmRequest;
+
+// Chat 5 of the given type and title open, chat 7 in the list too; the
+// info record is what the test puts in it.
+struct Harness : OpenChatModels
+{
+    QHash<qint64, QVariantMap> info;
+    RecordingClipboard clipboard;
+    ChatActions actions{&session, &chats, &clipboard, [this](qint64 id) { return info.value(id); }};
+    QStringList lines, toasts;
+    QList<Request> dialogs;
+
+    explicit Harness(const QString &chatType = QStringLiteral("supergroup"),
+                     const QString &title = QStringLiteral("Ann"), const QVariantMap &extra = {})
+    {
+        QObject::connect(&actions, &ChatActions::sendLineRequested,
+                         [this](const QString &l) { lines << l; });
+        QObject::connect(&actions, &ChatActions::toastRequested,
+                         [this](const QString &t) { toasts << t; });
+        QObject::connect(&actions, &ChatActions::dialogRequested,
+                         [this](const Request &r) { dialogs << r; });
+        QVariantMap chat{{QStringLiteral("id"), QStringLiteral("5")},
+                         {QStringLiteral("title"), title},
+                         {QStringLiteral("chat_type"), chatType},
+                         {QStringLiteral("order"), QStringLiteral("30")}};
+        for (auto it = extra.cbegin(); it != extra.cend(); ++it)
+            chat.insert(it.key(), it.value());
+        chats.upsertChatRow(chat);
+        chats.upsertChatRow({{QStringLiteral("id"), QStringLiteral("7")},
+                             {QStringLiteral("title"), QStringLiteral("Bob")},
+                             {QStringLiteral("order"), QStringLiteral("20")}});
+        session.openChatFromRow(chat);
+    }
+};
+
+// "key=value key2=value2" with "~" for a blank.
+QVariantMap fields(const QString &text)
+{
+    QVariantMap m = ev(QStringLiteral("x ") + text);
+    m.remove(QStringLiteral("type"));
+    return m;
+}
+
+} // namespace
+
+class TestChatDetails : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void confirm_data();
+    void confirm();
+    void page_data();
+    void page();
+    void copy_data();
+    void copy();
+    void nothingWithoutChat();
+    void newerDialogReplacesAndKeepsItsChat();
+};
+
+void TestChatDetails::confirm_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<QString>("chatType");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("dialogTitle");
+    QTest::addColumn<QString>("body");
+    QTest::addColumn<QString>("confirm");
+    QTest::addColumn<QString>("line");
+
+    QTest::newRow("clear") << "clear_history"
+                           << "private"
+                           << " Ann "
+                           << "Clear history"
+                           << "Clear history in \"Ann\"?"
+                           << "Clear"
+                           << "clear_history 5";
+    QTest::newRow("clear untitled") << "clear_history"
+                                    << "private"
+                                    << " "
+                                    << "Clear history"
+                                    << "Clear history?"
+                                    << "Clear"
+                                    << "clear_history 5";
+    QTest::newRow("join") << "join"
+                          << "supergroup"
+                          << "Ann"
+                          << "Join"
+                          << "Join \"Ann\"?"
+                          << "Join"
+                          << "join 5";
+    QTest::newRow("join channel untitled") << "join"
+                                           << "channel"
+                                           << " "
+                                           << "Join"
+                                           << "Join channel?"
+                                           << "Join"
+                                           << "join 5";
+    QTest::newRow("join group untitled") << "join"
+                                         << "basic_group"
+                                         << " "
+                                         << "Join"
+                                         << "Join group?"
+                                         << "Join"
+                                         << "join 5";
+    QTest::newRow("delete") << "delete_chat"
+                            << "private"
+                            << "Ann"
+                            << "Delete chat"
+                            << "Delete \"Ann\" and remove it from the chat list?"
+                            << "Delete"
+                            << "delete_chat 5";
+    QTest::newRow("delete untitled") << "delete_chat"
+                                     << "private"
+                                     << " "
+                                     << "Delete chat"
+                                     << "Delete chat and remove it from the chat list?"
+                                     << "Delete"
+                                     << "delete_chat 5";
+    QTest::newRow("leave") << "leave"
+                           << "channel"
+                           << "Ann"
+                           << "Leave"
+                           << "Leave \"Ann\"?"
+                           << "Leave"
+                           << "leave 5";
+    QTest::newRow("leave channel untitled") << "leave"
+                                            << "channel"
+                                            << " "
+                                            << "Leave"
+                                            << "Leave channel?"
+                                            << "Leave"
+                                            << "leave 5";
+    QTest::newRow("leave group untitled") << "leave"
+                                          << "supergroup"
+                                          << " "
+                                          << "Leave"
+                                          << "Leave group?"
+                                          << "Leave"
+                                          << "leave 5";
+    QTest::newRow("unknown word") << "archive"
+                                  << "private"
+                                  << "Ann"
+                                  << ""
+                                  << ""
+                                  << ""
+                                  << "";
+}
+
+void TestChatDetails::confirm()
+{
+    QFETCH(QString, action);
+    QFETCH(QString, chatType);
+    QFETCH(QString, title);
+    QFETCH(QString, dialogTitle);
+    QFETCH(QString, body);
+    QFETCH(QString, confirm);
+    QFETCH(QString, line);
+
+    Harness h(chatType, title);
+    h.actions.confirmChatAction(action);
+    if (dialogTitle.isEmpty()) {
+        QVERIFY(h.dialogs.isEmpty());
+        return;
+    }
+    QCOMPARE(h.dialogs.size(), 1);
+    const Request r = h.dialogs.first();
+    QCOMPARE(r.title, dialogTitle);
+    QCOMPARE(r.body, body);
+    QCOMPARE(r.confirmLabel, confirm);
+    QCOMPARE(r.cancelLabel, QStringLiteral("Cancel"));
+
+    // Cancelled or closed: nothing goes out; confirmed: the command once.
+    h.actions.onChatActionDialogFinished(r.properties, 3);
+    h.actions.onChatActionDialogFinished(r.properties, 0);
+    QVERIFY(h.lines.isEmpty());
+    h.actions.onChatActionDialogFinished(r.properties, 2);
+    QCOMPARE(h.lines, QStringList{line});
+
+    // The page's buttons ask for the same confirmation.
+    void (ChatActions::*tap)() =
+        action == QLatin1String("clear_history") ? &ChatActions::onChatInfoClearHistory
+        : action == QLatin1String("join")        ? &ChatActions::onChatInfoJoin
+        : action == QLatin1String("leave")       ? &ChatActions::onChatInfoLeave
+                                                 : &ChatActions::onChatInfoDeleteChat;
+    (h.actions.*tap)();
+    QCOMPARE(h.dialogs.size(), 2);
+    QCOMPARE(h.dialogs.last().properties, r.properties);
+}
+
+void TestChatDetails::page_data()
+{
+    QTest::addColumn<QString>("chatType");
+    QTest::addColumn<QString>("row");  // extra chat row fields
+    QTest::addColumn<QString>("info"); // the info record
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("notifications");
+    QTest::addColumn<QString>("members");
+    QTest::addColumn<QString>("link");
+    QTest::addColumn<bool>("canJoin");
+    QTest::addColumn<bool>("canLeave");
+
+    QTest::newRow("private, nothing known") << "private"
+                                            << ""
+                                            << ""
+                                            << "Private chat"
+                                            << "Unknown"
+                                            << ""
+                                            << "" << false << false;
+    QTest::newRow("secret, muted") << "secret"
+                                   << "muted_known=true muted=true"
+                                   << ""
+                                   << "Secret chat"
+                                   << "Muted"
+                                   << ""
+                                   << "" << false << false;
+    QTest::newRow("group member, on") << "basic_group"
+                                      << "muted_known=true muted=false"
+                                      << "member_count=12 is_member=true"
+                                      << "Group"
+                                      << "On"
+                                      << "12"
+                                      << "" << false << true;
+    QTest::newRow("supergroup with invite link") << "supergroup"
+                                                 << "muted=true"
+                                                 << "link=https://t.me/+abc is_member=false"
+                                                 << "Supergroup"
+                                                 << "Unknown"
+                                                 << ""
+                                                 << "https://t.me/+abc" << true << false;
+    QTest::newRow("channel with username")
+        << "channel"
+        << ""
+        << "username=@news link=https://t.me/+abc member_count=900 is_member=false"
+        << "Channel"
+        << "Unknown"
+        << "900"
+        << "t.me/news" << true << false;
+    QTest::newRow("private never joins") << "private"
+                                         << ""
+                                         << "is_member=false"
+                                         << "Private chat"
+                                         << "Unknown"
+                                         << ""
+                                         << "" << false << false;
+}
+
+void TestChatDetails::page()
+{
+    QFETCH(QString, chatType);
+    QFETCH(QString, row);
+    QFETCH(QString, info);
+    QFETCH(QString, kind);
+    QFETCH(QString, notifications);
+    QFETCH(QString, members);
+    QFETCH(QString, link);
+    QFETCH(bool, canJoin);
+    QFETCH(bool, canLeave);
+
+    Harness h(chatType, QStringLiteral("Ann"), fields(row));
+    if (!info.isEmpty())
+        h.info.insert(5, fields(info));
+    const ChatActions::Page p = h.actions.updateChatInfoFromModel();
+    QCOMPARE(p.id, qint64(5));
+    QCOMPARE(p.title, QStringLiteral("Ann"));
+    QCOMPARE(p.kind, kind);
+    QCOMPARE(p.notifications, notifications);
+    QCOMPARE(p.members, members);
+    QCOMPARE(p.link, link);
+    QCOMPARE(p.canJoin, canJoin);
+    QCOMPARE(p.canLeave, canLeave);
+    // Only a public username gives a link to copy.
+    QCOMPARE(p.canCopyLink, info.contains(QStringLiteral("username=")));
+
+    // Notifications switch through the backend, whose answer updates the row.
+    h.actions.onChatInfoToggleNotifications();
+    QCOMPARE(h.lines, QStringList{QStringLiteral("mute_toggle 5")});
+}
+
+void TestChatDetails::copy_data()
+{
+    QTest::addColumn<QString>("info");
+    QTest::addColumn<bool>("link"); // else the id
+    QTest::addColumn<QString>("copied");
+
+    QTest::newRow("link") << "username=news" << true << "t.me/news";
+    QTest::newRow("link, one @ dropped") << "username=@@news" << true << "t.me/@news";
+    QTest::newRow("link, no record") << "" << true << "t.me/";
+    QTest::newRow("id") << "username=news" << false << "5";
+}
+
+void TestChatDetails::copy()
+{
+    QFETCH(QString, info);
+    QFETCH(bool, link);
+    QFETCH(QString, copied);
+
+    Harness h;
+    if (!info.isEmpty())
+        h.info.insert(5, fields(info));
+    if (link)
+        h.actions.onChatInfoCopyLink();
+    else
+        h.actions.onChatInfoCopyId();
+    QCOMPARE(h.clipboard.entries().size(), 1);
+    QCOMPARE(h.clipboard.entries().first().mimeType, QStringLiteral("text/plain"));
+    QCOMPARE(QString::fromUtf8(h.clipboard.entries().first().data), copied);
+    QCOMPARE(h.toasts, QStringList{QStringLiteral("Copied")});
+}
+
+void TestChatDetails::nothingWithoutChat()
+{
+    Harness h;
+    h.session.onBackToChats();
+    QCOMPARE(h.session.chatId(), qint64(0));
+    h.actions.onChatInfoClearHistory();
+    h.actions.onChatInfoJoin();
+    h.actions.onChatInfoLeave();
+    h.actions.onChatInfoDeleteChat();
+    h.actions.onChatInfoToggleNotifications();
+    h.actions.onChatInfoCopyLink();
+    h.actions.onChatInfoCopyId();
+    QVERIFY(h.dialogs.isEmpty());
+    QVERIFY(h.lines.isEmpty());
+    QVERIFY(h.toasts.isEmpty());
+    QVERIFY(h.clipboard.entries().isEmpty());
+    QCOMPARE(h.actions.updateChatInfoFromModel().id, qint64(0));
+    // A dialog that lost its chat id sends nothing.
+    h.actions.onChatActionDialogFinished(
+        {{QStringLiteral("chat_action"), QStringLiteral("leave")}, {QStringLiteral("chat_id"), 0}},
+        2);
+    QVERIFY(h.lines.isEmpty());
+}
+
+void TestChatDetails::newerDialogReplacesAndKeepsItsChat()
+{
+    Harness h;
+    h.actions.onChatInfoLeave();
+    h.actions.onChatInfoClearHistory();
+    QCOMPARE(h.dialogs.size(), 2);
+    // The user opens another chat before confirming: the action stays with
+    // the chat it was asked for.
+    h.session.openChatFromRow(h.chats.chatRowById(7));
+    QCOMPARE(h.session.chatId(), qint64(7));
+    h.actions.onChatActionDialogFinished(h.dialogs.last().properties, 2);
+    QCOMPARE(h.lines, QStringList{QStringLiteral("clear_history 5")});
+}
+
+QTEST_GUILESS_MAIN(TestChatDetails)
+#include "test_chat_details.moc"
