@@ -612,12 +612,10 @@ void TestController::everySignalHasAReceiver()
         "MediaDownloads::videoViewerRequested", "VoicePlayer::videoNotePlaybackStopRequested",
         "MediaViewerScreen::playRequested", "MessageItemProvider::mediaTapped",
         "MessageItemProvider::videoNoteTapped",
-        // The chat information page.
-        "ChatScreen::moreRequested",
-        // Pinned messages, search and the files cache.
-        "EventDispatcher::pinnedEvent", "EventDispatcher::chatSearchResultsReady",
-        "MainScreen::searchRequested", "MenuScreen::recalculateCacheRequested",
-        "MenuScreen::clearCacheRequested",
+        // The chat's overflow menu, pinned messages, search and the files cache.
+        "ChatScreen::moreRequested", "EventDispatcher::pinnedEvent",
+        "EventDispatcher::chatSearchResultsReady", "MainScreen::searchRequested",
+        "MenuScreen::recalculateCacheRequested", "MenuScreen::clearCacheRequested",
         // The two-pane window follows what is in view; the chat list's own
         // scroll state (the message list's drives its paging); message taps
         // reach the item provider, not the list.
