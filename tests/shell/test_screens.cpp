@@ -216,6 +216,20 @@ private Q_SLOTS:
         QCOMPARE(screens.findChild<QPlainTextEdit *>()->toPlainText(),
                  QStringLiteral("line one\nline two"));
     }
+    void memberCountIsTappable()
+    {
+        // A click as the window system delivers it: to the label under the
+        // pointer first.
+        ShellScreens screens(true, 1.0f);
+        screens.showScreen(ShellScreens::Screen::ChatInfo);
+        QVERIFY(showOnScreen(screens));
+        ChatInfoScreen *info = screens.chatInfoScreen();
+        QSignalSpy tapped(info, &ChatInfoScreen::membersRequested);
+        auto *count = info->findChild<QLabel *>(QStringLiteral("info_members"));
+        const QPoint at = count->mapTo(&screens, count->rect().center());
+        QTest::mouseClick(screens.windowHandle(), Qt::LeftButton, {}, at);
+        QCOMPARE(tapped.size(), 1);
+    }
     void themeRecolours_data()
     {
         QTest::addColumn<bool>("dark");

@@ -458,6 +458,9 @@ void TestController::chatInfoPageAndActions()
 
     Q_EMIT info->copyIdRequested();
     QTRY_COMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("1"));
+    Q_EMIT info->membersRequested();
+    QCOMPARE(static_cast<ToastOverlay *>(m_spike->toaster())->currentText(),
+             QStringLiteral("Members list is not implemented yet"));
     Q_EMIT info->copyLinkRequested();
     QTRY_COMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("t.me/news"));
 

@@ -12,6 +12,7 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMouseEvent>
 #include <QPixmap>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -232,6 +233,16 @@ void MainScreen::setAuthorised(bool authorised)
 
 // ----------------------------------------------------------- ChatInfoScreen
 
+bool ChatInfoScreen::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_members->parentWidget() && event->type() == QEvent::MouseButtonRelease &&
+        static_cast<QMouseEvent *>(event)->button() == Qt::LeftButton) {
+        Q_EMIT membersRequested();
+        return true;
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
 ChatInfoScreen::ChatInfoScreen(float scale, QWidget *parent) : QWidget(parent)
 {
     auto *v = screenRoot(this, QStringLiteral("chat_info_screen"), ThemeGroup::A);
@@ -275,6 +286,10 @@ ChatInfoScreen::ChatInfoScreen(float scale, QWidget *parent) : QWidget(parent)
     QWidget *detailsCard = card(QStringLiteral("info_details_card"), scale, body, &details);
     m_members = infoRow(details, QStringLiteral("Members"), QStringLiteral("info_members"), scale,
                         detailsCard);
+    // The member count is a control: its row answers a tap.
+    m_members->setTextInteractionFlags(Qt::NoTextInteraction);
+    m_members->parentWidget()->setCursor(Qt::PointingHandCursor);
+    m_members->parentWidget()->installEventFilter(this);
     m_link =
         infoRow(details, QStringLiteral("Link"), QStringLiteral("info_link"), scale, detailsCard);
     m_notifications = infoRow(details, QStringLiteral("Notifications"),

@@ -109,6 +109,11 @@ Q_SIGNALS:
     void copyLinkRequested();
     void copyIdRequested();
     void notificationsToggleRequested();
+    // A tap on the member count.
+    void membersRequested();
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     QLabel *m_letter = nullptr;

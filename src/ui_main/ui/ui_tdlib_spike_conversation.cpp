@@ -428,6 +428,8 @@ void UiTdlibSpike::connectChatActions()
     connect(info, &ChatInfoScreen::copyLinkRequested, m_chatActions,
             &ChatActions::onChatInfoCopyLink);
     connect(info, &ChatInfoScreen::copyIdRequested, m_chatActions, &ChatActions::onChatInfoCopyId);
+    connect(info, &ChatInfoScreen::membersRequested, m_chatActions,
+            &ChatActions::onChatInfoMembersTapped);
     connect(info, &ChatInfoScreen::notificationsToggleRequested, m_chatActions,
             &ChatActions::onChatInfoToggleNotifications);
 
