@@ -1,5 +1,7 @@
 #pragma once
 
+#include "shell/chat_details.h"
+
 #include <QObject>
 #include <QString>
 #include <QVariantMap>
@@ -25,19 +27,8 @@ public:
     // The chat's info record ("chat_info" event), empty when unknown.
     using ChatInfoLookup = std::function<QVariantMap(qint64 chatId)>;
 
-    struct Page
-    {
-        qint64 id = 0;
-        QString title;
-        QString kind;
-        QString members;
-        QString link;
-        QString notifications;
-        bool canJoin = false;
-        bool canLeave = false;
-        // The chat has a public username.
-        bool canCopyLink = false;
-    };
+    // The page is filled from the shell's record of it.
+    using Page = ChatDetails;
 
     struct ConfirmRequest
     {

@@ -526,23 +526,35 @@ void MessageActions::onChatChanged()
 
 // ---------------------------------------------------------------- forwarding
 
-void MessageActions::onSelectionForwardTapped()
+bool MessageActions::selectionMayDo(const QString &emptyText, const QString &refusedText,
+                                    const std::function<bool(const QVariantMap &)> &allowed)
 {
     if (m_selected.isEmpty()) {
-        toast(QStringLiteral("Select messages to forward"));
-        return;
+        toast(emptyText);
+        return false;
     }
+    // With every message's properties known, a selection none of which may
+    // do it is refused here; otherwise the dialog waits for them.
     if (missingProperties(m_selected).isEmpty()) {
-        bool any = false;
         for (qint64 id : m_selected) {
-            any = any || isTrue(m_messages->messagePropertiesForId(id), "can_be_forwarded");
+            if (allowed(m_messages->messagePropertiesForId(id))) {
+                return true;
+            }
         }
-        if (!any) {
-            toast(QStringLiteral("Cannot forward selected messages"));
-            return;
-        }
+        toast(refusedText);
+        return false;
     }
-    showForwardDialog(m_selected, true);
+    return true;
+}
+
+void MessageActions::onSelectionForwardTapped()
+{
+    if (selectionMayDo(
+            QStringLiteral("Select messages to forward"),
+            QStringLiteral("Cannot forward selected messages"),
+            [](const QVariantMap &props) { return isTrue(props, "can_be_forwarded"); })) {
+        showForwardDialog(m_selected, true);
+    }
 }
 
 void MessageActions::showForwardDialog(const QList<qint64> &messageIds, bool exitSelection)
@@ -645,23 +657,14 @@ void MessageActions::onForwardDialogFinished(const QVariantMap &dialogProperties
 
 void MessageActions::onSelectionDeleteTapped()
 {
-    if (m_selected.isEmpty()) {
-        toast(QStringLiteral("Select messages to delete"));
-        return;
+    if (selectionMayDo(QStringLiteral("Select messages to delete"),
+                       QStringLiteral("Cannot delete selected messages"),
+                       [](const QVariantMap &props) {
+                           return isTrue(props, "can_be_deleted_only_for_self") ||
+                                  isTrue(props, "can_be_deleted_for_all_users");
+                       })) {
+        showDeleteDialog(m_selected, true);
     }
-    if (missingProperties(m_selected).isEmpty()) {
-        bool any = false;
-        for (qint64 id : m_selected) {
-            const QVariantMap props = m_messages->messagePropertiesForId(id);
-            any = any || isTrue(props, "can_be_deleted_only_for_self") ||
-                  isTrue(props, "can_be_deleted_for_all_users");
-        }
-        if (!any) {
-            toast(QStringLiteral("Cannot delete selected messages"));
-            return;
-        }
-    }
-    showDeleteDialog(m_selected, true);
 }
 
 void MessageActions::showDeleteDialog(const QList<qint64> &messageIds, bool exitSelection)

@@ -136,6 +136,10 @@ private:
     void writeRow(qint64 messageId, const QVariantMap &row);
     bool setRowSelected(qint64 messageId, bool selected);
     QList<qint64> missingProperties(const QList<qint64> &ids) const;
+    // The selection's common refusals: nothing selected, or nothing in it
+    // that allowed() accepts.
+    bool selectionMayDo(const QString &emptyText, const QString &refusedText,
+                        const std::function<bool(const QVariantMap &)> &allowed);
     void waitFor(Waiting what, const QList<qint64> &ids, bool exitSelection);
     void clearWaiting();
     void onPropertiesArrived(qint64 messageId);

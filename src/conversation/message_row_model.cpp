@@ -99,14 +99,7 @@ void MessageRowModel::clearPerChat()
     ++m_writing;
     m_rows->clear();
     --m_writing;
-    m_meta.clear();
-    m_index.clear();
-    m_rowsBySenderPhoto.clear();
-    m_outgoingIds.clear();
-    m_pendingIds.clear();
-    m_rowsByMediaFile.clear();
-    m_rowsByThumbFile.clear();
-    m_repliesByTarget.clear();
+    clearIndex();
     m_nextBack = 0;
     m_nextFront = -1;
     m_strings.clear();
@@ -196,7 +189,7 @@ void MessageRowModel::indexRemove(const RowMeta &m)
     m_pendingIds.remove(m.id);
 }
 
-void MessageRowModel::rebuildIndex()
+void MessageRowModel::clearIndex()
 {
     m_meta.clear();
     m_index.clear();
@@ -206,6 +199,11 @@ void MessageRowModel::rebuildIndex()
     m_rowsByMediaFile.clear();
     m_rowsByThumbFile.clear();
     m_repliesByTarget.clear();
+}
+
+void MessageRowModel::rebuildIndex()
+{
+    clearIndex();
     const QList<QVariantMap> &rows = m_rows->rows();
     for (int i = 0; i < rows.size(); ++i) {
         RowMeta m = metaOf(rows.at(i));

@@ -164,6 +164,7 @@ private:
     RowMeta metaOf(const QVariantMap &row) const;
     void indexAdd(const RowMeta &meta);
     void indexRemove(const RowMeta &meta);
+    void clearIndex();
     void rebuildIndex();
     void onForeignDataChanged(int first, int last);
     int indexOfOrdinal(qint64 ordinal) const;

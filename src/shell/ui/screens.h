@@ -1,5 +1,7 @@
 #pragma once
 
+#include "shell/chat_details.h"
+
 #include <QString>
 #include <QWidget>
 
@@ -76,20 +78,6 @@ private:
     QWidget *m_listHost = nullptr;
     QVBoxLayout *m_listLayout = nullptr;
     bool m_authorised = false;
-};
-
-// What the chat information page shows.
-struct ChatDetails
-{
-    qint64 id = 0;
-    QString title;
-    QString kind;
-    QString members;
-    QString link;
-    QString notifications;
-    bool canJoin = false;
-    bool canLeave = false;
-    bool canCopyLink = false;
 };
 
 // Details of the open chat and its actions.

@@ -382,18 +382,7 @@ void UiTdlibSpike::connectMessageActions()
 
 void UiTdlibSpike::updateChatInfoFromModel()
 {
-    const ChatActions::Page p = m_chatActions->updateChatInfoFromModel();
-    ChatDetails d;
-    d.id = p.id;
-    d.title = p.title;
-    d.kind = p.kind;
-    d.members = p.members;
-    d.link = p.link;
-    d.notifications = p.notifications;
-    d.canJoin = p.canJoin;
-    d.canLeave = p.canLeave;
-    d.canCopyLink = p.canCopyLink;
-    m_screens->chatInfoScreen()->setDetails(d);
+    m_screens->chatInfoScreen()->setDetails(m_chatActions->updateChatInfoFromModel());
 }
 
 void UiTdlibSpike::connectChatActions()
