@@ -1,5 +1,7 @@
 #include "platform/osicons.h"
 
+#include <QPainter>
+
 static void registerOsiconsResource()
 {
     Q_INIT_RESOURCE(osicons);
@@ -13,6 +15,21 @@ void init_osicons()
 QString osicon_path(const QString &fileName)
 {
     return QStringLiteral(":/assets/osicons/") + fileName;
+}
+
+QImage tinted_osicon(const QString &fileName, const QColor &color, const QSize &size)
+{
+    QImage img(osicon_path(fileName));
+    if (img.isNull())
+        return img;
+    img = img.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    if (size.isValid())
+        img = img.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+    QPainter p(&img);
+    p.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    p.fillRect(img.rect(), color);
+    p.end();
+    return img;
 }
 
 QString asset_resource_path(const QString &assetPath)

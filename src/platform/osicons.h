@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QColor>
+#include <QImage>
 #include <QString>
 
 // The icons of assets/osicons are compiled into the program as Qt resources,
@@ -10,6 +12,10 @@ void init_osicons();
 // Resource path of an icon by its file name, e.g. osicon_path("send.png")
 // gives ":/assets/osicons/send.png".
 QString osicon_path(const QString &fileName);
+
+// The icons are white glyphs; this one in another colour, scaled to size
+// when size is valid. Null when the icon does not load.
+QImage tinted_osicon(const QString &fileName, const QColor &color, const QSize &size = QSize());
 
 // Resource path for an "assets/osicons/..." path as the screens name them.
 QString asset_resource_path(const QString &assetPath);

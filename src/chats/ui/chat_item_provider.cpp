@@ -30,21 +30,8 @@ constexpr int kPinSize = 40;
 // The pin icon in the preview's grey.
 QPixmap pinPixmap()
 {
-    QPixmap pm;
-    {
-        QImage img(osicon_path(QStringLiteral("ic_pin.png")));
-        if (img.isNull()) {
-            return pm;
-        }
-        img = img.convertToFormat(QImage::Format_ARGB32_Premultiplied)
-                  .scaled(kPinSize, kPinSize, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-        QPainter p(&img);
-        p.setCompositionMode(QPainter::CompositionMode_SourceIn);
-        p.fillRect(img.rect(), QColor::fromRgba(kPreviewColor));
-        p.end();
-        pm = QPixmap::fromImage(img);
-    }
-    return pm;
+    return QPixmap::fromImage(tinted_osicon(
+        QStringLiteral("ic_pin.png"), QColor::fromRgba(kPreviewColor), QSize(kPinSize, kPinSize)));
 }
 
 int fontPx(int percent)

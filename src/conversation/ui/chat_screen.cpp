@@ -391,16 +391,10 @@ void ChatScreen::setDarkTheme(bool dark)
 {
     // The bars are light panels in the bright theme: their white close glyph
     // turns dark there.
-    QIcon icon(osicon_path(QStringLiteral("ic_close.png")));
-    if (!dark) {
-        QImage img =
-            icon.pixmap(96, 96).toImage().convertToFormat(QImage::Format_ARGB32_Premultiplied);
-        QPainter p(&img);
-        p.setCompositionMode(QPainter::CompositionMode_SourceIn);
-        p.fillRect(img.rect(), QColor(0x55, 0x5b, 0x63));
-        p.end();
-        icon = QIcon(QPixmap::fromImage(img));
-    }
+    const QString close = QStringLiteral("ic_close.png");
+    const QIcon icon =
+        dark ? QIcon(osicon_path(close))
+             : QIcon(QPixmap::fromImage(tinted_osicon(close, QColor(0x55, 0x5b, 0x63))));
     for (QToolButton *b : qAsConst(m_barCloses))
         b->setIcon(icon);
 }

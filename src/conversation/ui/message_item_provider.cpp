@@ -308,13 +308,10 @@ QPixmap tintedPixmap(const QString &path, const QColor &color)
     QPixmap pm;
     if (QPixmapCache::find(key, &pm))
         return pm;
-    pm = cachedPixmap(path);
+    // Status icons are named by their asset path.
+    pm = QPixmap::fromImage(tinted_osicon(path.section(QLatin1Char('/'), -1), color));
     if (pm.isNull())
         return pm;
-    QPainter p(&pm);
-    p.setCompositionMode(QPainter::CompositionMode_SourceIn);
-    p.fillRect(pm.rect(), color);
-    p.end();
     QPixmapCache::insert(key, pm);
     return pm;
 }
@@ -949,7 +946,10 @@ void MessageItemProvider::applyMessageWrap(QWidget *item)
             textInline->setFixedWidth(oneLine + 1);
             contentWidth = qMax(contentWidth, oneLine + 1 + 14 + metaWidth);
         } else {
-            const int w = richTextWidth(html, bodyFont, qMax(contentWidth, innerMax));
+            // Text no wider than the bubble lays out as it did unbounded;
+            // only wider text needs a second, wrapped layout.
+            const int maxW = qMax(contentWidth, innerMax);
+            const int w = oneLine <= maxW ? oneLine : richTextWidth(html, bodyFont, maxW);
             const int labelW = qMax(w, qMin(contentWidth, innerMax));
             textLabel->setFixedWidth(qMax(1, labelW));
             contentWidth = qMax(contentWidth, labelW);
