@@ -69,104 +69,36 @@ private Q_SLOTS:
 
 void TestChatDetails::confirm_data()
 {
-    QTest::addColumn<QString>("action");
-    QTest::addColumn<QString>("chatType");
-    QTest::addColumn<QString>("title");
-    QTest::addColumn<QString>("dialogTitle");
-    QTest::addColumn<QString>("body");
-    QTest::addColumn<QString>("confirm");
-    QTest::addColumn<QString>("line");
-
-    QTest::newRow("clear") << "clear_history"
-                           << "private"
-                           << " Ann "
-                           << "Clear history"
-                           << "Clear history in \"Ann\"?"
-                           << "Clear"
-                           << "clear_history 5";
-    QTest::newRow("clear untitled") << "clear_history"
-                                    << "private"
-                                    << " "
-                                    << "Clear history"
-                                    << "Clear history?"
-                                    << "Clear"
-                                    << "clear_history 5";
-    QTest::newRow("join") << "join"
-                          << "supergroup"
-                          << "Ann"
-                          << "Join"
-                          << "Join \"Ann\"?"
-                          << "Join"
-                          << "join 5";
-    QTest::newRow("join channel untitled") << "join"
-                                           << "channel"
-                                           << " "
-                                           << "Join"
-                                           << "Join channel?"
-                                           << "Join"
-                                           << "join 5";
-    QTest::newRow("join group untitled") << "join"
-                                         << "basic_group"
-                                         << " "
-                                         << "Join"
-                                         << "Join group?"
-                                         << "Join"
-                                         << "join 5";
-    QTest::newRow("delete") << "delete_chat"
-                            << "private"
-                            << "Ann"
-                            << "Delete chat"
-                            << "Delete \"Ann\" and remove it from the chat list?"
-                            << "Delete"
-                            << "delete_chat 5";
-    QTest::newRow("delete untitled") << "delete_chat"
-                                     << "private"
-                                     << " "
-                                     << "Delete chat"
-                                     << "Delete chat and remove it from the chat list?"
-                                     << "Delete"
-                                     << "delete_chat 5";
-    QTest::newRow("leave") << "leave"
-                           << "channel"
-                           << "Ann"
-                           << "Leave"
-                           << "Leave \"Ann\"?"
-                           << "Leave"
-                           << "leave 5";
-    QTest::newRow("leave channel untitled") << "leave"
-                                            << "channel"
-                                            << " "
-                                            << "Leave"
-                                            << "Leave channel?"
-                                            << "Leave"
-                                            << "leave 5";
-    QTest::newRow("leave group untitled") << "leave"
-                                          << "supergroup"
-                                          << " "
-                                          << "Leave"
-                                          << "Leave group?"
-                                          << "Leave"
-                                          << "leave 5";
-    QTest::newRow("unknown word") << "archive"
-                                  << "private"
-                                  << "Ann"
-                                  << ""
-                                  << ""
-                                  << ""
-                                  << "";
+    // "action|chat type|title|dialog title|body|confirm label|command"; no
+    // dialog title means no dialog.
+    QTest::addColumn<QString>("spec");
+    const auto row = [](const char *name, const char *spec) {
+        QTest::newRow(name) << QString::fromUtf8(spec);
+    };
+    row("clear", "clear_history|private| Ann |Clear history|Clear history in \"Ann\"?|Clear|"
+                 "clear_history 5");
+    row("clear untitled", "clear_history|private| |Clear history|Clear history?|Clear|"
+                          "clear_history 5");
+    row("join", "join|supergroup|Ann|Join|Join \"Ann\"?|Join|join 5");
+    row("join channel untitled", "join|channel| |Join|Join channel?|Join|join 5");
+    row("join group untitled", "join|basic_group| |Join|Join group?|Join|join 5");
+    row("delete", "delete_chat|private|Ann|Delete chat|Delete \"Ann\" and remove it from the "
+                  "chat list?|Delete|delete_chat 5");
+    row("delete untitled", "delete_chat|private| |Delete chat|Delete chat and remove it from the "
+                           "chat list?|Delete|delete_chat 5");
+    row("leave", "leave|channel|Ann|Leave|Leave \"Ann\"?|Leave|leave 5");
+    row("leave channel untitled", "leave|channel| |Leave|Leave channel?|Leave|leave 5");
+    row("leave group untitled", "leave|supergroup| |Leave|Leave group?|Leave|leave 5");
+    row("unknown word", "archive|private|Ann||||");
 }
 
 void TestChatDetails::confirm()
 {
-    QFETCH(QString, action);
-    QFETCH(QString, chatType);
-    QFETCH(QString, title);
-    QFETCH(QString, dialogTitle);
-    QFETCH(QString, body);
-    QFETCH(QString, confirm);
-    QFETCH(QString, line);
+    QFETCH(QString, spec);
+    const QStringList f = spec.split(QLatin1Char('|'));
+    const QString action = f.value(0), dialogTitle = f.value(3), line = f.value(6);
 
-    Harness h(chatType, title);
+    Harness h(f.value(1), f.value(2));
     h.actions.confirmChatAction(action);
     if (dialogTitle.isEmpty()) {
         QVERIFY(h.dialogs.isEmpty());
@@ -175,8 +107,8 @@ void TestChatDetails::confirm()
     QCOMPARE(h.dialogs.size(), 1);
     const Request r = h.dialogs.first();
     QCOMPARE(r.title, dialogTitle);
-    QCOMPARE(r.body, body);
-    QCOMPARE(r.confirmLabel, confirm);
+    QCOMPARE(r.body, f.value(4));
+    QCOMPARE(r.confirmLabel, f.value(5));
     QCOMPARE(r.cancelLabel, QStringLiteral("Cancel"));
 
     // Cancelled or closed: nothing goes out; confirmed: the command once.
@@ -199,85 +131,39 @@ void TestChatDetails::confirm()
 
 void TestChatDetails::page_data()
 {
-    QTest::addColumn<QString>("chatType");
-    QTest::addColumn<QString>("row");  // extra chat row fields
-    QTest::addColumn<QString>("info"); // the info record
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<QString>("notifications");
-    QTest::addColumn<QString>("members");
-    QTest::addColumn<QString>("link");
-    QTest::addColumn<bool>("canJoin");
-    QTest::addColumn<bool>("canLeave");
-
-    QTest::newRow("private, nothing known") << "private"
-                                            << ""
-                                            << ""
-                                            << "Private chat"
-                                            << "Unknown"
-                                            << ""
-                                            << "" << false << false;
-    QTest::newRow("secret, muted") << "secret"
-                                   << "muted_known=true muted=true"
-                                   << ""
-                                   << "Secret chat"
-                                   << "Muted"
-                                   << ""
-                                   << "" << false << false;
-    QTest::newRow("group member, on") << "basic_group"
-                                      << "muted_known=true muted=false"
-                                      << "member_count=12 is_member=true"
-                                      << "Group"
-                                      << "On"
-                                      << "12"
-                                      << "" << false << true;
-    QTest::newRow("supergroup with invite link") << "supergroup"
-                                                 << "muted=true"
-                                                 << "link=https://t.me/+abc is_member=false"
-                                                 << "Supergroup"
-                                                 << "Unknown"
-                                                 << ""
-                                                 << "https://t.me/+abc" << true << false;
-    QTest::newRow("channel with username")
-        << "channel"
-        << ""
-        << "username=@news link=https://t.me/+abc member_count=900 is_member=false"
-        << "Channel"
-        << "Unknown"
-        << "900"
-        << "t.me/news" << true << false;
-    QTest::newRow("private never joins") << "private"
-                                         << ""
-                                         << "is_member=false"
-                                         << "Private chat"
-                                         << "Unknown"
-                                         << ""
-                                         << "" << false << false;
+    // "chat type|chat row fields|info record|kind|notifications|members|link|
+    // can join|can leave"
+    QTest::addColumn<QString>("spec");
+    const auto row = [](const char *name, const char *spec) { QTest::newRow(name) << spec; };
+    row("private, nothing known", "private|||Private chat|Unknown|||0|0");
+    row("secret, muted", "secret|muted_known=true muted=true||Secret chat|Muted|||0|0");
+    row("group member, on", "basic_group|muted_known=true muted=false|member_count=12 "
+                            "is_member=true|Group|On|12||0|1");
+    row("supergroup with invite link", "supergroup|muted=true|link=https://t.me/+abc "
+                                       "is_member=false|Supergroup|Unknown||https://t.me/+abc|1|0");
+    row("channel with username", "channel||username=@news link=https://t.me/+abc member_count=900 "
+                                 "is_member=false|Channel|Unknown|900|t.me/news|1|0");
+    row("private never joins", "private||is_member=false|Private chat|Unknown|||0|0");
 }
 
 void TestChatDetails::page()
 {
-    QFETCH(QString, chatType);
-    QFETCH(QString, row);
-    QFETCH(QString, info);
-    QFETCH(QString, kind);
-    QFETCH(QString, notifications);
-    QFETCH(QString, members);
-    QFETCH(QString, link);
-    QFETCH(bool, canJoin);
-    QFETCH(bool, canLeave);
+    QFETCH(QString, spec);
+    const QStringList f = spec.split(QLatin1Char('|'));
+    const QString info = f.value(2);
 
-    Harness h(chatType, QStringLiteral("Ann"), fields(row));
+    Harness h(f.value(0), QStringLiteral("Ann"), fields(f.value(1)));
     if (!info.isEmpty())
         h.info.insert(5, fields(info));
     const ChatActions::Page p = h.actions.updateChatInfoFromModel();
     QCOMPARE(p.id, qint64(5));
     QCOMPARE(p.title, QStringLiteral("Ann"));
-    QCOMPARE(p.kind, kind);
-    QCOMPARE(p.notifications, notifications);
-    QCOMPARE(p.members, members);
-    QCOMPARE(p.link, link);
-    QCOMPARE(p.canJoin, canJoin);
-    QCOMPARE(p.canLeave, canLeave);
+    QCOMPARE(p.kind, f.value(3));
+    QCOMPARE(p.notifications, f.value(4));
+    QCOMPARE(p.members, f.value(5));
+    QCOMPARE(p.link, f.value(6));
+    QCOMPARE(p.canJoin, f.value(7) == QLatin1String("1"));
+    QCOMPARE(p.canLeave, f.value(8) == QLatin1String("1"));
     // Only a public username gives a link to copy.
     QCOMPARE(p.canCopyLink, info.contains(QStringLiteral("username=")));
 
