@@ -15,7 +15,21 @@ bool isGroupLike(const QString &chatType)
            chatType == QLatin1String("channel");
 }
 
+// The record's username without the one "@" it may carry.
+QString publicUsername(const QVariantMap &info)
+{
+    QString username = info.value(QStringLiteral("username")).toString().trimmed();
+    if (username.startsWith(QLatin1Char('@')))
+        username.remove(0, 1);
+    return username;
+}
+
 } // namespace
+
+QString ChatActions::noPublicLinkText()
+{
+    return QStringLiteral("This chat has no public link");
+}
 
 ChatActions::ChatActions(ChatSession *session, ChatListModel *chats, Clipboard *clipboard,
                          ChatInfoLookup chatInfo, QObject *parent)
@@ -70,15 +84,30 @@ ChatActions::Page ChatActions::updateChatInfoFromModel() const
         type = m_session->chatType();
     page.title = ChatSession::headerTitleForChatRow(row).trimmed();
     page.kind = chatTypeText(type);
-    page.members = info.value(QStringLiteral("member_count")).toString();
-    if (page.members == QLatin1String("0"))
-        page.members.clear();
-    QString username = info.value(QStringLiteral("username")).toString();
-    if (username.startsWith(QLatin1Char('@')))
-        username.remove(0, 1);
-    page.canCopyLink = !username.isEmpty();
-    page.link = username.isEmpty() ? info.value(QStringLiteral("link")).toString()
-                                   : kPublicLinkDomain + QLatin1Char('/') + username;
+    page.about = info.value(QStringLiteral("about")).toString().trimmed();
+    const QString username = publicUsername(info);
+    if (!username.isEmpty()) {
+        page.username = QLatin1Char('@') + username;
+        page.link = kPublicLinkDomain + QLatin1Char('/') + username;
+        page.canCopyLink = true;
+    } else {
+        page.link = noPublicLinkText();
+        page.inviteLink = info.value(QStringLiteral("link")).toString().trimmed();
+    }
+    if (type == QLatin1String("private") || type == QLatin1String("secret")) {
+        page.phone = info.value(QStringLiteral("phone")).toString().trimmed();
+        if (!page.phone.isEmpty() && !page.phone.startsWith(QLatin1Char('+')))
+            page.phone.prepend(QLatin1Char('+'));
+    } else {
+        const qint64 members = info.value(QStringLiteral("member_count")).toLongLong();
+        const qint64 online = info.value(QStringLiteral("online_count")).toLongLong();
+        page.membersCaption = type == QLatin1String("channel") ? QStringLiteral("Subscribers")
+                                                               : QStringLiteral("Members");
+        if (members >= 1)
+            page.members = QString::number(members);
+        if (online >= 1 && type != QLatin1String("channel"))
+            page.online = QString::number(online);
+    }
     page.notifications = notificationText(row);
     // Only a known membership offers joining or leaving.
     if (isGroupLike(type) && info.contains(QStringLiteral("is_member"))) {
@@ -184,11 +213,12 @@ void ChatActions::onChatInfoCopyLink()
     const qint64 chatId = m_session->chatId();
     if (chatId == 0)
         return;
-    QString username = (m_chatInfo ? m_chatInfo(chatId) : QVariantMap())
-                           .value(QStringLiteral("username"))
-                           .toString();
-    if (username.startsWith(QLatin1Char('@')))
-        username.remove(0, 1);
+    const QString username = publicUsername(m_chatInfo ? m_chatInfo(chatId) : QVariantMap());
+    // A link without a name would open nothing; say so instead of copying it.
+    if (username.isEmpty()) {
+        Q_EMIT toastRequested(noPublicLinkText());
+        return;
+    }
     copy(kPublicLinkDomain + QLatin1Char('/') + username);
 }
 

@@ -48,6 +48,7 @@ public:
     Page updateChatInfoFromModel() const;
     static QString chatTypeText(const QString &chatType);
     static QString notificationText(const QVariantMap &chatRow);
+    static QString noPublicLinkText();
 
 public Q_SLOTS:
     void confirmChatAction(const QString &action);

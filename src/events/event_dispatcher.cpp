@@ -677,6 +677,7 @@ void EventDispatcher::onChatOnlineCount(const QVariantMap &e)
     if (isCurrentChat(chatId)) {
         updateChatHeaderSubtitleForCurrentChat();
     }
+    Q_EMIT chatInfoChanged(chatId);
 }
 
 void EventDispatcher::onChatReadOutbox(const QVariantMap &e)

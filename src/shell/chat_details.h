@@ -2,14 +2,23 @@
 
 #include <QString>
 
-// What the chat information page shows.
+// What the chat information page shows. Empty texts hide their rows.
 struct ChatDetails
 {
     qint64 id = 0;
     QString title;
     QString kind;
+    QString about;
+    // "@name" when the chat is public.
+    QString username;
+    QString phone;
+    // "Members" or "Subscribers" with its count; both empty for private chats.
+    QString membersCaption;
     QString members;
+    QString online;
+    // The public link, or the words saying there is none.
     QString link;
+    QString inviteLink;
     QString notifications;
     bool canJoin = false;
     bool canLeave = false;

@@ -64,8 +64,8 @@ chat_position order 0 removes ::  :: {"type":"chat_position","chat_id":100,"orde
 chat_position unknown ::  :: {"type":"chat_position","chat_id":999,"order":5} :: ids=100,200
 chat_position zero id ::  :: {"type":"chat_position","chat_id":0,"order":0} :: ids=100,200
 chat_unread ::  :: {"type":"chat_unread","chat_id":100,"unread_count":4} :: row:100:unread_count=4
-chat_online_count current group :: {"type":"chat_info","chat_id":200,"member_count":12}|current:200:supergroup :: {"type":"chat_online_count","chat_id":200,"count":3} :: sig=chatHeaderSubtitleChanged;info:200:online_count=3;arg:chatHeaderSubtitleChanged:0=12 members, 3 online
-chat_online_count other chat ::  :: {"type":"chat_online_count","chat_id":200,"count":3} :: info:200:online_count=3
+chat_online_count current group :: {"type":"chat_info","chat_id":200,"member_count":12}|current:200:supergroup :: {"type":"chat_online_count","chat_id":200,"count":3} :: sig=chatHeaderSubtitleChanged,chatInfoChanged;info:200:online_count=3;arg:chatHeaderSubtitleChanged:0=12 members, 3 online
+chat_online_count other chat ::  :: {"type":"chat_online_count","chat_id":200,"count":3} :: sig=chatInfoChanged;info:200:online_count=3
 chat_read_outbox current ::  :: {"type":"chat_read_outbox","chat_id":100,"last_read_outbox_message_id":11} :: sig=currentChatReadOutboxChanged;row:100:last_read_outbox_message_id=11;arg:currentChatReadOutboxChanged:0=3;arg:currentChatReadOutboxChanged:1=11;arg:currentChatReadOutboxChanged:2=true
 chat_read_outbox other ::  :: {"type":"chat_read_outbox","chat_id":200,"last_read_outbox_message_id":11} :: row:200:last_read_outbox_message_id=11
 chat_notify ::  :: {"type":"chat_notify","chat_id":200,"muted_known":true,"muted":true} :: sig=chatInfoChanged;row:200:muted=true;row:200:muted_known=true

@@ -284,14 +284,26 @@ ChatInfoScreen::ChatInfoScreen(float scale, QWidget *parent) : QWidget(parent)
 
     QVBoxLayout *details = nullptr;
     QWidget *detailsCard = card(QStringLiteral("info_details_card"), scale, body, &details);
+    m_about =
+        infoRow(details, QStringLiteral("About"), QStringLiteral("info_about"), scale, detailsCard);
+    m_username = infoRow(details, QStringLiteral("Username"), QStringLiteral("info_username"),
+                         scale, detailsCard);
+    m_phone =
+        infoRow(details, QStringLiteral("Phone"), QStringLiteral("info_phone"), scale, detailsCard);
     m_members = infoRow(details, QStringLiteral("Members"), QStringLiteral("info_members"), scale,
                         detailsCard);
+    m_membersCaption = m_members->parentWidget()->findChild<QLabel *>(
+        QStringLiteral("info_members_name"), Qt::FindDirectChildrenOnly);
     // The member count is a control: its row answers a tap.
     m_members->setTextInteractionFlags(Qt::NoTextInteraction);
     m_members->parentWidget()->setCursor(Qt::PointingHandCursor);
     m_members->parentWidget()->installEventFilter(this);
+    m_online = infoRow(details, QStringLiteral("Online"), QStringLiteral("info_online"), scale,
+                       detailsCard);
     m_link =
         infoRow(details, QStringLiteral("Link"), QStringLiteral("info_link"), scale, detailsCard);
+    m_inviteLink = infoRow(details, QStringLiteral("Invite link"),
+                           QStringLiteral("info_invite_link"), scale, detailsCard);
     m_notifications = infoRow(details, QStringLiteral("Notifications"),
                               QStringLiteral("info_notifications"), scale, detailsCard);
     m_id = infoRow(details, QStringLiteral("ID"), QStringLiteral("info_id"), scale, detailsCard);
@@ -334,14 +346,25 @@ ChatInfoScreen::ChatInfoScreen(float scale, QWidget *parent) : QWidget(parent)
 
 void ChatInfoScreen::setDetails(const ChatDetails &d)
 {
-    const QString dash = QStringLiteral("—");
-    auto orDash = [&dash](const QString &s) { return s.isEmpty() ? dash : s; };
+    // A fact the chat does not have hides its row rather than showing a dash.
+    auto show = [](QLabel *value, const QString &text) {
+        value->setText(text);
+        value->parentWidget()->setVisible(!text.isEmpty());
+    };
     m_chatTitle->setText(d.title);
     m_chatKind->setText(d.kind);
-    m_members->setText(orDash(d.members));
-    m_link->setText(orDash(d.link));
-    m_notifications->setText(orDash(d.notifications));
-    m_id->setText(d.id != 0 ? QString::number(d.id) : dash);
+    show(m_about, d.about);
+    show(m_username, d.username);
+    show(m_phone, d.phone);
+    if (m_membersCaption)
+        m_membersCaption->setText(d.membersCaption);
+    m_members->setText(d.members.isEmpty() ? QStringLiteral("—") : d.members);
+    m_members->parentWidget()->setVisible(!d.membersCaption.isEmpty());
+    show(m_online, d.online);
+    show(m_link, d.link);
+    show(m_inviteLink, d.inviteLink);
+    show(m_notifications, d.notifications);
+    m_id->setText(d.id != 0 ? QString::number(d.id) : QStringLiteral("—"));
     m_letter->setText(avatar_initial(d.title));
     m_join->setVisible(d.canJoin);
     m_leave->setVisible(d.canLeave);

@@ -107,8 +107,14 @@ private:
     QLabel *m_letter = nullptr;
     QLabel *m_chatTitle = nullptr;
     QLabel *m_chatKind = nullptr;
+    QLabel *m_about = nullptr;
+    QLabel *m_username = nullptr;
+    QLabel *m_phone = nullptr;
+    QLabel *m_membersCaption = nullptr;
     QLabel *m_members = nullptr;
+    QLabel *m_online = nullptr;
     QLabel *m_link = nullptr;
+    QLabel *m_inviteLink = nullptr;
     QLabel *m_notifications = nullptr;
     QLabel *m_id = nullptr;
     QPushButton *m_join = nullptr;
