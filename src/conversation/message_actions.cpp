@@ -352,6 +352,7 @@ void MessageActions::setSelectionMode(bool on)
         return;
     }
     m_selectionMode = on;
+    m_selectAnchor = 0;
     if (!on) {
         const QList<qint64> selected = m_selected;
         m_selected.clear();
@@ -392,6 +393,41 @@ void MessageActions::onMessageSelectionToggleRequested(qint64 messageId)
     if (m_selectionMode) {
         toggleMessageSelection(messageId);
     }
+}
+
+void MessageActions::onMessageSelectClicked(qint64 messageId, bool range)
+{
+    const int to = m_messages->findMessageRowIndexById(messageId);
+    if (messageId < 1 || to < 0) {
+        return;
+    }
+    const int from = m_selectAnchor >= 1 ? m_messages->findMessageRowIndexById(m_selectAnchor) : -1;
+    if (!m_selectionMode) {
+        setSelectionMode(true);
+    }
+    if (!range || from < 0) {
+        toggleMessageSelection(messageId);
+        m_selectAnchor = messageId;
+        return;
+    }
+    // A range only adds: rows already ticked inside it stay ticked.
+    QList<qint64> added;
+    for (int i = qMin(from, to); i <= qMax(from, to); ++i) {
+        const qint64 id = m_messages->messageIdAt(i);
+        if (id >= 1 && !m_selected.contains(id)) {
+            m_selected.append(id);
+            setRowSelected(id, true);
+            added.append(id);
+        }
+    }
+    m_messages->ensureMessagePropertiesForIds(added);
+    log(QStringLiteral("ui: selection range from=%1 to=%2 added=%3 count=%4\n")
+            .arg(m_selectAnchor)
+            .arg(messageId)
+            .arg(added.size())
+            .arg(m_selected.size()));
+    Q_EMIT selectionCountChanged(int(m_selected.size()));
+    updateSelectionHeaderActions();
 }
 
 void MessageActions::onMessageLongPressed(qint64 messageId)
@@ -896,7 +932,11 @@ void MessageActions::handleReactionsDialogFinishedCommon(QVariantMap *dialogProp
                 .arg(emojis.size()));
         return;
     }
-    const QString emoji = emojis.at(index);
+    sendReaction(chat, messageId, emojis.at(index));
+}
+
+void MessageActions::sendReaction(qint64 chat, qint64 messageId, const QString &emoji)
+{
     const bool wasChosen = chat == chatId() && messageHasChosenReaction(messageId, emoji);
     log(QStringLiteral("react: pick emoji=%1 was_chosen=%2\n").arg(emoji, flagText(wasChosen)));
     if (chat == chatId()) {
@@ -905,6 +945,39 @@ void MessageActions::handleReactionsDialogFinishedCommon(QVariantMap *dialogProp
     const QString mode = wasChosen ? QStringLiteral("remove") : QStringLiteral("add");
     log(QStringLiteral("react: send %1 emoji=%2\n").arg(mode, emoji));
     send(QStringLiteral("react %1 %2 %3 %4").arg(chat).arg(messageId).arg(emoji, mode));
+}
+
+void MessageActions::onReactionChipTapped(qint64 messageId, const QString &emoji)
+{
+    const qint64 chat = chatId();
+    if (chat == 0 || !m_messages->containsMessage(messageId) || !isCommandWord(emoji)) {
+        return;
+    }
+    bool known = false;
+    bool all = false;
+    const QStringList allowed = availableEmojis(chat, &known, &all);
+    if (allowed.isEmpty()) {
+        toast(QStringLiteral("Reactions are disabled in this chat"));
+        return;
+    }
+    // Taking one's own reaction back is always possible; adding one needs
+    // the chat to allow it. Chips and the chat's list may differ in
+    // variation selectors.
+    const QString bare = withoutVariationSelector(emoji);
+    QString pick;
+    for (const QString &e : allowed) {
+        if (withoutVariationSelector(e) == bare) {
+            pick = e;
+        }
+    }
+    if (messageHasChosenReaction(messageId, emoji) || all) {
+        pick = emoji;
+    }
+    if (pick.isEmpty()) {
+        toast(QStringLiteral("This reaction is not available in this chat"));
+        return;
+    }
+    sendReaction(chat, messageId, pick);
 }
 
 void MessageActions::applyOptimisticReactionToMessage(qint64 messageId, const QString &emoji,

@@ -90,6 +90,9 @@ public Q_SLOTS:
     void toggleMessageSelection(qint64 messageId);
     void onMessageSelectionToggleRequested(qint64 messageId);
     void onMessageLongPressed(qint64 messageId);
+    // A click with Ctrl (toggle) or Shift (range from the last clicked row);
+    // either enters selection mode.
+    void onMessageSelectClicked(qint64 messageId, bool range);
     void updateSelectionHeaderActions();
 
     void onSelectionForwardTapped();
@@ -108,6 +111,9 @@ public Q_SLOTS:
     void handleReactionsDialogFinishedCommon(QVariantMap *dialogProperties, const QString &which,
                                              int result, int index);
     void applyOptimisticReactionToMessage(qint64 messageId, const QString &emoji, bool add);
+    // A tap on a reaction under a bubble: the user's own is taken back,
+    // another is added.
+    void onReactionChipTapped(qint64 messageId, const QString &emoji);
 
 Q_SIGNALS:
     void sendLineRequested(const QString &line);
@@ -150,6 +156,7 @@ private:
     void openMenu(qint64 messageId, const QStringList &actions);
     // chatAvailableReactionEmojis without its log line.
     QStringList availableEmojis(qint64 chatId, bool *known, bool *all) const;
+    void sendReaction(qint64 chat, qint64 messageId, const QString &emoji);
 
     ChatSession *m_session = nullptr;
     MessageRowModel *m_messages = nullptr;
@@ -160,6 +167,8 @@ private:
 
     bool m_selectionMode = false;
     QList<qint64> m_selected;
+    // Where a Shift+click range starts.
+    qint64 m_selectAnchor = 0;
     qint64 m_pendingMenuId = 0;
     QTimer m_pendingMenuTimer;
     Waiting m_waiting = Waiting::None;

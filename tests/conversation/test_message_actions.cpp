@@ -81,6 +81,19 @@ struct Harness : OpenChatModels
         }
     }
     QVariantMap row(qint64 id) const { return messages.rowAt(messages.findMessageIndexById(id)); }
+    // The row's reaction chips as "emoji:count:chosen,…".
+    QString chips(qint64 id) const
+    {
+        QStringList out;
+        for (const QVariant &chip : row(id).value(QStringLiteral("reactions")).toList()) {
+            const QVariantMap m = chip.toMap();
+            out << QStringLiteral("%1:%2:%3")
+                       .arg(m.value(QStringLiteral("emoji")).toString())
+                       .arg(m.value(QStringLiteral("count")).toInt())
+                       .arg(m.value(QStringLiteral("chosen")).toBool() ? 1 : 0);
+        }
+        return out.join(QLatin1Char(','));
+    }
 };
 
 QList<qint64> idList(const QString &text)
@@ -110,6 +123,8 @@ private Q_SLOTS:
     void remove();
     void reactions_data();
     void reactions();
+    void reactionChip_data();
+    void reactionChip();
 };
 
 void TestMessageActions::menu_data()
@@ -256,6 +271,17 @@ void TestMessageActions::selection()
     h.event(QStringLiteral("messages_deleted chat_id=5 message_ids=11"));
     QVERIFY(!h.actions.isSelectionMode());
     QCOMPARE(mode.last().first().toBool(), false);
+
+    // Desktop clicks: Ctrl enters selection mode and toggles; Shift adds the
+    // rows between the last clicked one and this one.
+    h.actions.onMessageSelectClicked(13, false);
+    QVERIFY(h.actions.isSelectionMode());
+    h.actions.onMessageSelectClicked(10, true);
+    QCOMPARE(h.actions.selectedIds(), (QList<qint64>{13, 10, 12})); // 11 was deleted
+    QCOMPARE(h.actions.selectionTitle(), QStringLiteral("3 selected"));
+    h.actions.onMessageSelectClicked(12, false);
+    QCOMPARE(h.actions.selectedIds(), (QList<qint64>{13, 10}));
+    h.actions.setSelectionMode(false);
 
     // Leaving clears every row's mark; so does opening another chat.
     h.actions.onMessageLongPressed(12);
@@ -528,20 +554,42 @@ void TestMessageActions::reactions()
     h.actions.handleReactionsDialogFinishedCommon(&props, QStringLiteral("selected"), 2, index);
     QCOMPARE(h.lines.join(QLatin1Char('|')), line);
     QCOMPARE(h.logs.filter(QStringLiteral("finished dup")).size(), 1);
-    QString shown;
-    for (const QVariant &chip : h.row(10).value(QStringLiteral("reactions")).toList()) {
-        const QVariantMap m = chip.toMap();
-        shown += (shown.isEmpty() ? QString() : QStringLiteral(",")) +
-                 QStringLiteral("%1:%2:%3")
-                     .arg(m.value(QStringLiteral("emoji")).toString())
-                     .arg(m.value(QStringLiteral("count")).toInt())
-                     .arg(m.value(QStringLiteral("chosen")).toBool() ? 1 : 0);
-    }
-    QCOMPARE(shown, chipsAfter);
+    QCOMPARE(h.chips(10), chipsAfter);
     // An index the dialog never offered is refused.
     QVariantMap fresh = r.properties;
     h.actions.handleReactionsDialogFinishedCommon(&fresh, QStringLiteral("finished"), 2, 99);
     QCOMPARE(h.lines.join(QLatin1Char('|')), line);
+}
+
+void TestMessageActions::reactionChip_data()
+{
+    // "chips before|chat's list (- not said)|tapped|line sent|chips after";
+    // no line: refused with a toast.
+    QTest::addColumn<QString>("spec");
+    const auto row = [](const char *name, const char *spec) { QTest::newRow(name) << spec; };
+    row("own taken back", "👍:3:1|-|👍|react 5 10 👍 remove|👍:2:0");
+    row("someone else's joined", "🔥:1:0|-|🔥|react 5 10 🔥 add|🔥:2:1");
+    row("own, though the chat no longer allows it", "🔥:1:1|🎉|🔥|react 5 10 🔥 remove|");
+    row("the chat's spelling of the emoji", "❤:1:0|❤️|❤|react 5 10 ❤️ add|❤:2:1");
+    row("not allowed here", "🔥:1:0|🎉|🔥||🔥:1:0");
+    row("reactions off", "🔥:1:0||🔥||🔥:1:0");
+}
+
+void TestMessageActions::reactionChip()
+{
+    QFETCH(QString, spec);
+    const QStringList f = spec.split(QLatin1Char('|'));
+    Harness h;
+    if (f.at(1) != QLatin1String("-")) {
+        h.info.insert(QStringLiteral("available_reactions_all"), false);
+        h.info.insert(QStringLiteral("available_reactions"),
+                      f.at(1).split(QLatin1Char(','), Qt::SkipEmptyParts));
+    }
+    h.event(QStringLiteral("message_reactions chat_id=5 id=10 reactions=") + f.at(0));
+    h.actions.onReactionChipTapped(10, f.at(2));
+    QCOMPARE(h.lines.join(QLatin1Char('|')), f.at(3));
+    QCOMPARE(h.toasts.size(), f.at(3).isEmpty() ? 1 : 0);
+    QCOMPARE(h.chips(10), f.at(4));
 }
 
 QTEST_MAIN(TestMessageActions)

@@ -62,19 +62,19 @@ struct Chat
     }
     // Mouse events through the window, as the window system delivers them: to
     // the widget under the pointer first.
-    void press(const QPoint &p, Qt::MouseButton b = Qt::LeftButton)
+    void press(const QPoint &p, Qt::MouseButton b = Qt::LeftButton, Qt::KeyboardModifiers mods = {})
     {
-        QTest::mousePress(view.windowHandle(), b, {}, view.viewport()->mapTo(&view, p));
+        QTest::mousePress(view.windowHandle(), b, mods, view.viewport()->mapTo(&view, p));
     }
-    void release(const QPoint &p)
+    void release(const QPoint &p, Qt::KeyboardModifiers mods = {})
     {
-        QTest::mouseRelease(view.windowHandle(), Qt::LeftButton, {},
+        QTest::mouseRelease(view.windowHandle(), Qt::LeftButton, mods,
                             view.viewport()->mapTo(&view, p));
     }
-    void click(const QPoint &p)
+    void click(const QPoint &p, Qt::KeyboardModifiers mods = {})
     {
-        press(p);
-        release(p);
+        press(p, Qt::LeftButton, mods);
+        release(p, mods);
     }
 };
 
@@ -292,6 +292,11 @@ void TestMessageItemProvider::touches_data()
     QTest::newRow("voice") << msg(5, "", false, {{"media_type", "voice"}, {"media_file_id", "4"}})
                            << "msg_voice_icon_box"
                            << "voiceTapped" << QVariantList{QString(), qint64(4)};
+    QTest::newRow("reaction chip")
+        << msg(5, "ok", false,
+               {{"reactions", QVariantList{QVariantMap{{"emoji", "👍"}, {"count", 2}}}}})
+        << "msg_reaction_chip_lbl"
+        << "reactionChipTapped" << QVariantList{qint64(5), "👍"};
     QTest::newRow("a link in the text")
         << msg(5, "https://vexa.example", false) << "msg_text_inline"
         << "webLinkActivated" << QVariantList{"https://vexa.example"};
@@ -348,6 +353,13 @@ void TestMessageItemProvider::longPressAndSelection()
     // The secondary button asks for the menu at once.
     chat.press(p, Qt::RightButton);
     QCOMPARE(menu.count(), 1);
+    // Ctrl and Shift clicks select at once, without waiting for a long press.
+    QSignalSpy select(&chat.provider, &MessageItemProvider::messageSelectClicked);
+    chat.click(p, Qt::ControlModifier);
+    chat.click(p, Qt::ShiftModifier);
+    QCOMPARE(select.count(), 2);
+    QCOMPARE(select.at(0), (QVariantList{qint64(5), false}));
+    QCOMPARE(select.at(1), (QVariantList{qint64(5), true}));
     // In selection mode a tap toggles, whatever was touched; the row shows it.
     chat.view.setProperty("ui_selection_mode", true);
     QVariantMap selected = chat.model.value(0);

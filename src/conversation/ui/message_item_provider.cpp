@@ -860,6 +860,7 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
             wrap_emoji_runs(escape_html(emoji), QStringLiteral("Noto Color Emoji"));
         chip->setText(count > 1 ? QStringLiteral("%1 %2").arg(face).arg(count) : face);
         chip->setProperty("chosen", chosen);
+        chip->setProperty("reaction_emoji", r.value(QStringLiteral("emoji")).toString());
         setFill(chip, chosen ? pal.chipChosen : pal.chip, 16);
         setTextColor(chip, pal.text);
         chip->show();
@@ -1055,8 +1056,11 @@ bool MessageItemProvider::eventFilter(QObject *watched, QEvent *event)
         m_pressTarget = target;
         m_pressPos = item->mapFrom(viewport, me->pos());
         m_pressGlobal = me->globalPos();
+        m_pressModifiers = me->modifiers() & (Qt::ControlModifier | Qt::ShiftModifier);
         m_pressClock.start();
-        m_longPress->start();
+        // A modified click selects; holding it means nothing more.
+        if (!m_pressModifiers)
+            m_longPress->start();
         break;
     }
     case QEvent::MouseMove: {
@@ -1070,10 +1074,16 @@ bool MessageItemProvider::eventFilter(QObject *watched, QEvent *event)
         auto *me = static_cast<QMouseEvent *>(event);
         if (me->button() != Qt::LeftButton)
             break;
-        if (m_longPress->isActive() && m_pressItem) {
+        if (m_pressModifiers && m_pressItem) {
+            const qint64 id = m_pressItem->property("message_id").toLongLong();
+            if (id >= 1 && (me->globalPos() - m_pressGlobal).manhattanLength() <
+                               QApplication::startDragDistance())
+                Q_EMIT messageSelectClicked(id, m_pressModifiers & Qt::ShiftModifier);
+        } else if (m_longPress->isActive() && m_pressItem) {
             m_longPress->stop();
             tap(m_pressItem, m_pressTarget, m_pressPos);
         }
+        m_pressModifiers = {};
         m_pressItem = nullptr;
         break;
     }
@@ -1120,6 +1130,9 @@ void MessageItemProvider::tap(QWidget *item, QWidget *target, const QPoint &item
                 Q_EMIT webLinkActivated(link);
                 return;
             }
+        } else if (n == QLatin1String("msg_reaction_chip_lbl")) {
+            Q_EMIT reactionChipTapped(id, w0->property("reaction_emoji").toString());
+            return;
         } else if (n == QLatin1String("msg_reply_box")) {
             Q_EMIT replyPreviewTapped(item->property("reply_to_message_id").toLongLong());
             return;

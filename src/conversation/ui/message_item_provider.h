@@ -51,6 +51,9 @@ Q_SIGNALS:
     void messageMenuRequested(qint64 messageId);
     void messageLongPressed(qint64 messageId);
     void messageSelectionToggleRequested(qint64 messageId);
+    // Ctrl+click (range false) or Shift+click (range true).
+    void messageSelectClicked(qint64 messageId, bool range);
+    void reactionChipTapped(qint64 messageId, const QString &emoji);
     void replyPreviewTapped(qint64 messageId);
 
 protected:
@@ -68,6 +71,7 @@ private:
     QPointer<QWidget> m_pressTarget;
     QPoint m_pressPos; // in the item's coordinates
     QPoint m_pressGlobal;
+    Qt::KeyboardModifiers m_pressModifiers;
     QElapsedTimer m_pressClock;
     // Held as plain objects: events reach the filter while the list is
     // being destroyed, when it is no longer a ListView.

@@ -304,6 +304,10 @@ void UiTdlibSpike::connectMessageActions()
             &MessageActions::showMessageMenu);
     connect(m_messageItems, &MessageItemProvider::messageSelectionToggleRequested, m_actions,
             &MessageActions::onMessageSelectionToggleRequested);
+    connect(m_messageItems, &MessageItemProvider::messageSelectClicked, m_actions,
+            &MessageActions::onMessageSelectClicked);
+    connect(m_messageItems, &MessageItemProvider::reactionChipTapped, m_actions,
+            &MessageActions::onReactionChipTapped);
     connect(m_chatScreen, &ChatScreen::selectionClosed, m_actions,
             [this] { m_actions->setSelectionMode(false); });
     connect(m_chatScreen, &ChatScreen::selectionReplyRequested, m_composer,
