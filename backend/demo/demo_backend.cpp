@@ -24,6 +24,8 @@ constexpr int kServiceBatch = 100;
 // Bounds the ids of one command line.
 constexpr int kMaxIds = 10000;
 
+constexpr qint64 kEditWindowSecs = 48 * 3600;
+
 qint64 nowSecs()
 {
     return QDateTime::currentSecsSinceEpoch();
@@ -753,7 +755,9 @@ DemoMessageCaps DemoBackend::capsOf(int ci, const DemoMessage &m) const
         caps.deleteForAll = c.isAdmin;
     }
     const bool secret = c.type == QLatin1String("secret");
-    caps.edit = m.outgoing && !secret && m.contentType == QLatin1String("messageText");
+    // Like the service, a text can be corrected for two days after it was sent.
+    caps.edit = m.outgoing && !secret && m.contentType == QLatin1String("messageText") &&
+                nowSecs() - m.date < kEditWindowSecs;
     caps.forward = !secret;
     caps.reply = canSend(ci);
     caps.copy = !secret && !m.text.isEmpty();

@@ -115,6 +115,19 @@ const char *const kChannelTitles[] = {
     "Word of the Day",  "Film Club Reviews", "Public Transit Updates",
     "Chess Problems"};
 
+// Descriptions of groups and channels; one draw of the generator each, like
+// a phrase, so the rest of the world stays as it was.
+const char *const kAbouts[] = {
+    "News, links and the odd meme. Be kind.",
+    "Weekly episodes every Tuesday 🎧",
+    "Local events, lost and found, and who has a ladder to lend.",
+    "Release notes and nightly builds. Bugs go to the tracker, please.",
+    "Photos from our walks 📷 Post your own!",
+    "Questions welcome, answers even more so.",
+    "Recipes we actually cooked 🍲",
+    "Only announcements here; chat in the group.",
+};
+
 const char *const kPhrases[] = {
     "Are we still on for tomorrow?",
     "Just pushed the fix, please take a look",
@@ -327,7 +340,7 @@ void DemoWorld::buildChats()
             pickMembers(c, 3 + rng.below(6));
             groupReactions(c);
             c.link = QStringLiteral("https://t.me/+demo%1").arg(rng.next() % 1000000000ULL);
-            c.about = rng.chance(60) ? phrase(rng) : QString();
+            c.about = rng.chance(60) ? about(rng) : QString();
         } else {
             const bool isPublic = kind.startsWith(QLatin1String("public_"));
             const bool channel = kind.endsWith(QLatin1String("channel"));
@@ -343,7 +356,7 @@ void DemoWorld::buildChats()
                 c.username = channel ? QStringLiteral("vexa_public_channel%1").arg(idx)
                                      : QStringLiteral("vexa_public_group%1").arg(idx);
             c.link = QStringLiteral("https://t.me/%1").arg(c.username);
-            c.about = phrase(rng);
+            c.about = about(rng);
             if (channel) {
                 c.isAdmin = rng.chance(12);
                 c.canSend = c.isAdmin;
@@ -401,6 +414,12 @@ const DemoChat *DemoWorld::chatById(qint64 id) const
 {
     const int i = m_chatIndex.value(id, -1);
     return i < 0 ? nullptr : &m_chats.at(i);
+}
+
+QString DemoWorld::about(DemoRng &rng) const
+{
+    const int n = int(sizeof(kAbouts) / sizeof(kAbouts[0]));
+    return fromUtf8(kAbouts[rng.below(n)]);
 }
 
 QString DemoWorld::phrase(DemoRng &rng) const

@@ -142,6 +142,7 @@ public:
 
     // A line of conversation text in one of several scripts.
     QString phrase(DemoRng &rng) const;
+    QString about(DemoRng &rng) const;
     static const QStringList &allReactions();
 
 private:

@@ -1,5 +1,6 @@
 #include "platform/folders.h"
 #include "platform/gl_integration.h"
+#include "platform/ui/app_font.h"
 #include "platform/instance_channel.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
@@ -37,6 +38,7 @@ int main(int argc, char *argv[])
 
     auto *app = new QApplication(argc, argv);
     QApplication::setApplicationName(QStringLiteral("vexa"));
+    prefer_colour_emoji();
 
     const QStringList args = QCoreApplication::arguments();
     const QString url = args.size() > 1 ? args.at(1) : QString();

@@ -84,6 +84,7 @@ ChatActions::Page ChatActions::updateChatInfoFromModel() const
         type = m_session->chatType();
     page.title = ChatSession::headerTitleForChatRow(row).trimmed();
     page.kind = chatTypeText(type);
+    page.avatarPath = row.value(QStringLiteral("avatar_path")).toString();
     page.about = info.value(QStringLiteral("about")).toString().trimmed();
     const QString username = publicUsername(info);
     if (!username.isEmpty()) {

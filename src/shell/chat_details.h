@@ -8,6 +8,8 @@ struct ChatDetails
     qint64 id = 0;
     QString title;
     QString kind;
+    // The chat's round photo; empty: the first-letter tile.
+    QString avatarPath;
     QString about;
     // "@name" when the chat is public.
     QString username;

@@ -138,6 +138,10 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
                               QStringLiteral("selection_forward_button"), scale, m_selectionBar);
     m_selDelete = iconButton(QStringLiteral("ic_delete.png"),
                              QStringLiteral("selection_delete_button"), scale, m_selectionBar);
+    m_barIcons.append({selClose, QStringLiteral("ic_close.png")});
+    m_barIcons.append({m_selReply, QStringLiteral("ic_reply.png")});
+    m_barIcons.append({m_selForward, QStringLiteral("ic_forward.png")});
+    m_barIcons.append({m_selDelete, QStringLiteral("ic_delete.png")});
     sel->addWidget(selClose);
     sel->addWidget(m_selectionCount, 1);
     sel->addWidget(m_selReply);
@@ -180,7 +184,7 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
         auto *close =
             iconButton(QStringLiteral("ic_close.png"), name + QStringLiteral("_close"), scale, b);
         announce(close, this, cancel);
-        m_barCloses.append(close);
+        m_barIcons.append({close, QStringLiteral("ic_close.png")});
         h->addWidget(*text, 1);
         h->addWidget(close);
         b->hide();
@@ -389,14 +393,16 @@ bool ChatScreen::isComposerVisible() const
 
 void ChatScreen::setDarkTheme(bool dark)
 {
-    // The bars are light panels in the bright theme: their white close glyph
-    // turns dark there.
-    const QString close = QStringLiteral("ic_close.png");
-    const QIcon icon =
-        dark ? QIcon(osicon_path(close))
-             : QIcon(QPixmap::fromImage(tinted_osicon(close, QColor(0x55, 0x5b, 0x63))));
-    for (QToolButton *b : qAsConst(m_barCloses))
-        b->setIcon(icon);
+    // The bars are light panels in the bright theme: their white glyphs turn
+    // dark there. An action that does not apply is drawn faint in both.
+    const QColor on = dark ? QColor(Qt::white) : QColor(0x55, 0x5b, 0x63);
+    const QColor off = dark ? QColor(0x7a, 0x80, 0x88) : QColor(0xc4, 0xc8, 0xcc);
+    for (const auto &[button, name] : qAsConst(m_barIcons)) {
+        QIcon icon;
+        icon.addPixmap(QPixmap::fromImage(tinted_osicon(name, on)), QIcon::Normal);
+        icon.addPixmap(QPixmap::fromImage(tinted_osicon(name, off)), QIcon::Disabled);
+        button->setIcon(icon);
+    }
 }
 
 void ChatScreen::setComposerReadOnly(bool readOnly)

@@ -101,7 +101,8 @@ private:
 
     QString m_fullTitle = QStringLiteral("Chat");
     QString m_fullSubtitle;
-    QList<QToolButton *> m_barCloses;
+    // Glyphs of the reply, edit and selection bars, recoloured with the theme.
+    QList<QPair<QToolButton *, QString>> m_barIcons;
     QString m_fullReply;
     QString m_fullEdit;
     QLabel *m_title = nullptr;

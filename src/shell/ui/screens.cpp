@@ -365,7 +365,19 @@ void ChatInfoScreen::setDetails(const ChatDetails &d)
     show(m_inviteLink, d.inviteLink);
     show(m_notifications, d.notifications);
     m_id->setText(d.id != 0 ? QString::number(d.id) : QStringLiteral("—"));
-    m_letter->setText(avatar_initial(d.title));
+    QPixmap photo;
+    if (!d.avatarPath.isEmpty())
+        photo.load(d.avatarPath);
+    if (photo.isNull()) {
+        m_letter->setPixmap(QPixmap());
+        m_letter->setText(avatar_initial(d.title));
+        m_letter->setStyleSheet(QString());
+    } else {
+        m_letter->setPixmap(
+            photo.scaled(m_letter->size(), Qt::KeepAspectRatio, Qt::SmoothTransformation));
+        // The photo brings its own rounded corners.
+        m_letter->setStyleSheet(QStringLiteral("background: transparent;"));
+    }
     m_join->setVisible(d.canJoin);
     m_leave->setVisible(d.canLeave);
     // Only a public username makes a link worth copying.
