@@ -85,6 +85,7 @@ ChatActions::Page ChatActions::updateChatInfoFromModel() const
     page.title = ChatSession::headerTitleForChatRow(row).trimmed();
     page.kind = chatTypeText(type);
     page.avatarPath = row.value(QStringLiteral("avatar_path")).toString();
+    page.canClearHistory = type != QLatin1String("channel");
     page.about = info.value(QStringLiteral("about")).toString().trimmed();
     const QString username = publicUsername(info);
     if (!username.isEmpty()) {

@@ -22,6 +22,8 @@ struct ChatDetails
     QString link;
     QString inviteLink;
     QString notifications;
+    // Channel history belongs to the channel: nobody clears it for themselves.
+    bool canClearHistory = true;
     bool canJoin = false;
     bool canLeave = false;
     // The chat has a public username.

@@ -145,6 +145,8 @@ static QString describe(const ChatActions::Page &p)
     for (const auto &f : facts)
         if (!f.second.isEmpty() && f.second != QLatin1String(":"))
             out << QLatin1String(f.first) + QLatin1Char('=') + f.second;
+    if (!p.canClearHistory)
+        out << QStringLiteral("keeps history");
     if (p.canJoin)
         out << QStringLiteral("join");
     if (p.canLeave)
@@ -170,7 +172,7 @@ void TestChatDetails::page_data()
                                    "invite=https://t.me/+abc;join");
     row("channel, public", "channel||username=@news link=https://t.me/+abc member_count=900 "
                            "online_count=40 is_member=false|Channel;Unknown;user=@news;"
-                           "count=Subscribers:900;link=t.me/news;join;copy");
+                           "count=Subscribers:900;link=t.me/news;keeps history;join;copy");
 }
 
 void TestChatDetails::page()

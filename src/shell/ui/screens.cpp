@@ -323,18 +323,17 @@ ChatInfoScreen::ChatInfoScreen(float scale, QWidget *parent) : QWidget(parent)
 
     QVBoxLayout *actions = nullptr;
     QWidget *actionsCard = card(QStringLiteral("info_actions_card"), scale, body, &actions);
-    auto *clear =
-        button(QStringLiteral("Clear history"), QStringLiteral("info_clear_history_button"),
-               ControlRole::Row, scale, actionsCard);
+    m_clear = button(QStringLiteral("Clear history"), QStringLiteral("info_clear_history_button"),
+                     ControlRole::Row, scale, actionsCard);
     m_join = button(QStringLiteral("Join"), QStringLiteral("info_join_button"), ControlRole::Row,
                     scale, actionsCard);
     m_leave = button(QStringLiteral("Leave"), QStringLiteral("info_leave_button"), ControlRole::Row,
                      scale, actionsCard);
     auto *remove = button(QStringLiteral("Delete chat"), QStringLiteral("info_delete_chat_button"),
                           ControlRole::Row, scale, actionsCard);
-    for (QPushButton *b : {clear, m_join, m_leave, remove})
+    for (QPushButton *b : {m_clear, m_join, m_leave, remove})
         actions->addWidget(b);
-    announce(clear, this, &ChatInfoScreen::clearHistoryRequested);
+    announce(m_clear, this, &ChatInfoScreen::clearHistoryRequested);
     announce(m_join, this, &ChatInfoScreen::joinRequested);
     announce(m_leave, this, &ChatInfoScreen::leaveRequested);
     announce(remove, this, &ChatInfoScreen::deleteChatRequested);
@@ -378,6 +377,7 @@ void ChatInfoScreen::setDetails(const ChatDetails &d)
         // The photo brings its own rounded corners.
         m_letter->setStyleSheet(QStringLiteral("background: transparent;"));
     }
+    m_clear->setVisible(d.canClearHistory);
     m_join->setVisible(d.canJoin);
     m_leave->setVisible(d.canLeave);
     // Only a public username makes a link worth copying.

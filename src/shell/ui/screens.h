@@ -117,6 +117,7 @@ private:
     QLabel *m_inviteLink = nullptr;
     QLabel *m_notifications = nullptr;
     QLabel *m_id = nullptr;
+    QPushButton *m_clear = nullptr;
     QPushButton *m_join = nullptr;
     QPushButton *m_leave = nullptr;
     QPushButton *m_copyLink = nullptr;
