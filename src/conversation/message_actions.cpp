@@ -479,8 +479,40 @@ void MessageActions::clearWaiting()
     m_waitingExitSelection = false;
 }
 
+void MessageActions::editNewestOwnMessage()
+{
+    m_pendingEditId = 0;
+    for (int i = m_messages->size() - 1; i >= 0; --i) {
+        const QVariantMap row = m_messages->rowAt(i);
+        const QString type = row.value(QStringLiteral("content_type")).toString();
+        const qint64 id = row.value(QStringLiteral("id")).toLongLong();
+        // Voice notes and files in between are passed over; a message still
+        // being sent has no id of its own yet.
+        if (!isTrue(row, "outgoing") || row.contains(QStringLiteral("sending_state")) || id < 1 ||
+            !(type.isEmpty() || type == QLatin1String("messageText"))) {
+            continue;
+        }
+        const QVariantMap props = m_messages->messagePropertiesForId(id);
+        if (props.isEmpty()) {
+            m_pendingEditId = id;
+            m_messages->requestMessageProperties(id);
+        } else if (isTrue(props, "can_be_edited")) {
+            m_composer->startEditMessage(id);
+        } else {
+            log(QStringLiteral("ui: edit newest skipped message_id=%1 (not editable)\n").arg(id));
+        }
+        return;
+    }
+}
+
 void MessageActions::onPropertiesArrived(qint64 messageId)
 {
+    if (m_pendingEditId == messageId) {
+        m_pendingEditId = 0;
+        if (isTrue(m_messages->messagePropertiesForId(messageId), "can_be_edited")) {
+            m_composer->startEditMessage(messageId);
+        }
+    }
     if (m_pendingMenuId == messageId) {
         showMessageMenu(messageId);
     }
@@ -554,6 +586,7 @@ void MessageActions::onMessagesRemoved(const QList<qint64> &ids)
 void MessageActions::onChatChanged()
 {
     m_pendingMenuId = 0;
+    m_pendingEditId = 0;
     m_pendingMenuTimer.stop();
     clearWaiting();
     setSelectionMode(false);

@@ -114,6 +114,9 @@ public Q_SLOTS:
     // A tap on a reaction under a bubble: the user's own is taken back,
     // another is added.
     void onReactionChipTapped(qint64 messageId, const QString &emoji);
+    // Up in the empty composer: the newest own text message is edited once
+    // its properties say it may be (they are asked for when unknown).
+    void editNewestOwnMessage();
 
 Q_SIGNALS:
     void sendLineRequested(const QString &line);
@@ -170,6 +173,7 @@ private:
     // Where a Shift+click range starts.
     qint64 m_selectAnchor = 0;
     qint64 m_pendingMenuId = 0;
+    qint64 m_pendingEditId = 0;
     QTimer m_pendingMenuTimer;
     Waiting m_waiting = Waiting::None;
     QList<qint64> m_waitingIds;

@@ -124,6 +124,8 @@ private Q_SLOTS:
     void reactions_data();
     void reactions();
     void reactionChip_data();
+    void editNewest_data();
+    void editNewest();
     void reactionChip();
 };
 
@@ -590,6 +592,37 @@ void TestMessageActions::reactionChip()
     QCOMPARE(h.lines.join(QLatin1Char('|')), f.at(3));
     QCOMPARE(h.toasts.size(), f.at(3).isEmpty() ? 1 : 0);
     QCOMPARE(h.chips(10), f.at(4));
+}
+
+void TestMessageActions::editNewest_data()
+{
+    // Properties of message 11, the newest own text (12 is a photo, 13 is
+    // still being sent): known before, or arriving after the request.
+    QTest::addColumn<QString>("before");
+    QTest::addColumn<QString>("after");
+    QTest::addColumn<bool>("edits");
+    QTest::newRow("known editable") << "11:e"
+                                    << "" << true;
+    QTest::newRow("known not editable") << "11:r"
+                                        << "" << false;
+    QTest::newRow("arrive editable") << ""
+                                     << "11:e" << true;
+    QTest::newRow("arrive not editable") << ""
+                                         << "11:rc" << false;
+}
+
+void TestMessageActions::editNewest()
+{
+    QFETCH(QString, before);
+    QFETCH(QString, after);
+    QFETCH(bool, edits);
+    Harness h;
+    h.props(before);
+    h.lines.clear();
+    h.actions.editNewestOwnMessage();
+    QCOMPARE(h.lines, before.isEmpty() ? QStringList{QStringLiteral("props 5 11")} : QStringList());
+    h.props(after);
+    QCOMPARE(h.composer.editingMessageId(), edits ? qint64(11) : qint64(0));
 }
 
 QTEST_MAIN(TestMessageActions)

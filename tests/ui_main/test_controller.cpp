@@ -343,7 +343,9 @@ void TestController::conversationRoundTrip()
     feed(R"({"type":"message_new","chat_id":1,"id":13,"outgoing":true,)"
          R"("content_type":"messageVoiceNote","media_type":"voice"})");
     Q_EMIT chat->editLastRequested();
-    QCOMPARE(chat->composerText(), QStringLiteral("hello"));
+    QCOMPARE(sent("props 1 11"), 1);
+    feed(R"({"type":"message_properties","chat_id":1,"id":11,"can_be_edited":true})");
+    QVERIFY(waitFor([&] { return chat->composerText() == QLatin1String("hello"); }));
     Q_EMIT chat->composerTextChanged(QStringLiteral("hello again"));
     Q_EMIT chat->sendRequested();
     QCOMPARE(sent("edit64 1 11 " + QString::fromLatin1(QByteArray("hello again").toBase64())), 1);

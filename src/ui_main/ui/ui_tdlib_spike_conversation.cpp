@@ -232,20 +232,8 @@ void UiTdlibSpike::connectConversation()
     connect(m_chatScreen, &ChatScreen::composerTextChanged, m_composer, &Composer::setText);
     connect(m_chatScreen, &ChatScreen::sendRequested, m_composer, &Composer::onSendMessage);
     connect(m_chatScreen, &ChatScreen::attachRequested, m_composer, &Composer::onAttachTap);
-    // Up in the empty composer edits the user's newest own text message
-    // (voice notes and files in between are passed over).
-    connect(m_chatScreen, &ChatScreen::editLastRequested, m_composer, [this] {
-        for (int i = m_messageRows->size() - 1; i >= 0; --i) {
-            const QVariantMap row = m_messageRows->value(i);
-            const QString type = row.value(QStringLiteral("content_type")).toString();
-            if (row.value(QStringLiteral("outgoing")).toString() == QLatin1String("true") &&
-                (type.isEmpty() || type == QLatin1String("messageText")) &&
-                !row.contains(QStringLiteral("sending_state"))) {
-                m_composer->startEditMessage(row.value(QStringLiteral("id")).toLongLong());
-                return;
-            }
-        }
-    });
+    connect(m_chatScreen, &ChatScreen::editLastRequested, m_actions,
+            &MessageActions::editNewestOwnMessage);
     connect(m_chatScreen, &ChatScreen::replyCancelled, m_composer, &Composer::clearReply);
     connect(m_chatScreen, &ChatScreen::editCancelled, m_composer,
             [this] { m_composer->clearEdit(true); });
