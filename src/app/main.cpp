@@ -5,7 +5,6 @@
 #include "ui_main/ui/ui_tdlib_spike.h"
 
 #include <QApplication>
-#include <QDir>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <cstdio>
@@ -59,10 +58,9 @@ int writeOpenRequest(const QStringList &args)
                    stderr);
         return 2;
     }
-    const QString dir = dataDir();
-    QDir().mkpath(dir);
     QString error;
-    if (!write_hub_open_request(dir, chatId, messageId, QStringLiteral("command line"), &error)) {
+    if (!write_hub_open_request(dataDir(), chatId, messageId, QStringLiteral("command line"),
+                                &error)) {
         std::fprintf(stderr, "vexa: open request not written: %s\n", qPrintable(error));
         return 2;
     }

@@ -5,6 +5,7 @@
 #include "platform/invoker.h"
 #include "platform/toaster.h"
 
+#include <QDir>
 #include <QFile>
 #include <QRegularExpression>
 #include <QSaveFile>
@@ -52,6 +53,7 @@ bool write_hub_open_request(const QString &dataDir, qint64 chatId, qint64 messag
     if (chatId > 0 && messageId > 0)
         text += QStringLiteral("HUB_MESSAGE_ID=%1\n").arg(messageId);
     text += QStringLiteral("HUB_REASON=") + cleanReason.left(200) + QLatin1Char('\n');
+    QDir().mkpath(dataDir);
     QSaveFile file(hub_open_file_path(dataDir));
     if (!file.open(QIODevice::WriteOnly) || file.write(text.toUtf8()) < 0 || !file.commit()) {
         if (error)
