@@ -28,11 +28,13 @@ bool handedToRunningInstance(const QString &url)
     return channel.sendToRunning(url, 2000, &error);
 }
 
-qint64 positiveId(const QString &text)
+// A chat id is any non-zero number (groups and channels are negative), a
+// message id a positive one; 0 for anything else.
+qint64 idFrom(const QString &text, bool positive)
 {
     bool ok = false;
     const qint64 id = text.toLongLong(&ok);
-    return ok && id >= 1 ? id : 0;
+    return ok && (positive ? id >= 1 : id != 0) ? id : 0;
 }
 
 // "--open-chat CHAT_ID [--message MESSAGE_ID]" or "--open-chats": leaves a
@@ -47,10 +49,10 @@ int writeOpenRequest(const QStringList &args)
     qint64 messageId = 0;
     bool ok = what == QLatin1String("--open-chats") ? args.size() == 2 : false;
     if (what == QLatin1String("--open-chat")) {
-        chatId = positiveId(args.value(2));
+        chatId = idFrom(args.value(2), false);
         ok = chatId != 0 &&
              (args.size() == 3 || (args.size() == 5 && args.at(3) == QLatin1String("--message") &&
-                                   (messageId = positiveId(args.at(4))) != 0));
+                                   (messageId = idFrom(args.at(4), true)) != 0));
     }
     if (!ok) {
         std::fputs("usage: vexa [tg-link] | --open-chat CHAT_ID [--message MESSAGE_ID] | "

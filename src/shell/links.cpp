@@ -36,6 +36,14 @@ qint64 positiveId(const QString &text)
     return ok && id >= 1 ? id : 0;
 }
 
+// Groups, channels and secret chats have negative ids; 0 is none.
+qint64 chatIdFrom(const QString &text)
+{
+    bool ok = false;
+    const qint64 id = text.trimmed().toLongLong(&ok);
+    return ok ? id : 0;
+}
+
 } // namespace
 
 QString hub_open_file_path(const QString &dataDir)
@@ -48,9 +56,9 @@ bool write_hub_open_request(const QString &dataDir, qint64 chatId, qint64 messag
 {
     QString cleanReason = reason;
     cleanReason.replace(QRegularExpression(QStringLiteral("[\\r\\n]")), QStringLiteral(" "));
-    QString text = chatId > 0 ? QStringLiteral("HUB_OPEN=chat\nHUB_CHAT_ID=%1\n").arg(chatId)
-                              : QStringLiteral("HUB_OPEN=chats\n");
-    if (chatId > 0 && messageId > 0)
+    QString text = chatId != 0 ? QStringLiteral("HUB_OPEN=chat\nHUB_CHAT_ID=%1\n").arg(chatId)
+                               : QStringLiteral("HUB_OPEN=chats\n");
+    if (chatId != 0 && messageId > 0)
         text += QStringLiteral("HUB_MESSAGE_ID=%1\n").arg(messageId);
     text += QStringLiteral("HUB_REASON=") + cleanReason.left(200) + QLatin1Char('\n');
     QDir().mkpath(dataDir);
@@ -235,7 +243,7 @@ void Links::loadHubOpenRequest()
     // Applied once: a later load does not see the same request again.
     QFile::remove(path);
     m_hubOpenMode = get_env_value(env, QStringLiteral("HUB_OPEN")).trimmed().toLower();
-    m_hubChatId = positiveId(get_env_value(env, QStringLiteral("HUB_CHAT_ID")));
+    m_hubChatId = chatIdFrom(get_env_value(env, QStringLiteral("HUB_CHAT_ID")));
     m_hubMessageId = positiveId(get_env_value(env, QStringLiteral("HUB_MESSAGE_ID")));
     const QString reason = get_env_value(env, QStringLiteral("HUB_REASON"));
     log(QStringLiteral("ui: hub_open loaded mode=%1 chat_id=%2 message_id=%3 reason=%4\n")
@@ -253,7 +261,7 @@ void Links::loadHubOpenRequest()
 void Links::requestOpenChat(qint64 chatId, qint64 messageId, const QString &reason)
 {
     m_hubOpenMode = QStringLiteral("chat");
-    m_hubChatId = chatId >= 1 ? chatId : 0;
+    m_hubChatId = chatId;
     m_hubMessageId = messageId >= 1 ? messageId : 0;
     log(QStringLiteral("ui: hub_open loaded mode=chat chat_id=%1 message_id=%2 reason=%3\n")
             .arg(m_hubChatId)

@@ -33,7 +33,8 @@ struct LinksDeps
 
 // Writes the request file that asks the application to open a chat (and a
 // message in it) at its next load; the file is replaced whole, so a reader
-// never sees half of it. chatId 0 asks for the chat list.
+// never sees half of it. chatId 0 asks for the chat list; messageId 0
+// for the newest messages.
 bool write_hub_open_request(const QString &dataDir, qint64 chatId, qint64 messageId,
                             const QString &reason, QString *error);
 QString hub_open_file_path(const QString &dataDir);

@@ -220,9 +220,10 @@ void TestLinks::hubRequests_data()
     QTest::newRow("chat at a message") << QByteArray("HUB_OPEN= Chat \nHUB_CHAT_ID=2\n"
                                                      "HUB_MESSAGE_ID=77\nHUB_REASON=test\n")
                                        << 0ll << "open 2 77";
-    QTest::newRow("later keys win, bad message id")
-        << QByteArray("# request\nHUB_OPEN=chat\nHUB_CHAT_ID=1\nHUB_CHAT_ID=2\nHUB_MESSAGE_ID=-4\n")
-        << 0ll << "open 2 0";
+    QTest::newRow("later keys win, a group, bad message id")
+        << QByteArray(
+               "# request\nHUB_OPEN=chat\nHUB_CHAT_ID=2\nHUB_CHAT_ID=-2\nHUB_MESSAGE_ID=-4\n")
+        << 0ll << "open -2 0";
     QTest::newRow("chat on screen jumps") << QByteArray("HUB_OPEN=chat\nHUB_CHAT_ID=2\n"
                                                         "HUB_MESSAGE_ID=9\n")
                                           << 2ll << "jump 9";
@@ -236,6 +237,7 @@ void TestLinks::hubRequests()
     QFETCH(qint64, visibleChat);
     QFETCH(QString, outcome);
     m_chats.upsertChatRow(kv("id=2 title=Two order=5"));
+    m_chats.upsertChatRow(kv("id=-2 title=Group order=4"));
     m_visibleChat = visibleChat;
     QStringList seen;
     connect(m_links.get(), &Links::openChatRequested, this,
