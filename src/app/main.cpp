@@ -11,9 +11,6 @@
 
 namespace {
 
-// A URL on the command line ("tg:..." from the desktop), or an empty request
-// to come forward, goes to a vexa that already runs on the same data folder;
-// true when that one answered.
 QString dataDir()
 {
     return resolve_app_folders(QCoreApplication::applicationDirPath(),
@@ -21,6 +18,9 @@ QString dataDir()
         .dataDir;
 }
 
+// A URL on the command line ("tg:..." from the desktop), or an empty request
+// to come forward, goes to a vexa that already runs on the same data folder;
+// true when that one answered.
 bool handedToRunningInstance(const QString &url)
 {
     InstanceChannel channel(InstanceChannel::server_name_for(dataDir()));

@@ -1,13 +1,11 @@
 #pragma once
 
-// A small freedesktop notification server for tests that run on a private
-// session bus (dbus-run-session): it takes the service name on a connection
-// of its own, records every Notify call and can click a notification.
+// A small freedesktop notification server for tests on a private session bus
+// (dbus-run-session): it records every Notify call and can click a
+// notification, as a desktop's server would.
 
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
-#include <QList>
-#include <QObject>
 #include <QStringList>
 #include <QVariantMap>
 
@@ -15,19 +13,9 @@ struct RecordedNotification
 {
     uint id = 0;
     uint replacesId = 0;
-    QString appIcon;
     QString summary;
     QString body;
-    QStringList actions;
     QVariantMap hints;
-};
-
-class NotificationServer : public QObject
-{
-    Q_OBJECT
-public:
-    QList<RecordedNotification> calls;
-    uint nextId = 1;
 };
 
 class NotificationAdaptor : public QDBusAbstractAdaptor
@@ -35,59 +23,41 @@ class NotificationAdaptor : public QDBusAbstractAdaptor
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
 public:
-    explicit NotificationAdaptor(NotificationServer *server)
-        : QDBusAbstractAdaptor(server), m_server(server)
-    {
-    }
+    explicit NotificationAdaptor(QObject *owner) : QDBusAbstractAdaptor(owner) {}
+    QList<RecordedNotification> calls;
 
 public Q_SLOTS:
-    uint Notify(const QString &, uint replacesId, const QString &appIcon, const QString &summary,
-                const QString &body, const QStringList &actions, const QVariantMap &hints, int)
+    uint Notify(const QString &, uint replacesId, const QString &, const QString &summary,
+                const QString &body, const QStringList &, const QVariantMap &hints, int)
     {
-        const uint id = replacesId != 0 ? replacesId : m_server->nextId++;
-        m_server->calls.append({id, replacesId, appIcon, summary, body, actions, hints});
+        const uint id = replacesId != 0 ? replacesId : uint(calls.size() + 1);
+        calls.append({id, replacesId, summary, body, hints});
         return id;
     }
-    void CloseNotification(uint id) { Q_EMIT NotificationClosed(id, 3); }
-    QStringList GetCapabilities() { return {QStringLiteral("actions"), QStringLiteral("body")}; }
+    void CloseNotification(uint) {}
 
 Q_SIGNALS:
     void ActionInvoked(uint id, const QString &actionKey);
     void NotificationClosed(uint id, uint reason);
-
-private:
-    NotificationServer *m_server;
 };
 
-// Owns the server's own bus connection; false from start() when the bus or
-// the name is not to be had.
-class NotificationServerHost
+// The server on a bus connection of its own, so that calls really cross the bus.
+class NotificationServer
 {
 public:
-    NotificationServerHost()
-        : m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus,
-                                              QStringLiteral("test-notification-server")))
-    {
-        m_adaptor = new NotificationAdaptor(&server);
-    }
-    ~NotificationServerHost()
-    {
-        m_bus.unregisterObject(QStringLiteral("/org/freedesktop/Notifications"));
-        m_bus.unregisterService(QStringLiteral("org.freedesktop.Notifications"));
-        QDBusConnection::disconnectFromBus(QStringLiteral("test-notification-server"));
-    }
+    NotificationServer() : m_adaptor(new NotificationAdaptor(&m_owner)) {}
+    ~NotificationServer() { QDBusConnection::disconnectFromBus(kName); }
     bool start()
     {
-        return m_bus.isConnected() &&
-               m_bus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &server) &&
+        return m_bus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &m_owner) &&
                m_bus.registerService(QStringLiteral("org.freedesktop.Notifications"));
     }
-    // What a click on the notification does.
+    const QList<RecordedNotification> &calls() const { return m_adaptor->calls; }
     void click(uint id) { Q_EMIT m_adaptor->ActionInvoked(id, QStringLiteral("default")); }
 
-    NotificationServer server;
-
 private:
-    QDBusConnection m_bus;
-    NotificationAdaptor *m_adaptor = nullptr;
+    static constexpr char kName[] = "test-notification-server";
+    QObject m_owner;
+    NotificationAdaptor *m_adaptor;
+    QDBusConnection m_bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, kName);
 };

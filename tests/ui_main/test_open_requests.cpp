@@ -8,6 +8,7 @@
 #include "shell/links.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
+#include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -74,13 +75,20 @@ void TestOpenRequests::makeSignedInController(const QByteArray &chats)
 
 void TestOpenRequests::notificationsOfIncomingMessages()
 {
-    NotificationServerHost host;
-    QVERIFY(host.start());
-    const QList<RecordedNotification> &calls = host.server.calls;
+    NotificationServer server;
+    QVERIFY(server.start());
+    const QList<RecordedNotification> &calls = server.calls();
     makeSignedInController(
-        R"({"type":"chat","id":1,"title":"Ann","order":"2"})"
+        R"({"type":"chat","id":1,"title":"Ann","order":"2","photo_small_id":500})"
         "|"
         R"({"type":"chat","id":2,"title":"Club","order":"1","muted_known":true,"muted":true})");
+    // The chat's photo arrives: its round avatar becomes the icon.
+    QImage photo(64, 64, QImage::Format_RGB32);
+    photo.fill(Qt::red);
+    QVERIFY(photo.save(m_dir->filePath("photo.png")));
+    feed(QStringLiteral(R"({"type":"file","id":500,"path":"%1"})")
+             .arg(m_dir->filePath("photo.png"))
+             .toUtf8());
     const auto incoming = [this](int chat, int id, const char *text) {
         feed(QStringLiteral(R"({"type":"message_new","chat_id":%1,"id":%2,"outgoing":false,)"
                             R"("sender_name":"Sender %1","text":"%3"})")
@@ -90,16 +98,19 @@ void TestOpenRequests::notificationsOfIncomingMessages()
                  .toUtf8());
     };
 
+    // Two at once: the second replaces the first as soon as its id is known.
     incoming(1, 10, "hello");
-    QTRY_COMPARE(calls.size(), 1);
-    QCOMPARE(calls[0].summary, QStringLiteral("Sender 1"));
-    QCOMPARE(calls[0].body, QStringLiteral("hello"));
     incoming(1, 11, "again");
     QTRY_COMPARE(calls.size(), 2);
+    QCOMPARE(calls[0].summary, QStringLiteral("Sender 1"));
+    QCOMPARE(calls[0].body, QStringLiteral("hello"));
+    QVERIFY(QFileInfo(calls[0].hints.value("image-path").toString()).isFile());
+    QCOMPARE(calls[1].body, QStringLiteral("again"));
     QCOMPARE(calls[1].replacesId, calls[0].id);
     incoming(2, 20, "muted");
     QTRY_COMPARE(calls.size(), 3);
     QVERIFY(calls[2].hints.value("suppress-sound").toBool());
+    QCOMPARE(calls[2].replacesId, 0u);
 
     // Never: one's own messages, history pages, the chat on screen in the
     // active window. The next notification shows that none came before it.
@@ -117,7 +128,7 @@ void TestOpenRequests::notificationsOfIncomingMessages()
     QTRY_COMPARE(calls.size(), 5);
     QCOMPARE(calls[4].body, QStringLiteral("away"));
 
-    host.click(calls[3].id);
+    server.click(calls[3].id);
     QTRY_COMPARE(m_spike->chatSession()->chatId(), 2);
     QTRY_COMPARE(m_commands.count("open 2 22"), 1);
 }
