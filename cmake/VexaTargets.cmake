@@ -41,11 +41,12 @@ function(vexa_subsystem name)
   set(VEXA_UI_LIBS ${VEXA_UI_LIBS} vexa_${name}_ui PARENT_SCOPE)
 endfunction()
 
-# vexa_add_qtest(name SOURCES a.cpp ... LIBS libs... [LABELS ...] [TIMEOUT s] [XVFB])
+# vexa_add_qtest(name SOURCES a.cpp ... LIBS libs... [LABELS ...] [TIMEOUT s] [XVFB] [DBUS])
 # One QtTest executable registered with CTest, run headless: offscreen, or
-# with XVFB on the xcb platform of a private Xvfb server.
+# with XVFB on the xcb platform of a private Xvfb server. DBUS runs it on a
+# private session bus of its own.
 function(vexa_add_qtest name)
-  cmake_parse_arguments(A "XVFB" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(A "XVFB;DBUS" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
   add_executable(${name} ${A_SOURCES})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${VEXA_TEST_BIN_DIR})
   target_link_libraries(${name} PRIVATE ${A_LIBS} Qt5::Test)
@@ -55,6 +56,9 @@ function(vexa_add_qtest name)
     find_program(XVFB_RUN xvfb-run REQUIRED)
     add_test(NAME ${name} COMMAND ${XVFB_RUN} -a -s "-screen 0 640x480x24" $<TARGET_FILE:${name}>)
     set(platform xcb)
+  elseif(A_DBUS)
+    find_program(DBUS_RUN_SESSION dbus-run-session REQUIRED)
+    add_test(NAME ${name} COMMAND ${DBUS_RUN_SESSION} -- $<TARGET_FILE:${name}>)
   else()
     add_test(NAME ${name} COMMAND ${name})
   endif()

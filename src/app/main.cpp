@@ -2,6 +2,7 @@
 #include "platform/gl_integration.h"
 #include "platform/ui/app_font.h"
 #include "platform/instance_channel.h"
+#include "shell/links.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
 #include <QApplication>
@@ -11,16 +12,62 @@
 
 namespace {
 
+QString dataDir()
+{
+    return resolve_app_folders(QCoreApplication::applicationDirPath(),
+                               QProcessEnvironment::systemEnvironment())
+        .dataDir;
+}
+
 // A URL on the command line ("tg:..." from the desktop), or an empty request
 // to come forward, goes to a vexa that already runs on the same data folder;
 // true when that one answered.
 bool handedToRunningInstance(const QString &url)
 {
-    const AppFolders folders = resolve_app_folders(QCoreApplication::applicationDirPath(),
-                                                   QProcessEnvironment::systemEnvironment());
-    InstanceChannel channel(InstanceChannel::server_name_for(folders.dataDir));
+    InstanceChannel channel(InstanceChannel::server_name_for(dataDir()));
     QString error;
     return channel.sendToRunning(url, 2000, &error);
+}
+
+// A chat id is any non-zero number (groups and channels are negative), a
+// message id a positive one; 0 for anything else.
+qint64 idFrom(const QString &text, bool positive)
+{
+    bool ok = false;
+    const qint64 id = text.toLongLong(&ok);
+    return ok && (positive ? id >= 1 : id != 0) ? id : 0;
+}
+
+// "--open-chat CHAT_ID [--message MESSAGE_ID]" or "--open-chats": leaves a
+// request to open that chat (or the chat list) for the window to pick up.
+// 1: not such a request; 0: written; 2: a bad request (said on stderr).
+int writeOpenRequest(const QStringList &args)
+{
+    const QString what = args.value(1);
+    if (what != QLatin1String("--open-chat") && what != QLatin1String("--open-chats"))
+        return 1;
+    qint64 chatId = 0;
+    qint64 messageId = 0;
+    bool ok = what == QLatin1String("--open-chats") ? args.size() == 2 : false;
+    if (what == QLatin1String("--open-chat")) {
+        chatId = idFrom(args.value(2), false);
+        ok = chatId != 0 &&
+             (args.size() == 3 || (args.size() == 5 && args.at(3) == QLatin1String("--message") &&
+                                   (messageId = idFrom(args.at(4), true)) != 0));
+    }
+    if (!ok) {
+        std::fputs("usage: vexa [tg-link] | --open-chat CHAT_ID [--message MESSAGE_ID] | "
+                   "--open-chats\n",
+                   stderr);
+        return 2;
+    }
+    QString error;
+    if (!write_hub_open_request(dataDir(), chatId, messageId, QStringLiteral("command line"),
+                                &error)) {
+        std::fprintf(stderr, "vexa: open request not written: %s\n", qPrintable(error));
+        return 2;
+    }
+    return 0;
 }
 
 } // namespace
@@ -41,7 +88,14 @@ int main(int argc, char *argv[])
     prefer_colour_emoji();
 
     const QStringList args = QCoreApplication::arguments();
-    const QString url = args.size() > 1 ? args.at(1) : QString();
+    // An open request travels as a file; the running window (or this one,
+    // at start-up) reads it when woken.
+    const int request = writeOpenRequest(args);
+    if (request == 2) {
+        delete app;
+        return 2;
+    }
+    const QString url = request == 1 && args.size() > 1 ? args.at(1) : QString();
     // One vexa per data folder: a later start hands over its link (or just
     // brings the running window forward) and ends.
     if (handedToRunningInstance(url)) {

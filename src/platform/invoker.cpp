@@ -1,6 +1,7 @@
 #include "platform/invoker.h"
 
 #include <QDesktopServices>
+#include <QProcess>
 
 Invoker::~Invoker() = default;
 
@@ -8,7 +9,11 @@ bool DesktopInvoker::openUrl(const QUrl &url, const QString &, const QString &)
 {
     if (!url.isValid() || url.isEmpty())
         return false;
-    return QDesktopServices::openUrl(url);
+    if (QDesktopServices::openUrl(url))
+        return true;
+    // Window systems without desktop services (offscreen, some Wayland
+    // sessions) still have the desktop's opener.
+    return QProcess::startDetached(QStringLiteral("xdg-open"), {url.toString(QUrl::FullyEncoded)});
 }
 
 bool DesktopInvoker::invokeService(const QString &, const QString &, const QString &)

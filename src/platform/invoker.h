@@ -18,7 +18,7 @@ public:
                                const QString &mimeType) = 0;
 };
 
-// The desktop: xdg-open through QDesktopServices. Linux has no headless
+// The desktop: QDesktopServices, else xdg-open itself. Linux has no headless
 // service invocation, so invokeService always answers "no reply".
 class DesktopInvoker : public Invoker
 {

@@ -10,6 +10,7 @@
 #include "conversation/chat_session.h"
 #include "conversation/message_text.h"
 #include "conversation/ui/chat_screen.h"
+#include "conversation/ui/message_item_provider.h"
 #include "events/event_dispatcher.h"
 #include "media/audio_libs.h"
 #include "media/media_downloads.h"
@@ -18,6 +19,7 @@
 #include "media/voice_recorder.h"
 #include "platform/app_lifecycle.h"
 #include "platform/array_data_model.h"
+#include "platform/desktop_notifications.h"
 #include "platform/display_info.h"
 #include "platform/instance_channel.h"
 #include "platform/invoker.h"
@@ -28,6 +30,8 @@
 #include "platform/ui/system_dialogs.h"
 #include "platform/ui/toast_overlay.h"
 #include "shell/debug_flags.h"
+#include "shell/links.h"
+#include "shell/message_notifier.h"
 #include "shell/sign_in.h"
 #include "shell/style_sheet.h"
 #include "shell/theme.h"
@@ -36,11 +40,15 @@
 #include "shell/ui_scale.h"
 #include "shell/update_checker.h"
 
+#include <QDBusConnection>
 #include <QDir>
 #include <QEvent>
+#include <QFileInfo>
 #include <QPixmapCache>
 #include <QProcessEnvironment>
 #include <QTimer>
+
+#include <cstdio>
 
 namespace {
 
@@ -102,13 +110,8 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     if (!m_instance->listen(&error))
         m_log->appendUiFileLog(QStringLiteral("app: instance channel: ") + error);
     connect(m_instance, &InstanceChannel::urlReceived, this, &UiTdlibSpike::onInvoked);
-    connect(m_instance, &InstanceChannel::activationRequested, this, [this] {
-        if (m_window) {
-            m_window->show();
-            m_window->raise();
-            m_window->activateWindow();
-        }
-    });
+    connect(m_instance, &InstanceChannel::activationRequested, this,
+            &UiTdlibSpike::onActivationRequested);
 
     // 7. Screens with their initial texts, then the models and the event
     //    dispatch that fill them, wired to the slots.
@@ -147,6 +150,7 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     m_chatListView->setListItemProvider(m_chatItems);
     buildConversation();
     connectScreens();
+    connectLinks();
     connectUpdateChecker();
     connectConversation();
     m_window->show();
@@ -338,8 +342,6 @@ void UiTdlibSpike::connectScreens()
 
     // Chat list <-> conversation: the header follows the open chat.
     connect(m_chatListView, &ListView::triggered, this, &UiTdlibSpike::onChatTriggered);
-    connect(m_dispatcher, &EventDispatcher::openChatRequested, this,
-            &UiTdlibSpike::openChatFromRow);
     connect(m_dispatcher, &EventDispatcher::currentChatTitleChanged, m_chatScreen,
             &ChatScreen::setTitle);
     connect(m_dispatcher, &EventDispatcher::chatHeaderSubtitleChanged, m_chatScreen,
@@ -482,6 +484,12 @@ void UiTdlibSpike::onAppFullscreen()
     m_appActive = true;
     m_link->onAppFullscreen();
     m_intake->onAppFullscreen();
+    // Only a new request replaces one that waits for its chat: on a desktop
+    // the window comes back to the front often.
+    if (QFileInfo::exists(hub_open_file_path(m_folders.dataDir))) {
+        m_links->loadHubOpenRequest();
+        m_links->tryApplyHubOpenRequest();
+    }
 }
 
 void UiTdlibSpike::onAppAboutToQuit()
@@ -537,12 +545,105 @@ void UiTdlibSpike::updateMenuMeHeader()
     m_screens->menuScreen()->setProfile(m_dispatcher->me());
 }
 
-void UiTdlibSpike::onInvoked(const QString &url)
+void UiTdlibSpike::raiseWindow()
 {
-    appendLog(QStringLiteral("ui: invoked %1\n").arg(url));
     if (m_window) {
         m_window->show();
         m_window->raise();
         m_window->activateWindow();
     }
+}
+
+void UiTdlibSpike::onInvoked(const QString &url)
+{
+    raiseWindow();
+    m_links->onInvoked(url);
+}
+
+void UiTdlibSpike::onActivationRequested()
+{
+    raiseWindow();
+    m_links->loadHubOpenRequest();
+    m_links->tryApplyHubOpenRequest();
+}
+
+qint64 UiTdlibSpike::visibleChatId() const
+{
+    if (!m_screens || !m_session ||
+        m_screens->currentScreen() != ShellScreens::Screen::Conversation)
+        return 0;
+    return m_session->chatId();
+}
+
+void UiTdlibSpike::connectLinks()
+{
+    LinksDeps deps;
+    deps.sendLine = [this](const QString &line) { sendLine(line); };
+    deps.log = [this](const QString &text) { appendLog(text); };
+    deps.errorLine = [](const QString &line) {
+        std::fputs(line.toLocal8Bit().constData(), stderr);
+        std::fflush(stderr);
+    };
+    deps.isSignedIn = [this] { return m_dispatcher->isAuthorized(); };
+    deps.chatListRequested = [this] { return m_dispatcher->chatListRequested(); };
+    deps.visibleChatId = [this] { return visibleChatId(); };
+    deps.toaster = m_toaster;
+    deps.invoker = m_invoker.get();
+    deps.chats = m_chats;
+    deps.dataDir = m_folders.dataDir;
+    m_links = new Links(deps, this);
+
+    // A resolve's answer opens the chat (at the message a link named) and
+    // ends the wait for it, found or not.
+    connect(m_dispatcher, &EventDispatcher::openChatRequested, m_links, &Links::onResolvedChat);
+    connect(m_intake, &EventIntake::eventReceived, m_links, [this](const QVariantMap &e) {
+        const QString type = e.value(QStringLiteral("type")).toString();
+        if (type == QLatin1String("tg_resolve") || type == QLatin1String("tg_resolve_error"))
+            m_links->onResolveAnswered(e.value(QStringLiteral("username")).toString());
+    });
+    connect(m_dispatcher, &EventDispatcher::authStateChanged, m_links,
+            [this](const QString &, bool authorized) {
+                if (authorized)
+                    m_links->tryResolvePendingTg();
+            });
+    // Sign-in, each chat row and the end of the list may let a waiting
+    // request through.
+    connect(m_dispatcher, &EventDispatcher::hubOpenRequestCheckRequested, m_links,
+            &Links::tryApplyHubOpenRequest);
+    connect(m_messageItems, &MessageItemProvider::webLinkActivated, m_links,
+            &Links::onWebLinkActivated);
+    connect(m_links, &Links::backToChatsRequested, this, &UiTdlibSpike::onBackToChats);
+    connect(m_links, &Links::openChatRequested, this,
+            [this](const QVariantMap &row, qint64 messageId) {
+                if (messageId >= 1)
+                    m_session->openChatAtMessage(row, messageId);
+                else
+                    openChatFromRow(row);
+            });
+    connect(m_links, &Links::jumpRequested, m_session, &ChatSession::jumpToMessage);
+
+    // Desktop notifications of messages the user does not see arrive; a
+    // click opens the chat at that message like any open request.
+    m_notifications = new DesktopNotifications(QDBusConnection::sessionBus(), this);
+    m_notifier = new MessageNotifier(
+        m_notifications, m_chats, [this] { return m_appActive ? visibleChatId() : 0; }, this);
+    connect(m_dispatcher, &EventDispatcher::messageEvent, m_notifier,
+            &MessageNotifier::onMessageEvent);
+    connect(m_session, &ChatSession::chatOpened, m_notifier,
+            [this](qint64 chatId) { m_notifier->onChatShown(chatId); });
+    connect(m_notifier, &MessageNotifier::openChatRequested, this,
+            [this](qint64 chatId, qint64 messageId) {
+                raiseWindow();
+                m_links->requestOpenChat(chatId, messageId, QStringLiteral("notification"));
+            });
+    connect(m_notifications, &DesktopNotifications::failed, this, [this](const QString &error) {
+        // Once: without a notification service every message would say so.
+        if (m_notificationFailureLogged)
+            return;
+        m_notificationFailureLogged = true;
+        m_log->appendUiFileLog(QStringLiteral("ui: notifications unavailable: ") + error);
+    });
+
+    // A request left by `vexa --open-chat` before this start.
+    m_links->loadHubOpenRequest();
 }

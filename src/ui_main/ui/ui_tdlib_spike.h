@@ -35,6 +35,9 @@ class ChatListModel;
 class EventDispatcher;
 class EventIntake;
 class InstanceChannel;
+class DesktopNotifications;
+class Links;
+class MessageNotifier;
 class ListView;
 class MediaDownloads;
 class OpenAlLib;
@@ -98,6 +101,11 @@ public:
     MediaDownloads *mediaDownloads() const { return m_downloads; }
     VoicePlayer *voicePlayer() const { return m_voicePlayer; }
     VoiceRecorder *voiceRecorder() const { return m_voiceRecorder; }
+    Links *links() const { return m_links; }
+    MessageNotifier *messageNotifier() const { return m_notifier; }
+    DesktopNotifications *desktopNotifications() const { return m_notifications; }
+    // The chat whose conversation page is on screen; 0 when none is.
+    qint64 visibleChatId() const;
 
     // Theme: read the file, then recolour whatever exists.
     void loadThemeSetting();
@@ -133,6 +141,9 @@ public Q_SLOTS:
     void onChatTriggered(const QVariantList &indexPath);
     // A "tg" link or other URL handed to this instance.
     void onInvoked(const QString &url);
+    // Another start asked this window forward; it may have left a request
+    // to open a chat.
+    void onActivationRequested();
     // Redraws the menu's own-profile card from the dispatcher's profile.
     void updateMenuMeHeader();
 
@@ -142,6 +153,9 @@ protected:
 private:
     void buildScreens();
     void connectScreens();
+    // Links, open requests and desktop notifications.
+    void connectLinks();
+    void raiseWindow();
     // The menu's "Check updates", its question dialog and progress line.
     void connectUpdateChecker();
     // The open chat: its rows, paging, composer and bubbles.
@@ -190,6 +204,10 @@ private:
     MediaDownloads *m_downloads = nullptr;
     VoicePlayer *m_voicePlayer = nullptr;
     VoiceRecorder *m_voiceRecorder = nullptr;
+    Links *m_links = nullptr;
+    DesktopNotifications *m_notifications = nullptr;
+    MessageNotifier *m_notifier = nullptr;
+    bool m_notificationFailureLogged = false;
 
     // The top-level window; the screens live inside it.
     std::unique_ptr<PhoneWindow> m_window;

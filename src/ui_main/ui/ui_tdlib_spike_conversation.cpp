@@ -187,9 +187,6 @@ void UiTdlibSpike::connectConversation()
     connect(m_messageItems, &MessageItemProvider::downloadRequested, this,
             [this](qint64 fileId) { m_downloads->enqueueMediaDownload(fileId, false); });
     connect(
-        m_messageItems, &MessageItemProvider::webLinkActivated, this,
-        [this](const QString &url) { appendLog(QStringLiteral("ui: link tapped %1\n").arg(url)); });
-    connect(
         m_messageItems, &MessageItemProvider::videoTapped, this,
         [this](const QString &path, qint64 fileId) { m_downloads->onVideoTapped(path, fileId); });
     connect(m_messageItems, &MessageItemProvider::fileIconTapped, this,

@@ -1,0 +1,197 @@
+#include "backend_link/event_intake.h"
+#include "common/notification_server.h"
+#include "common/recording_commands.h"
+#include "common/test_util.h"
+#include "conversation/chat_session.h"
+#include "conversation/ui/message_item_provider.h"
+#include "platform/instance_channel.h"
+#include "shell/links.h"
+#include "ui_main/ui/ui_tdlib_spike.h"
+
+#include <QImage>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+
+using namespace test_util;
+
+// Ways into a chat from outside, with the controller in this process on the
+// private session bus the test runs on (its notification server is the
+// test's), and `vexa --open-chat` against a running vexa.
+class TestOpenRequests : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void notificationsOfIncomingMessages();
+    void requestAtStartUpWaitsForSignInAndRow();
+    void tappedPublicLinkOpensChatAtMessage();
+    void openChatOnRunningInstance();
+
+private:
+    void makeSignedInController(const QByteArray &chats);
+    void feed(const QByteArray &json)
+    {
+        QVERIFY(writeFile(dataDir() + "/backend_events.jsonl", json + '\n', true));
+        m_spike->eventIntake()->onPoll();
+    }
+    QString dataDir() const { return m_dir->filePath("data"); }
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    RecordingCommands m_commands;
+    std::unique_ptr<UiTdlibSpike> m_spike;
+};
+
+void TestOpenRequests::init()
+{
+    m_dir = std::make_unique<QTemporaryDir>();
+    m_commands.clear();
+    QVERIFY(QDir().mkpath(m_dir->filePath("app")));
+}
+
+void TestOpenRequests::cleanup()
+{
+    m_spike.reset();
+    m_dir.reset();
+}
+
+void TestOpenRequests::makeSignedInController(const QByteArray &chats)
+{
+    const QStringList env = cleanEnvironment()
+                            << "VEXA_DATA_DIR=" + dataDir()
+                            << "VEXA_SHARED_DIR=" + m_dir->filePath("shared") << "VEXA_ZOOM=1"
+                            << "UI_USE_SERVICE_BACKEND=1";
+    m_spike = std::make_unique<UiTdlibSpike>(m_dir->filePath("app"), env, &m_commands);
+    feed(R"({"type":"auth_state","state":"Ready"})");
+    feed(R"({"type":"chats_begin"})");
+    for (const QByteArray &chat : chats.split('|'))
+        feed(chat);
+    feed(R"({"type":"chats_end"})");
+}
+
+void TestOpenRequests::notificationsOfIncomingMessages()
+{
+    NotificationServer server;
+    QVERIFY(server.start());
+    const QList<RecordedNotification> &calls = server.calls();
+    makeSignedInController(
+        R"({"type":"chat","id":1,"title":"Ann","order":"2","photo_small_id":500})"
+        "|"
+        R"({"type":"chat","id":2,"title":"Club","order":"1","muted_known":true,"muted":true})");
+    // The chat's photo arrives: its round avatar becomes the icon.
+    QImage photo(64, 64, QImage::Format_RGB32);
+    photo.fill(Qt::red);
+    QVERIFY(photo.save(m_dir->filePath("photo.png")));
+    feed(QStringLiteral(R"({"type":"file","id":500,"path":"%1"})")
+             .arg(m_dir->filePath("photo.png"))
+             .toUtf8());
+    const auto incoming = [this](int chat, int id, const char *text) {
+        feed(QStringLiteral(R"({"type":"message_new","chat_id":%1,"id":%2,"outgoing":false,)"
+                            R"("sender_name":"Sender %1","text":"%3"})")
+                 .arg(chat)
+                 .arg(id)
+                 .arg(text)
+                 .toUtf8());
+    };
+
+    // Two at once: the second replaces the first as soon as its id is known.
+    incoming(1, 10, "hello");
+    incoming(1, 11, "again");
+    QTRY_COMPARE(calls.size(), 2);
+    QCOMPARE(calls[0].summary, QStringLiteral("Sender 1"));
+    QCOMPARE(calls[0].body, QStringLiteral("hello"));
+    QVERIFY(QFileInfo(calls[0].hints.value("image-path").toString()).isFile());
+    QCOMPARE(calls[1].body, QStringLiteral("again"));
+    QCOMPARE(calls[1].replacesId, calls[0].id);
+    incoming(2, 20, "muted");
+    QTRY_COMPARE(calls.size(), 3);
+    QVERIFY(calls[2].hints.value("suppress-sound").toBool());
+    QCOMPARE(calls[2].replacesId, 0u);
+
+    // Never: one's own messages, history pages, the chat on screen in the
+    // active window. The next notification shows that none came before it.
+    feed(R"({"type":"message_new","chat_id":2,"id":21,"outgoing":true,"text":"mine"})");
+    feed(R"({"type":"message","chat_id":2,"gen":1,"id":5,"outgoing":false,"text":"old"})");
+    m_spike->openChatFromRow({{"id", "1"}, {"title", "Ann"}});
+    QTRY_COMPARE(m_spike->visibleChatId(), 1);
+    incoming(1, 12, "seen");
+    incoming(2, 22, "next");
+    QTRY_COMPARE(calls.size(), 4);
+    QCOMPARE(calls[3].body, QStringLiteral("next"));
+    // In the background the open chat notifies too.
+    m_spike->onAppThumbnailed();
+    incoming(1, 13, "away");
+    QTRY_COMPARE(calls.size(), 5);
+    QCOMPARE(calls[4].body, QStringLiteral("away"));
+
+    server.click(calls[3].id);
+    QTRY_COMPARE(m_spike->chatSession()->chatId(), 2);
+    QTRY_COMPARE(m_commands.count("open 2 22"), 1);
+}
+
+void TestOpenRequests::requestAtStartUpWaitsForSignInAndRow()
+{
+    QVERIFY(write_hub_open_request(dataDir(), 3, 30, "test", nullptr));
+    makeSignedInController(R"({"type":"chat","id":1,"title":"One","order":"2"})");
+    QVERIFY(!QFile::exists(hub_open_file_path(dataDir())));
+    QCOMPARE(m_spike->chatSession()->chatId(), 0);
+    feed(R"({"type":"chat","id":3,"title":"Three","order":"1"})");
+    QCOMPARE(m_spike->chatSession()->chatId(), 3);
+    QTRY_COMPARE(m_commands.count("open 3 30"), 1);
+    QCOMPARE(m_commands.count("chats 60"), 1);
+}
+
+void TestOpenRequests::tappedPublicLinkOpensChatAtMessage()
+{
+    makeSignedInController(R"({"type":"chat","id":1,"title":"One","order":"2"})");
+    Q_EMIT m_spike->messageItems()->webLinkActivated("https://t.me/news_room/5");
+    QCOMPARE(m_commands.count("resolve news_room"), 1);
+    feed(R"({"type":"tg_resolve","username":"news_room","chat_id":77,"title":"News"})");
+    QCOMPARE(m_spike->chatSession()->chatId(), 77);
+    QTRY_COMPARE(m_commands.count("open 77 5"), 1);
+    QCOMPARE(m_spike->links()->pendingUsername(), QString());
+}
+
+void TestOpenRequests::openChatOnRunningInstance()
+{
+    const QString root = QDir(m_dir->path()).canonicalPath();
+    const QString data = root + "/data";
+    QVERIFY(installExecutable(VEXA_PATH, root + "/app/vexa"));
+    QProcessEnvironment env;
+    for (const QString &e : cleanEnvironment())
+        env.insert(e.section('=', 0, 0), e.section('=', 1));
+    env.insert("QT_QPA_PLATFORM", "offscreen");
+    env.insert("VEXA_DATA_DIR", data);
+    env.insert("VEXA_SHARED_DIR", root + "/shared");
+    QProcess running;
+    running.setProcessEnvironment(env);
+    running.start(root + "/app/vexa", QStringList());
+    QVERIFY(running.waitForStarted(5000));
+    InstanceChannel channel(InstanceChannel::server_name_for(data));
+    QVERIFY(waitFor([&] { return channel.sendToRunning(QString(), 1000, nullptr); }, 15000));
+
+    const auto vexa = [&](const QStringList &args) {
+        QProcess proc;
+        proc.setProcessEnvironment(env);
+        proc.start(root + "/app/vexa", args);
+        return proc.waitForFinished(10000) ? proc.exitCode() : -1;
+    };
+    QCOMPARE(vexa({"--open-chat", "42", "--message"}), 2);
+    QCOMPARE(vexa({"--open-chat", "42", "--message", "7"}), 0);
+    QByteArray err;
+    QVERIFY2(waitFor([&] {
+                 err += running.readAllStandardError();
+                 return err.contains("ui: hub_open loaded mode=chat chat_id=42 message_id=7\n");
+             }),
+             err.constData());
+    QVERIFY(!QFile::exists(hub_open_file_path(data)));
+    running.terminate();
+    QVERIFY(running.waitForFinished(10000));
+}
+
+QTEST_MAIN(TestOpenRequests)
+#include "test_open_requests.moc"
