@@ -11,7 +11,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMetaMethod>
-#include <QPlainTextEdit>
 #include <QSignalSpy>
 #include <QToolButton>
 #include <QtTest>
@@ -167,8 +166,6 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowExposed(&main));
         main.setAuthorised(true);
         QVERIFY(!phone->isVisible() && list->isVisible());
-        main.setDebugText(QStringLiteral("ME id=42"));
-        QVERIFY(visibleTexts(&main).contains(QStringLiteral("ME id=42")));
     }
     void navigation_data()
     {
@@ -206,15 +203,6 @@ private Q_SLOTS:
             intents.value(steps.at(i))();
             QCOMPARE(s.currentScreen(), after.at(i));
         }
-    }
-    void logView()
-    {
-        ShellScreens screens(true, 1.0f);
-        screens.setLogText(QStringLiteral("line one\nline two"));
-        screens.setLogViewVisible(true);
-        QVERIFY(screens.isLogViewVisible());
-        QCOMPARE(screens.findChild<QPlainTextEdit *>()->toPlainText(),
-                 QStringLiteral("line one\nline two"));
     }
     void memberCountIsTappable()
     {
