@@ -323,13 +323,16 @@ private Q_SLOTS:
         // The server that answers first: HTTPS unless it cannot be reached.
         WebServer &first = httpsDown ? plain : secure;
 
-        checker.onCheckUpdates();
-        if (holdManifest) {
+        // Asks again while the server holds its answer.
+        const auto askAgain = [&] {
             QSignalSpy held(&first, &WebServer::requestHeld);
             QVERIFY(held.wait(30000));
             checker.onCheckUpdates();
             first.release();
-        }
+        };
+        checker.onCheckUpdates();
+        if (holdManifest)
+            askAgain();
         QTRY_VERIFY_WITH_TIMEOUT(!checker.isBusy(), 30000);
         QCOMPARE(asked.size(), question.isEmpty() ? 0 : 1);
         if (!question.isEmpty()) {
@@ -338,12 +341,8 @@ private Q_SLOTS:
             checker.onUpdateDialogFinished(words.contains(QLatin1String("decline")) ? kCancel
                                                                                     : kConfirm);
             QVERIFY(!checker.isQuestionOpen());
-            if (holdPackage) {
-                QSignalSpy held(&first, &WebServer::requestHeld);
-                QVERIFY(held.wait(30000));
-                checker.onCheckUpdates();
-                first.release();
-            }
+            if (holdPackage)
+                askAgain();
             QTRY_VERIFY_WITH_TIMEOUT(!checker.isBusy(), 30000);
         }
 
@@ -407,18 +406,9 @@ private Q_SLOTS:
         QCOMPARE(withdrawn.size(), 1);
     }
 
-    // Without an update server the check fails at once; a configured host is
-    // tried over HTTPS, then HTTP.
+    // A configured host is tried over HTTPS, then HTTP.
     void serverFromEnvironment()
     {
-        RecordingToaster toaster;
-        UpdateChecker none(UpdateChecker::configFromEnvironment({}, downloads()), &toaster,
-                           nullptr);
-        QVERIFY(!none.updateManifestUrlForTry(0).isValid());
-        none.onCheckUpdates();
-        QVERIFY(!none.isBusy());
-        QCOMPARE(toaster.shown(),
-                 (QStringList{"Checking for updates…", QStringLiteral("Update check failed")}));
         QProcessEnvironment env;
         env.insert(QStringLiteral("VEXA_UPDATE_HOST"), QStringLiteral(" updates.example:8443 "));
         UpdateChecker checker(UpdateChecker::configFromEnvironment(env, downloads()), nullptr,
