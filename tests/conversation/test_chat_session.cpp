@@ -42,23 +42,17 @@ struct Harness : OpenChatModels
     void page(int gen, bool clear, qint64 first, qint64 last, qint64 skip = 0)
     {
         const qint64 chat = session.chatId();
-        session.handleMessageEvent(ev(QStringLiteral("history_begin chat_id=%1 gen=%2 clear=%3")
-                                          .arg(chat)
-                                          .arg(gen)
-                                          .arg(clear)));
-        for (qint64 id = first; id <= last && first > 0; ++id) {
-            if (id != skip) {
+        const QString tail =
+            QStringLiteral(" chat_id=%1 gen=%2 clear=%3").arg(chat).arg(gen).arg(clear);
+        session.handleMessageEvent(ev(QStringLiteral("history_begin") + tail));
+        for (qint64 id = first; id <= last && first > 0; ++id)
+            if (id != skip)
                 session.handleMessageEvent(
                     ev(QStringLiteral("message chat_id=%1 gen=%2 id=%3 sender_user_id=7")
                            .arg(chat)
                            .arg(gen)
                            .arg(id)));
-            }
-        }
-        session.handleMessageEvent(ev(QStringLiteral("history_end chat_id=%1 gen=%2 clear=%3")
-                                          .arg(chat)
-                                          .arg(gen)
-                                          .arg(clear)));
+        session.handleMessageEvent(ev(QStringLiteral("history_end") + tail));
     }
 
     // Runs ";"-separated steps:

@@ -271,16 +271,16 @@ private Q_SLOTS:
         QFETCH(QString, saved);
         QFETCH(QStringList, logged);
         const QStringList words = setup.split(QLatin1Char(' '), Qt::SkipEmptyParts);
-        const bool httpsDown = words.contains(QLatin1String("https-down"));
-        const bool holdManifest = words.contains(QLatin1String("hold-manifest"));
-        const bool holdPackage = words.contains(QLatin1String("hold-package"));
+        const auto has = [&words](const char *word) { return words.contains(QLatin1String(word)); };
+        const bool httpsDown = has("https-down"), holdManifest = has("hold-manifest"),
+                   holdPackage = has("hold-package");
 
-        if (words.contains(QLatin1String("no-folder"))) {
+        if (has("no-folder")) {
             QVERIFY(QDir().mkpath(QFileInfo(downloads()).path()));
             QFile blocker(downloads());
             QVERIFY(blocker.open(QIODevice::WriteOnly));
         }
-        if (words.contains(QLatin1String("folder-in-the-way")))
+        if (has("folder-in-the-way"))
             QVERIFY(QDir().mkpath(downloads() + QStringLiteral("/Vexa_1.2_build4.bar")));
 
         WebServer secure(m_cert, m_key);
@@ -302,17 +302,16 @@ private Q_SLOTS:
                 server->m_routes.insert(kManifestPath, {body, -1, holdManifest});
             server->m_routes.insert(kPackagePath, {m_package, -1, holdPackage});
         }
-        if (words.contains(QLatin1String("drop-https")) ||
-            words.contains(QLatin1String("drop-both")))
+        if (has("drop-https") || has("drop-both"))
             secure.m_routes[kPackagePath].dropAfter = m_package.size() / 2;
-        if (words.contains(QLatin1String("drop-both")))
+        if (has("drop-both"))
             plain.m_routes[kPackagePath].dropAfter = m_package.size() / 2;
 
         UpdateCheckerConfig config;
         config.httpsBaseUrl = httpsBase;
         config.httpBaseUrl = plain.baseUrl();
         config.downloadsDir = downloads();
-        if (!words.contains(QLatin1String("untrusted")))
+        if (!has("untrusted"))
             config.caCertificates = {m_cert};
         RecordingToaster toaster;
         AppLog log;
@@ -338,8 +337,7 @@ private Q_SLOTS:
         if (!question.isEmpty()) {
             QCOMPARE(asked.first().first().value<UpdateQuestion>().body, question);
             QVERIFY(checker.isQuestionOpen());
-            checker.onUpdateDialogFinished(words.contains(QLatin1String("decline")) ? kCancel
-                                                                                    : kConfirm);
+            checker.onUpdateDialogFinished(has("decline") ? kCancel : kConfirm);
             QVERIFY(!checker.isQuestionOpen());
             if (holdPackage)
                 askAgain();
