@@ -39,6 +39,7 @@ int main(int argc, char *argv[])
         return rc;
     }
     InstanceChannel channel(args.value(2));
-    return mode == QLatin1String("send") && channel.sendToRunning(args.value(3), 3000, &error) ? 0
-                                                                                               : 1;
+    const bool sent =
+        mode == QLatin1String("send") && channel.sendToRunning(args.value(3), 3000, &error);
+    return sent ? 0 : 1;
 }

@@ -42,32 +42,6 @@ QSet<QString> visibleTexts(const QWidget *root)
     return texts;
 }
 
-// Spies on every signal a screen declares itself.
-struct IntentSpies
-{
-    explicit IntentSpies(QObject *screen)
-    {
-        const QMetaObject *mo = screen->metaObject();
-        for (int i = mo->methodOffset(); i < mo->methodCount(); ++i) {
-            const QMetaMethod m = mo->method(i);
-            if (m.methodType() == QMetaMethod::Signal)
-                spies.emplace_back(std::make_unique<QSignalSpy>(screen, m));
-        }
-    }
-    // Names of the signals that fired since the last call.
-    QStringList fired()
-    {
-        QStringList names;
-        for (auto &s : spies) {
-            if (!s->isEmpty())
-                names << QString::fromLatin1(s->signal());
-            s->clear();
-        }
-        return names;
-    }
-    std::vector<std::unique_ptr<QSignalSpy>> spies;
-};
-
 QImage solidPng(QTemporaryDir &dir, const QString &name, Qt::GlobalColor color, QString *path)
 {
     QImage img(200, 160, QImage::Format_RGB32);
@@ -104,27 +78,36 @@ private Q_SLOTS:
     void everyButtonAnnouncesOneIntent()
     {
         // A button that neither says what the user wants nor moves between
-        // screens would be dead to the user.
+        // screens would be dead to the user. Spies on every signal the
+        // screens declare themselves, screen changes aside.
         ShellScreens screens(true, 1.0f);
         QObjectList announcers{&screens};
         for (QWidget *w : screens.findChildren<QWidget *>())
             if (!QByteArray(w->metaObject()->className()).startsWith('Q'))
                 announcers << w;
-        std::vector<std::unique_ptr<IntentSpies>> spies;
-        for (QObject *o : announcers)
-            spies.emplace_back(std::make_unique<IntentSpies>(o));
+        std::vector<std::unique_ptr<QSignalSpy>> spies;
+        for (QObject *o : announcers) {
+            const QMetaObject *mo = o->metaObject();
+            for (int i = mo->methodOffset(); i < mo->methodCount(); ++i)
+                if (mo->method(i).methodType() == QMetaMethod::Signal &&
+                    mo->method(i).name() != "screenChanged")
+                    spies.emplace_back(std::make_unique<QSignalSpy>(o, mo->method(i)));
+        }
+        const auto anyFired = [&spies] {
+            bool fired = false;
+            for (auto &s : spies) {
+                fired = fired || !s->isEmpty();
+                s->clear();
+            }
+            return fired;
+        };
         for (auto *b : screens.findChildren<QAbstractButton *>()) {
             const ShellScreens::Screen before = screens.currentScreen();
             b->click();
-            QStringList fired;
-            for (auto &s : spies)
-                fired << s->fired();
-            fired.removeAll(QStringLiteral("screenChanged(ShellScreens::Screen)"));
             const bool navigated = screens.currentScreen() != before;
-            QVERIFY2(navigated || !fired.isEmpty(), qPrintable(b->objectName()));
+            QVERIFY2(anyFired() || navigated, qPrintable(b->objectName()));
             screens.showMainScreen();
-            for (auto &s : spies)
-                s->fired();
+            anyFired();
         }
     }
     void signInFormSubmitsWhatWasTyped()
