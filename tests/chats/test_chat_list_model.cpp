@@ -74,9 +74,6 @@ private Q_SLOTS:
         row("stable full sort after bulk with merges",
             "b; u id=1 last_date=5; u id=2 last_date=5; u id=3 order=1; u id=2 last_date=6; e; s",
             "3,2,1");
-        row("new top row at beginning scrolls", "a 1; u id=1 order=10; u id=9 order=100; S 2",
-            "9,1");
-        row("new top row scrolled away", "a 0; u id=1 order=10; u id=9 order=100; S 0", "9,1");
         row("lower row or staying second does not scroll",
             "a 0; u id=1 order=10; u id=2 order=20; a 1; u id=9 order=1; u id=1 order=15; S 0; "
             "u id=1 order=30; S 1",
