@@ -165,6 +165,9 @@ private Q_SLOTS:
             return;
         }
         QCOMPARE(QFileInfo(path).path(), cache);
+        // Colours whose digits would run together unpadded get files of their own.
+        QVERIFY(ensure_bubble_bg_png(w, h, r, QColor(1, 0x2a, 3), cache, nullptr) !=
+                ensure_bubble_bg_png(w, h, r, QColor(0x12, 0x0a, 3), cache, nullptr));
         const QImage img(path);
         QCOMPARE(img.size(), QSize(w, h));
         if (r > 2)
