@@ -129,8 +129,12 @@ private Q_SLOTS:
         }
         QCOMPARE(idsOf(model), expected);
         QCOMPARE(rows.size(), model.size());
-        for (int i = 0; i < model.size(); ++i)
+        // The order is the ordering rule's, under which no row precedes itself.
+        for (int i = 0; i < model.size(); ++i) {
             QCOMPARE(model.findChatIndexById(ChatListModel::chatRowId(model.rowAt(i))), i);
+            QVERIFY(!ChatListModel::chatRowPrecedes(model.rowAt(i), model.rowAt(i)));
+            QVERIFY(i == 0 || ChatListModel::chatRowPrecedes(model.rowAt(i - 1), model.rowAt(i)));
+        }
     }
     void matchesLinearRule_data()
     {
