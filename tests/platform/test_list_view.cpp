@@ -203,9 +203,9 @@ private Q_SLOTS:
         for (const char *r :
              {"401 7 insert 400 1 0 keep+1", "401 7 remove 10 50 0 keep-50",
               "0 0 remove 2 3 0 keep+0", "0 0 remove 0 1000 0 empty", "0 0 move 500 0 0 top",
-              "50 0 reset 5 0 0 top", "50 0 reset 0 0 0 empty", "0 0 insert 0 2 0 keep+2",
-              "0 0 insert 0 2 1 top", "0 5 insert 0 2 1 keep+2", "-1 0 append 3 0 1 end",
-              "-1 -200 append 3 0 1 keep+0"})
+              "0 0 move 1 700 0 top", "50 0 reset 5 0 0 top", "50 0 reset 0 0 0 empty",
+              "0 0 insert 0 2 0 keep+2", "0 0 insert 0 2 1 top", "0 5 insert 0 2 1 keep+2",
+              "-1 0 append 3 0 1 end", "-1 -200 append 3 0 1 keep+0"})
             QTest::newRow(r) << QString(r);
     }
 
