@@ -140,7 +140,7 @@ private Q_SLOTS:
     // "w h r argb": a cached tile, or none for an unusable size.
     void bubbleBackground_data()
     {
-        QTest::addColumn<QString>("spec");
+        QTest::addColumn<QString>("tile");
         QTest::addColumn<bool>("drawn");
         QTest::newRow("avatar tile") << "144 144 24 ff2b7cff" << true;
         QTest::newRow("translucent, small components") << "10 2048 1 8001020a" << true;
@@ -150,9 +150,9 @@ private Q_SLOTS:
     }
     void bubbleBackground()
     {
-        QFETCH(QString, spec);
+        QFETCH(QString, tile);
         QFETCH(bool, drawn);
-        const QStringList v = spec.split(' ');
+        const QStringList v = tile.split(' ');
         const int w = v[0].toInt(), h = v[1].toInt(), r = v[2].toInt();
         const QColor color = QColor::fromRgba(v[3].toUInt(nullptr, 16));
         QTemporaryDir dir;
