@@ -1,4 +1,5 @@
 #include "chats/chat_list_model.h"
+#include "common/test_util.h"
 #include "conversation/chat_session.h"
 #include "conversation/composer.h"
 #include "conversation/message_row_model.h"
@@ -255,9 +256,7 @@ private Q_SLOTS:
         QTemporaryDir dir;
         QVERIFY(dir.isValid());
         const QString path = dir.filePath(QStringLiteral("doc one\n.txt"));
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.close();
+        QVERIFY(test_util::writeFile(path, QByteArray()));
         Harness h;
         QSignalSpy picker(&h.composer, &Composer::filePickerRequested);
         h.composer.onAttachTap();

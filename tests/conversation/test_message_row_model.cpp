@@ -1,5 +1,6 @@
 #include "chats/avatar_download_queue.h"
 #include "chats/chat_list_model.h"
+#include "common/test_util.h"
 #include "conversation/message_row_model.h"
 #include "conversation_test_util.h"
 #include "platform/array_data_model.h"
@@ -314,11 +315,8 @@ private Q_SLOTS:
         QVERIFY(dir.isValid());
         const QString media = dir.filePath(QStringLiteral("photo.jpg"));
         const QString shared = dir.filePath(QStringLiteral("shared.jpg"));
-        for (const QString &p : {media, shared}) {
-            QFile f(p);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write("x");
-        }
+        for (const QString &p : {media, shared})
+            QVERIFY(test_util::writeFile(p, "x"));
         ArrayDataModel rows;
         AvatarDownloadQueue avatars(nullptr, nullptr);
         MessageRowModel m(&rows, nullptr, &avatars);
