@@ -42,23 +42,17 @@ struct Harness : OpenChatModels
     void page(int gen, bool clear, qint64 first, qint64 last, qint64 skip = 0)
     {
         const qint64 chat = session.chatId();
-        session.handleMessageEvent(ev(QStringLiteral("history_begin chat_id=%1 gen=%2 clear=%3")
-                                          .arg(chat)
-                                          .arg(gen)
-                                          .arg(clear)));
-        for (qint64 id = first; id <= last && first > 0; ++id) {
-            if (id != skip) {
+        const QString tail =
+            QStringLiteral(" chat_id=%1 gen=%2 clear=%3").arg(chat).arg(gen).arg(clear);
+        session.handleMessageEvent(ev(QStringLiteral("history_begin") + tail));
+        for (qint64 id = first; id <= last && first > 0; ++id)
+            if (id != skip)
                 session.handleMessageEvent(
                     ev(QStringLiteral("message chat_id=%1 gen=%2 id=%3 sender_user_id=7")
                            .arg(chat)
                            .arg(gen)
                            .arg(id)));
-            }
-        }
-        session.handleMessageEvent(ev(QStringLiteral("history_end chat_id=%1 gen=%2 clear=%3")
-                                          .arg(chat)
-                                          .arg(gen)
-                                          .arg(clear)));
+        session.handleMessageEvent(ev(QStringLiteral("history_end") + tail));
     }
 
     // Runs ";"-separated steps:
@@ -79,11 +73,10 @@ struct Harness : OpenChatModels
             } else if (verb == QLatin1String("open") || verb == QLatin1String("openat")) {
                 const QVariantMap row =
                     chats.chatRowById(n(1)).isEmpty() ? chatRow(n(1)) : chats.chatRowById(n(1));
-                if (verb == QLatin1String("open")) {
+                if (verb == QLatin1String("open"))
                     session.openChatFromRow(row);
-                } else {
+                else
                     session.openChatAtMessage(row, n(2));
-                }
                 QTRY_VERIFY(!session.isOpenTimerActive());
             } else if (verb == QLatin1String("page")) {
                 page(int(n(1)), n(2) != 0, n(3), n(4), n(5));
@@ -99,9 +92,8 @@ struct Harness : OpenChatModels
                 for (int i = 0; i < n(1); ++i) {
                     const QStringList last =
                         lines.isEmpty() ? QStringList() : lines.last().split(QLatin1Char(' '));
-                    if (last.value(0) != QLatin1String("history_more")) {
+                    if (last.value(0) != QLatin1String("history_more"))
                         break;
-                    }
                     const qint64 from = last.value(2).toLongLong();
                     page(session.historyGeneration(), false, qMax<qint64>(1, from - 50), from - 1);
                 }
@@ -131,9 +123,8 @@ struct Harness : OpenChatModels
 
     QString span() const
     {
-        if (messages.isEmpty()) {
+        if (messages.isEmpty())
             return QStringLiteral("empty");
-        }
         return QStringLiteral("%1..%2 (%3)")
             .arg(messages.messageIdAt(0))
             .arg(messages.messageIdAt(messages.size() - 1))
@@ -147,116 +138,114 @@ class TestChatSession : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void paging_data();
-    void paging();
-    void olderPageKeepsTheAnchor();
-};
+    void paging_data()
+    {
+        QTest::addColumn<QString>("steps");
+        QTest::addColumn<QString>("expectedLines");
+        QTest::addColumn<QString>("expectedRows");
+        QTest::addColumn<QString>("logged"); // a line the log must hold, or empty
+        auto row = [](const char *name, const QString &steps, const char *lines, const char *rows,
+                      const char *logged) {
+            QTest::newRow(name) << steps << QString::fromUtf8(lines) << QString::fromUtf8(rows)
+                                << QString::fromUtf8(logged);
+        };
 
-void TestChatSession::paging_data()
-{
-    QTest::addColumn<QString>("steps");
-    QTest::addColumn<QString>("expectedLines");
-    QTest::addColumn<QString>("expectedRows");
-    QTest::addColumn<QString>("logged"); // a line the log must hold, or empty
-    auto row = [](const char *name, const QString &steps, const char *lines, const char *rows,
-                  const char *logged) {
-        QTest::newRow(name) << steps << QString::fromUtf8(lines) << QString::fromUtf8(rows)
-                            << QString::fromUtf8(logged);
-    };
-
-    row("two quick taps open the second chat once", "tap 2;open 1",
-        "chat_info 2|chat_info 1|open 1", "empty", "ui: open chat 1\n");
-    row("anchored at a message", "openat 3 77", "chat_info 3|open 3 77", "empty",
-        "ui: open chat 3 anchor=77\n");
-    const QString opened = QStringLiteral("open 1;page 1 1 1001 1060;end 0;");
-    row("anchored within the open chat is a jump", opened + "openat 1 1020",
-        "chat_info 1|open 1|read 1 1060", "1001..1060 (60)", "");
-    row("row 7 asks for nothing, row 6 for an older page", opened + "first 7;first 6;serve 1",
-        "chat_info 1|open 1|read 1 1060|history_more 1 1001 50", "951..1060 (110)",
-        "ui: history_more chat=1 from=1001\n");
-    row("the beginning asks too; never twice while loading",
-        opened + "begin 1;first 2;first 1;serve 1;first 3",
-        "chat_info 1|open 1|read 1 1060|history_more 1 1001 50|history_more 1 951 50",
-        "951..1060 (110)", "");
-    row("at the end nothing is asked", "open 1;page 1 1 1001 1060;first 2;begin 1",
-        "chat_info 1|open 1|read 1 1060", "1001..1060 (60)", "");
-    row("an empty older page ends paging",
-        "open 1;page 1 1 1 40;end 0;first 0;page 1 0 0 0;first 0;begin 1",
-        "chat_info 1|open 1|read 1 40|history_more 1 1 50", "1..40 (40)",
-        "[event] history_no_more\n");
-    row("batches of another generation are ignored",
-        opened + "page 0 1 1 10;page 2 0 900 1000;page 0 0 1 5", "chat_info 1|open 1|read 1 1060",
-        "1001..1060 (60)", "");
-    row("a cleared history starts a new generation", opened + "clear 2;page 1 1 1 5;page 2 0 1 5",
-        "chat_info 1|open 1|read 1 1060", "1..5 (5)", "[event] history_clear\n");
-    row("read once per newest incoming message, never for own ones",
-        opened + "end 1;new 1061 true;new 1062 false;end 0;end 1",
-        "chat_info 1|open 1|read 1 1060|read 1 1062", "1001..1062 (62)", "");
-    row("a loaded target needs no request", opened + "jump 1010", "chat_info 1|open 1|read 1 1060",
-        "1001..1060 (60)", "");
-    row("500 back: 8 pages, one slice, then give up", opened + "jump 500;serve 20;page 2 1 541 580",
-        "chat_info 1|open 1|read 1 1060|history_more 1 1001 50|history_more 1 951 50|history_more "
-        "1 901 50|"
-        "history_more 1 851 50|history_more 1 801 50|history_more 1 751 50|history_more 1 701 50|"
-        "history_more 1 651 50|history_jump 1 500 40 40|read 1 580",
-        "541..580 (40)", "ui: jump-to-message: not found (give up)\n");
-    row("a deleted target inside the range: one slice, then give up",
-        "open 1;page 1 1 1001 1060 1030;end 0;jump 1030;page 2 1 990 1070 1030",
-        "chat_info 1|open 1|read 1 1060|history_jump 1 1030 40 40|read 1 1070", "990..1070 (80)",
-        "ui: jump-to-message: not in loaded history range (give up)\n");
-    row("a slice that holds the target ends the jump",
-        "open 1;page 1 1 1001 1060 1030;end 0;jump 1030;page 2 1 990 1070",
-        "chat_info 1|open 1|read 1 1060|history_jump 1 1030 40 40|read 1 1070", "990..1070 (81)",
-        "ui: jump-to-message: history_jump chat=1 msg=1030\n");
-    row("no more history during a jump",
-        "open 1;page 1 1 100 160;end 0;jump -5;jump 50;page 1 0 0 0",
-        "chat_info 1|open 1|read 1 160|history_more 1 100 50", "100..160 (61)",
-        "ui: jump-to-message: not found (no more history)\n");
-    row("bottom reloads the newest page after a jump", "open 2;page 1 1 1001 1060;end 0;bottom",
-        "chat_info 2|open 2|read 2 1060|open 2", "1001..1060 (60)", "");
-    row("bottom with the newest page shown only scrolls", "open 1;page 1 1 1001 1060;end 0;bottom",
-        "chat_info 1|open 1|read 1 1060", "1001..1060 (60)", "");
-    row("refresh", opened + "refresh", "chat_info 1|open 1|read 1 1060|history 1 60",
-        "1001..1060 (60)", "ui: refresh history chat=1\n");
-    row("close", opened + "close;refresh", "chat_info 1|open 1|read 1 1060|close 1", "empty",
-        "ui: select chat first\n");
-}
-
-void TestChatSession::paging()
-{
-    QFETCH(QString, steps);
-    QFETCH(QString, expectedLines);
-    QFETCH(QString, expectedRows);
-    QFETCH(QString, logged);
-    Harness h;
-    h.chats.upsertChatRow(chatRow(2, 5000)); // the list knows newer messages of chat 2
-    h.run(steps);
-    QCOMPARE(h.lines.join(QLatin1Char('|')), expectedLines);
-    QCOMPARE(h.span(), expectedRows);
-    if (!logged.isEmpty()) {
-        QVERIFY2(h.logs.contains(logged), qPrintable(h.logs.join(QString())));
+        row("two quick taps open the second chat once", "tap 2;open 1",
+            "chat_info 2|chat_info 1|open 1", "empty", "ui: open chat 1\n");
+        row("anchored at a message", "openat 3 77", "chat_info 3|open 3 77", "empty",
+            "ui: open chat 3 anchor=77\n");
+        const QString opened = QStringLiteral("open 1;page 1 1 1001 1060;end 0;");
+        row("anchored within the open chat is a jump", opened + "openat 1 1020",
+            "chat_info 1|open 1|read 1 1060", "1001..1060 (60)", "");
+        row("row 7 asks for nothing, row 6 for an older page", opened + "first 7;first 6;serve 1",
+            "chat_info 1|open 1|read 1 1060|history_more 1 1001 50", "951..1060 (110)",
+            "ui: history_more chat=1 from=1001\n");
+        row("the beginning asks too; never twice while loading",
+            opened + "begin 1;first 2;first 1;serve 1;first 3",
+            "chat_info 1|open 1|read 1 1060|history_more 1 1001 50|history_more 1 951 50",
+            "951..1060 (110)", "");
+        row("at the end nothing is asked", "open 1;page 1 1 1001 1060;first 2;begin 1",
+            "chat_info 1|open 1|read 1 1060", "1001..1060 (60)", "");
+        row("an empty older page ends paging",
+            "open 1;page 1 1 1 40;end 0;first 0;page 1 0 0 0;first 0;begin 1",
+            "chat_info 1|open 1|read 1 40|history_more 1 1 50", "1..40 (40)",
+            "[event] history_no_more\n");
+        row("batches of another generation are ignored",
+            opened + "page 0 1 1 10;page 2 0 900 1000;page 0 0 1 5",
+            "chat_info 1|open 1|read 1 1060", "1001..1060 (60)", "");
+        row("a cleared history starts a new generation",
+            opened + "clear 2;page 1 1 1 5;page 2 0 1 5", "chat_info 1|open 1|read 1 1060",
+            "1..5 (5)", "[event] history_clear\n");
+        row("read once per newest incoming message, never for own ones",
+            opened + "end 1;new 1061 true;new 1062 false;end 0;end 1",
+            "chat_info 1|open 1|read 1 1060|read 1 1062", "1001..1062 (62)", "");
+        row("a loaded target needs no request", opened + "jump 1010",
+            "chat_info 1|open 1|read 1 1060", "1001..1060 (60)", "");
+        row("500 back: 8 pages, one slice, then give up",
+            opened + "jump 500;serve 20;page 2 1 541 580",
+            "chat_info 1|open 1|read 1 1060|history_more 1 1001 50|history_more 1 951 "
+            "50|history_more "
+            "1 901 50|"
+            "history_more 1 851 50|history_more 1 801 50|history_more 1 751 50|history_more 1 701 "
+            "50|"
+            "history_more 1 651 50|history_jump 1 500 40 40|read 1 580",
+            "541..580 (40)", "ui: jump-to-message: not found (give up)\n");
+        row("a deleted target inside the range: one slice, then give up",
+            "open 1;page 1 1 1001 1060 1030;end 0;jump 1030;page 2 1 990 1070 1030",
+            "chat_info 1|open 1|read 1 1060|history_jump 1 1030 40 40|read 1 1070",
+            "990..1070 (80)", "ui: jump-to-message: not in loaded history range (give up)\n");
+        row("a slice that holds the target ends the jump",
+            "open 1;page 1 1 1001 1060 1030;end 0;jump 1030;page 2 1 990 1070",
+            "chat_info 1|open 1|read 1 1060|history_jump 1 1030 40 40|read 1 1070",
+            "990..1070 (81)", "ui: jump-to-message: history_jump chat=1 msg=1030\n");
+        row("no more history during a jump",
+            "open 1;page 1 1 100 160;end 0;jump -5;jump 50;page 1 0 0 0",
+            "chat_info 1|open 1|read 1 160|history_more 1 100 50", "100..160 (61)",
+            "ui: jump-to-message: not found (no more history)\n");
+        row("bottom reloads the newest page after a jump", "open 2;page 1 1 1001 1060;end 0;bottom",
+            "chat_info 2|open 2|read 2 1060|open 2", "1001..1060 (60)", "");
+        row("bottom with the newest page shown only scrolls",
+            "open 1;page 1 1 1001 1060;end 0;bottom", "chat_info 1|open 1|read 1 1060",
+            "1001..1060 (60)", "");
+        row("refresh", opened + "refresh", "chat_info 1|open 1|read 1 1060|history 1 60",
+            "1001..1060 (60)", "ui: refresh history chat=1\n");
+        row("close", opened + "close;refresh", "chat_info 1|open 1|read 1 1060|close 1", "empty",
+            "ui: select chat first\n");
     }
-}
+    void paging()
+    {
+        QFETCH(QString, steps);
+        QFETCH(QString, expectedLines);
+        QFETCH(QString, expectedRows);
+        QFETCH(QString, logged);
+        Harness h;
+        h.chats.upsertChatRow(chatRow(2, 5000)); // the list knows newer messages of chat 2
+        h.run(steps);
+        QCOMPARE(h.lines.join(QLatin1Char('|')), expectedLines);
+        QCOMPARE(h.span(), expectedRows);
+        if (!logged.isEmpty())
+            QVERIFY2(h.logs.contains(logged), qPrintable(h.logs.join(QString())));
+    }
+    void olderPageKeepsTheAnchor()
+    {
+        Harness h;
+        QSignalSpy inserted(&h.session, &ChatSession::olderPageInserted);
+        h.run(QStringLiteral("open 1;page 1 1 1001 1060;end 0;first 6;begin 1;serve 1"));
+        QCOMPARE(inserted.count(), 1);
+        QCOMPARE(inserted.at(0).at(0).toInt(), 50);
+        QCOMPARE(inserted.at(0).at(1).toLongLong(), 1007);
+        QTRY_COMPARE(h.scrolledTo, QList<qint64>{1007});
+        QCOMPARE(h.session.restoreAnchorId(), 0);
 
-void TestChatSession::olderPageKeepsTheAnchor()
-{
-    Harness h;
-    QSignalSpy inserted(&h.session, &ChatSession::olderPageInserted);
-    h.run(QStringLiteral("open 1;page 1 1 1001 1060;end 0;first 6;begin 1;serve 1"));
-    QCOMPARE(inserted.count(), 1);
-    QCOMPARE(inserted.at(0).at(0).toInt(), 50);
-    QCOMPARE(inserted.at(0).at(1).toLongLong(), 1007);
-    QTRY_COMPARE(h.scrolledTo, QList<qint64>{1007});
-    QCOMPARE(h.session.restoreAnchorId(), 0);
-
-    // Scrolled between both ends, the anchor is dropped after its ticks
-    // without moving the list.
-    h.run(QStringLiteral("begin 0;first 5;serve 1"));
-    QCOMPARE(inserted.count(), 2);
-    QVERIFY(h.session.restoreAnchorId() > 0);
-    QTRY_COMPARE(h.session.restoreAnchorId(), 0);
-    QCOMPARE(h.scrolledTo.size(), 1);
-}
+        // Scrolled between both ends, the anchor is dropped after its ticks
+        // without moving the list.
+        h.run(QStringLiteral("begin 0;first 5;serve 1"));
+        QCOMPARE(inserted.count(), 2);
+        QVERIFY(h.session.restoreAnchorId() > 0);
+        QTRY_COMPARE(h.session.restoreAnchorId(), 0);
+        QCOMPARE(h.scrolledTo.size(), 1);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestChatSession)
 #include "test_chat_session.moc"

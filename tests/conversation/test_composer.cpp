@@ -1,4 +1,5 @@
 #include "chats/chat_list_model.h"
+#include "common/test_util.h"
 #include "conversation/chat_session.h"
 #include "conversation/composer.h"
 #include "conversation/message_row_model.h"
@@ -32,9 +33,8 @@ struct Harness : OpenChatModels
                          [this](const QString &t) { toasts.append(t); });
         QObject::connect(&composer, &Composer::logLine,
                          [this](const QString &l) { logs.append(l); });
-        if (!open) {
+        if (!open)
             return;
-        }
         session.openChatFromRow({{QStringLiteral("id"), QStringLiteral("5")},
                                  {QStringLiteral("chat_type"), QStringLiteral("private")}});
         lines.clear();
@@ -61,260 +61,223 @@ class TestComposer : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void sending_data();
-    void sending();
-    void barText_data();
-    void barText();
-    void editing_data();
-    void editing();
-    void visibility_data();
-    void visibility();
-    void replyFromSelection();
-    void attachingAFile();
-};
-
-void TestComposer::sending_data()
-{
-    QTest::addColumn<QString>("setup"); // "reply N", "edit N", "closed" or empty
-    QTest::addColumn<QString>("typed");
-    QTest::addColumn<QString>("expectedStart"); // the line before its text; empty: none
-    QTest::addColumn<QString>("toast");
-    QTest::newRow("plain") << ""
-                           << "  hello  "
-                           << "send64 5"
-                           << "";
-    QTest::newRow("blank sends nothing") << ""
-                                         << " \n "
-                                         << ""
-                                         << "";
-    QTest::newRow("reply id in the middle") << "reply 10"
-                                            << "hi"
-                                            << "send64 5 10"
-                                            << "";
-    QTest::newRow("line breaks and other scripts stay in one token")
-        << "reply 10"
-        << "a\r\nб\n\n👍🏽 " + QString(3000, QLatin1Char('z')) << "send64 5 10"
-        << "";
-    QTest::newRow("edit") << "edit 11"
-                          << "new text"
-                          << "edit64 5 11" << QString::fromUtf8("Editing…");
-    QTest::newRow("blank edit") << "edit 11"
-                                << "   "
-                                << ""
-                                << "Message can't be empty";
-    QTest::newRow("no chat open") << "closed"
-                                  << "hello"
-                                  << ""
-                                  << "";
-}
-
-void TestComposer::sending()
-{
-    QFETCH(QString, setup);
-    QFETCH(QString, typed);
-    QFETCH(QString, expectedStart);
-    QFETCH(QString, toast);
-    Harness h;
-    QSignalSpy scrolled(&h.session, &ChatSession::scrollToEndRequested);
-    const QStringList s = setup.split(QLatin1Char(' '));
-    h.composer.setText(QStringLiteral("draft"));
-    if (s.first() == QLatin1String("reply")) {
-        h.composer.setReplyToMessageId(s.value(1).toLongLong());
-    } else if (s.first() == QLatin1String("edit")) {
-        h.composer.startEditMessage(s.value(1).toLongLong());
-    } else if (s.first() == QLatin1String("closed")) {
-        h.session.onBackToChats();
-        h.lines.clear();
+    void sending_data()
+    {
+        QTest::addColumn<QString>("setup"); // "reply N", "edit N", "closed" or empty
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("expectedStart"); // the line before its text; empty: none
+        QTest::addColumn<QString>("toast");
+        auto row = [](const char *name, const char *setup, const QString &typed, const char *start,
+                      const char *toast) {
+            QTest::newRow(name) << setup << typed << start << QString::fromUtf8(toast);
+        };
+        row("blank sends nothing", "", " \n ", "", "");
+        row("reply id in the middle", "reply 10", "hi", "send64 5 10", "");
+        row("line breaks and other scripts stay in one token", "reply 10",
+            "a\r\nб\n\n👍🏽 " + QString(3000, QLatin1Char('z')), "send64 5 10", "");
+        row("edit", "edit 11", "new text", "edit64 5 11", "Editing…");
+        row("blank edit", "edit 11", "   ", "", "Message can't be empty");
+        row("no chat open", "closed", "hello", "", "");
     }
-    h.composer.setText(typed);
-    h.composer.onSendMessage();
-    QCOMPARE(h.toasts.join(QLatin1Char('|')), toast);
-    if (expectedStart.isEmpty()) {
-        QVERIFY2(h.lines.isEmpty(), qPrintable(h.lines.join(QLatin1Char('|'))));
-        return;
-    }
-    QCOMPARE(h.lines.size(), 1);
-    const QString line = h.lines.first();
-    QVERIFY(!line.contains(QLatin1Char('\n')) && !line.contains(QLatin1Char('\r')));
-    QVERIFY(line.startsWith(expectedStart + QLatin1Char(' ')));
-    const QString word = line.mid(expectedStart.size() + 1);
-    QVERIFY(!word.contains(QLatin1Char(' ')));
-    QCOMPARE(decode64(word), typed.trimmed());
-    // After a send the field, the bars and the list are ready for the next.
-    QCOMPARE(h.composer.replyToMessageId(), 0);
-    QCOMPARE(h.composer.editingMessageId(), 0);
-    QCOMPARE(h.composer.text(),
-             setup.startsWith(QLatin1String("edit")) ? QStringLiteral("draft") : QString());
-    QCOMPARE(scrolled.count(), setup.startsWith(QLatin1String("edit")) ? 0 : 1);
-}
-
-void TestComposer::barText_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("expected");
-    const QString ninety(90, QLatin1Char('x'));
-    const QString ell = QString::fromUtf8("…");
-    QTest::newRow("90 characters stay whole") << ninety << ninety;
-    QTest::newRow("200 characters") << QString(200, QLatin1Char('x')) << ninety + ell;
-    QTest::newRow("a character made of two code points is not cut")
-        << QString(89, QLatin1Char('a')) + QString::fromUtf8("👍🏽b")
-        << QString(89, QLatin1Char('a')) + ell;
-    QTest::newRow("surrogate pairs count once")
-        << QString::fromUtf8("😀").repeated(90) << QString::fromUtf8("😀").repeated(90);
-}
-
-void TestComposer::barText()
-{
-    QFETCH(QString, text);
-    QFETCH(QString, expected);
-    Harness h;
-    h.session.handleMessageEvent(ev(QStringLiteral("message_new chat_id=5 id=20 text=") + text));
-    h.composer.setReplyToMessageId(20);
-    QCOMPARE(h.composer.replyBarText(), QStringLiteral("Reply: ") + expected);
-}
-
-void TestComposer::editing_data()
-{
-    QTest::addColumn<qint64>("id");
-    QTest::addColumn<bool>("editable");
-    QTest::newRow("own text") << qint64(11) << true;
-    QTest::newRow("own message without a type") << qint64(14) << true;
-    QTest::newRow("someone else's") << qint64(10) << false;
-    QTest::newRow("photo caption") << qint64(12) << false;
-    QTest::newRow("still being sent") << qint64(13) << false;
-}
-
-void TestComposer::editing()
-{
-    QFETCH(qint64, id);
-    QFETCH(bool, editable);
-    Harness h;
-    QSignalSpy focus(&h.composer, &Composer::focusRequested);
-    h.composer.setText(QStringLiteral("draft"));
-    h.composer.setReplyToMessageId(10);
-    h.composer.startEditMessage(id);
-    if (!editable) {
-        QCOMPARE(h.toasts, QStringList{QStringLiteral("Can't edit this message")});
+    void sending()
+    {
+        QFETCH(QString, setup);
+        QFETCH(QString, typed);
+        QFETCH(QString, expectedStart);
+        QFETCH(QString, toast);
+        Harness h;
+        QSignalSpy scrolled(&h.session, &ChatSession::scrollToEndRequested);
+        const QStringList s = setup.split(QLatin1Char(' '));
+        h.composer.setText(QStringLiteral("draft"));
+        if (s.first() == QLatin1String("reply")) {
+            h.composer.setReplyToMessageId(s.value(1).toLongLong());
+        } else if (s.first() == QLatin1String("edit")) {
+            h.composer.startEditMessage(s.value(1).toLongLong());
+        } else if (s.first() == QLatin1String("closed")) {
+            h.session.onBackToChats();
+            h.lines.clear();
+        }
+        h.composer.setText(typed);
+        h.composer.onSendMessage();
+        QCOMPARE(h.toasts.join(QLatin1Char('|')), toast);
+        if (expectedStart.isEmpty()) {
+            QVERIFY2(h.lines.isEmpty(), qPrintable(h.lines.join(QLatin1Char('|'))));
+            return;
+        }
+        QCOMPARE(h.lines.size(), 1);
+        const QString line = h.lines.first();
+        QVERIFY(!line.contains(QLatin1Char('\n')) && !line.contains(QLatin1Char('\r')));
+        QVERIFY(line.startsWith(expectedStart + QLatin1Char(' ')));
+        const QString word = line.mid(expectedStart.size() + 1);
+        QVERIFY(!word.contains(QLatin1Char(' ')));
+        QCOMPARE(decode64(word), typed.trimmed());
+        // After a send the field, the bars and the list are ready for the next.
+        QCOMPARE(h.composer.replyToMessageId(), 0);
         QCOMPARE(h.composer.editingMessageId(), 0);
-        QCOMPARE(h.composer.replyToMessageId(), 10);
-        return;
+        QCOMPARE(h.composer.text(),
+                 setup.startsWith(QLatin1String("edit")) ? QStringLiteral("draft") : QString());
+        QCOMPARE(scrolled.count(), setup.startsWith(QLatin1String("edit")) ? 0 : 1);
     }
-    const QString text = h.messages.rowAt(h.messages.findMessageRowIndexById(id))
-                             .value(QStringLiteral("text"))
-                             .toString();
-    QCOMPARE(h.composer.editingMessageId(), id);
-    QCOMPARE(h.composer.text(), text);
-    QCOMPARE(h.composer.editBarText(), QStringLiteral("Edit: ") + text.trimmed());
-    QCOMPARE(h.composer.replyToMessageId(), 0);
-    QVERIFY(focus.wait());
-    // A second edit keeps the first draft; cancelling puts it back.
-    h.composer.startEditMessage(11);
-    h.composer.clearEdit(true);
-    QCOMPARE(h.composer.text(), QStringLiteral("draft"));
-    QVERIFY(!h.composer.isEditBarVisible());
-}
-
-void TestComposer::visibility_data()
-{
-    QTest::addColumn<QString>("chatType");
-    QTest::addColumn<bool>("inList");
-    QTest::addColumn<QString>("canSend"); // empty: no chat info yet
-    QTest::addColumn<bool>("visible");
-    QTest::newRow("channel is read-only") << "channel" << true << "" << false;
-    QTest::newRow("channel that lets us post") << "channel" << true << "true" << true;
-    QTest::newRow("group member") << "supergroup" << true << "" << true;
-    QTest::newRow("group left") << "basic_group" << false << "" << false;
-    QTest::newRow("private") << "private" << false << "" << true;
-    QTest::newRow("private that forbids sending") << "private" << true << "false" << false;
-}
-
-void TestComposer::visibility()
-{
-    QFETCH(QString, chatType);
-    QFETCH(bool, inList);
-    QFETCH(QString, canSend);
-    QFETCH(bool, visible);
-    Harness h(false);
-    QSignalSpy changed(&h.composer, &Composer::composerVisibleChanged);
-    const QVariantMap row{{QStringLiteral("id"), QStringLiteral("8")},
-                          {QStringLiteral("chat_type"), chatType},
-                          {QStringLiteral("order"), QStringLiteral("1")}};
-    if (inList) {
-        h.chats.upsertChatRow(row);
+    void barText_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("expected");
+        const QString ninety(90, QLatin1Char('x'));
+        const QString ell = QString::fromUtf8("…");
+        QTest::newRow("90 characters stay whole") << ninety << ninety;
+        QTest::newRow("200 characters") << QString(200, QLatin1Char('x')) << ninety + ell;
+        QTest::newRow("a character made of two code points is not cut")
+            << QString(89, QLatin1Char('a')) + QString::fromUtf8("👍🏽b")
+            << QString(89, QLatin1Char('a')) + ell;
+        QTest::newRow("surrogate pairs count once")
+            << QString::fromUtf8("😀").repeated(90) << QString::fromUtf8("😀").repeated(90);
     }
-    h.session.openChatFromRow(row);
-    if (!canSend.isEmpty()) {
-        h.info.insert(QStringLiteral("can_send"), canSend == QLatin1String("true"));
-        h.composer.updateComposerVisibilityForCurrentChat();
+    void barText()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, expected);
+        Harness h;
+        h.session.handleMessageEvent(
+            ev(QStringLiteral("message_new chat_id=5 id=20 text=") + text));
+        h.composer.setReplyToMessageId(20);
+        QCOMPARE(h.composer.replyBarText(), QStringLiteral("Reply: ") + expected);
     }
-    QCOMPARE(h.composer.isComposerVisible(), visible);
-    QCOMPARE(changed.isEmpty() ? false : changed.last().at(0).toBool(), visible);
-    h.session.onBackToChats();
-    QVERIFY(!h.composer.isComposerVisible());
-}
-
-void TestComposer::replyFromSelection()
-{
-    Harness h;
-    QSignalSpy focus(&h.composer, &Composer::focusRequested);
-    h.composer.onSelectionReplyTapped({});
-    h.composer.onSelectionReplyTapped({10, 11});
-    h.composer.onSelectionReplyTapped({10});
-    QCOMPARE(h.lines, QStringList{QStringLiteral("props 5 10")});
-    h.session.handleMessageEvent(
-        ev(QStringLiteral("message_properties chat_id=5 id=10 can_be_replied=false")));
-    QCOMPARE(h.composer.replyToMessageId(), 0);
-    h.composer.onSelectionReplyTapped({11});
-    h.session.handleMessageEvent(
-        ev(QStringLiteral("message_properties_error chat_id=5 id=11 code=1")));
-    h.composer.onSelectionReplyTapped({14});
-    h.session.handleMessageEvent(
-        ev(QStringLiteral("message_properties chat_id=5 id=14 can_be_replied=true")));
-    QCOMPARE(h.composer.replyToMessageId(), 14);
-    QCOMPARE(h.composer.replyBarText(), QStringLiteral("Reply: untyped"));
-    QVERIFY(focus.wait());
-    QCOMPARE(h.toasts.size(), 7);
-    QCOMPARE(h.toasts.at(3), h.toasts.at(5)); // refused by the flag and by the error alike
-    QCOMPARE(h.toasts.at(2), h.toasts.at(4)); // waiting for permissions
-    QCOMPARE(h.toasts.at(2), h.toasts.at(6));
-    // Deleting the targets clears the bars; a reply does not end an edit.
-    h.composer.startEditMessage(11);
-    h.composer.setReplyToMessageId(10);
-    h.session.handleMessageEvent(ev(QStringLiteral("messages_deleted chat_id=5 message_ids=12")));
-    QVERIFY(h.composer.isEditBarVisible() && h.composer.isReplyBarVisible());
-    h.session.handleMessageEvent(
-        ev(QStringLiteral("messages_deleted chat_id=5 message_ids=10,11")));
-    QVERIFY(!h.composer.isEditBarVisible() && !h.composer.isReplyBarVisible());
-}
-
-void TestComposer::attachingAFile()
-{
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString path = dir.filePath(QStringLiteral("doc one\n.txt"));
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.close();
-    Harness h;
-    QSignalSpy picker(&h.composer, &Composer::filePickerRequested);
-    h.composer.onAttachTap();
-    QCOMPARE(picker.count(), 1);
-    h.composer.onAttachFileSelected({});
-    h.composer.onAttachFileSelected({dir.filePath(QStringLiteral("missing"))});
-    h.composer.onAttachFileSelected({QStringLiteral("file://") + path});
-    h.composer.setReplyToMessageId(10);
-    h.composer.onAttachFileSelected({path});
-    QCOMPARE(h.lines.size(), 2);
-    QCOMPARE(h.lines.at(0).section(QLatin1Char(' '), 0, 1), QStringLiteral("sendfile64 5"));
-    QCOMPARE(decode64(h.lines.at(0).section(QLatin1Char(' '), 2)), path);
-    QCOMPARE(h.lines.at(1).section(QLatin1Char(' '), 0, 2), QStringLiteral("sendfile64 5 10"));
-    QCOMPARE(decode64(h.lines.at(1).section(QLatin1Char(' '), 3)), path);
-    QCOMPARE(h.logs.size(), 4);
-    h.composer.startEditMessage(11);
-    h.composer.onAttachTap();
-    QCOMPARE(picker.count(), 1);
-    QCOMPARE(h.toasts.size(), 1);
-}
+    void editing_data()
+    {
+        QTest::addColumn<qint64>("id");
+        QTest::addColumn<bool>("editable");
+        QTest::newRow("own text") << qint64(11) << true;
+        QTest::newRow("own message without a type") << qint64(14) << true;
+        QTest::newRow("someone else's") << qint64(10) << false;
+        QTest::newRow("photo caption") << qint64(12) << false;
+        QTest::newRow("still being sent") << qint64(13) << false;
+    }
+    void editing()
+    {
+        QFETCH(qint64, id);
+        QFETCH(bool, editable);
+        Harness h;
+        QSignalSpy focus(&h.composer, &Composer::focusRequested);
+        h.composer.setText(QStringLiteral("draft"));
+        h.composer.setReplyToMessageId(10);
+        h.composer.startEditMessage(id);
+        if (!editable) {
+            QCOMPARE(h.toasts, QStringList{QStringLiteral("Can't edit this message")});
+            QCOMPARE(h.composer.editingMessageId(), 0);
+            QCOMPARE(h.composer.replyToMessageId(), 10);
+            return;
+        }
+        const QString text = h.messages.rowAt(h.messages.findMessageRowIndexById(id))
+                                 .value(QStringLiteral("text"))
+                                 .toString();
+        QCOMPARE(h.composer.editingMessageId(), id);
+        QCOMPARE(h.composer.text(), text);
+        QCOMPARE(h.composer.editBarText(), QStringLiteral("Edit: ") + text.trimmed());
+        QCOMPARE(h.composer.replyToMessageId(), 0);
+        QVERIFY(focus.wait());
+        // A second edit keeps the first draft; cancelling puts it back.
+        h.composer.startEditMessage(11);
+        h.composer.clearEdit(true);
+        QCOMPARE(h.composer.text(), QStringLiteral("draft"));
+        QVERIFY(!h.composer.isEditBarVisible());
+    }
+    void visibility_data()
+    {
+        QTest::addColumn<QString>("chatType");
+        QTest::addColumn<bool>("inList");
+        QTest::addColumn<QString>("canSend"); // empty: no chat info yet
+        QTest::addColumn<bool>("visible");
+        QTest::newRow("channel is read-only") << "channel" << true << "" << false;
+        QTest::newRow("channel that lets us post") << "channel" << true << "true" << true;
+        QTest::newRow("group member") << "supergroup" << true << "" << true;
+        QTest::newRow("group left") << "basic_group" << false << "" << false;
+        QTest::newRow("private") << "private" << false << "" << true;
+        QTest::newRow("private that forbids sending") << "private" << true << "false" << false;
+    }
+    void visibility()
+    {
+        QFETCH(QString, chatType);
+        QFETCH(bool, inList);
+        QFETCH(QString, canSend);
+        QFETCH(bool, visible);
+        Harness h(false);
+        QSignalSpy changed(&h.composer, &Composer::composerVisibleChanged);
+        const QVariantMap row{{QStringLiteral("id"), QStringLiteral("8")},
+                              {QStringLiteral("chat_type"), chatType},
+                              {QStringLiteral("order"), QStringLiteral("1")}};
+        if (inList)
+            h.chats.upsertChatRow(row);
+        h.session.openChatFromRow(row);
+        if (!canSend.isEmpty()) {
+            h.info.insert(QStringLiteral("can_send"), canSend == QLatin1String("true"));
+            h.composer.updateComposerVisibilityForCurrentChat();
+        }
+        QCOMPARE(h.composer.isComposerVisible(), visible);
+        QCOMPARE(changed.isEmpty() ? false : changed.last().at(0).toBool(), visible);
+        h.session.onBackToChats();
+        QVERIFY(!h.composer.isComposerVisible());
+    }
+    void replyFromSelection()
+    {
+        Harness h;
+        QSignalSpy focus(&h.composer, &Composer::focusRequested);
+        h.composer.onSelectionReplyTapped({});
+        h.composer.onSelectionReplyTapped({10, 11});
+        h.composer.onSelectionReplyTapped({10});
+        QCOMPARE(h.lines, QStringList{QStringLiteral("props 5 10")});
+        h.session.handleMessageEvent(
+            ev(QStringLiteral("message_properties chat_id=5 id=10 can_be_replied=false")));
+        QCOMPARE(h.composer.replyToMessageId(), 0);
+        h.composer.onSelectionReplyTapped({11});
+        h.session.handleMessageEvent(
+            ev(QStringLiteral("message_properties_error chat_id=5 id=11 code=1")));
+        h.composer.onSelectionReplyTapped({14});
+        h.session.handleMessageEvent(
+            ev(QStringLiteral("message_properties chat_id=5 id=14 can_be_replied=true")));
+        QCOMPARE(h.composer.replyToMessageId(), 14);
+        QCOMPARE(h.composer.replyBarText(), QStringLiteral("Reply: untyped"));
+        QVERIFY(focus.wait());
+        QCOMPARE(h.toasts.size(), 7);
+        QCOMPARE(h.toasts.at(3), h.toasts.at(5)); // refused by the flag and by the error alike
+        QCOMPARE(h.toasts.at(2), h.toasts.at(4)); // waiting for permissions
+        QCOMPARE(h.toasts.at(2), h.toasts.at(6));
+        // Deleting the targets clears the bars; a reply does not end an edit.
+        h.composer.startEditMessage(11);
+        h.composer.setReplyToMessageId(10);
+        h.session.handleMessageEvent(
+            ev(QStringLiteral("messages_deleted chat_id=5 message_ids=12")));
+        QVERIFY(h.composer.isEditBarVisible() && h.composer.isReplyBarVisible());
+        h.session.handleMessageEvent(
+            ev(QStringLiteral("messages_deleted chat_id=5 message_ids=10,11")));
+        QVERIFY(!h.composer.isEditBarVisible() && !h.composer.isReplyBarVisible());
+    }
+    void attachingAFile()
+    {
+        QTemporaryDir dir;
+        QVERIFY(dir.isValid());
+        const QString path = dir.filePath(QStringLiteral("doc one\n.txt"));
+        QVERIFY(test_util::writeFile(path, QByteArray()));
+        Harness h;
+        QSignalSpy picker(&h.composer, &Composer::filePickerRequested);
+        h.composer.onAttachTap();
+        QCOMPARE(picker.count(), 1);
+        h.composer.onAttachFileSelected({});
+        h.composer.onAttachFileSelected({dir.filePath(QStringLiteral("missing"))});
+        h.composer.onAttachFileSelected({QStringLiteral("file://") + path});
+        h.composer.setReplyToMessageId(10);
+        h.composer.onAttachFileSelected({path});
+        QCOMPARE(h.lines.size(), 2);
+        QCOMPARE(h.lines.at(0).section(QLatin1Char(' '), 0, 1), QStringLiteral("sendfile64 5"));
+        QCOMPARE(decode64(h.lines.at(0).section(QLatin1Char(' '), 2)), path);
+        QCOMPARE(h.lines.at(1).section(QLatin1Char(' '), 0, 2), QStringLiteral("sendfile64 5 10"));
+        QCOMPARE(decode64(h.lines.at(1).section(QLatin1Char(' '), 3)), path);
+        QCOMPARE(h.logs.size(), 4);
+        h.composer.startEditMessage(11);
+        h.composer.onAttachTap();
+        QCOMPARE(picker.count(), 1);
+        QCOMPARE(h.toasts.size(), 1);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestComposer)
 #include "test_composer.moc"

@@ -2,8 +2,6 @@
 //   platform_helper lifecycle        runs an event loop with AppLifecycle and
 //                                    reports its aboutToQuit on stdout.
 //   platform_helper send NAME URL    hands URL to the instance on NAME.
-//   platform_helper listen NAME      becomes the instance on NAME and prints
-//                                    each received URL on a line of its own.
 #include "platform/app_lifecycle.h"
 #include "platform/instance_channel.h"
 
@@ -41,12 +39,7 @@ int main(int argc, char *argv[])
         return rc;
     }
     InstanceChannel channel(args.value(2));
-    if (mode == QLatin1String("send"))
-        return channel.sendToRunning(args.value(3), 3000, &error) ? 0 : 1;
-    if (mode != QLatin1String("listen") || !channel.listen(&error))
-        return 1;
-    QObject::connect(&channel, &InstanceChannel::urlReceived,
-                     [](const QString &url) { say("url " + url.toUtf8() + "\n"); });
-    say("ready\n");
-    return app.exec();
+    const bool sent =
+        mode == QLatin1String("send") && channel.sendToRunning(args.value(3), 3000, &error);
+    return sent ? 0 : 1;
 }

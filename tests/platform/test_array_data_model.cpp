@@ -2,9 +2,6 @@
 
 #include <QtTest>
 
-// Each operation runs on the model a,b,c,d; the resulting ids and the log of
-// model notifications are compared.
-
 namespace {
 QVariantMap row(QChar id)
 {
@@ -16,19 +13,20 @@ class TestArrayDataModel : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    // Each operation runs on the model a,b,c,d; the resulting ids and the log
+    // of model notifications are compared. Plain edits are exercised by the
+    // list view's and the chat list's tests; here batches, edges and requests
+    // out of range.
     void operations_data()
     {
         QTest::addColumn<QString>("op");
         QTest::addColumn<int>("a");
         QTest::addColumn<QString>("expected"); // ids|notifications
-        QTest::newRow("append") << "append" << 0 << "abcdx|ins 4-4;";
         QTest::newRow("batch append notifies once") << "batch" << 0 << "abcdxyz|ins 4-6;";
         QTest::newRow("empty batch is silent") << "empty batch" << 0 << "abcd|";
-        QTest::newRow("insert front") << "insert" << 0 << "xabcd|ins 0-0;";
         QTest::newRow("insert at size appends") << "insert" << 4 << "abcdx|ins 4-4;";
         QTest::newRow("insert past end") << "insert" << 5 << "abcd|";
         QTest::newRow("insert negative") << "insert" << -1 << "abcd|";
-        QTest::newRow("replace") << "replace" << 1 << "axcd|chg 1-1;";
         // Replacing a row with its own map still tells views to redraw it.
         QTest::newRow("replace identical") << "touch" << 1 << "abcd|chg 1-1;chg 1-1;";
         QTest::newRow("replace past end") << "replace" << 4 << "abcd|";
@@ -36,7 +34,6 @@ private Q_SLOTS:
         QTest::newRow("removeAt past end") << "removeAt" << 4 << "abcd|";
         QTest::newRow("removeAt negative") << "removeAt" << -1 << "abcd|";
         QTest::newRow("removeRange clipped") << "removeRange" << 2 << "ab|rem 2-3;";
-        QTest::newRow("move down") << "move" << 2 << "bcad|mov 0>3;";
         QTest::newRow("move up") << "move" << 30 << "dabc|mov 3>0;";
         QTest::newRow("move to last") << "move" << 3 << "bcda|mov 0>4;";
         QTest::newRow("move onto itself") << "move" << 0 << "abcd|";
@@ -70,9 +67,7 @@ private Q_SLOTS:
                 });
         connect(&m, &QAbstractItemModel::modelReset, this, [&] { got += "reset;"; });
 
-        if (op == "append")
-            m.append(row('x'));
-        else if (op == "batch")
+        if (op == "batch")
             m.append(QList<QVariantMap>{row('x'), row('y'), row('z')});
         else if (op == "empty batch")
             m.append(QList<QVariantMap>());
@@ -101,14 +96,10 @@ private Q_SLOTS:
         QCOMPARE(gotIds + '|' + got, expected);
     }
 
-    void reads()
+    void readsOutOfRange()
     {
         ArrayDataModel m;
-        const QVariantMap r{{"id", "7"}, {"title", "Seven"}};
-        m.append(r);
-        QCOMPARE(m.data(m.index(0), Qt::UserRole).toMap(), r);
-        QCOMPARE(m.data(m.index(0), Qt::DisplayRole).toMap(), r);
-        QVERIFY(!m.data(m.index(0), Qt::DecorationRole).isValid());
+        m.append(row('a'));
         QVERIFY(!m.data(m.index(1), Qt::UserRole).isValid());
         for (int i : {-1, 1, 1000000})
             QVERIFY(m.value(i).isEmpty());

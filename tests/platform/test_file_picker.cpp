@@ -1,3 +1,4 @@
+#include "common/test_util.h"
 #include "platform/ui/file_picker.h"
 
 #include <QFileDialog>
@@ -26,9 +27,7 @@ private Q_SLOTS:
         const QString photos = dir.filePath("photos");
         QVERIFY(QDir().mkpath(docs) && QDir().mkpath(photos));
         const QString file = docs + "/report.txt";
-        QFile f(file);
-        QVERIFY(f.open(QIODevice::WriteOnly) && f.write("x") == 1);
-        f.close();
+        QVERIFY(test_util::writeFile(file, "x"));
 
         QWidget host;
         FilePicker picker(&host);

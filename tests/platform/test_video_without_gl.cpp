@@ -66,17 +66,10 @@ class TestVideoWithoutGl : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void framesArrive_data()
-    {
-        QTest::addColumn<QString>("colour");
-        QTest::addColumn<QColor>("expected");
-        QTest::newRow("red") << "red" << QColor(Qt::red);
-        QTest::newRow("blue") << "blue" << QColor(Qt::blue);
-    }
+    // A red clip: swapped colour channels would show it blue.
     void framesArrive()
     {
-        QFETCH(QString, colour);
-        QFETCH(QColor, expected);
+        const QColor expected(Qt::red);
         if (QGuiApplication::platformName() != QLatin1String("xcb"))
             QSKIP("needs an X server (the test runs under xvfb-run)");
         const QString ffmpeg = QStandardPaths::findExecutable(QStringLiteral("ffmpeg"));
@@ -90,8 +83,8 @@ private Q_SLOTS:
         QProcess encode;
         encode.setProcessChannelMode(QProcess::MergedChannels);
         encode.start(ffmpeg, {"-nostdin", "-v", "error", "-f", "lavfi", "-i",
-                              QStringLiteral("color=c=%1:s=64x48:r=10:d=1").arg(colour), "-c:v",
-                              "libvpx", "-b:v", "200k", video});
+                              QStringLiteral("color=c=red:s=64x48:r=10:d=1"), "-c:v", "libvpx",
+                              "-b:v", "200k", video});
         QVERIFY(encode.waitForFinished(60000));
         QVERIFY2(encode.exitCode() == 0, encode.readAll().constData());
 

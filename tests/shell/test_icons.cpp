@@ -32,9 +32,8 @@ private Q_SLOTS:
               "ic_video.png", "menu.png", "icon_search.png", "ic_reply.png", "ic_forward.png",
               "ic_delete.png", "ic_to_bottom.png", "ic_download.png", "ii_bbm_ping.png",
               "ii_bbm_out_pending.png", "ii_bbm_out_sending.png", "ii_bbm_out_sent.png",
-              "ii_bbm_out_delivered.png", "ii_bbm_out_read.png", "ii_bbm_out_failed.png"}) {
+              "ii_bbm_out_delivered.png", "ii_bbm_out_read.png", "ii_bbm_out_failed.png"})
             QVERIFY2(drawn.contains(QLatin1String(n)), n);
-        }
         for (const QString &n : drawn) {
             const QImage img(osicon_path(n)); // the compiled-in copy
             QVERIFY2(img == QImage(out.filePath(n)) && img == QImage(assets + n),
@@ -44,7 +43,7 @@ private Q_SLOTS:
             QVERIFY(img.hasAlphaChannel());
             int opaque = 0;
             int transparent = 0;
-            for (int y = 0; y < img.height(); ++y) {
+            for (int y = 0; y < img.height(); ++y)
                 for (int x = 0; x < img.width(); ++x) {
                     const QRgb p = img.pixel(x, y);
                     if (qAlpha(p) == 255) {
@@ -53,7 +52,6 @@ private Q_SLOTS:
                     }
                     transparent += qAlpha(p) == 0 ? 1 : 0;
                 }
-            }
             QVERIFY2(opaque > 200 && transparent > 96 * 96 / 3, qPrintable(n));
         }
     }
