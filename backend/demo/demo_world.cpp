@@ -115,6 +115,16 @@ const char *const kChannelTitles[] = {
     "Word of the Day",  "Film Club Reviews", "Public Transit Updates",
     "Chess Problems"};
 
+// What people write about themselves; one draw each, like a phrase.
+const char *const kBios[] = {
+    "Coffee first, questions later ☕",
+    "Cyclist, baker, occasional poet.",
+    "Away until Monday 🏖",
+    "Ask me about board games 🎲",
+    "Software by day, cello by night 🎻",
+    "Plants, cats and too many books.",
+};
+
 // Descriptions of groups and channels; one draw of the generator each, like
 // a phrase, so the rest of the world stays as it was.
 const char *const kAbouts[] = {
@@ -331,7 +341,7 @@ void DemoWorld::buildChats()
             if (!c.canSend)
                 c.about = QStringLiteral("This account is no longer available.");
             else
-                c.about = rng.chance(50) ? phrase(rng) : QString();
+                c.about = rng.chance(50) ? bio(rng) : QString();
         } else if (kind == QLatin1String("basic_group")) {
             c.type = kind;
             c.id = -1000 - basicK++;
@@ -414,6 +424,12 @@ const DemoChat *DemoWorld::chatById(qint64 id) const
 {
     const int i = m_chatIndex.value(id, -1);
     return i < 0 ? nullptr : &m_chats.at(i);
+}
+
+QString DemoWorld::bio(DemoRng &rng) const
+{
+    const int n = int(sizeof(kBios) / sizeof(kBios[0]));
+    return fromUtf8(kBios[rng.below(n)]);
 }
 
 QString DemoWorld::about(DemoRng &rng) const

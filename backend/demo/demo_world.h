@@ -143,6 +143,7 @@ public:
     // A line of conversation text in one of several scripts.
     QString phrase(DemoRng &rng) const;
     QString about(DemoRng &rng) const;
+    QString bio(DemoRng &rng) const;
     static const QStringList &allReactions();
 
 private:
