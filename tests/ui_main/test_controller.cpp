@@ -18,11 +18,14 @@
 #include "media/voice_recorder.h"
 #include "platform/app_lifecycle.h"
 #include "platform/array_data_model.h"
+#include "platform/desktop_notifications.h"
 #include "platform/ui/file_picker.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
 #include "platform/ui/system_dialogs.h"
 #include "platform/ui/toast_overlay.h"
+#include "shell/links.h"
+#include "shell/message_notifier.h"
 #include "shell/ui/screens.h"
 #include "shell/ui/shell_screens.h"
 #include "shell/update_checker.h"
@@ -627,14 +630,17 @@ void TestController::everySignalHasAReceiver()
         "ShellScreens::screenChanged", "ListView::atEndChanged",
         "ListView::firstVisibleItemChanged", "ListView::triggered"};
     makeController();
-    const QList<QObject *> parts = {
-        m_spike->backendLink(),    m_spike->eventIntake(),  m_spike->appLog(),
-        m_spike->dispatcher(),     m_spike->chatList(),     m_spike->lifecycle(),
-        m_spike->mediaDownloads(), m_spike->voicePlayer(),  m_spike->voiceRecorder(),
-        m_spike->screens(),        m_spike->chatListView(), m_spike->updateChecker(),
-        m_spike->chatSession(),    m_spike->composer(),     m_spike->messages(),
-        m_spike->messageItems(),   m_spike->filePicker(),   m_spike->messageActions(),
-        m_spike->chatActions()};
+    const QList<QObject *> parts = {m_spike->backendLink(),     m_spike->eventIntake(),
+                                    m_spike->appLog(),          m_spike->dispatcher(),
+                                    m_spike->chatList(),        m_spike->lifecycle(),
+                                    m_spike->mediaDownloads(),  m_spike->voicePlayer(),
+                                    m_spike->voiceRecorder(),   m_spike->screens(),
+                                    m_spike->chatListView(),    m_spike->updateChecker(),
+                                    m_spike->chatSession(),     m_spike->composer(),
+                                    m_spike->messages(),        m_spike->messageItems(),
+                                    m_spike->filePicker(),      m_spike->messageActions(),
+                                    m_spike->chatActions(),     m_spike->links(),
+                                    m_spike->messageNotifier(), m_spike->desktopNotifications()};
     QObjectList subsystems = parts;
     for (QWidget *w : m_spike->screens()->findChildren<QWidget *>())
         if (!QByteArray(w->metaObject()->className()).startsWith('Q'))
