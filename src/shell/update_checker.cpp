@@ -119,6 +119,9 @@ QNetworkRequest UpdateChecker::makeRequest(const QUrl &url) const
 {
     QNetworkRequest request(url);
     request.setRawHeader(QByteArrayLiteral("User-Agent"), userAgent());
+    // A server that stops sending ends the attempt (and the HTTPS one falls
+    // back to HTTP) instead of leaving the check running for good.
+    request.setTransferTimeout(m_config.stallTimeoutMs);
     if (!m_config.caCertificates.isEmpty()) {
         QSslConfiguration ssl = QSslConfiguration::defaultConfiguration();
         ssl.setCaCertificates(ssl.caCertificates() + m_config.caCertificates);
@@ -148,7 +151,8 @@ void UpdateChecker::startUpdateManifestRequest()
 void UpdateChecker::onUpdateManifestReadyRead()
 {
     QNetworkReply *reply = m_manifestReply;
-    if (!reply || m_manifestTooLong)
+    // An aborted reply (too long, or stalled) has nothing left to read.
+    if (!reply || m_manifestTooLong || !reply->isOpen())
         return;
     if (m_manifestBody.size() + reply->bytesAvailable() > kMaxManifestBytes) {
         // Not a manifest; abort() finishes the reply at once.

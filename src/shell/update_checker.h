@@ -29,6 +29,8 @@ struct UpdateCheckerConfig
     QString downloadsDir;
     // Trusted for HTTPS besides the system's certificate authorities.
     QList<QSslCertificate> caCertificates;
+    // A request that receives no byte for this long is given up.
+    int stallTimeoutMs = 30000;
 };
 
 // The offered update as the "Update available" question shows it.

@@ -242,6 +242,7 @@ private Q_SLOTS:
             "", "C|M", "");
         row("untrusted certificate, HTTP serves", offer, "untrusted", asked, "C|H|D|HD|D|OK", pkg,
             {"try=0"});
+        row("HTTPS stalls, HTTP serves", offer, "stall-https", asked, "C|H|D|OK", pkg, {"try=0"});
         row("HTTPS down, no manifest over HTTP", QByteArray(), "https-down", "",
             "C|H|Update check failed", "", {"try=0", "try=1"});
         row("shorter than announced", QByteArray(offer).replace("{SIZE}", "999999999"), "", asked,
@@ -302,6 +303,8 @@ private Q_SLOTS:
                 server->m_routes.insert(kManifestPath, {body, -1, holdManifest});
             server->m_routes.insert(kPackagePath, {m_package, -1, holdPackage});
         }
+        if (has("stall-https"))
+            secure.m_routes[kManifestPath].hold = true; // and never released
         if (has("drop-https") || has("drop-both"))
             secure.m_routes[kPackagePath].dropAfter = m_package.size() / 2;
         if (has("drop-both"))
@@ -313,6 +316,8 @@ private Q_SLOTS:
         config.downloadsDir = downloads();
         if (!has("untrusted"))
             config.caCertificates = {m_cert};
+        if (has("stall-https"))
+            config.stallTimeoutMs = 300;
         RecordingToaster toaster;
         AppLog log;
         UpdateChecker checker(config, &toaster, &log);
