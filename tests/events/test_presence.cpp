@@ -28,7 +28,6 @@ private Q_SLOTS:
         row("offline", 0, "offline");
         row("offline", localSecs(2026, 3, 15, 9, 5), "last seen at 09:05");
         row("offline", localSecs(2026, 3, 14, 23, 59), "last seen 2026-03-14 23:59");
-        row("offline", localSecs(2024, 1, 2, 3, 4), "last seen 2024-01-02 03:04");
         row("bot", 0, "");
     }
     void statusText()
@@ -52,7 +51,6 @@ private Q_SLOTS:
         row("private", "private", {{"peer_user_id", 42}}, "last seen recently");
         row("secret", "secret", {{"peer_user_id", "42"}}, "last seen recently");
         row("unknown peer", "private", {{"peer_user_id", 43}}, "");
-        row("no record", "private", {}, "");
         row("none online", "basic_group", {{"member_count", 12}, {"online_count", 0}},
             "12 members");
         row("group without members", "supergroup", {{"member_count", 0}, {"online_count", 5}}, "");
@@ -82,7 +80,6 @@ private Q_SLOTS:
             QTest::newRow(n) << user << name << photo << changed << after;
         };
         row("new name", 42, "Neo", 0, 2, "Neo|5|");
-        row("same name, no photo", 42, "Old", 0, 0, "Old|5|");
         row("empty name", 42, "", 0, 0, "Old|5|");
         row("new photo with round png", 42, "", 66, 2, "Old|66|/r/66.png");
         row("new photo not yet made", 42, "", 67, 2, "Old|67|");
@@ -100,21 +97,18 @@ private Q_SLOTS:
         Presence p;
         p.setAvatarPath(66, QStringLiteral("/r/66.png"));
         ArrayDataModel model;
-        const QVariantMap mine{{"id", "1"},
-                               {"sender_user_id", "42"},
-                               {"sender_name", "Old"},
-                               {"sender_photo_small_id", "5"}};
+        QVariantMap mine{{"id", "1"}, {"sender_user_id", "42"}, {"sender_name", "Old"}};
+        mine.insert(QStringLiteral("sender_photo_small_id"), QStringLiteral("5"));
         const QVariantMap other{{"id", "2"}, {"text", "no sender"}};
         model.append(mine);
         model.append(other);
         QList<QVariantMap> buffered{mine};
         QCOMPARE(p.updateSenderInfoForUser(&model, &buffered, userId, name, photo), changed);
         const QVariantMap row = model.value(0);
-        QCOMPARE(QStringList({row.value(QStringLiteral("sender_name")).toString(),
-                              row.value(QStringLiteral("sender_photo_small_id")).toString(),
-                              row.value(QStringLiteral("sender_avatar_path")).toString()})
-                     .join(QLatin1Char('|')),
-                 after);
+        QStringList got;
+        for (const char *key : {"sender_name", "sender_photo_small_id", "sender_avatar_path"})
+            got << row.value(QLatin1String(key)).toString();
+        QCOMPARE(got.join(QLatin1Char('|')), after);
         QCOMPARE(buffered.at(0), row);
         QCOMPARE(model.value(1), other);
         // Without any rows nothing breaks.
