@@ -18,21 +18,69 @@
 
 #include <functional>
 
+using EventMatch = std::function<bool(const QJsonObject &)>;
+
 inline QString demo_backend_program()
 {
     const QByteArray dir = qgetenv("VEXA_BIN_DIR");
-    if (!dir.isEmpty())
-        return QDir(QString::fromLocal8Bit(dir)).filePath(QStringLiteral("td_backend"));
-    return QStringLiteral(TD_BACKEND_PATH);
+    return dir.isEmpty() ? QStringLiteral(TD_BACKEND_PATH)
+                         : QDir(QString::fromLocal8Bit(dir)).filePath(QStringLiteral("td_backend"));
 }
 
+inline QString str(const QJsonObject &e, const char *key)
+{
+    return e.value(QLatin1String(key)).toString();
+}
+inline bool flag(const QJsonObject &e, const char *key)
+{
+    return e.value(QLatin1String(key)).toBool();
+}
+inline qint64 ev_i64(const QJsonObject &e, const char *key)
+{
+    const QJsonValue v = e.value(QLatin1String(key));
+    return v.isString() ? v.toString().toLongLong() : qint64(v.toDouble());
+}
 inline QString ev_type(const QJsonObject &e)
 {
-    return e.value(QStringLiteral("type")).toString();
+    return str(e, "type");
 }
-inline std::function<bool(const QJsonObject &)> typed(const QString &type)
+inline EventMatch typed(const QString &type)
 {
     return [type](const QJsonObject &e) { return ev_type(e) == type; };
+}
+inline QJsonObject td_error_json(const QJsonObject &e)
+{
+    return QJsonDocument::fromJson(str(e, "json").toUtf8()).object();
+}
+inline QByteArray num(qint64 v)
+{
+    return QByteArray::number(v);
+}
+inline QByteArray b64(const QString &text)
+{
+    return text.toUtf8().toBase64();
+}
+inline QList<QJsonObject> ofType(const QList<QJsonObject> &events, const char *type)
+{
+    QList<QJsonObject> out;
+    for (const QJsonObject &e : events) {
+        if (ev_type(e) == QLatin1String(type))
+            out.append(e);
+    }
+    return out;
+}
+inline bool hasType(const QList<QJsonObject> &events, const char *type)
+{
+    return !ofType(events, type).isEmpty();
+}
+// The first element whose key has the value, or an empty object.
+inline QJsonObject findBy(const QList<QJsonObject> &list, const char *key, qint64 value)
+{
+    for (const QJsonObject &e : list) {
+        if (ev_i64(e, key) == value)
+            return e;
+    }
+    return QJsonObject();
 }
 
 class DemoProcess
@@ -52,6 +100,10 @@ public:
     QString eventsPath() const { return m_root + QStringLiteral("/backend_events.jsonl"); }
     QString logPath() const { return m_root + QStringLiteral("/tdlib.log"); }
     QProcess &process() { return m_proc; }
+    const QList<QJsonObject> &events() const { return m_events; }
+    QList<QJsonObject> between(int from, int to) const { return m_events.mid(from, to - from); }
+    int badLines() const { return m_badLines; }
+    int mark() const { return m_events.size(); }
 
     void setEnv(const QString &key, const QString &value) { m_extraEnv.insert(key, value); }
     // Starts without any path in the environment, in the given folder, the
@@ -82,8 +134,6 @@ public:
         m_proc.setProcessEnvironment(env);
         // Like the user interface, skip what an earlier run wrote.
         m_offset = QFileInfo(eventsPath()).size();
-        m_partial.clear();
-        m_proc.setProcessChannelMode(QProcess::SeparateChannels);
         m_proc.start(demo_backend_program(), args);
         return m_proc.waitForStarted(5000);
     }
@@ -108,7 +158,6 @@ public:
         m_proc.closeWriteChannel();
         if (!m_proc.waitForFinished(timeoutMs))
             return -1;
-        m_stdout += m_proc.readAllStandardOutput();
         poll(); // everything the process wrote before it ended
         const int code = m_proc.exitStatus() == QProcess::NormalExit ? m_proc.exitCode() : -1;
         if (code != 0)
@@ -123,41 +172,9 @@ public:
         return m_stdout;
     }
 
-    // Reads complete new lines of the events file into the event list.
-    void poll()
-    {
-        QFile f(eventsPath());
-        if (!f.open(QIODevice::ReadOnly))
-            return;
-        if (f.size() < m_offset) { // removed and made again: read it from the start
-            m_offset = 0;
-            m_partial.clear();
-        }
-        f.seek(m_offset);
-        const QByteArray bytes = f.readAll();
-        m_offset += bytes.size();
-        m_partial += bytes;
-        int nl;
-        while ((nl = m_partial.indexOf('\n')) >= 0) {
-            const QByteArray line = m_partial.left(nl);
-            m_partial.remove(0, nl + 1);
-            QJsonParseError err;
-            const QJsonDocument doc = QJsonDocument::fromJson(line, &err);
-            if (err.error != QJsonParseError::NoError || !doc.isObject())
-                ++m_badLines;
-            else
-                m_events.append(doc.object());
-        }
-    }
-
-    const QList<QJsonObject> &events() const { return m_events; }
-    int badLines() const { return m_badLines; }
-    int mark() const { return m_events.size(); }
-
     // Index of the first event at or after `from` that matches, or -1 after
     // the time-out.
-    int waitFor(int from, const std::function<bool(const QJsonObject &)> &match,
-                int timeoutMs = 10000)
+    int waitFor(int from, const EventMatch &match, int timeoutMs = 10000)
     {
         int found = -1;
         test_util::waitFor(
@@ -170,13 +187,10 @@ public:
             timeoutMs);
         return found;
     }
-
     int waitType(int from, const QString &type, int timeoutMs = 10000)
     {
         return waitFor(from, typed(type), timeoutMs);
     }
-
-    QList<QJsonObject> between(int from, int to) const { return m_events.mid(from, to - from); }
 
     // With DEMO_SPEED=0 every answer is written before the next command is
     // read: once a ping is answered, all earlier commands are. Returns the
@@ -184,56 +198,32 @@ public:
     int settle(int timeoutMs = 30000)
     {
         return waitFor(
-            post("ping"),
-            [](const QJsonObject &e) { return e.value(QStringLiteral("pong")).toBool(); },
-            timeoutMs);
+            post("ping"), [](const QJsonObject &e) { return flag(e, "pong"); }, timeoutMs);
     }
-
-    // Everything a command was answered with (DEMO_SPEED=0).
+    // Everything a command was answered with.
     QList<QJsonObject> answers(const QByteArray &command)
     {
         const int m = post(command);
-        const int end = settle();
-        return between(m, end < 0 ? m : end);
+        return between(m, qMax(m, settle()));
     }
-
-    // Sends a command and returns the first answer after it that matches, or
-    // an empty object after the time-out.
-    QJsonObject ask(const QByteArray &command,
-                    const std::function<bool(const QJsonObject &)> &match, int timeoutMs = 10000)
+    // The first answer to a command that matches, or an empty object.
+    QJsonObject ask(const QByteArray &command, const EventMatch &match, int timeoutMs = 10000)
     {
-        const int i = waitFor(post(command), match, timeoutMs);
-        return i < 0 ? QJsonObject() : m_events.at(i);
+        return m_events.value(waitFor(post(command), match, timeoutMs));
     }
     QJsonObject ask(const QByteArray &command, const QString &type, int timeoutMs = 10000)
     {
         return ask(command, typed(type), timeoutMs);
     }
 
-    // The events of one type between a command and the answer that ends it.
-    QList<QJsonObject> listing(const QByteArray &command, const QString &item,
-                               const QString &endType, QJsonObject *end = nullptr)
-    {
-        const int m = post(command);
-        const int e = waitType(m, endType);
-        QList<QJsonObject> out;
-        for (const QJsonObject &ev : between(m, e < 0 ? m : e)) {
-            if (ev.value(QStringLiteral("type")) == item)
-                out.append(ev);
-        }
-        if (end)
-            *end = e < 0 ? QJsonObject() : m_events.at(e);
-        return out;
-    }
     QList<QJsonObject> chats(int n)
     {
-        return listing("chats " + QByteArray::number(n), QStringLiteral("chat"),
-                       QStringLiteral("chats_end"));
+        return listing("chats " + num(n), "chat", QStringLiteral("chats_end"));
     }
     // The messages of the next history batch, oldest first.
     QList<QJsonObject> history(const QByteArray &command, QJsonObject *end = nullptr)
     {
-        return listing(command, QStringLiteral("message"), QStringLiteral("history_end"), end);
+        return listing(command, "message", QStringLiteral("history_end"), end);
     }
 
     // Signs in with the password-free test number; the connection settling
@@ -243,16 +233,49 @@ public:
         return !ask("phone +15550101", stateIs("auth_state", "WaitCode")).isEmpty() &&
                !ask("code 22222", stateIs("connection_state", "Ready")).isEmpty();
     }
-
-    static std::function<bool(const QJsonObject &)> stateIs(const char *type, const char *state)
+    static EventMatch stateIs(const char *type, const char *state)
     {
         return [type, state](const QJsonObject &e) {
-            return e.value(QStringLiteral("type")) == QLatin1String(type) &&
-                   e.value(QStringLiteral("state")) == QLatin1String(state);
+            return ev_type(e) == QLatin1String(type) && str(e, "state") == QLatin1String(state);
         };
     }
 
 private:
+    // Reads complete new lines of the events file into the event list; a
+    // file made again is read from its start.
+    void poll()
+    {
+        QFile f(eventsPath());
+        if (!f.open(QIODevice::ReadOnly))
+            return;
+        if (f.size() < m_offset) {
+            m_offset = 0;
+            m_partial.clear();
+        }
+        f.seek(m_offset);
+        const QByteArray bytes = f.readAll();
+        m_offset += bytes.size();
+        m_partial += bytes;
+        for (int nl; (nl = m_partial.indexOf('\n')) >= 0; m_partial.remove(0, nl + 1)) {
+            QJsonParseError err;
+            const QJsonDocument doc = QJsonDocument::fromJson(m_partial.left(nl), &err);
+            if (err.error != QJsonParseError::NoError || !doc.isObject())
+                ++m_badLines;
+            else
+                m_events.append(doc.object());
+        }
+    }
+    // The events of one type between a command and the answer that ends it.
+    QList<QJsonObject> listing(const QByteArray &command, const char *item, const QString &endType,
+                               QJsonObject *end = nullptr)
+    {
+        const int m = post(command);
+        const int e = waitType(m, endType);
+        if (end)
+            *end = m_events.value(e);
+        return ofType(between(m, qMax(m, e)), item);
+    }
+
     QString m_root;
     QProcess m_proc;
     QHash<QString, QString> m_extraEnv;
@@ -263,59 +286,3 @@ private:
     QList<QJsonObject> m_events;
     int m_badLines = 0;
 };
-
-inline qint64 ev_i64(const QJsonObject &e, const char *key)
-{
-    const QJsonValue v = e.value(QLatin1String(key));
-    return v.isString() ? v.toString().toLongLong() : qint64(v.toDouble());
-}
-inline QJsonObject td_error_json(const QJsonObject &e)
-{
-    return QJsonDocument::fromJson(e.value(QStringLiteral("json")).toString().toUtf8()).object();
-}
-
-// Small readers of events and writers of command arguments.
-inline QByteArray num(qint64 v)
-{
-    return QByteArray::number(v);
-}
-
-inline QByteArray b64(const QString &text)
-{
-    return text.toUtf8().toBase64();
-}
-
-inline QString str(const QJsonObject &e, const char *key)
-{
-    return e.value(QLatin1String(key)).toString();
-}
-
-inline bool flag(const QJsonObject &e, const char *key)
-{
-    return e.value(QLatin1String(key)).toBool();
-}
-
-inline QList<QJsonObject> ofType(const QList<QJsonObject> &events, const char *type)
-{
-    QList<QJsonObject> out;
-    for (const QJsonObject &e : events) {
-        if (ev_type(e) == QLatin1String(type))
-            out.append(e);
-    }
-    return out;
-}
-
-inline bool hasType(const QList<QJsonObject> &events, const char *type)
-{
-    return !ofType(events, type).isEmpty();
-}
-
-// The first element whose key has the value, or an empty object.
-inline QJsonObject findBy(const QList<QJsonObject> &list, const char *key, qint64 value)
-{
-    for (const QJsonObject &e : list) {
-        if (ev_i64(e, key) == value)
-            return e;
-    }
-    return QJsonObject();
-}
