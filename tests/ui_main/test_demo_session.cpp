@@ -12,11 +12,9 @@
 #include "shell/ui/shell_screens.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
-#include <QImage>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -30,7 +28,6 @@ class TestDemoSession : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void signInAndBrowse_data();
     void signInAndBrowse();
 
 private:
@@ -55,29 +52,14 @@ void TestDemoSession::enter(int field, const QString &text)
     QTest::keyClick(f, Qt::Key_Return);
 }
 
-void TestDemoSession::signInAndBrowse_data()
-{
-    QTest::addColumn<QString>("phone");
-    QTest::addColumn<bool>("asksPassword");
-    QTest::newRow("code only") << "+1 555 0100" << false;
-    QTest::newRow("code and password") << "+15550109" << true;
-}
-
 void TestDemoSession::signInAndBrowse()
 {
-    QFETCH(QString, phone);
-    QFETCH(bool, asksPassword);
-
     m_dir = std::make_unique<QTemporaryDir>();
     const QString appDir = m_dir->filePath("app");
     const QString dataDir = m_dir->filePath("data");
     QVERIFY(QDir().mkpath(appDir) && installExecutable(DEMO_BACKEND_PATH, appDir + "/td_backend"));
-    QStringList env;
-    for (const QString &e : QProcess::systemEnvironment()) {
-        if (!QRegularExpression("^(UI_USE_|VEXA_|TG_|DEMO_)").match(e).hasMatch())
-            env << e;
-    }
     // A fast simulated world, so other chats receive messages within seconds.
+    QStringList env = cleanEnvironment();
     env << "VEXA_DATA_DIR=" + dataDir << "VEXA_SHARED_DIR=" + m_dir->filePath("shared");
     env << QStringList{"VEXA_ZOOM=1", "DEMO_SEED=7", "DEMO_SPEED=0.05"};
     m_spike = std::make_unique<UiTdlibSpike>(appDir, env);
@@ -86,7 +68,7 @@ void TestDemoSession::signInAndBrowse()
 
     QVERIFY2(waitFor([&] { return status() != QStringLiteral("Starting…"); }, 10000),
              qPrintable(status()));
-    enter(0, phone);
+    enter(0, QStringLiteral("+15550109")); // ends in 9: a password follows the code
     QVERIFY2(waitStatus(QStringLiteral("Need: code")) ||
                  waitStatus(QStringLiteral("Auth: WaitCode")),
              qPrintable(status()));
@@ -106,13 +88,10 @@ void TestDemoSession::signInAndBrowse()
     QVERIFY2(!status().contains(QLatin1String("Ready")), qPrintable(status()));
 
     enter(1, QStringLiteral("22222"));
-    if (asksPassword) {
-        // "Auth: WaitPassword" or "Need: password".
-        QVERIFY2(waitFor([&] { return status().contains("assword"); }, 10000),
-                 qPrintable(status()));
-        QVERIFY(!main->isAuthorised());
-        enter(2, QStringLiteral("vexa"));
-    }
+    // "Auth: WaitPassword" or "Need: password".
+    QVERIFY2(waitFor([&] { return status().contains("assword"); }, 10000), qPrintable(status()));
+    QVERIFY(!main->isAuthorised());
+    enter(2, QStringLiteral("vexa"));
     QVERIFY2(waitFor([&] { return main->isAuthorised(); }, 15000), qPrintable(status()));
     QVERIFY(!main->findChildren<QLineEdit *>().first()->isVisible());
 
@@ -127,31 +106,22 @@ void TestDemoSession::signInAndBrowse()
         QVERIFY2(ChatListModel::chatRowPrecedes(rowAt(i - 1), rowAt(i)),
                  qPrintable(QString::number(i)));
 
-    // Visible rows show a title and either a letter tile or the photo; photos
-    // arrive as round 144-pixel PNGs with transparent corners.
-    // The view lays out on its own schedule after the rows arrive.
+    // Visible rows show a title; the photos arrive as round PNGs (test_avatars checks their
+    // pixels) and reach the rows. The view lays out on its own schedule after the rows arrive.
     QVERIFY(waitFor([&] { return !list->visibleRows().isEmpty(); }, 5000));
     const int top = list->visibleRows().first();
     QVERIFY(list->itemWidget(top));
     auto *title = list->itemWidget(top)->findChild<QLabel *>(QStringLiteral("title"));
     QVERIFY(title);
     QCOMPARE(title->text(), rowAt(top).value("title").toString());
-    auto roundPngs = [&] { return QDir(dataDir + "/avatar-cache").entryList({"*.png"}); };
-    QVERIFY2(waitFor([&] { return roundPngs().size() >= 2; }, 20000),
-             qPrintable(QString::number(roundPngs().size())));
-    const QImage avatar(dataDir + "/avatar-cache/" + roundPngs().first());
-    QCOMPARE(avatar.size(), QSize(144, 144));
-    QCOMPARE(qAlpha(avatar.pixel(0, 0)), 0);
-    QCOMPARE(qAlpha(avatar.pixel(143, 143)), 0);
-    QCOMPARE(qAlpha(avatar.pixel(72, 72)), 255);
     QVERIFY(waitFor(
         [&] {
             for (int i = 0; i < model->rowCount(); ++i)
-                if (!rowAt(i).value("avatar_path").toString().isEmpty())
+                if (rowAt(i).value("avatar_path").toString().startsWith(dataDir + "/avatar-cache/"))
                     return true;
             return false;
         },
-        10000));
+        20000));
 
     // Life goes on: some chat below the pinned ones gets a new message and
     // moves up; the list stays ordered.

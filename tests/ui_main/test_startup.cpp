@@ -40,36 +40,28 @@ private:
             return data() + "/backend_events.jsonl" + suffix;
         }
     };
-    static bool prepare(Run &run, bool withBackend);
-    static void start(Run &run, const QString &extraEnv = {});
+    static bool prepare(Run &run);
+    static void start(Run &run, const QStringList &extraEnv = {});
     static bool stop(Run &run);
 
     Run m_main;
     QByteArray m_mainStderr;
 };
 
-bool TestStartup::prepare(Run &run, bool withBackend)
+bool TestStartup::prepare(Run &run)
 {
     return QDir().mkpath(run.app()) && QDir().mkpath(run.data()) &&
            installExecutable(VEXA_PATH, run.app() + "/vexa") &&
-           (!withBackend || installExecutable(FAKE_BACKEND_PATH, run.app() + "/td_backend"));
+           installExecutable(FAKE_BACKEND_PATH, run.app() + "/td_backend");
 }
 
-void TestStartup::start(Run &run, const QString &extraEnv)
+void TestStartup::start(Run &run, const QStringList &extraEnv)
 {
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    for (const QString &k : env.keys()) {
-        for (const char *prefix : {"UI_USE_", "QUILLO_", "VEXA_", "TG_", "FAKE_BACKEND_", "TDLIB_"})
-            if (k.startsWith(prefix))
-                env.remove(k);
-    }
-    env.insert("QT_QPA_PLATFORM", "offscreen");
-    env.insert("VEXA_DATA_DIR", run.data());
-    env.insert("VEXA_SHARED_DIR", run.root + "/shared");
-    if (!extraEnv.isEmpty())
-        env.insert(extraEnv.section('=', 0, 0), extraEnv.section('=', 1));
     run.proc = std::make_unique<QProcess>();
-    run.proc->setProcessEnvironment(env);
+    run.proc->setEnvironment(cleanEnvironment()
+                             << "QT_QPA_PLATFORM=offscreen"
+                             << "VEXA_DATA_DIR=" + run.data()
+                             << "VEXA_SHARED_DIR=" + run.root + "/shared" << extraEnv);
     run.proc->setWorkingDirectory(run.root);
     run.proc->start(run.app() + "/vexa", QStringList());
 }
@@ -88,7 +80,7 @@ bool TestStartup::stop(Run &run)
 
 void TestStartup::initTestCase()
 {
-    QVERIFY(prepare(m_main, true));
+    QVERIFY(prepare(m_main));
     start(m_main);
     QVERIFY(m_main.proc->waitForStarted(5000));
     const bool pinged = waitFor([&] { return QFile::exists(m_main.record(".received")); }, 15000);
@@ -136,8 +128,8 @@ void TestStartup::serviceModeSendsState()
     // Another test may hold the port for a moment; wait for it.
     QVERIFY(waitFor([&] { return port.bind(QHostAddress::LocalHost, 47010); }, 20000));
     Run run;
-    QVERIFY(prepare(run, true));
-    start(run, "UI_USE_SERVICE_BACKEND=1");
+    QVERIFY(prepare(run));
+    start(run, {"UI_USE_SERVICE_BACKEND=1"});
     QVERIFY(waitFor([&] { return port.hasPendingDatagrams(); }, 8000));
     QCOMPARE(port.receiveDatagram().data(), QByteArray("state"));
     QVERIFY(!QFile::exists(run.record(".starts")));
