@@ -84,9 +84,7 @@ private Q_SLOTS:
         dl.enqueueMediaDownload(40, false);
         dl.enqueueMediaDownload(41, true);
         dl.clear();
-        QVERIFY(!dl.timerActive());
-        QVERIFY(dl.queue().isEmpty());
-        QCOMPARE(dl.filePendingFileId(), 0LL);
+        QVERIFY(!dl.timerActive() && dl.queue().isEmpty() && dl.filePendingFileId() == 0);
         QCOMPARE(view.property("file_pending_file_id").toLongLong(), 0LL);
         // The once-only set went too: the file can be asked for again.
         dl.enqueueMediaDownload(40, false);
@@ -113,9 +111,7 @@ private Q_SLOTS:
         QCOMPARE(rows.count(), 0);
         dl.setFilePendingFileId(31);
         QCOMPARE(published(), (QList<qint64>{31, 0, 0}));
-        QCOMPARE(rows.count(), 2); // the old row and the new one
-        QCOMPARE(rows.at(0).at(0).toLongLong(), 30LL);
-        QCOMPARE(rows.at(1).at(0).toLongLong(), 31LL);
+        QCOMPARE(test_util::texts(rows), (QStringList{"30", "31"})); // the old row and the new one
         dl.setFilePendingFileId(0);
         QCOMPARE(rows.count(), 3);
     }
