@@ -53,12 +53,12 @@ private Q_SLOTS:
         row("library path replaced", "LD_LIBRARY_PATH", {"/x", "-", "-", "-"}, "$APP");
         row("inherited passes through", "SOME_VAR", {"x", "-", "-", "-"}, "x");
         row("tg_api over fixed entries", "TG_AUTO_SEND_PHONE", {"-", "1", "-", "-"}, "1");
-        row("tg_login over tg_api", "TG_API_ID", {"-", "111", "222", "-"}, "222");
+        row("tg_login over tg_api, UTF-8", "TG_API_ID", {"-", "111", "Zoë Ђорђе", "-"},
+            "Zoë Ђорђе");
         row("td_debug over all", "TDLIB_LOG_VERBOSITY", {"9", "3", "4", "5"}, "5");
         row("td_debug over tg_login, new key", "TG_PHONE_NUMBER", {"-", "-", "+111", "+222"},
             "+222");
         row("env file may set the library path", "LD_LIBRARY_PATH", {"/x", "-", "-", "/o"}, "/o");
-        row("quoted value as written", "TG_API_HASH", {"-", "\"a b\"", "-", "-"}, "\"a b\"");
     }
     void startAttempt_childEnvironment()
     {
@@ -76,17 +76,6 @@ private Q_SLOTS:
         QTRY_VERIFY(childEnv("BACKEND_EVENTS_FILE") != "<unset>");
         expected.replace("$APP", m_app).replace("$DATA", m_data);
         QCOMPARE(childEnv(key), expected);
-    }
-    void startAttempt_settingsFromChildEnvironment()
-    {
-        writeFile(m_misc + "/td_debug.env", "TG_PHONE_NUMBER=+15550100\nUI_AUTO_OPEN_FIRST_CHAT=1\n"
-                                            "UI_AUTO_OPEN_CHAT_ID=-1001234567890\n");
-        makeLink();
-        QSignalSpy phone(f->link.get(), &BackendLink::phoneNumberFromEnvironment);
-        f->link->startBackendAttempt();
-        QCOMPARE(texts(phone), QStringList{"+15550100"});
-        QVERIFY(f->link->autoOpenFirstChat());
-        QCOMPARE(f->link->autoOpenChatId(), Q_INT64_C(-1001234567890));
     }
     void startAttempt_killsRunningChild()
     {

@@ -1,7 +1,5 @@
 #include "backend_link/env_file.h"
-#include "common/test_util.h"
 
-#include <QTemporaryDir>
 #include <QtTest>
 
 class TestEnvFile : public QObject
@@ -62,18 +60,6 @@ private Q_SLOTS:
         QCOMPARE(get_env_value(env, key), value);
         upsert_env(env, key, QStringLiteral("9"));
         QCOMPARE(env, after);
-    }
-    void loadEnvFile()
-    {
-        QTemporaryDir dir;
-        QVERIFY(test_util::writeFile(dir.filePath("a.env"), "X=from_a\nNAME=Zoë Ђорђе\n"));
-        QVERIFY(test_util::writeFile(dir.filePath("b.env"), "# comment\nX = from_b\n"));
-        QStringList env{"X=inherited", "PATH=/bin"};
-        load_env_file(env, dir.filePath("a.env"));
-        load_env_file(env, dir.filePath("b.env"));
-        load_env_file(env, dir.filePath("missing.env"));
-        load_env_file(env, dir.path()); // a folder cannot be read as a file
-        QCOMPARE(env, (QStringList{"X=from_b", "PATH=/bin", QStringLiteral("NAME=Zoë Ђорђе")}));
     }
     void chooseServiceBackend_data()
     {
