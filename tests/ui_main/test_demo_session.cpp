@@ -12,6 +12,7 @@
 #include "shell/ui/shell_screens.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
+#include <QImage>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProcess>
@@ -106,22 +107,27 @@ void TestDemoSession::signInAndBrowse()
         QVERIFY2(ChatListModel::chatRowPrecedes(rowAt(i - 1), rowAt(i)),
                  qPrintable(QString::number(i)));
 
-    // Visible rows show a title; the photos arrive as round PNGs (test_avatars checks their
-    // pixels) and reach the rows. The view lays out on its own schedule after the rows arrive.
+    // Visible rows show a title; the photos arrive on the rows as round 144-pixel PNGs
+    // (transparent corners, the edges between them inside the shape). The view lays out on its
+    // own schedule after the rows arrive.
     QVERIFY(waitFor([&] { return !list->visibleRows().isEmpty(); }, 5000));
     const int top = list->visibleRows().first();
     QVERIFY(list->itemWidget(top));
     auto *title = list->itemWidget(top)->findChild<QLabel *>(QStringLiteral("title"));
     QVERIFY(title);
     QCOMPARE(title->text(), rowAt(top).value("title").toString());
+    QString avatar;
     QVERIFY(waitFor(
         [&] {
-            for (int i = 0; i < model->rowCount(); ++i)
-                if (rowAt(i).value("avatar_path").toString().startsWith(dataDir + "/avatar-cache/"))
-                    return true;
-            return false;
+            for (int i = 0; i < model->rowCount() && !avatar.startsWith(dataDir); ++i)
+                avatar = rowAt(i).value("avatar_path").toString();
+            return avatar.startsWith(dataDir + "/avatar-cache/");
         },
         20000));
+    const QImage round(avatar);
+    QCOMPARE(round.size(), QSize(144, 144));
+    for (const QPoint p : {QPoint(0, 0), QPoint(143, 143), QPoint(72, 0), QPoint(0, 72)})
+        QCOMPARE(qAlpha(round.pixel(p)), p.x() == p.y() ? 0 : 255);
 
     // Life goes on: some chat below the pinned ones gets a new message and
     // moves up; the list stays ordered.
