@@ -526,16 +526,55 @@ private Q_SLOTS:
     // Where the user may only read, a message is taken and then fails with
     // the request's tag (reactions outside a chat's set are among the
     // refusals).
-    void readOnlyChannelRefusesSending()
+    // What the user may do with a message differs by whose it is, its age
+    // and the chat's kind; a channel that is read-only also refuses sending.
+    void messagePropertiesAndReadOnlyChannel()
     {
         DemoProcess p(freshRoot());
         QVERIFY(p.start() && p.signIn());
-        qint64 readOnly = 0;
+        qint64 readOnly = 0, secret = 0, group = 0;
         for (const QJsonObject &c : p.chats(1000)) {
-            if (!readOnly && str(c, "chat_type") == QLatin1String("channel") &&
+            const QString type = str(c, "chat_type");
+            if (type == QLatin1String("secret") && !secret)
+                secret = ev_i64(c, "id");
+            if (type == QLatin1String("basic_group") && !group)
+                group = ev_i64(c, "id");
+            if (!readOnly && type == QLatin1String("channel") &&
                 !flag(p.ask("chat_info " + num(ev_i64(c, "id")), "chat_info"), "can_send"))
                 readOnly = ev_i64(c, "id");
         }
+        QVERIFY(readOnly && secret && group);
+        // "rfdaec": replied, forwarded, deleted for self, for all, edited, copied.
+        const auto props = [&p](qint64 chat, qint64 id) -> QString {
+            const QJsonObject e = p.ask("props " + num(chat) + ' ' + num(id), "message_properties");
+            QString f;
+            for (const char *k :
+                 {"can_be_replied", "can_be_forwarded", "can_be_deleted_only_for_self",
+                  "can_be_deleted_for_all_users", "can_be_edited", "can_be_copied"})
+                f += flag(e, k) ? QLatin1Char("rfdaec"[f.size()]) : QLatin1Char('-');
+            return f;
+        };
+        // The newest own and incoming texts of a chat, and an own text older
+        // than the two days a text can be corrected in.
+        const auto pick = [&p](qint64 chat, bool outgoing, bool old) -> qint64 {
+            qint64 found = 0;
+            const qint64 limit = QDateTime::currentSecsSinceEpoch() - 3 * 86400;
+            for (const QJsonObject &m : p.history("history " + num(chat) + " 200"))
+                if (flag(m, "outgoing") == outgoing && !str(m, "text").isEmpty() &&
+                    str(m, "content_type") == QLatin1String("messageText") &&
+                    (!old || ev_i64(m, "date") < limit))
+                    found = old && found ? found : ev_i64(m, "id");
+            return found;
+        };
+        const qint64 fresh = ev_i64(
+            p.ask("send64 1003 " + b64(QStringLiteral("now")), "message_send_succeeded"), "new_id");
+        QCOMPARE(props(1003, fresh), QStringLiteral("rfdaec"));
+        QCOMPARE(props(1003, pick(1003, true, true)), QStringLiteral("rfda-c"));
+        QCOMPARE(props(1003, pick(1003, false, false)), QStringLiteral("rfda-c"));
+        QCOMPARE(props(group, pick(group, false, false)), QStringLiteral("rfd--c"));
+        QCOMPARE(props(readOnly, pick(readOnly, false, false)), QStringLiteral("-f---c"));
+        QCOMPARE(props(secret, pick(secret, false, false)), QStringLiteral("r--a--"));
+
         QVERIFY(readOnly != 0);
         const QList<QJsonObject> answers = p.answers("send64 " + num(readOnly) + " aGk=");
         QCOMPARE(ev_i64(ofType(answers, "message_send_failed").value(0), "old_id"),
