@@ -1,7 +1,7 @@
 #include "platform/folders.h"
 #include "platform/gl_integration.h"
-#include "platform/ui/app_font.h"
 #include "platform/instance_channel.h"
+#include "platform/ui/app_font.h"
 #include "shell/links.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
