@@ -95,7 +95,7 @@ bool DemoFiles::prepare(qint64 fileId, DemoPreparedFile *out, QString *error) co
     };
     const DemoFileRef ref = m_world->resolveFileId(fileId);
     const QDir files(m_filesDir);
-    const quint64 seed = demo_mix(m_world->seed() ^ quint64(fileId));
+    quint64 seed = demo_mix(m_world->seed() ^ quint64(fileId));
     auto picture = [&](const QString &p, int w, int h) {
         *path = p;
         if (QFileInfo(p).size() > 0)
@@ -128,13 +128,21 @@ bool DemoFiles::prepare(qint64 fileId, DemoPreparedFile *out, QString *error) co
             return notFound();
         }
         if (ref.kind == DemoFileRef::MessageThumb) {
+            // The thumbnail is the photo drawn small: the same seed.
+            seed = demo_mix(m_world->seed() ^ quint64(m.mediaFileId));
             const int w = m.mediaW >= m.mediaH ? 160 : qMax(8, 160 * m.mediaW / qMax(1, m.mediaH));
             const int h = m.mediaW >= m.mediaH ? qMax(8, 160 * m.mediaH / qMax(1, m.mediaW)) : 160;
             return picture(files.filePath(QStringLiteral("thumbnails/%1.png").arg(fileId)), w, h);
         }
-        if (m.mediaType == QLatin1String("photo"))
-            return picture(files.filePath(QStringLiteral("photos/%1.png").arg(fileId)), m.mediaW,
-                           m.mediaH);
+        if (m.mediaType == QLatin1String("photo")) {
+            // Camera pictures come as JPEG, as real ones do.
+            const bool camera = qint64(m.mediaW) * m.mediaH > 4000000;
+            return picture(
+                files.filePath(QStringLiteral("photos/%1.%2")
+                                   .arg(fileId)
+                                   .arg(camera ? QStringLiteral("jpg") : QStringLiteral("png"))),
+                m.mediaW, m.mediaH);
+        }
         if (m.mediaType == QLatin1String("file")) {
             *path = files.filePath(QStringLiteral("documents/%1_%2")
                                        .arg(fileId)
@@ -149,7 +157,8 @@ bool DemoFiles::prepare(qint64 fileId, DemoPreparedFile *out, QString *error) co
                 return true;
             return demo_write_voice_note(*path, m.mediaDuration, seed, error);
         }
-        *path = files.filePath(QStringLiteral("videos/%1.mp4").arg(fileId));
+        // VP8 and Opus in WebM: what the desktop's media stack plays.
+        *path = files.filePath(QStringLiteral("videos/%1.webm").arg(fileId));
         if (QFileInfo(*path).size() > 0)
             return true;
         out->needsVideo = true;
@@ -194,7 +203,7 @@ void DemoFiles::renderVideo(qint64 fileId, const DemoPreparedFile &file, bool pr
         return;
     }
     QDir().mkpath(QFileInfo(path).absolutePath());
-    const QString part = path + QStringLiteral(".part.mp4");
+    const QString part = path + QStringLiteral(".part.webm");
     auto *proc = new QProcess(this);
     m_videoJobs.append(proc);
     const int hue = int(demo_mix(quint64(fileId)) % 360);
@@ -218,6 +227,18 @@ void DemoFiles::renderVideo(qint64 fileId, const DemoPreparedFile &file, bool pr
         QStringLiteral("sine=frequency=%1:duration=%2").arg(300 + hue).arg(qMax(1, seconds)),
         QStringLiteral("-pix_fmt"),
         QStringLiteral("yuv420p"),
+        QStringLiteral("-c:v"),
+        QStringLiteral("libvpx"),
+        QStringLiteral("-deadline"),
+        QStringLiteral("realtime"),
+        QStringLiteral("-cpu-used"),
+        QStringLiteral("8"),
+        QStringLiteral("-b:v"),
+        QStringLiteral("600k"),
+        QStringLiteral("-c:a"),
+        QStringLiteral("libopus"),
+        QStringLiteral("-b:a"),
+        QStringLiteral("48k"),
         QStringLiteral("-shortest"),
         part};
     connect(proc, qOverload<int, QProcess::ExitStatus>(&QProcess::finished), this,

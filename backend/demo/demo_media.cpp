@@ -9,6 +9,7 @@
 #include <QImage>
 #include <QLinearGradient>
 #include <QPainter>
+#include <QPen>
 #include <QSaveFile>
 #include <QtMath>
 
@@ -217,20 +218,40 @@ bool demo_write_picture(const QString &path, int width, int height, quint64 seed
     g.setColorAt(0, a);
     g.setColorAt(1, b);
     p.fillRect(img.rect(), g);
+    // Positions and sizes are fractions of the picture, so one seed draws
+    // the same picture at any size (a thumbnail and its photo).
+    const auto part = [&rng](int length, int of) {
+        return int(qint64(rng.below(10000)) * length / of / 10000);
+    };
     const int shapes = 6 + rng.below(10);
     for (int i = 0; i < shapes; ++i) {
         QColor c = QColor::fromHsv(rng.below(360), 80 + rng.below(170), 120 + rng.below(130));
         c.setAlpha(90 + rng.below(140));
         p.setBrush(c);
         p.setPen(Qt::NoPen);
-        const int w = width / 10 + rng.below(qMax(1, width / 3));
-        const int h = height / 10 + rng.below(qMax(1, height / 3));
-        const int x = rng.below(width) - w / 2;
-        const int y = rng.below(height) - h / 2;
+        const int w = width / 10 + part(width, 3);
+        const int h = height / 10 + part(height, 3);
+        const int x = part(width, 1) - w / 2;
+        const int y = part(height, 1) - h / 2;
         if (rng.chance(60))
             p.drawEllipse(x, y, w, h);
         else
             p.drawRoundedRect(x, y, w, h, w / 8.0, h / 8.0);
+    }
+    if (qint64(width) * height > 4000000) {
+        // A camera-sized picture gets fine detail, so zooming in shows more.
+        for (int i = 0; i < 3000; ++i) {
+            QColor c = QColor::fromHsv(rng.below(360), 60 + rng.below(190), 140 + rng.below(115));
+            c.setAlpha(120 + rng.below(130));
+            p.setBrush(c);
+            const int d = 4 + rng.below(28);
+            p.drawEllipse(rng.below(width), rng.below(height), d, d);
+        }
+        p.setPen(QPen(QColor(255, 255, 255, 40), 1));
+        for (int x = 0; x < width; x += 40)
+            p.drawLine(x, 0, x, height);
+        for (int y = 0; y < height; y += 40)
+            p.drawLine(0, y, width, y);
     }
     p.end();
     QDir().mkpath(QFileInfo(path).absolutePath());

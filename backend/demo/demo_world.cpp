@@ -521,6 +521,12 @@ DemoMessage DemoWorld::generateMessage(const DemoChat &chat, qint64 id, qint64 e
         m.mediaType = QStringLiteral("photo");
         m.mediaW = dims[d][0];
         m.mediaH = dims[d][1];
+        // Every third landscape photo is a full camera picture, for the
+        // viewer's zoom (the draw above stays, so the world is unchanged).
+        if (d == 0 && id % 3 == 0) {
+            m.mediaW = 4000;
+            m.mediaH = 3000;
+        }
         m.mediaSize = qint64(m.mediaW) * m.mediaH / 12;
         if (!rng.chance(40))
             m.text.clear();

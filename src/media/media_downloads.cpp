@@ -127,6 +127,7 @@ void MediaDownloads::onFileProgress(long long fileId, long long downloaded, long
     }
     if (m_filePendingFileId >= 1)
         Q_EMIT mediaRowsNeedRefresh(m_filePendingFileId);
+    Q_EMIT pendingProgress(fileId, downloaded, total);
 }
 
 bool MediaDownloads::onPendingFileDownloaded(long long fileId, const QString &path,
@@ -134,15 +135,22 @@ bool MediaDownloads::onPendingFileDownloaded(long long fileId, const QString &pa
 {
     if (fileId < 1 || fileId != m_filePendingFileId)
         return false;
+    const Waiter waiter = m_waiter;
     setFilePendingFileId(0);
+    if (waiter == Waiter::Photo) {
+        Q_EMIT photoArrived(fileId, path);
+        return true;
+    }
     const QString copy = copyFileToSharedDownloads(fileId, path, displayName);
     if (copy.isEmpty()) {
         m_services.log(QStringLiteral("ui: file download save failed file_id=%1\n").arg(fileId));
-        return true;
+    } else {
+        Q_EMIT fileSharedPathChanged(fileId, copy);
+        m_services.log(QStringLiteral("ui: file downloaded: %1\n").arg(copy));
+        postFileDownloadedNotification(copy, displayName);
     }
-    Q_EMIT fileSharedPathChanged(fileId, copy);
-    m_services.log(QStringLiteral("ui: file downloaded: %1\n").arg(copy));
-    postFileDownloadedNotification(copy, displayName);
+    if (waiter == Waiter::Video && isLocalFile(path))
+        Q_EMIT videoArrived(fileId, path);
     return true;
 }
 
@@ -223,9 +231,10 @@ void MediaDownloads::invokeOpenFile(const QString &path)
         m_services.log(QStringLiteral("ui: invoke failed (no reply) path=%1\n").arg(path));
 }
 
-void MediaDownloads::waitForDownload(long long fileId)
+void MediaDownloads::waitForDownload(long long fileId, Waiter waiter)
 {
     setFilePendingFileId(fileId);
+    m_waiter = waiter;
     if (m_queued.contains(fileId))
         return;
     m_queued.insert(fileId);
@@ -239,11 +248,12 @@ void MediaDownloads::onVideoTapped(const QString &path, long long fileId)
     if (fileId < 1)
         return;
     if (isLocalFile(path)) {
-        Q_EMIT videoViewerRequested(path);
+        Q_EMIT videoViewerRequested(fileId, path);
         return;
     }
     m_services.log(QStringLiteral("ui: video download file_id=%1\n").arg(fileId));
-    waitForDownload(fileId);
+    waitForDownload(fileId, Waiter::Video);
+    Q_EMIT videoViewerRequested(fileId, QString());
 }
 
 void MediaDownloads::onFileIconTapped(const QString &path, long long fileId)
@@ -255,7 +265,7 @@ void MediaDownloads::onFileIconTapped(const QString &path, long long fileId)
         return;
     }
     m_services.log(QStringLiteral("ui: file download file_id=%1\n").arg(fileId));
-    waitForDownload(fileId);
+    waitForDownload(fileId, Waiter::Save);
 }
 
 void MediaDownloads::onFileTapped(const QString &path, long long fileId)
@@ -263,16 +273,52 @@ void MediaDownloads::onFileTapped(const QString &path, long long fileId)
     if (fileId < 1)
         return;
     if (isLocalFile(path)) {
-        const QString copy = copyFileToSharedDownloads(fileId, path, QString());
-        if (copy.isEmpty()) {
-            m_services.log(QStringLiteral("ui: file save failed file_id=%1\n").arg(fileId));
-            return;
-        }
-        Q_EMIT fileSharedPathChanged(fileId, copy);
-        m_services.log(QStringLiteral("ui: file saved: %1\n").arg(copy));
-        postFileDownloadedNotification(copy, QString());
+        saveCopy(fileId, path, QString());
         return;
     }
     m_services.log(QStringLiteral("ui: file download file_id=%1\n").arg(fileId));
-    waitForDownload(fileId);
+    waitForDownload(fileId, Waiter::Save);
+}
+
+QString MediaDownloads::saveCopy(long long fileId, const QString &path, const QString &name)
+{
+    const QString copy = copyFileToSharedDownloads(fileId, path, name);
+    if (copy.isEmpty()) {
+        m_services.log(QStringLiteral("ui: file save failed file_id=%1\n").arg(fileId));
+        return QString();
+    }
+    Q_EMIT fileSharedPathChanged(fileId, copy);
+    m_services.log(QStringLiteral("ui: file saved: %1\n").arg(copy));
+    postFileDownloadedNotification(copy, QString());
+    return copy;
+}
+
+void MediaDownloads::onPhotoTapped(const QString &path, long long fileId)
+{
+    if (fileId < 1)
+        return;
+    if (isLocalFile(path)) {
+        Q_EMIT photoViewerRequested(fileId, path);
+        return;
+    }
+    m_services.log(QStringLiteral("ui: photo download file_id=%1\n").arg(fileId));
+    waitForDownload(fileId, Waiter::Photo);
+    // Already requested without priority: ask again, now as the awaited file.
+    if (!m_queue.contains(fileId))
+        m_services.send(QStringLiteral("downloadp %1").arg(fileId));
+    Q_EMIT photoViewerRequested(fileId, QString());
+}
+
+QString MediaDownloads::saveViewed(long long fileId, const QString &path, bool video)
+{
+    if (fileId < 1 || !isLocalFile(path))
+        return QString();
+    QString suffix = QFileInfo(path).suffix().toLower();
+    if (suffix.isEmpty())
+        suffix = video ? QStringLiteral("mp4") : QStringLiteral("jpg");
+    const QString name = QStringLiteral("%1_%2.%3")
+                             .arg(video ? QStringLiteral("video") : QStringLiteral("photo"))
+                             .arg(fileId)
+                             .arg(suffix);
+    return saveCopy(fileId, path, name);
 }

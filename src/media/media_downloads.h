@@ -55,6 +55,13 @@ public:
     void onVideoTapped(const QString &path, long long fileId);
     void onFileIconTapped(const QString &path, long long fileId);
     void onFileTapped(const QString &path, long long fileId);
+    // A photo tapped: a local full picture opens the viewer at once; else
+    // the viewer opens on what there is and the picture is fetched with
+    // priority, reported by photoArrived (a photo is not saved on arrival).
+    void onPhotoTapped(const QString &path, long long fileId);
+    // A viewer's Save: a copy named "photo_<id>.<suffix>" (or "video_...")
+    // in the shared downloads folder, with its toast. Returns its path.
+    QString saveViewed(long long fileId, const QString &path, bool video);
 
     bool isQueued(long long fileId) const { return m_queued.contains(fileId); }
     QList<long long> queue() const { return m_queue; }
@@ -69,11 +76,29 @@ Q_SIGNALS:
     void mediaRowsNeedRefresh(long long fileId);
     // A saved copy of the file now exists at path.
     void fileSharedPathChanged(long long fileId, const QString &path);
-    // A local video was tapped: the viewer opens it.
-    void videoViewerRequested(const QString &path);
+    // A tapped video: the viewer opens on it; path is empty while it is
+    // still to be downloaded.
+    void videoViewerRequested(long long fileId, const QString &path);
+    // The video the viewer waited for is downloaded (and saved).
+    void videoArrived(long long fileId, const QString &path);
+    // A tapped photo: the viewer opens on it; path is empty while the
+    // picture is still to be downloaded.
+    void photoViewerRequested(long long fileId, const QString &path);
+    // The photo the viewer waited for is downloaded.
+    void photoArrived(long long fileId, const QString &path);
+    // Progress of the file the user waits for.
+    void pendingProgress(long long fileId, long long downloaded, long long total);
 
 private:
-    void waitForDownload(long long fileId);
+    // What happens when the awaited file arrives.
+    enum class Waiter
+    {
+        Save,
+        Photo,
+        Video
+    };
+    void waitForDownload(long long fileId, Waiter waiter);
+    QString saveCopy(long long fileId, const QString &path, const QString &name);
     bool isLocalFile(const QString &path) const;
 
     MediaServices m_services;
@@ -84,4 +109,5 @@ private:
     QSet<long long> m_queued;
     QTimer m_timer;
     long long m_filePendingFileId = 0;
+    Waiter m_waiter = Waiter::Save;
 };

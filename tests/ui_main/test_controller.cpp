@@ -557,9 +557,7 @@ void TestController::everySignalHasAReceiver()
     // them.
     const QSet<QString> later = {
         // Media in the conversation: files, voice notes, viewers.
-        "MediaDownloads::videoViewerRequested", "VoicePlayer::videoNotePlaybackStopRequested",
-        "MediaViewerScreen::playRequested", "MessageItemProvider::mediaTapped",
-        "MessageItemProvider::videoNoteTapped",
+        "VoicePlayer::videoNotePlaybackStopRequested", "MessageItemProvider::videoNoteTapped",
         // The chat's overflow menu, pinned messages, search and the files cache.
         "ChatScreen::moreRequested", "EventDispatcher::pinnedEvent",
         "EventDispatcher::chatSearchResultsReady", "MainScreen::searchRequested",

@@ -8,6 +8,7 @@
 #include <QAbstractTextDocumentLayout>
 #include <QApplication>
 #include <QHBoxLayout>
+#include <QImageReader>
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPainter>
@@ -183,8 +184,16 @@ QPixmap cachedPixmap(const QString &path, const QSize &size = QSize())
         return pm;
     const QString file =
         path.startsWith(QLatin1String("assets/")) ? asset_resource_path(path) : path;
-    if (!pm.load(file))
+    // A camera photo is decoded at about the bubble's size: decoders such as
+    // JPEG's scale while decoding, far quicker than reading 12 megapixels.
+    QImageReader reader(file);
+    const QSize own = reader.size();
+    if (size.isValid() && own.width() >= 2 * size.width() && own.height() >= 2 * size.height())
+        reader.setScaledSize(own.scaled(size, Qt::KeepAspectRatioByExpanding));
+    const QImage image = reader.read();
+    if (image.isNull())
         return QPixmap();
+    pm = QPixmap::fromImage(image);
     if (size.isValid())
         pm = pm.scaled(size, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
     QPixmapCache::insert(key, pm);

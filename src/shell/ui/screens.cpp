@@ -2,6 +2,8 @@
 
 #include "chats/avatars.h"
 #include "events/event_dispatcher.h"
+#include "media/ui/photo_view.h"
+#include "media/ui/video_view.h"
 #include "platform/osicons.h"
 #include "shell/theme.h"
 #include "shell/ui/screen_parts.h"
@@ -605,6 +607,8 @@ MediaViewerScreen::MediaViewerScreen(Kind kind, float scale, QWidget *parent)
         screenRoot(this, photo ? QStringLiteral("photo_viewer") : QStringLiteral("video_viewer"),
                    ThemeGroup::A);
     set_viewer_colours(this);
+    // Esc reaches the screen whatever was touched last.
+    setFocusPolicy(Qt::StrongFocus);
     QToolButton *back = nullptr;
     QWidget *bar =
         header(objectName() + QStringLiteral("_header"),
@@ -614,27 +618,33 @@ MediaViewerScreen::MediaViewerScreen(Kind kind, float scale, QWidget *parent)
     set_viewer_colours(m_title);
     announce(back, this, &MediaViewerScreen::backRequested);
     v->addWidget(bar);
+    m_save = button(QStringLiteral("Save"), objectName() + QStringLiteral("_save_button"),
+                    ControlRole::Plain, scale, bar);
+    m_save->setFocusPolicy(Qt::NoFocus);
+    m_save->setEnabled(false);
+    m_save->hide();
+    bar->layout()->addWidget(m_save);
+    announce(m_save, this, &MediaViewerScreen::saveRequested);
     if (photo) {
-        m_image = label(QString(), QStringLiteral("photo_image"), std::nullopt, std::nullopt, this);
-        m_image->setAlignment(Qt::AlignCenter);
-        m_image->setMinimumSize(1, 1);
-        v->addWidget(m_image, 1);
+        m_photo = new PhotoView(this);
+        v->addWidget(m_photo, 1);
     } else {
-        m_videoHost = new QWidget(this);
-        m_videoHost->setObjectName(QStringLiteral("video_host"));
-        auto *vh = new QVBoxLayout(m_videoHost);
-        vh->setContentsMargins(0, 0, 0, 0);
-        v->addWidget(m_videoHost, 1);
-        auto *controls = panel(QStringLiteral("video_controls"), ThemeGroup::G, this);
-        auto *ch = new QHBoxLayout(controls);
-        auto *play = iconButton(QStringLiteral("ic_play.png"), QStringLiteral("video_play_button"),
-                                scale, controls);
-        announce(play, this, &MediaViewerScreen::playRequested);
-        ch->addStretch(1);
-        ch->addWidget(play);
-        ch->addStretch(1);
-        v->addWidget(controls);
+        m_video = new VideoView(this);
+        m_video->setControlSizes(scaled_px(88, scale), scaled_px(48, scale));
+        set_viewer_colours(m_video);
+        for (QLabel *l : m_video->findChildren<QLabel *>()) {
+            set_viewer_colours(l);
+            set_text_size(l, TextSize::Secondary);
+        }
+        v->addWidget(m_video, 1);
     }
+    m_progress = label(QString(), objectName() + QStringLiteral("_progress"), std::nullopt,
+                       TextSize::Secondary, this);
+    set_viewer_colours(m_progress);
+    m_progress->setAlignment(Qt::AlignCenter);
+    // A fixed line: the picture does not move when it empties.
+    m_progress->setFixedHeight(scaled_px(56, scale));
+    v->addWidget(m_progress);
 }
 
 void MediaViewerScreen::setTitle(const QString &title)
@@ -642,35 +652,78 @@ void MediaViewerScreen::setTitle(const QString &title)
     m_title->setText(title);
 }
 
-bool MediaViewerScreen::showImageFile(const QString &path)
+bool MediaViewerScreen::showPhoto(const QString &path, const QSize &fullSize)
 {
-    if (!m_image)
+    if (!m_photo)
         return false;
-    m_imagePath = path;
-    refitImage();
-    return !m_image->pixmap(Qt::ReturnByValue).isNull();
+    return m_photo->showFile(path, fullSize);
 }
 
-void MediaViewerScreen::setVideoOutput(QWidget *output)
+void MediaViewerScreen::setDownloadProgress(bool downloading, qint64 done, qint64 total)
 {
-    if (m_videoHost)
-        m_videoHost->layout()->addWidget(output);
-}
-
-void MediaViewerScreen::resizeEvent(QResizeEvent *event)
-{
-    QWidget::resizeEvent(event);
-    refitImage();
-}
-
-void MediaViewerScreen::refitImage()
-{
-    if (!m_image || m_imagePath.isEmpty())
+    if (!m_progress)
         return;
-    QPixmap pm(m_imagePath);
-    if (pm.isNull()) {
-        m_image->clear();
+    if (!downloading) {
+        m_progress->clear();
         return;
     }
-    m_image->setPixmap(pm.scaled(m_image->size(), Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    m_progress->setText(
+        total > 0
+            ? QStringLiteral("Downloading… %1%").arg(qBound<qint64>(0, done * 100 / total, 100))
+            : QStringLiteral("Downloading…"));
+}
+
+void MediaViewerScreen::setSaveEnabled(bool enabled)
+{
+    // Shown only when it can act: the button style has no disabled look.
+    if (m_save) {
+        m_save->setEnabled(enabled);
+        m_save->setVisible(enabled);
+    }
+}
+
+void MediaViewerScreen::playVideo(const QString &path)
+{
+    if (!m_video)
+        return;
+    m_video->open(path);
+    setDownloadProgress(false, 0, 0);
+    setSaveEnabled(true);
+}
+
+void MediaViewerScreen::clearMedia()
+{
+    if (m_photo)
+        m_photo->clear();
+    if (m_video)
+        m_video->stop();
+    setDownloadProgress(false, 0, 0);
+    setSaveEnabled(false);
+}
+
+void MediaViewerScreen::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Escape) {
+        Q_EMIT backRequested();
+        return;
+    }
+    if (m_video && event->key() == Qt::Key_Space) {
+        m_video->togglePlay();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void MediaViewerScreen::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    setFocus(Qt::OtherFocusReason);
+}
+
+void MediaViewerScreen::hideEvent(QHideEvent *event)
+{
+    QWidget::hideEvent(event);
+    // A video does not play on behind the chat.
+    if (m_video && !event->spontaneous())
+        m_video->stop();
 }

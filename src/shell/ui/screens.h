@@ -5,12 +5,15 @@
 #include <QString>
 #include <QWidget>
 
+class PhotoView;
+class QKeyEvent;
 class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
 class QPushButton;
 class QToolButton;
 class QVBoxLayout;
+class VideoView;
 struct OwnProfile;
 
 // The screens of the phone UI. Each is built with its initial texts, says
@@ -181,7 +184,10 @@ private:
     QWidget *m_listHost = nullptr;
 };
 
-// Full-screen photo or video viewer.
+// Full-screen photo or video viewer. The photo viewer shows a picture
+// fitted, to be zoomed and dragged, with a progress line while the full
+// picture downloads and a Save button; the video viewer plays a file. Esc
+// or the back button leaves; leaving stops the video.
 class MediaViewerScreen : public QWidget
 {
     Q_OBJECT
@@ -194,25 +200,39 @@ public:
     MediaViewerScreen(Kind kind, float scale, QWidget *parent = nullptr);
     Kind kind() const { return m_kind; }
     void setTitle(const QString &title);
-    // Photo viewer: shows the image scaled to fit; false when it does not
-    // load (or this is the video viewer).
-    bool showImageFile(const QString &path);
-    // Video viewer: hosts the video output widget.
-    void setVideoOutput(QWidget *output);
+
+    // Photo viewer: shows the picture in path; with fullSize, path holds a
+    // stand-in (the thumbnail) laid out at the real picture's size. False
+    // when the file does not load (or this is the video viewer).
+    bool showPhoto(const QString &path, const QSize &fullSize = QSize());
+    // The full picture's download: a progress line while downloading.
+    void setDownloadProgress(bool downloading, qint64 done, qint64 total);
+    PhotoView *photoView() const { return m_photo; }
+
+    // Save is offered once the file itself is here.
+    void setSaveEnabled(bool enabled);
+    // Video viewer: plays the file from its start.
+    void playVideo(const QString &path);
+    VideoView *videoView() const { return m_video; }
+    // Nothing shown or playing (signed out).
+    void clearMedia();
 
 Q_SIGNALS:
     void backRequested();
-    void playRequested();
+    // The photo or video shown is to be copied to the shared downloads
+    // folder.
+    void saveRequested();
 
 protected:
-    void resizeEvent(QResizeEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
 
 private:
-    void refitImage();
-
     Kind m_kind;
     QLabel *m_title = nullptr;
-    QLabel *m_image = nullptr;
-    QWidget *m_videoHost = nullptr;
-    QString m_imagePath;
+    QPushButton *m_save = nullptr;
+    QLabel *m_progress = nullptr;
+    PhotoView *m_photo = nullptr;
+    VideoView *m_video = nullptr;
 };

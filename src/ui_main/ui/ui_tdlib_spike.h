@@ -4,6 +4,7 @@
 
 #include <QObject>
 #include <QPointer>
+#include <QSize>
 #include <QStringList>
 #include <QVariantList>
 #include <QVariantMap>
@@ -163,6 +164,10 @@ private:
     void connectConversation();
     void onChatOpened(qint64 chatId, const QString &title, const QVariantMap &chatRow);
     void onChatClosed();
+    // The photo and video viewers over the chat.
+    void connectViewers();
+    void openPhotoViewer(qint64 fileId, const QString &path);
+    void openVideoViewer(qint64 fileId, const QString &path);
     // Message actions: the menu, selection mode and their dialogs.
     void connectMessageActions();
     void connectChatActions();
@@ -180,6 +185,13 @@ private:
     void stopMedia();
 
     QStringList m_environment;
+    // The photo in the viewer: its file, the local full picture (empty
+    // while it downloads) and the size the message gives it.
+    qint64 m_viewerPhotoId = 0;
+    QString m_viewerPhotoPath;
+    QSize m_viewerPhotoSize;
+    qint64 m_viewerVideoId = 0;
+    QString m_viewerVideoPath;
     AppFolders m_folders;
     bool m_appActive = true;
     bool m_pinnedToBackground = false;

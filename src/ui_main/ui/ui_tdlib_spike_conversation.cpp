@@ -17,6 +17,7 @@
 #include "conversation/voice_record_gesture.h"
 #include "events/event_dispatcher.h"
 #include "media/media_downloads.h"
+#include "media/ui/video_view.h"
 #include "media/voice_player.h"
 #include "media/voice_recorder.h"
 #include "platform/array_data_model.h"
@@ -143,6 +144,11 @@ void UiTdlibSpike::connectConversation()
     });
     // Signed out: nothing of the chat stays on screen.
     connect(m_dispatcher, &EventDispatcher::signedInViewResetRequested, this, [this] {
+        m_viewerPhotoId = 0;
+        m_viewerVideoId = 0;
+        m_viewerPhotoPath.clear();
+        m_screens->photoViewer()->clearMedia();
+        m_screens->videoViewer()->clearMedia();
         m_composer->clearEdit(false);
         m_composer->clearReply();
         if (m_session->chatId() != 0)
@@ -199,6 +205,7 @@ void UiTdlibSpike::connectConversation()
     connect(
         m_messageItems, &MessageItemProvider::voiceTapped, this,
         [this](const QString &path, qint64 fileId) { m_voicePlayer->onVoiceTapped(path, fileId); });
+    connectViewers();
 
     // The composer and the chat screen.
     connect(m_composer, &Composer::sendLineRequested, this, send);
@@ -521,4 +528,98 @@ void UiTdlibSpike::onChatClosed()
     m_dispatcher->setCurrentChat(0, QString());
     if (m_screens)
         m_screens->showMainScreen();
+}
+
+void UiTdlibSpike::connectViewers()
+{
+    MediaViewerScreen *photo = m_screens->photoViewer();
+    connect(m_messageItems, &MessageItemProvider::mediaTapped, this,
+            [this](const QString &path, qint64 fileId, int width, int height) {
+                m_viewerPhotoSize = QSize(width, height);
+                m_downloads->onPhotoTapped(path, fileId);
+            });
+    connect(m_downloads, &MediaDownloads::photoViewerRequested, this,
+            &UiTdlibSpike::openPhotoViewer);
+    connect(m_downloads, &MediaDownloads::photoArrived, this,
+            [this, photo](qint64 fileId, const QString &path) {
+                if (fileId != m_viewerPhotoId || !QFileInfo(path).isFile())
+                    return;
+                m_viewerPhotoPath = path;
+                photo->showPhoto(path);
+                photo->setDownloadProgress(false, 0, 0);
+                photo->setSaveEnabled(true);
+            });
+    MediaViewerScreen *video = m_screens->videoViewer();
+    connect(m_downloads, &MediaDownloads::pendingProgress, this,
+            [this, photo, video](qint64 fileId, qint64 done, qint64 total) {
+                if (fileId == m_viewerPhotoId && m_viewerPhotoPath.isEmpty())
+                    photo->setDownloadProgress(true, done, total);
+                if (fileId == m_viewerVideoId && m_viewerVideoPath.isEmpty())
+                    video->setDownloadProgress(true, done, total);
+            });
+    connect(photo, &MediaViewerScreen::saveRequested, this,
+            [this] { m_downloads->saveViewed(m_viewerPhotoId, m_viewerPhotoPath, false); });
+
+    connect(m_downloads, &MediaDownloads::videoViewerRequested, this,
+            &UiTdlibSpike::openVideoViewer);
+    // The awaited video plays when it arrives, unless the user has left it.
+    connect(m_downloads, &MediaDownloads::videoArrived, this,
+            [this, video](qint64 fileId, const QString &path) {
+                if (fileId != m_viewerVideoId || !m_viewerVideoPath.isEmpty())
+                    return;
+                m_viewerVideoPath = path;
+                video->playVideo(path);
+            });
+    connect(video, &MediaViewerScreen::backRequested, this, [this] {
+        if (m_viewerVideoPath.isEmpty())
+            m_viewerVideoId = 0;
+    });
+    connect(video, &MediaViewerScreen::saveRequested, this,
+            [this] { m_downloads->saveViewed(m_viewerVideoId, m_viewerVideoPath, true); });
+    connect(video->videoView(), &VideoView::failed, this, [this](const QString &message) {
+        appendLog(QStringLiteral("ui: video failed: %1\n").arg(message.simplified()));
+        m_toaster->showToast(QStringLiteral("Video cannot be played"));
+    });
+}
+
+void UiTdlibSpike::openPhotoViewer(qint64 fileId, const QString &path)
+{
+    MediaViewerScreen *photo = m_screens->photoViewer();
+    // On screen first, so the photo is decoded for the size it is shown at.
+    m_screens->showScreen(ShellScreens::Screen::Photo);
+    m_viewerPhotoId = fileId;
+    m_viewerPhotoPath = path;
+    photo->setSaveEnabled(!path.isEmpty());
+    if (!path.isEmpty()) {
+        photo->setDownloadProgress(false, 0, 0);
+        photo->showPhoto(path);
+    } else {
+        // The thumbnail stands in, at the real picture's size, until the
+        // picture itself arrives.
+        QString thumb;
+        const QString id = QString::number(fileId);
+        for (int i = 0; i < m_messageRows->size() && thumb.isEmpty(); ++i) {
+            const QVariantMap row = m_messageRows->value(i);
+            if (row.value(QStringLiteral("media_file_id")).toString() == id)
+                thumb = row.value(QStringLiteral("media_thumb_path")).toString();
+        }
+        if (thumb.isEmpty() || !photo->showPhoto(thumb, m_viewerPhotoSize))
+            photo->clearMedia();
+        photo->setDownloadProgress(true, 0, 0);
+    }
+}
+
+void UiTdlibSpike::openVideoViewer(qint64 fileId, const QString &path)
+{
+    MediaViewerScreen *video = m_screens->videoViewer();
+    m_viewerVideoId = fileId;
+    m_viewerVideoPath = path;
+    m_voicePlayer->stopVoicePlayback();
+    m_screens->showScreen(ShellScreens::Screen::Video);
+    if (path.isEmpty()) {
+        video->clearMedia();
+        video->setDownloadProgress(true, 0, 0);
+        return;
+    }
+    video->playVideo(path);
 }

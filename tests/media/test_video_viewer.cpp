@@ -1,0 +1,125 @@
+// The video viewer plays a real file (VP8 and Opus in WebM, made by ffmpeg):
+// frames reach the screen, play and pause, seeking, the end; and both
+// viewers return to the chat with Esc, leaving it where it was.
+
+#include "media/ui/video_view.h"
+#include "shell/ui/screens.h"
+#include "shell/ui/shell_screens.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QProcess>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QToolButton>
+#include <QtTest>
+
+class TestVideoViewer : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir m_dir;
+    QString m_video;
+    QString m_photo;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_dir.isValid());
+        const QString ffmpeg = QStandardPaths::findExecutable(QStringLiteral("ffmpeg"));
+        if (ffmpeg.isEmpty())
+            QSKIP("ffmpeg is not installed");
+        // Two seconds of green at 10 frames a second with a tone.
+        m_video = m_dir.filePath(QStringLiteral("clip.webm"));
+        QProcess encode;
+        encode.setProcessChannelMode(QProcess::MergedChannels);
+        encode.start(ffmpeg, {"-nostdin", "-v", "error", "-f", "lavfi", "-i",
+                              "color=c=green:s=96x64:r=10:d=2", "-f", "lavfi", "-i",
+                              "sine=frequency=440:duration=2", "-c:v", "libvpx", "-b:v", "200k",
+                              "-c:a", "libopus", "-shortest", m_video});
+        QVERIFY(encode.waitForFinished(60000));
+        QVERIFY2(encode.exitCode() == 0, encode.readAll().constData());
+        QImage picture(64, 48, QImage::Format_RGB32);
+        picture.fill(Qt::red);
+        m_photo = m_dir.filePath(QStringLiteral("photo.png"));
+        QVERIFY(picture.save(m_photo));
+    }
+
+    void playsPausesSeeks()
+    {
+        VideoView view;
+        view.resize(320, 480);
+        view.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&view));
+        auto *play = view.findChild<QToolButton *>(QStringLiteral("video_play_button"));
+        auto *time = view.findChild<QLabel *>(QStringLiteral("video_time"));
+        QVERIFY(play && time);
+
+        view.open(m_video);
+        QTRY_VERIFY_WITH_TIMEOUT(view.isPlaying() && !view.currentFrame().isNull(), 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(qAbs(view.duration() - 2000) < 150, 10000);
+        const QColor centre = view.currentFrame().pixelColor(48, 32);
+        QVERIFY2(centre.green() > 90 && centre.red() < 60 && centre.blue() < 60,
+                 qPrintable(centre.name()));
+
+        play->click();
+        QTRY_VERIFY_WITH_TIMEOUT(!view.isPlaying(), 10000);
+        view.seek(1200);
+        QTRY_VERIFY_WITH_TIMEOUT(qAbs(view.position() - 1200) < 150, 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(time->text(), QStringLiteral("0:01 / 0:02"), 10000);
+        QVERIFY(!view.isPlaying());
+
+        // Played on, it ends and is ready to play again from the start.
+        play->click();
+        QTRY_VERIFY_WITH_TIMEOUT(view.isPlaying(), 10000);
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            !view.isPlaying() && view.position() == 0,
+            qPrintable(QStringLiteral("%1 %2").arg(view.isPlaying()).arg(view.position())), 20000);
+        QCOMPARE(time->text(), QStringLiteral("0:00 / 0:02"));
+    }
+
+    void escReturnsToTheChat_data()
+    {
+        QTest::addColumn<bool>("video");
+        QTest::newRow("photo viewer") << false;
+        QTest::newRow("video viewer") << true;
+    }
+    void escReturnsToTheChat()
+    {
+        QFETCH(bool, video);
+        ShellScreens screens(true, 0.5f);
+        // A long chat read halfway up.
+        auto *chat = new QScrollArea;
+        auto *rows = new QWidget;
+        rows->setFixedHeight(5000);
+        chat->setWidget(rows);
+        screens.setChatScreen(chat);
+        screens.resize(360, 640);
+        screens.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&screens));
+        screens.showScreen(ShellScreens::Screen::Conversation);
+        chat->verticalScrollBar()->setValue(2345);
+
+        MediaViewerScreen *viewer = video ? screens.videoViewer() : screens.photoViewer();
+        screens.showScreen(video ? ShellScreens::Screen::Video : ShellScreens::Screen::Photo);
+        if (video) {
+            viewer->playVideo(m_video);
+            QTRY_VERIFY_WITH_TIMEOUT(viewer->videoView()->isPlaying(), 20000);
+        } else {
+            QVERIFY(viewer->showPhoto(m_photo));
+        }
+        QTRY_VERIFY(viewer->hasFocus());
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape);
+        QCOMPARE(screens.currentScreen(), ShellScreens::Screen::Conversation);
+        QCOMPARE(chat->verticalScrollBar()->value(), 2345);
+        if (video) {
+            // Nothing plays on behind the chat.
+            QVERIFY(!viewer->videoView()->isPlaying());
+            QVERIFY(viewer->videoView()->path().isEmpty());
+        }
+    }
+};
+
+QTEST_MAIN(TestVideoViewer)
+#include "test_video_viewer.moc"
