@@ -617,10 +617,8 @@ void TestController::everySignalHasAReceiver()
         "MediaDownloads::videoViewerRequested", "VoicePlayer::videoNotePlaybackStopRequested",
         "MediaViewerScreen::playRequested", "MessageItemProvider::mediaTapped",
         "MessageItemProvider::videoNoteTapped",
-        // The chat's overflow menu, pinned messages, search and the files cache.
+        // The chat's overflow menu and pinned messages.
         "ChatScreen::moreRequested", "EventDispatcher::pinnedEvent",
-        "EventDispatcher::chatSearchResultsReady", "MainScreen::searchRequested",
-        "MenuScreen::recalculateCacheRequested", "MenuScreen::clearCacheRequested",
         // The two-pane window follows what is in view; the chat list's own
         // scroll state (the message list's drives its paging); message taps
         // reach the item provider, not the list.
