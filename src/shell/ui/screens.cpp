@@ -648,7 +648,7 @@ FilesCacheScreen::FilesCacheScreen(float scale, QWidget *parent) : QWidget(paren
     v->addWidget(header(QStringLiteral("files_cache_header"), QStringLiteral("Files cache"),
                         QStringLiteral("files_cache_title"), true, scale, this, nullptr, &back));
     announce(back, this, &FilesCacheScreen::backRequested);
-    QWidget *body = panel(QStringLiteral("files_cache_body"), ThemeGroup::E, this);
+    QWidget *body = panel(QStringLiteral("files_cache_body"), ThemeGroup::A, this);
     QVBoxLayout *bv = cardColumn(body, scale);
 
     QVBoxLayout *sizes = nullptr;
@@ -716,6 +716,9 @@ void FilesCacheScreen::setBreakdown(const QList<QPair<QString, QString>> &lines)
         QLabel *size = label(line.second, QStringLiteral("files_cache_kind_size"), ThemeGroup::D,
                              TextSize::Body, row);
         size->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+        // A long kind name wraps; its size stays whole beside it.
+        name->setWordWrap(true);
+        size->setSizePolicy(QSizePolicy::Minimum, QSizePolicy::Preferred);
         h->addWidget(name, 1);
         h->addWidget(size);
         layout->addWidget(row);
