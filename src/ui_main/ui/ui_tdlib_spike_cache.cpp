@@ -205,8 +205,10 @@ void UiTdlibSpike::showCacheUsage(const CacheUsage &usage)
     }
     FilesCacheScreen *screen = m_screens->filesCacheScreen();
     screen->setBreakdown(lines);
-    screen->setSummary(QStringLiteral("%1 in %2")
-                           .arg(sizeText(usage.totalBytes()), filesText(usage.totalFiles())));
+    screen->setSummary(usage.totalFiles() == 0
+                           ? QStringLiteral("The cache is empty")
+                           : QStringLiteral("%1 in %2")
+                                 .arg(sizeText(usage.totalBytes()), filesText(usage.totalFiles())));
     screen->setProgress(false, QString());
     m_screens->menuScreen()->setCacheSizeText(
         QStringLiteral("Cache: %1").arg(sizeText(usage.totalBytes())));
