@@ -139,7 +139,9 @@ void ChatFilterModel::setQuery(const QString &query)
     if (words == m_words)
         return;
     m_words = words;
-    invalidateFilter();
+    // One layout change, not a removal or insertion per run of rows: a
+    // keystroke may change thousands of scattered rows at once.
+    invalidate();
 }
 
 QVariantMap ChatFilterModel::rowAt(int row) const

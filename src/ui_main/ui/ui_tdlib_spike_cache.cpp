@@ -43,14 +43,16 @@ void UiTdlibSpike::connectChatSearch()
 {
     MainScreen *main = m_screens->mainScreen();
     m_chatFilter = new ChatFilterModel(this);
-    m_chatFilter->setSourceModel(m_chatRows);
 
     // While the field is open the list shows the filtered rows; the full
-    // model keeps taking every event meanwhile.
+    // model keeps taking every event meanwhile. Closed, the filter lets go of
+    // the model, so that chat events cost it nothing.
     connect(main, &MainScreen::searchRequested, this, [this, main] {
         main->openSearch();
-        if (main->isSearchOpen())
-            m_chatListView->setDataModel(m_chatFilter);
+        if (!main->isSearchOpen() || m_chatListView->dataModel() == m_chatFilter)
+            return;
+        m_chatFilter->setSourceModel(m_chatRows);
+        m_chatListView->setDataModel(m_chatFilter);
     });
     connect(main, &MainScreen::searchTextChanged, this, [this, main](const QString &text) {
         m_chatFilter->setQuery(text);
@@ -64,8 +66,9 @@ void UiTdlibSpike::connectChatSearch()
         m_chatListView->scrollToPosition(ListView::Beginning, false);
     });
     connect(main, &MainScreen::searchClosed, this, [this] {
-        m_chatFilter->setQuery(QString());
         m_chatListView->setDataModel(m_chatRows);
+        m_chatFilter->setQuery(QString());
+        m_chatFilter->setSourceModel(nullptr);
     });
     connect(main, &MainScreen::serverSearchRequested, this, &UiTdlibSpike::onServerSearch);
     connect(m_dispatcher, &EventDispatcher::chatSearchResultsReady, this,
