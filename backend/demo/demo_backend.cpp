@@ -714,6 +714,7 @@ QJsonObject DemoBackend::chatEvent(int ci) const
     row.id = c.id;
     row.title = titleOf(ci);
     row.type = c.type;
+    row.username = c.username;
     row.muted = m_rt.at(ci).state.muted;
     row.photoFileId = c.photoFileId;
     row.order = orderOf(ci);

@@ -202,6 +202,8 @@ QJsonObject chat(const DemoChatRow &row)
     o.insert(QStringLiteral("id"), row.id);
     o.insert(QStringLiteral("title"), row.title);
     o.insert(QStringLiteral("chat_type"), row.type);
+    if (!row.username.isEmpty())
+        o.insert(QStringLiteral("username"), row.username);
     o.insert(QStringLiteral("muted_known"), true);
     o.insert(QStringLiteral("muted"), row.muted);
     if (row.photoFileId > 0)

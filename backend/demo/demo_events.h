@@ -30,6 +30,7 @@ struct DemoChatRow
     qint64 id = 0;
     QString title;
     QString type;
+    QString username; // public name, empty when none
     bool muted = false;
     qint64 photoFileId = 0;
     qint64 order = 0;

@@ -3,6 +3,8 @@
 #include "backend_link/text_cut.h"
 #include "platform/array_data_model.h"
 
+#include <QFileInfo>
+
 #include <algorithm>
 #include <utility>
 #include <vector>
@@ -482,6 +484,32 @@ int ChatListModel::setAvatarPathForFile(qint64 fileId, const QString &path)
         ++written;
     }
     return written;
+}
+
+QList<qint64> ChatListModel::forgetMissingAvatars()
+{
+    QList<qint64> photos;
+    if (!m_rows) {
+        return photos;
+    }
+    const QString key = QStringLiteral("avatar_path");
+    for (int i = 0; i < m_rows->size(); ++i) {
+        const QVariantMap &current = m_rows->rows().at(i);
+        const QString path = current.value(key).toString();
+        if (path.isEmpty() || QFileInfo::exists(path)) {
+            continue;
+        }
+        QVariantMap row = current;
+        row.remove(key);
+        ++m_writing;
+        m_rows->replace(i, row);
+        --m_writing;
+        const qint64 photo = row.value(QStringLiteral("photo_small_id")).toLongLong();
+        if (photo != 0 && !photos.contains(photo)) {
+            photos.append(photo);
+        }
+    }
+    return photos;
 }
 
 void ChatListModel::onLoadChats()

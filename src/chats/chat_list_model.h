@@ -63,6 +63,10 @@ public:
     // Stores "avatar_path" on every row showing that photo; returns the number
     // of rows written back.
     int setAvatarPathForFile(qint64 fileId, const QString &path);
+    // Rows whose round avatar file went away (a cleared cache) lose
+    // "avatar_path" and show their tile; returns the photo file ids to fetch
+    // again.
+    QList<qint64> forgetMissingAvatars();
 
     // Side tables kept with the rows.
     qint64 lastMessageIdForChat(qint64 chatId) const { return m_lastMessageId.value(chatId); }

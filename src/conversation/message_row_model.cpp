@@ -1099,6 +1099,42 @@ void MessageRowModel::setFileSharedPathForFile(qint64 fileId, const QString &pat
                    path);
 }
 
+int MessageRowModel::forgetMissingFiles()
+{
+    for (QHash<qint64, QString> *cache :
+         {&m_mediaPaths, &m_thumbPaths, &m_sharedPaths, &m_avatarPaths}) {
+        for (auto it = cache->begin(); it != cache->end();) {
+            if (it.value().isEmpty() || QFileInfo::exists(it.value()))
+                ++it;
+            else
+                it = cache->erase(it);
+        }
+    }
+    static const char *const keys[] = {"media_path", "media_thumb_path", "file_shared_path",
+                                       "sender_avatar_path"};
+    int written = 0;
+    for (int i = 0; i < m_rows->size(); ++i) {
+        const QVariantMap &current = m_rows->rows().at(i);
+        QVariantMap row;
+        bool changed = false;
+        for (const char *k : keys) {
+            const QString key = QLatin1String(k);
+            const QString path = current.value(key).toString();
+            if (path.isEmpty() || QFileInfo::exists(path))
+                continue;
+            if (!changed)
+                row = current;
+            row.remove(key);
+            changed = true;
+        }
+        if (changed) {
+            writeRow(i, row);
+            ++written;
+        }
+    }
+    return written;
+}
+
 void MessageRowModel::setSenderAvatarPathForFile(qint64 fileId, const QString &path)
 {
     if (fileId == 0) {

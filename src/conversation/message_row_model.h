@@ -125,6 +125,10 @@ public:
     // it every avatar that becomes ready, not only the open chat's.
     void setSenderAvatarPathForFile(qint64 fileId, const QString &path);
     QString mediaPathForFile(qint64 fileId) const { return m_mediaPaths.value(fileId); }
+    // Files deleted behind the rows' back (a cleared cache): every known path
+    // that no longer exists is forgotten and leaves the rows that show it, so
+    // they offer the download again. Returns the number of rows rewritten.
+    int forgetMissingFiles();
     QString senderAvatarPathForFile(qint64 fileId) const { return m_avatarPaths.value(fileId); }
 
     // The row map a "message" or "message_new" event describes, before

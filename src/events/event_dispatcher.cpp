@@ -7,6 +7,7 @@
 #include "chats/chat_list_model.h"
 #include "platform/toaster.h"
 
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -245,6 +246,11 @@ QVariantMap EventDispatcher::chatRowFromEvent(const QVariantMap &e) const
     }
     if (e.contains(QStringLiteral("chat_type"))) {
         row.insert(QStringLiteral("chat_type"), str(e, "chat_type"));
+    }
+    // The public name, when the backend tells it, lets the chat search find
+    // the chat by it.
+    if (e.contains(QStringLiteral("username"))) {
+        row.insert(QStringLiteral("username"), str(e, "username"));
     }
     if (e.contains(QStringLiteral("muted_known"))) {
         row.insert(QStringLiteral("muted_known"), boolText(flag(e, "muted_known")));
@@ -595,6 +601,27 @@ void EventDispatcher::onFile(const QVariantMap &e)
         Q_EMIT avatarReady(fileId, round);
     }
     Q_EMIT fileEvent(e);
+}
+
+void EventDispatcher::refetchMissingAvatars()
+{
+    m_presence.forgetMissingAvatarPaths();
+    // The queue asks for each photo once; these must be asked for again.
+    if (m_deps.avatars) {
+        m_deps.avatars->clear();
+    }
+    if (!m_me.avatarPath.isEmpty() && !QFileInfo::exists(m_me.avatarPath)) {
+        m_me.avatarPath.clear();
+        Q_EMIT meChanged(m_me);
+    }
+    if (m_me.photoSmallId > 0 && m_me.avatarPath.isEmpty()) {
+        enqueueAvatar(m_me.photoSmallId);
+    }
+    if (m_deps.chats) {
+        for (qint64 photo : m_deps.chats->forgetMissingAvatars()) {
+            enqueueAvatar(photo);
+        }
+    }
 }
 
 void EventDispatcher::onIgnored(const QVariantMap &) {}

@@ -91,6 +91,10 @@ public:
     // Recomputes the open chat's subtitle and emits chatHeaderSubtitleChanged.
     void updateChatHeaderSubtitleForCurrentChat();
     int updateSenderInfoForUser(qint64 userId, const QString &name, qint64 photoSmallId);
+    // After a cleared cache: forgets round avatars whose files went away
+    // (the own one included, announced by meChanged) and queues their photos
+    // again, with every photo of the chat list that lost its avatar.
+    void refetchMissingAvatars();
 
 Q_SIGNALS:
     void statusTextChanged(const QString &text);

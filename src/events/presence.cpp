@@ -2,6 +2,8 @@
 
 #include "platform/array_data_model.h"
 
+#include <QFileInfo>
+
 QString Presence::formatUserStatusText(const QString &statusType, qint64 wasOnline, qint64 expires)
 {
     return formatUserStatusText(statusType, wasOnline, expires, QDateTime::currentDateTime());
@@ -119,4 +121,14 @@ int Presence::updateSenderInfoForUser(ArrayDataModel *messages, QList<QVariantMa
         }
     }
     return changed;
+}
+
+void Presence::forgetMissingAvatarPaths()
+{
+    for (auto it = m_avatarPath.begin(); it != m_avatarPath.end();) {
+        if (QFileInfo::exists(it.value()))
+            ++it;
+        else
+            it = m_avatarPath.erase(it);
+    }
 }

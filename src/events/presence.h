@@ -31,6 +31,8 @@ public:
 
     void setAvatarPath(qint64 fileId, const QString &path) { m_avatarPath.insert(fileId, path); }
     QString avatarPath(qint64 fileId) const { return m_avatarPath.value(fileId); }
+    // Drops the paths whose files went away (a cleared cache).
+    void forgetMissingAvatarPaths();
 
     bool isKnownUser(qint64 userId) const { return m_knownUsers.contains(userId); }
 

@@ -162,8 +162,10 @@ void VoicePlayer::startVoicePlayback(long long fileId, const QString &path)
     if (rc != 0) {
         m_services.log(QStringLiteral("voice: play error=%1\n").arg(rc));
         setPlayingFileId(0);
-    } else if (fileId != m_playingFileId) {
-        setPlayingFileId(fileId);
+    } else {
+        m_playingPaths = QStringList{path, playPath};
+        if (fileId != m_playingFileId)
+            setPlayingFileId(fileId);
     }
     if (m_pendingFileId == fileId)
         setPendingFileId(0);

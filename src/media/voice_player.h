@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 
@@ -42,6 +43,12 @@ public:
     QString ensureWavForVoiceFile(long long fileId, const QString &path);
 
     long long playingFileId() const { return m_playingFileId; }
+    // The voice file playing (or paused) and the WAV made of it; empty when
+    // nothing plays.
+    QStringList playingFiles() const
+    {
+        return m_playingFileId > 0 ? m_playingPaths : QStringList();
+    }
     long long pendingFileId() const { return m_pendingFileId; }
     void setPendingFileId(long long fileId);
     MediaPlayer *player() const { return m_player; }
@@ -75,6 +82,7 @@ private:
     LocalPathLookup m_lookup;
     MediaPlayer *m_player = nullptr;
     long long m_playingFileId = 0;
+    QStringList m_playingPaths;
     long long m_pendingFileId = 0;
     unsigned int m_positionMs = 0;
     unsigned int m_durationMs = 0;

@@ -116,7 +116,8 @@ private Q_SLOTS:
     void signInFormSubmitsWhatWasTyped()
     {
         MainScreen main(1.0f);
-        const QList<QLineEdit *> fields = main.findChildren<QLineEdit *>();
+        const QList<QLineEdit *> fields =
+            main.findChild<SignInForm *>()->findChildren<QLineEdit *>();
         QCOMPARE(fields.size(), 3);
         QLineEdit *phone = fields.at(0);
         QLineEdit *code = fields.at(1);

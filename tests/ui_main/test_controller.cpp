@@ -558,10 +558,8 @@ void TestController::everySignalHasAReceiver()
     const QSet<QString> later = {
         // Media in the conversation: files, voice notes, viewers.
         "VoicePlayer::videoNotePlaybackStopRequested", "MessageItemProvider::videoNoteTapped",
-        // The chat's overflow menu, pinned messages, search and the files cache.
+        // The chat's overflow menu and pinned messages.
         "ChatScreen::moreRequested", "EventDispatcher::pinnedEvent",
-        "EventDispatcher::chatSearchResultsReady", "MainScreen::searchRequested",
-        "MenuScreen::recalculateCacheRequested", "MenuScreen::clearCacheRequested",
         // The two-pane window follows what is in view; the chat list's own
         // scroll state (the message list's drives its paging); message taps
         // reach the item provider, not the list.

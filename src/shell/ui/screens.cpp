@@ -198,6 +198,84 @@ MainScreen::MainScreen(float scale, QWidget *parent) : QWidget(parent)
     m_listLayout->setSpacing(0);
     m_listHost->hide();
     v->addWidget(m_listHost, 1);
+
+    // The search field, over the chat list while it is open (made after the
+    // form, whose phone field comes first among the screen's fields).
+    m_searchBar = panel(QStringLiteral("chat_search_bar"), ThemeGroup::A, this);
+    auto *sv = new QVBoxLayout(m_searchBar);
+    sv->setContentsMargins(scaled_px(28, scale), 0, scaled_px(16, scale), scaled_px(12, scale));
+    sv->setSpacing(scaled_px(6, scale));
+    auto *sh = new QHBoxLayout;
+    sh->setSpacing(scaled_px(12, scale));
+    m_searchField = field(QStringLiteral("Search chats"), QStringLiteral("chat_search_field"),
+                          scale, m_searchBar);
+    m_searchField->installEventFilter(this);
+    auto *closeSearchButton = iconButton(QStringLiteral("ic_close.png"),
+                                         QStringLiteral("chat_search_close"), scale, m_searchBar);
+    closeSearchButton->setToolTip(QStringLiteral("Close search"));
+    sh->addWidget(m_searchField, 1);
+    sh->addWidget(closeSearchButton);
+    sv->addLayout(sh);
+    m_searchHint = label(QString(), QStringLiteral("chat_search_hint"), ThemeGroup::D,
+                         TextSize::Secondary, m_searchBar);
+    m_searchHint->setTextFormat(Qt::PlainText);
+    m_searchHint->setWordWrap(true);
+    m_searchHint->hide();
+    sv->addWidget(m_searchHint);
+    m_searchBar->hide();
+    v->insertWidget(v->indexOf(statusBar) + 1, m_searchBar);
+    connect(m_searchField, &QLineEdit::textChanged, this, &MainScreen::searchTextChanged);
+    connect(m_searchField, &QLineEdit::returnPressed, this, [this] {
+        const QString text = m_searchField->text().trimmed();
+        if (!text.isEmpty())
+            Q_EMIT serverSearchRequested(text);
+    });
+    connect(closeSearchButton, &QToolButton::clicked, this, &MainScreen::closeSearch);
+}
+
+void MainScreen::openSearch()
+{
+    if (!m_authorised)
+        return;
+    m_searchBar->show();
+    m_searchField->setFocus(Qt::OtherFocusReason);
+}
+
+void MainScreen::closeSearch()
+{
+    m_searchBar->hide();
+    {
+        // The list is whole again through searchClosed, not an empty text.
+        const QSignalBlocker quiet(m_searchField);
+        m_searchField->clear();
+    }
+    setSearchHint(QString());
+    Q_EMIT searchClosed();
+}
+
+bool MainScreen::isSearchOpen() const
+{
+    return !m_searchBar->isHidden();
+}
+
+QString MainScreen::searchText() const
+{
+    return m_searchField->text();
+}
+
+void MainScreen::setSearchHint(const QString &text)
+{
+    showText(m_searchHint, text);
+}
+
+bool MainScreen::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_searchField && event->type() == QEvent::KeyPress &&
+        static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
+        closeSearch();
+        return true;
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 void MainScreen::setStatusText(const QString &text)
@@ -572,19 +650,49 @@ FilesCacheScreen::FilesCacheScreen(float scale, QWidget *parent) : QWidget(paren
     v->addWidget(header(QStringLiteral("files_cache_header"), QStringLiteral("Files cache"),
                         QStringLiteral("files_cache_title"), true, scale, this, nullptr, &back));
     announce(back, this, &FilesCacheScreen::backRequested);
-    QWidget *body = panel(QStringLiteral("files_cache_body"), ThemeGroup::E, this);
-    auto *bv = new QVBoxLayout(body);
-    bv->setContentsMargins(scaled_px(28, scale), scaled_px(20, scale), scaled_px(28, scale), 0);
-    m_summary = label(QString(), QStringLiteral("files_cache_summary"), ThemeGroup::D,
-                      TextSize::Secondary, body);
+    QWidget *body = panel(QStringLiteral("files_cache_body"), ThemeGroup::A, this);
+    QVBoxLayout *bv = cardColumn(body, scale);
+
+    QVBoxLayout *sizes = nullptr;
+    QWidget *sizesCard = card(QStringLiteral("files_cache_card"), scale, body, &sizes);
+    m_summary =
+        label(QStringLiteral("Size not calculated yet"), QStringLiteral("files_cache_summary"),
+              ThemeGroup::C, TextSize::Heading, sizesCard);
     m_summary->setWordWrap(true);
-    bv->addWidget(m_summary);
-    m_listHost = new QWidget(body);
-    m_listHost->setObjectName(QStringLiteral("files_cache_list_host"));
-    auto *lh = new QVBoxLayout(m_listHost);
-    lh->setContentsMargins(0, 0, 0, 0);
-    bv->addWidget(m_listHost, 1);
+    sizes->addWidget(m_summary);
+    m_lines = new QWidget(sizesCard);
+    m_lines->setObjectName(QStringLiteral("files_cache_lines"));
+    auto *lv = new QVBoxLayout(m_lines);
+    lv->setContentsMargins(0, scaled_px(8, scale), 0, 0);
+    lv->setSpacing(scaled_px(10, scale));
+    sizes->addWidget(m_lines);
+    m_progress = label(QString(), QStringLiteral("files_cache_progress"), ThemeGroup::D,
+                       TextSize::Secondary, sizesCard);
+    m_progress->setWordWrap(true);
+    m_progress->hide();
+    sizes->addWidget(m_progress);
+    bv->addWidget(sizesCard);
+
+    QVBoxLayout *actions = nullptr;
+    QWidget *actionsCard = card(QStringLiteral("files_cache_actions"), scale, body, &actions);
+    m_recalc =
+        button(QStringLiteral("Recalculate size"), QStringLiteral("files_cache_recalculate_button"),
+               ControlRole::Row, scale, actionsCard);
+    m_clear = button(QStringLiteral("Clear cache"), QStringLiteral("files_cache_clear_button"),
+                     ControlRole::Row, scale, actionsCard);
+    actions->addWidget(m_recalc);
+    actions->addWidget(m_clear);
+    auto *note =
+        label(QStringLiteral("Clearing keeps the files you saved and whatever is "
+                             "playing; cleared media downloads again when opened."),
+              QStringLiteral("files_cache_note"), ThemeGroup::D, TextSize::Secondary, actionsCard);
+    note->setWordWrap(true);
+    actions->addWidget(note);
+    bv->addWidget(actionsCard);
+    bv->addStretch(1);
     v->addWidget(body, 1);
+    announce(m_recalc, this, &FilesCacheScreen::recalculateCacheRequested);
+    announce(m_clear, this, &FilesCacheScreen::clearCacheRequested);
 }
 
 void FilesCacheScreen::setSummary(const QString &text)
@@ -592,9 +700,38 @@ void FilesCacheScreen::setSummary(const QString &text)
     m_summary->setText(text);
 }
 
-void FilesCacheScreen::setListView(QWidget *view)
+void FilesCacheScreen::setBreakdown(const QList<QPair<QString, QString>> &lines)
 {
-    m_listHost->layout()->addWidget(view);
+    QLayout *layout = m_lines->layout();
+    while (QLayoutItem *item = layout->takeAt(0)) {
+        delete item->widget();
+        delete item;
+    }
+    int n = 0;
+    for (const auto &line : lines) {
+        auto *row = new QWidget(m_lines);
+        row->setObjectName(QStringLiteral("files_cache_line_%1").arg(n++));
+        auto *h = new QHBoxLayout(row);
+        h->setContentsMargins(0, 0, 0, 0);
+        QLabel *name = label(line.first, QStringLiteral("files_cache_kind"), ThemeGroup::C,
+                             TextSize::Body, row);
+        QLabel *size = label(line.second, QStringLiteral("files_cache_kind_size"), ThemeGroup::D,
+                             TextSize::Body, row);
+        size->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+        // A long kind name wraps; its size stays whole beside it.
+        name->setWordWrap(true);
+        size->setSizePolicy(QSizePolicy::Minimum, QSizePolicy::Preferred);
+        h->addWidget(name, 1);
+        h->addWidget(size);
+        layout->addWidget(row);
+    }
+}
+
+void FilesCacheScreen::setProgress(bool busy, const QString &text)
+{
+    m_recalc->setEnabled(!busy);
+    m_clear->setEnabled(!busy);
+    showText(m_progress, text);
 }
 
 // -------------------------------------------------------- MediaViewerScreen

@@ -63,6 +63,16 @@ public:
     void setAuthorised(bool authorised);
     bool isAuthorised() const { return m_authorised; }
 
+    // The search field over the chat list: opened empty with the keyboard in
+    // it; closing empties it (announced by searchClosed).
+    void openSearch();
+    void closeSearch();
+    bool isSearchOpen() const;
+    QString searchText() const;
+    // The line under the field (what the list shows, how to search further);
+    // empty hides it.
+    void setSearchHint(const QString &text);
+
 Q_SIGNALS:
     void phoneSubmitted(const QString &phone);
     void codeSubmitted(const QString &code);
@@ -71,6 +81,14 @@ Q_SIGNALS:
     void menuRequested();
     void searchRequested();
     void reloadChatsRequested();
+    // Typing in the search field: the list follows the text.
+    void searchTextChanged(const QString &text);
+    // Enter in the search field: look further, on the server.
+    void serverSearchRequested(const QString &text);
+    void searchClosed();
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     QLabel *m_status = nullptr;
@@ -80,6 +98,9 @@ private:
     QToolButton *m_reload = nullptr;
     QWidget *m_listHost = nullptr;
     QVBoxLayout *m_listLayout = nullptr;
+    QWidget *m_searchBar = nullptr;
+    QLineEdit *m_searchField = nullptr;
+    QLabel *m_searchHint = nullptr;
     bool m_authorised = false;
 };
 
@@ -167,21 +188,30 @@ private:
     QPushButton *m_logToggle = nullptr;
 };
 
-// The media cache broken down; its list is filled by the cache code.
+// The media cache broken down by kind, with its total, the progress of a
+// measuring or clearing under way, and the two actions.
 class FilesCacheScreen : public QWidget
 {
     Q_OBJECT
 public:
     explicit FilesCacheScreen(float scale, QWidget *parent = nullptr);
     void setSummary(const QString &text);
-    void setListView(QWidget *view);
+    // One line per kind: its name and its size text, in order.
+    void setBreakdown(const QList<QPair<QString, QString>> &lines);
+    // While busy the actions wait; an empty text hides the progress line.
+    void setProgress(bool busy, const QString &text);
 
 Q_SIGNALS:
     void backRequested();
+    void recalculateCacheRequested();
+    void clearCacheRequested();
 
 private:
     QLabel *m_summary = nullptr;
-    QWidget *m_listHost = nullptr;
+    QLabel *m_progress = nullptr;
+    QWidget *m_lines = nullptr;
+    QPushButton *m_recalc = nullptr;
+    QPushButton *m_clear = nullptr;
 };
 
 // Full-screen photo or video viewer. The photo viewer shows a picture

@@ -5,6 +5,7 @@
 #include "backend_link/env_file.h"
 #include "backend_link/event_intake.h"
 #include "chats/avatar_download_queue.h"
+#include "chats/chat_filter.h"
 #include "chats/chat_list_model.h"
 #include "chats/ui/chat_item_provider.h"
 #include "conversation/chat_session.h"
@@ -153,6 +154,8 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     connectLinks();
     connectUpdateChecker();
     connectConversation();
+    connectChatSearch();
+    connectFilesCache();
     m_window->show();
 
     // 8. Application lifecycle.
@@ -527,6 +530,13 @@ void UiTdlibSpike::onChatTriggered(const QVariantList &indexPath)
     if (indexPath.isEmpty())
         return;
     const int row = indexPath.first().toInt();
+    // While searching the list shows the filtered rows.
+    if (m_chatListView->dataModel() == m_chatFilter) {
+        const QVariantMap chat = m_chatFilter->rowAt(row);
+        if (!chat.isEmpty())
+            openChatFromRow(chat);
+        return;
+    }
     if (row < 0 || row >= m_chatRows->size())
         return;
     openChatFromRow(m_chatRows->value(row));

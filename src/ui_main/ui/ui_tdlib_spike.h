@@ -33,6 +33,10 @@ class SystemUiDialog;
 class UpdateChecker;
 struct UpdateQuestion;
 class ChatListModel;
+class ChatFilterModel;
+class FilesCache;
+struct CacheUsage;
+class SystemListDialog;
 class EventDispatcher;
 class EventIntake;
 class InstanceChannel;
@@ -105,6 +109,9 @@ public:
     Links *links() const { return m_links; }
     MessageNotifier *messageNotifier() const { return m_notifier; }
     DesktopNotifications *desktopNotifications() const { return m_notifications; }
+    // The chat list as the search field filters it (shown while searching).
+    ChatFilterModel *chatFilter() const { return m_chatFilter; }
+    FilesCache *filesCache() const { return m_filesCache; }
     // The chat whose conversation page is on screen; 0 when none is.
     qint64 visibleChatId() const;
 
@@ -147,6 +154,13 @@ public Q_SLOTS:
     void onActivationRequested();
     // Redraws the menu's own-profile card from the dispatcher's profile.
     void updateMenuMeHeader();
+    // The chat search: Enter asks the server; its answer's dialog opens the
+    // chosen chat.
+    void onServerSearch(const QString &text);
+    void onSearchDialogFinished(int result);
+    // The files cache: measuring, and clearing after the user confirms it.
+    void onRecalculateCache();
+    void onClearCacheRequested();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -159,6 +173,15 @@ private:
     void raiseWindow();
     // The menu's "Check updates", its question dialog and progress line.
     void connectUpdateChecker();
+    // The search field over the chat list and the server's answers.
+    void connectChatSearch();
+    void showChatSearchResults(const QList<QVariantMap> &rows);
+    // The files cache screen, the menu's cache lines and what a clearing
+    // changes in the rows.
+    void connectFilesCache();
+    void showCacheUsage(const CacheUsage &usage);
+    void askClearCache();
+    void onCacheCleared(const CacheUsage &freed, int kept);
     // The open chat: its rows, paging, composer and bubbles.
     void buildConversation();
     void connectConversation();
@@ -243,4 +266,12 @@ private:
     VoiceRecordGesture *m_voiceGesture = nullptr;
     bool m_autoOpenDone = false;
     QPointer<SystemDialog> m_updateDialog;
+    ChatFilterModel *m_chatFilter = nullptr;
+    // Numbers of the chat searches sent to this run of the backend.
+    qint64 m_searchRequests = 0;
+    QPointer<SystemListDialog> m_searchDialog;
+    FilesCache *m_filesCache = nullptr;
+    QPointer<SystemDialog> m_clearCacheDialog;
+    // "Clear cache" before the size was known: ask once it is.
+    bool m_askClearWhenMeasured = false;
 };
