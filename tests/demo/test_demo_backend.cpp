@@ -514,7 +514,7 @@ private Q_SLOTS:
         QVERIFY(!pinned.isEmpty());
         const QList<QJsonObject> list = p.answers("pinned_list " + num(chatId) + " 100");
         QCOMPARE(ev_type(list.value(0)), QStringLiteral("pinned_list_begin"));
-        QCOMPARE(ev_type(list.value(1)), QStringLiteral("pinned_list_item"));
+        QCOMPARE(ev_type(list.value(1)), "pinned_list_item");
         QCOMPARE(ev_i64(list.value(1), "id"), ev_i64(pinned, "id"));
         QVERIFY(hasType(list, "pinned_list_end"));
         QCOMPARE(p.finish(), 0);
@@ -899,13 +899,16 @@ private Q_SLOTS:
         QCOMPARE(p.finish(), 0);
     }
 
-    // Without anything asked, people write, come and go, rename their groups
-    // and call; the burst makes a seeded stretch of that life happen at once.
+    // Without anything asked, people write, come and go, rename their groups,
+    // pin messages and call; the burst makes a seeded stretch of that life
+    // happen at once.
     void worldActivity()
     {
         const QString root = freshRoot();
         qint64 renamed = 0;
         QString lastTitle;
+        qint64 pinChat = 0;
+        QList<QJsonObject> pinList;
         {
             DemoProcess p(root);
             p.setEnv(QStringLiteral("DEMO_LIFE_BURST"), QStringLiteral("300"));
@@ -936,6 +939,21 @@ private Q_SLOTS:
             renamed = ev_i64(titles.last(), "chat_id");
             for (const QJsonObject &e : titles)
                 lastTitle = ev_i64(e, "chat_id") == renamed ? str(e, "title") : lastTitle;
+            // Pins change, and the list tells the same as the last change.
+            QList<QJsonObject> pinChanges = ofType(life, "pinned_message");
+            pinChanges += ofType(life, "pinned_none");
+            QVERIFY(!pinChanges.isEmpty());
+            pinChat = ev_i64(pinChanges.first(), "chat_id");
+            QJsonObject lastPin;
+            for (const QJsonObject &e : life)
+                if (ev_type(e).startsWith(QLatin1String("pinned_")) &&
+                    ev_i64(e, "chat_id") == pinChat)
+                    lastPin = e;
+            pinList = ofType(p.answers("pinned_list " + num(pinChat) + " 100"), "pinned_list_item");
+            if (ev_type(lastPin) == QLatin1String("pinned_none"))
+                QVERIFY(pinList.isEmpty());
+            else
+                QCOMPARE(ev_i64(pinList.value(0), "id"), ev_i64(lastPin, "id"));
             // The message went into the account.
             const qint64 chatId = ev_i64(incoming, "chat_id");
             QVERIFY(
@@ -947,6 +965,9 @@ private Q_SLOTS:
         DemoProcess again(root);
         QVERIFY(again.start());
         QCOMPARE(str(findBy(again.chats(1000), "id", renamed), "title"), lastTitle);
+        // So do the pins.
+        QCOMPARE(ofType(again.answers("pinned_list " + num(pinChat) + " 100"), "pinned_list_item"),
+                 pinList);
         QCOMPARE(again.finish(), 0);
     }
     void searchAndResolve()

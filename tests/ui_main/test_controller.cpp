@@ -621,13 +621,12 @@ void TestController::everySignalHasAReceiver()
         "MediaViewerScreen::playRequested", "MessageItemProvider::mediaTapped",
         "MessageItemProvider::videoNoteTapped",
         // The chat's overflow menu, pinned messages, search and the files cache.
-        "ChatScreen::moreRequested", "EventDispatcher::pinnedEvent",
         "EventDispatcher::chatSearchResultsReady", "MainScreen::searchRequested",
         "MenuScreen::recalculateCacheRequested", "MenuScreen::clearCacheRequested",
         // The two-pane window follows what is in view; the chat list's own
-        // scroll state (the message list's drives its paging); message taps
-        // reach the item provider, not the list.
-        "ShellScreens::screenChanged", "ListView::atEndChanged",
+        // scroll state and the pinned list's (the message list's drives its
+        // paging); message taps reach the item provider, not the list.
+        "ShellScreens::screenChanged", "ListView::atEndChanged", "ListView::atBeginningChanged",
         "ListView::firstVisibleItemChanged", "ListView::triggered"};
     makeController();
     const QList<QObject *> parts = {m_spike->backendLink(),     m_spike->eventIntake(),

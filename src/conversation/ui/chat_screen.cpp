@@ -14,10 +14,12 @@
 #include <QImage>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPixmap>
 #include <QPlainTextEdit>
+#include <QShortcut>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -122,6 +124,100 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     announce(info, this, &ChatScreen::infoRequested);
     announce(more, this, &ChatScreen::moreRequested);
     v->addWidget(bar);
+
+    // Search in the loaded messages: field, status, older and newer, the
+    // offer to look further back, close.
+    m_searchBar = panel(QStringLiteral("chat_search_bar"), ThemeGroup::E, this);
+    auto *sh = new QHBoxLayout(m_searchBar);
+    sh->setContentsMargins(scaled_px(16, scale), scaled_px(8, scale), scaled_px(8, scale),
+                           scaled_px(8, scale));
+    sh->setSpacing(scaled_px(8, scale));
+    m_searchField = new QLineEdit(m_searchBar);
+    m_searchField->setObjectName(QStringLiteral("chat_search_field"));
+    set_control_role(m_searchField, ControlRole::Field);
+    m_searchField->setPlaceholderText(QStringLiteral("Search in this chat"));
+    m_searchField->setMaxLength(200);
+    m_searchField->installEventFilter(this);
+    connect(m_searchField, &QLineEdit::textEdited, this, &ChatScreen::searchTextChanged);
+    m_searchStatus = label(QString(), QStringLiteral("chat_search_status"), ThemeGroup::D,
+                           TextSize::Small, m_searchBar);
+    m_searchMore = new QToolButton(m_searchBar);
+    m_searchMore->setObjectName(QStringLiteral("chat_search_older_pages"));
+    m_searchMore->setText(QStringLiteral("Search older"));
+    m_searchMore->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    set_control_role(m_searchMore, ControlRole::Plain);
+    m_searchMore->hide();
+    m_searchOlder = new QToolButton(m_searchBar);
+    m_searchOlder->setObjectName(QStringLiteral("chat_search_older"));
+    m_searchOlder->setArrowType(Qt::UpArrow);
+    m_searchOlder->setToolTip(QStringLiteral("Older match (Enter)"));
+    m_searchNewer = new QToolButton(m_searchBar);
+    m_searchNewer->setObjectName(QStringLiteral("chat_search_newer"));
+    m_searchNewer->setArrowType(Qt::DownArrow);
+    m_searchNewer->setToolTip(QStringLiteral("Newer match (Shift+Enter)"));
+    for (QToolButton *b : {m_searchOlder, m_searchNewer})
+        b->setFixedSize(scaled_px(64, scale), scaled_px(64, scale));
+    auto *searchClose = iconButton(QStringLiteral("ic_close.png"),
+                                   QStringLiteral("chat_search_close"), scale, m_searchBar);
+    m_barIcons.append({searchClose, QStringLiteral("ic_close.png")});
+    sh->addWidget(m_searchField, 1);
+    sh->addWidget(m_searchStatus);
+    sh->addWidget(m_searchMore);
+    sh->addWidget(m_searchOlder);
+    sh->addWidget(m_searchNewer);
+    sh->addWidget(searchClose);
+    announce(m_searchOlder, this, &ChatScreen::searchNextRequested);
+    announce(m_searchNewer, this, &ChatScreen::searchPreviousRequested);
+    announce(m_searchMore, this, &ChatScreen::searchOlderRequested);
+    announce(searchClose, this, &ChatScreen::searchClosed);
+    m_searchBar->hide();
+    v->addWidget(m_searchBar);
+    auto *find = new QShortcut(QKeySequence::Find, this);
+    find->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(find, &QShortcut::activated, this, &ChatScreen::searchRequested);
+
+    // Pinned bar: a tap goes to the pinned message, the arrow opens the list.
+    m_pinnedBar = panel(QStringLiteral("pinned_bar"), ThemeGroup::E, this);
+    m_pinnedBar->setCursor(Qt::PointingHandCursor);
+    auto *ph = new QHBoxLayout(m_pinnedBar);
+    ph->setContentsMargins(scaled_px(16, scale), scaled_px(8, scale), scaled_px(8, scale),
+                           scaled_px(8, scale));
+    ph->setSpacing(scaled_px(16, scale));
+    auto *accent = new QWidget(m_pinnedBar);
+    accent->setObjectName(QStringLiteral("pinned_bar_accent"));
+    accent->setFixedWidth(scaled_px(6, scale));
+    accent->setStyleSheet(
+        QStringLiteral("background: #4ea4f6; border-radius: %1px;").arg(scaled_px(3, scale)));
+    auto *pinnedTexts = new QVBoxLayout;
+    pinnedTexts->setSpacing(0);
+    m_pinnedCaption = label(QStringLiteral("Pinned message"), QStringLiteral("pinned_caption"),
+                            ThemeGroup::H, TextSize::Small, m_pinnedBar);
+    m_pinnedLabel = label(QString(), QStringLiteral("pinned_text"), ThemeGroup::C,
+                          TextSize::Secondary, m_pinnedBar);
+    for (QLabel *l : {m_pinnedCaption, m_pinnedLabel}) {
+        l->setTextFormat(Qt::PlainText);
+        l->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    }
+    m_pinnedLabel->installEventFilter(this);
+    pinnedTexts->addWidget(m_pinnedCaption);
+    pinnedTexts->addWidget(m_pinnedLabel);
+    m_pinnedExpand = new QToolButton(m_pinnedBar);
+    m_pinnedExpand->setObjectName(QStringLiteral("pinned_expand_button"));
+    m_pinnedExpand->setArrowType(Qt::DownArrow);
+    m_pinnedExpand->setToolTip(QStringLiteral("All pinned messages"));
+    m_pinnedExpand->setFixedSize(scaled_px(64, scale), scaled_px(64, scale));
+    announce(m_pinnedExpand, this, &ChatScreen::pinnedExpandToggled);
+    ph->addWidget(accent);
+    ph->addLayout(pinnedTexts, 1);
+    ph->addWidget(m_pinnedExpand);
+    m_pinnedBar->installEventFilter(this);
+    m_pinnedBar->hide();
+    v->addWidget(m_pinnedBar);
+    m_pinnedListHost = panel(QStringLiteral("pinned_list_host"), ThemeGroup::E, this);
+    m_pinnedListLayout = new QVBoxLayout(m_pinnedListHost);
+    m_pinnedListLayout->setContentsMargins(0, 0, 0, 0);
+    m_pinnedListHost->hide();
+    v->addWidget(m_pinnedListHost);
 
     // Selection bar, shown in selection mode above the list.
     m_selectionBar = panel(QStringLiteral("selection_bar"), ThemeGroup::E, this);
@@ -362,6 +458,72 @@ void ChatScreen::setRecordProgress(int seconds, qreal level)
     static_cast<LevelBar *>(m_recordLevel)->setLevel(level);
 }
 
+void ChatScreen::setPinnedBar(bool visible, const QString &caption, const QString &text,
+                              bool expanded)
+{
+    m_fullPinned = text;
+    m_pinnedCaption->setText(caption);
+    elide(m_pinnedLabel, text);
+    m_pinnedExpand->setArrowType(expanded ? Qt::UpArrow : Qt::DownArrow);
+    m_pinnedBar->setVisible(visible);
+}
+
+bool ChatScreen::isPinnedBarVisible() const
+{
+    return !m_pinnedBar->isHidden();
+}
+
+void ChatScreen::setPinnedListView(QWidget *view)
+{
+    m_pinnedListLayout->addWidget(view);
+}
+
+void ChatScreen::setPinnedListVisible(bool visible, int rows)
+{
+    // Room for a few rows; the list scrolls beyond them.
+    const int rowPx = m_pinnedLabel->fontMetrics().height() + scaled_px(28, m_scale);
+    m_pinnedListHost->setFixedHeight(qBound(1, rows, kPinnedListRows) * rowPx);
+    m_pinnedListHost->setVisible(visible && rows > 0);
+}
+
+bool ChatScreen::isPinnedListVisible() const
+{
+    return !m_pinnedListHost->isHidden();
+}
+
+void ChatScreen::setSearchVisible(bool visible)
+{
+    if (visible == !m_searchBar->isHidden()) {
+        if (visible)
+            m_searchField->setFocus(Qt::OtherFocusReason);
+        return;
+    }
+    m_searchBar->setVisible(visible);
+    if (visible) {
+        m_searchField->clear();
+        m_searchField->setFocus(Qt::OtherFocusReason);
+    } else {
+        setSearchStatus(QString(), false, false);
+        focusComposer();
+    }
+}
+
+bool ChatScreen::isSearchVisible() const
+{
+    return !m_searchBar->isHidden();
+}
+
+void ChatScreen::setSearchStatus(const QString &status, bool offerOlder, bool waiting)
+{
+    m_searchStatus->setText(waiting ? QStringLiteral("Searching…") : status);
+    m_searchMore->setVisible(offerOlder && !waiting);
+}
+
+QString ChatScreen::searchStatus() const
+{
+    return m_searchStatus->text();
+}
+
 void ChatScreen::setAvatar(qint64 chatId, const QString &title, const QString &avatarPath)
 {
     const int px = m_avatar->width();
@@ -423,7 +585,9 @@ void ChatScreen::keyPressEvent(QKeyEvent *event)
         return;
     }
     // The innermost thing the user started is cancelled first.
-    if (!m_editBar->isHidden())
+    if (!m_searchBar->isHidden())
+        Q_EMIT searchClosed();
+    else if (!m_editBar->isHidden())
         Q_EMIT editCancelled();
     else if (!m_replyBar->isHidden())
         Q_EMIT replyCancelled();
@@ -474,7 +638,32 @@ bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
         Q_EMIT infoRequested();
         return true;
     }
+    if (event->type() == QEvent::MouseButtonRelease &&
+        (watched == m_pinnedBar || watched == m_pinnedLabel) &&
+        static_cast<QMouseEvent *>(event)->button() == Qt::LeftButton) {
+        Q_EMIT pinnedBarTapped();
+        return true;
+    }
+    if (watched == m_searchField && event->type() == QEvent::KeyPress) {
+        auto *key = static_cast<QKeyEvent *>(event);
+        const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
+        const bool shift = key->modifiers() & Qt::ShiftModifier;
+        if ((enter && !shift) || key->key() == Qt::Key_Up) {
+            Q_EMIT searchNextRequested();
+            return true;
+        }
+        if ((enter && shift) || key->key() == Qt::Key_Down) {
+            Q_EMIT searchPreviousRequested();
+            return true;
+        }
+        if (key->key() == Qt::Key_Escape) {
+            Q_EMIT searchClosed();
+            return true;
+        }
+    }
     if (event->type() == QEvent::Resize) {
+        if (watched == m_pinnedLabel)
+            elide(m_pinnedLabel, m_fullPinned);
         if (watched == m_title)
             elide(m_title, m_fullTitle);
         else if (watched == m_replyLabel)
