@@ -3,9 +3,25 @@
 #include "chats/chat_list_model.h"
 #include "platform/array_data_model.h"
 
+#include <QHash>
+
 #include <algorithm>
 
 namespace {
+
+QString kindText(const QString &contentType)
+{
+    static const QHash<QString, QString> kinds = {
+        {QStringLiteral("messagePhoto"), QStringLiteral("Photo")},
+        {QStringLiteral("messageVideo"), QStringLiteral("Video")},
+        {QStringLiteral("messageAnimation"), QStringLiteral("GIF")},
+        {QStringLiteral("messageVoiceNote"), QStringLiteral("Voice message")},
+        {QStringLiteral("messageVideoNote"), QStringLiteral("Video message")},
+        {QStringLiteral("messageDocument"), QStringLiteral("File")},
+        {QStringLiteral("messageAudio"), QStringLiteral("Audio")},
+        {QStringLiteral("messageSticker"), QStringLiteral("Sticker")}};
+    return kinds.value(contentType);
+}
 
 qint64 rowId(const QVariantMap &row)
 {
@@ -14,6 +30,15 @@ qint64 rowId(const QVariantMap &row)
 
 } // namespace
 
+QString pinned_preview_text(const QVariantMap &row)
+{
+    const QString text = row.value(QStringLiteral("text")).toString().trimmed();
+    const QString kind = kindText(row.value(QStringLiteral("content_type")).toString());
+    if (kind.isEmpty())
+        return text.isEmpty() ? QStringLiteral("Message") : text;
+    return text.isEmpty() ? kind : kind + QStringLiteral(": ") + text;
+}
+
 PinnedMessages::PinnedMessages(ArrayDataModel *rows, QObject *parent)
     : QObject(parent), m_rows(rows)
 {
@@ -21,9 +46,11 @@ PinnedMessages::PinnedMessages(ArrayDataModel *rows, QObject *parent)
 
 QString PinnedMessages::barText() const
 {
+    if (!m_barVisible)
+        return QString();
     if (m_cursor > 0 && m_cursor < m_rows->size())
-        return m_rows->value(m_cursor).value(QStringLiteral("text")).toString();
-    return m_eventText;
+        return pinned_preview_text(m_rows->value(m_cursor));
+    return pinned_preview_text(m_eventRow);
 }
 
 QString PinnedMessages::barCaption() const
@@ -42,7 +69,7 @@ void PinnedMessages::setChatId(qint64 chatId)
 {
     m_chatId = chatId;
     m_barVisible = false;
-    m_eventText.clear();
+    m_eventRow.clear();
     m_expanded = false;
     m_cursor = 0;
     m_rows->clear();
@@ -57,14 +84,16 @@ void PinnedMessages::handleEvent(const QVariantMap &e)
     const QString type = e.value(QStringLiteral("type")).toString();
     if (type == QLatin1String("pinned_message")) {
         // A new or changed pin: the bar starts the walk again from the newest.
-        m_eventText = chat_list_preview_text(e.value(QStringLiteral("text")).toString());
+        m_eventRow = {{QStringLiteral("text"),
+                       chat_list_preview_text(e.value(QStringLiteral("text")).toString())},
+                      {QStringLiteral("content_type"), e.value(QStringLiteral("content_type"))}};
         m_barVisible = true;
         m_cursor = 0;
         Q_EMIT layoutChanged();
         requestList();
     } else if (type == QLatin1String("pinned_none")) {
         m_barVisible = false;
-        m_eventText.clear();
+        m_eventRow.clear();
         m_cursor = 0;
         m_expanded = false;
         m_rows->clear();

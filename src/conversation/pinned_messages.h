@@ -6,6 +6,10 @@
 
 class ArrayDataModel;
 
+// What a pin says: its preview, led by the kind for media ("Photo: …"),
+// or the kind alone.
+QString pinned_preview_text(const QVariantMap &row);
+
 // The open chat's pinned messages without their widgets: the bar under the
 // header (the pinned message the next tap goes to), the list of all pinned
 // messages and the walk through them.
@@ -26,6 +30,7 @@ public:
     ArrayDataModel *rows() const { return m_rows; }
     qint64 chatId() const { return m_chatId; }
     bool isBarVisible() const { return m_barVisible; }
+    // The bar's preview (pinned_preview_text).
     QString barText() const;
     // "Pinned message", or "Pinned message 2 of 3" once the list is known.
     QString barCaption() const;
@@ -56,7 +61,7 @@ private:
     ArrayDataModel *m_rows = nullptr;
     qint64 m_chatId = 0;
     bool m_barVisible = false;
-    QString m_eventText;
+    QVariantMap m_eventRow;
     bool m_expanded = false;
     // The list row the bar shows; rows run newest first.
     int m_cursor = 0;

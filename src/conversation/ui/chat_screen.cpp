@@ -19,7 +19,7 @@
 #include <QPainter>
 #include <QPixmap>
 #include <QPlainTextEdit>
-#include <QShortcut>
+#include <QPushButton>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -60,6 +60,35 @@ protected:
 private:
     qreal m_level = 0;
 };
+
+// A chevron pointing up or down, for the steps of the search and the pinned
+// list's toggle (the icon set has none).
+QIcon chevronIcon(bool up, const QColor &color)
+{
+    const int px = 96;
+    QPixmap pm(px, px);
+    pm.fill(Qt::transparent);
+    QPainter p(&pm);
+    p.setRenderHint(QPainter::Antialiasing);
+    QPen pen(color, px / 10.0, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
+    p.setPen(pen);
+    const qreal y0 = up ? px * 0.62 : px * 0.38, y1 = up ? px * 0.38 : px * 0.62;
+    const QPointF points[] = {{px * 0.25, y0}, {px * 0.5, y1}, {px * 0.75, y0}};
+    p.drawPolyline(points, 3);
+    return QIcon(pm);
+}
+
+QToolButton *chevronButton(const QString &objectName, float scale, QWidget *parent)
+{
+    auto *b = new QToolButton(parent);
+    b->setObjectName(objectName);
+    set_control_role(b, ControlRole::Icon);
+    b->setCursor(Qt::PointingHandCursor);
+    b->setFocusPolicy(Qt::NoFocus);
+    b->setFixedSize(scaled_px(72, scale), scaled_px(72, scale));
+    b->setIconSize(QSize(scaled_px(44, scale), scaled_px(44, scale)));
+    return b;
+}
 
 } // namespace
 
@@ -141,22 +170,16 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     connect(m_searchField, &QLineEdit::textEdited, this, &ChatScreen::searchTextChanged);
     m_searchStatus = label(QString(), QStringLiteral("chat_search_status"), ThemeGroup::D,
                            TextSize::Small, m_searchBar);
-    m_searchMore = new QToolButton(m_searchBar);
-    m_searchMore->setObjectName(QStringLiteral("chat_search_older_pages"));
-    m_searchMore->setText(QStringLiteral("Search older"));
-    m_searchMore->setToolButtonStyle(Qt::ToolButtonTextOnly);
-    set_control_role(m_searchMore, ControlRole::Plain);
+    m_searchMore = button(QStringLiteral("Older"), QStringLiteral("chat_search_older_pages"),
+                          ControlRole::Plain, scale, m_searchBar);
+    m_searchMore->setFocusPolicy(Qt::NoFocus);
+    m_searchMore->setToolTip(QStringLiteral("Load older messages and search on"));
+    m_searchMore->setSizePolicy(QSizePolicy::Minimum, QSizePolicy::Fixed);
     m_searchMore->hide();
-    m_searchOlder = new QToolButton(m_searchBar);
-    m_searchOlder->setObjectName(QStringLiteral("chat_search_older"));
-    m_searchOlder->setArrowType(Qt::UpArrow);
+    m_searchOlder = chevronButton(QStringLiteral("chat_search_older"), scale, m_searchBar);
     m_searchOlder->setToolTip(QStringLiteral("Older match (Enter)"));
-    m_searchNewer = new QToolButton(m_searchBar);
-    m_searchNewer->setObjectName(QStringLiteral("chat_search_newer"));
-    m_searchNewer->setArrowType(Qt::DownArrow);
+    m_searchNewer = chevronButton(QStringLiteral("chat_search_newer"), scale, m_searchBar);
     m_searchNewer->setToolTip(QStringLiteral("Newer match (Shift+Enter)"));
-    for (QToolButton *b : {m_searchOlder, m_searchNewer})
-        b->setFixedSize(scaled_px(64, scale), scaled_px(64, scale));
     auto *searchClose = iconButton(QStringLiteral("ic_close.png"),
                                    QStringLiteral("chat_search_close"), scale, m_searchBar);
     m_barIcons.append({searchClose, QStringLiteral("ic_close.png")});
@@ -172,12 +195,9 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     announce(searchClose, this, &ChatScreen::searchClosed);
     m_searchBar->hide();
     v->addWidget(m_searchBar);
-    auto *find = new QShortcut(QKeySequence::Find, this);
-    find->setContext(Qt::WidgetWithChildrenShortcut);
-    connect(find, &QShortcut::activated, this, &ChatScreen::searchRequested);
 
     // Pinned bar: a tap goes to the pinned message, the arrow opens the list.
-    m_pinnedBar = panel(QStringLiteral("pinned_bar"), ThemeGroup::E, this);
+    m_pinnedBar = panel(QStringLiteral("pinned_bar"), ThemeGroup::A, this);
     m_pinnedBar->setCursor(Qt::PointingHandCursor);
     auto *ph = new QHBoxLayout(m_pinnedBar);
     ph->setContentsMargins(scaled_px(16, scale), scaled_px(8, scale), scaled_px(8, scale),
@@ -201,11 +221,8 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     m_pinnedLabel->installEventFilter(this);
     pinnedTexts->addWidget(m_pinnedCaption);
     pinnedTexts->addWidget(m_pinnedLabel);
-    m_pinnedExpand = new QToolButton(m_pinnedBar);
-    m_pinnedExpand->setObjectName(QStringLiteral("pinned_expand_button"));
-    m_pinnedExpand->setArrowType(Qt::DownArrow);
+    m_pinnedExpand = chevronButton(QStringLiteral("pinned_expand_button"), scale, m_pinnedBar);
     m_pinnedExpand->setToolTip(QStringLiteral("All pinned messages"));
-    m_pinnedExpand->setFixedSize(scaled_px(64, scale), scaled_px(64, scale));
     announce(m_pinnedExpand, this, &ChatScreen::pinnedExpandToggled);
     ph->addWidget(accent);
     ph->addLayout(pinnedTexts, 1);
@@ -213,10 +230,10 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     m_pinnedBar->installEventFilter(this);
     m_pinnedBar->hide();
     v->addWidget(m_pinnedBar);
-    m_pinnedListHost = panel(QStringLiteral("pinned_list_host"), ThemeGroup::E, this);
+    m_pinnedListHost = panel(QStringLiteral("pinned_list_host"), ThemeGroup::A, this);
     m_pinnedListLayout = new QVBoxLayout(m_pinnedListHost);
     m_pinnedListLayout->setContentsMargins(0, 0, 0, 0);
-    m_pinnedListHost->hide();
+    m_pinnedListHost->setFixedHeight(0);
     v->addWidget(m_pinnedListHost);
 
     // Selection bar, shown in selection mode above the list.
@@ -345,6 +362,9 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     ch->addWidget(m_composer, 1);
     ch->addWidget(m_action, 0, Qt::AlignBottom);
     v->addWidget(comp);
+    m_pinnedExpand->setIcon(chevronIcon(false, m_iconColor));
+    m_searchOlder->setIcon(chevronIcon(true, m_iconColor));
+    m_searchNewer->setIcon(chevronIcon(false, m_iconColor));
 }
 
 void ChatScreen::setTitle(const QString &title)
@@ -464,7 +484,8 @@ void ChatScreen::setPinnedBar(bool visible, const QString &caption, const QStrin
     m_fullPinned = text;
     m_pinnedCaption->setText(caption);
     elide(m_pinnedLabel, text);
-    m_pinnedExpand->setArrowType(expanded ? Qt::UpArrow : Qt::DownArrow);
+    m_pinnedExpanded = expanded;
+    m_pinnedExpand->setIcon(chevronIcon(expanded, m_iconColor));
     m_pinnedBar->setVisible(visible);
 }
 
@@ -478,17 +499,19 @@ void ChatScreen::setPinnedListView(QWidget *view)
     m_pinnedListLayout->addWidget(view);
 }
 
-void ChatScreen::setPinnedListVisible(bool visible, int rows)
+void ChatScreen::setPinnedListVisible(bool visible, int rows, int rowHeight)
 {
     // Room for a few rows; the list scrolls beyond them.
-    const int rowPx = m_pinnedLabel->fontMetrics().height() + scaled_px(28, m_scale);
-    m_pinnedListHost->setFixedHeight(qBound(1, rows, kPinnedListRows) * rowPx);
-    m_pinnedListHost->setVisible(visible && rows > 0);
+    // Closed, the list keeps no height rather than being hidden: rows that
+    // come while it is closed then draw when it opens, also on a zoomed
+    // screen where the window repaints only what reports a change.
+    m_pinnedListHost->setFixedHeight(
+        visible && rows > 0 ? qMin(rows, kPinnedListRows) * qMax(1, rowHeight) : 0);
 }
 
 bool ChatScreen::isPinnedListVisible() const
 {
-    return !m_pinnedListHost->isHidden();
+    return m_pinnedListHost->maximumHeight() > 0 && !m_pinnedListHost->isHidden();
 }
 
 void ChatScreen::setSearchVisible(bool visible)
@@ -559,6 +582,10 @@ void ChatScreen::setDarkTheme(bool dark)
     // dark there. An action that does not apply is drawn faint in both.
     const QColor on = dark ? QColor(Qt::white) : QColor(0x55, 0x5b, 0x63);
     const QColor off = dark ? QColor(0x7a, 0x80, 0x88) : QColor(0xc4, 0xc8, 0xcc);
+    m_iconColor = on;
+    m_pinnedExpand->setIcon(chevronIcon(m_pinnedExpanded, on));
+    m_searchOlder->setIcon(chevronIcon(true, on));
+    m_searchNewer->setIcon(chevronIcon(false, on));
     for (const auto &[button, name] : qAsConst(m_barIcons)) {
         QIcon icon;
         icon.addPixmap(QPixmap::fromImage(tinted_osicon(name, on)), QIcon::Normal);
@@ -580,6 +607,10 @@ void ChatScreen::focusComposer()
 
 void ChatScreen::keyPressEvent(QKeyEvent *event)
 {
+    if (event->matches(QKeySequence::Find)) {
+        Q_EMIT searchRequested();
+        return;
+    }
     if (event->key() != Qt::Key_Escape) {
         QWidget::keyPressEvent(event);
         return;
@@ -675,6 +706,10 @@ bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
     }
     if (watched == m_composer && event->type() == QEvent::KeyPress) {
         auto *key = static_cast<QKeyEvent *>(event);
+        if (key->matches(QKeySequence::Find)) {
+            Q_EMIT searchRequested();
+            return true;
+        }
         const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
         if (enter && !(key->modifiers() & Qt::ShiftModifier)) {
             Q_EMIT sendRequested();

@@ -2,6 +2,7 @@
 
 #include "conversation/voice_record_gesture.h"
 
+#include <QColor>
 #include <QList>
 #include <QString>
 #include <QWidget>
@@ -10,6 +11,7 @@ class QKeyEvent;
 class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
+class QPushButton;
 class QToolButton;
 class QVBoxLayout;
 
@@ -70,10 +72,10 @@ public:
     bool isPinnedBarVisible() const;
     QString pinnedText() const { return m_fullPinned; }
     // The list of all pinned messages, shown below the bar with room for
-    // up to kPinnedListRows rows.
+    // up to kPinnedListRows rows of rowHeight pixels.
     static constexpr int kPinnedListRows = 4;
     void setPinnedListView(QWidget *view);
-    void setPinnedListVisible(bool visible, int rows);
+    void setPinnedListVisible(bool visible, int rows, int rowHeight);
     bool isPinnedListVisible() const;
 
     // The search bar over the list: the field, "3 of 17", the steps and the
@@ -161,6 +163,8 @@ private:
     QLabel *m_pinnedCaption = nullptr;
     QLabel *m_pinnedLabel = nullptr;
     QToolButton *m_pinnedExpand = nullptr;
+    bool m_pinnedExpanded = false;
+    QColor m_iconColor = Qt::white;
     QString m_fullPinned;
     QWidget *m_pinnedListHost = nullptr;
     QVBoxLayout *m_pinnedListLayout = nullptr;
@@ -169,5 +173,5 @@ private:
     QLabel *m_searchStatus = nullptr;
     QToolButton *m_searchOlder = nullptr;
     QToolButton *m_searchNewer = nullptr;
-    QToolButton *m_searchMore = nullptr;
+    QPushButton *m_searchMore = nullptr;
 };

@@ -1,49 +1,52 @@
 #include "conversation/ui/pinned_item_provider.h"
 
+#include "conversation/pinned_messages.h"
+
 #include "platform/osicons.h"
 #include "shell/style_sheet.h"
 #include "shell/theme.h"
-#include "shell/ui/screen_parts.h"
 #include "shell/ui_scale.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPainter>
 #include <QPixmap>
 
 namespace {
 
-QString kindText(const QString &contentType)
+// One line that ends in "…" when it does not fit, at whatever width the
+// row is laid out (the row may be filled before the list has its size).
+class ElidedLine : public QLabel
 {
-    if (contentType == QLatin1String("photo"))
-        return QStringLiteral("Photo");
-    if (contentType == QLatin1String("video"))
-        return QStringLiteral("Video");
-    if (contentType == QLatin1String("voice") || contentType == QLatin1String("voice_note"))
-        return QStringLiteral("Voice message");
-    if (contentType == QLatin1String("video_note"))
-        return QStringLiteral("Video message");
-    if (contentType == QLatin1String("document") || contentType == QLatin1String("file") ||
-        contentType == QLatin1String("audio"))
-        return QStringLiteral("File");
-    if (contentType == QLatin1String("sticker"))
-        return QStringLiteral("Sticker");
-    return QString();
-}
+public:
+    using QLabel::QLabel;
+    void setFullText(const QString &text)
+    {
+        m_full = text;
+        setText(text);
+        setToolTip(text);
+    }
+    QSize minimumSizeHint() const override { return {0, QLabel::minimumSizeHint().height()}; }
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter p(this);
+        p.setPen(palette().color(foregroundRole()));
+        const QRect r = contentsRect();
+        p.drawText(r, Qt::AlignLeft | Qt::AlignVCenter,
+                   fontMetrics().elidedText(m_full, Qt::ElideRight, r.width()));
+    }
+
+private:
+    QString m_full;
+};
 
 } // namespace
 
 PinnedItemProvider::PinnedItemProvider(float scale, QObject *parent)
     : QObject(parent), m_scale(scale)
 {
-}
-
-QString PinnedItemProvider::rowText(const QVariantMap &row)
-{
-    const QString text = row.value(QStringLiteral("text")).toString().trimmed();
-    const QString kind = kindText(row.value(QStringLiteral("content_type")).toString());
-    if (kind.isEmpty())
-        return text.isEmpty() ? QStringLiteral("Message") : text;
-    return text.isEmpty() ? kind : kind + QStringLiteral(": ") + text;
 }
 
 QWidget *PinnedItemProvider::createItem(ListView *, const QString &)
@@ -59,8 +62,10 @@ QWidget *PinnedItemProvider::createItem(ListView *, const QString &)
     const int px = scaled_px(32, m_scale);
     pin->setFixedSize(px, px);
     pin->setScaledContents(true);
-    auto *text = screen_parts::label(QString(), QStringLiteral("pinned_item_text"), ThemeGroup::C,
-                                     TextSize::Secondary, item);
+    auto *text = new ElidedLine(item);
+    text->setObjectName(QStringLiteral("pinned_item_text"));
+    set_text_group(text, ThemeGroup::C);
+    set_text_size(text, TextSize::Secondary);
     text->setTextFormat(Qt::PlainText);
     text->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     h->addWidget(pin);
@@ -73,13 +78,25 @@ void PinnedItemProvider::updateItem(ListView *listView, QWidget *item, const QSt
 {
     const bool dark = !listView || listView->property("ui_dark_theme").toBool();
     auto *pin = item->findChild<QLabel *>(QStringLiteral("pinned_item_icon"));
-    pin->setPixmap(QPixmap::fromImage(tinted_osicon(
-        QStringLiteral("ic_pin.png"), dark ? QColor(0x8a, 0xc8, 0xff) : QColor(0x16, 0x5f, 0xc0))));
-    auto *label = item->findChild<QLabel *>(QStringLiteral("pinned_item_text"));
-    const QString full = rowText(data);
-    // One line per row; the whole text is in the tooltip.
-    const int width = qMax(1, (listView ? listView->viewport()->width() : 600) -
-                                  scaled_px(28 * 2 + 16 + 32, m_scale));
-    label->setText(label->fontMetrics().elidedText(full, Qt::ElideRight, width));
-    label->setToolTip(full);
+    pin->setPixmap(QPixmap::fromImage(
+        tinted_osicon(QStringLiteral("ic_pin.png"),
+                      dark ? QColor(0x8a, 0xc8, 0xff) : QColor(0x16, 0x5f, 0xc0), pin->size())));
+    static_cast<ElidedLine *>(item->findChild<QLabel *>(QStringLiteral("pinned_item_text")))
+        ->setFullText(pinned_preview_text(data));
+}
+
+int PinnedItemProvider::rowHeight(ListView *listView)
+{
+    // A row made in the list's viewport gets the same fonts and style.
+    QWidget *item = createItem(listView, QString());
+    item->setParent(listView->viewport());
+    item->ensurePolished();
+    for (QWidget *child : item->findChildren<QWidget *>())
+        child->ensurePolished();
+    updateItem(listView, item, QString(), {0}, {{QStringLiteral("text"), QStringLiteral("Ag")}});
+    const int width = qMax(1, listView->viewport()->width());
+    const int height =
+        item->hasHeightForWidth() ? item->heightForWidth(width) : item->sizeHint().height();
+    delete item;
+    return height;
 }

@@ -17,8 +17,8 @@ public:
     void updateItem(ListView *listView, QWidget *item, const QString &type,
                     const QVariantList &indexPath, const QVariantMap &data) override;
 
-    // What a row says: the preview, or the kind alone for media without text.
-    static QString rowText(const QVariantMap &row);
+    // The height of one row in listView, measured as the list measures rows.
+    int rowHeight(ListView *listView);
 
 private:
     float m_scale;

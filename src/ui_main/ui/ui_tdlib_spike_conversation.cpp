@@ -75,7 +75,7 @@ void UiTdlibSpike::buildConversation()
     m_pinnedListView = new ListView;
     m_pinnedListView->setObjectName(QStringLiteral("pinned_list_view"));
     m_pinnedListView->setFrameShape(QFrame::NoFrame);
-    set_background_group(m_pinnedListView, ThemeGroup::E);
+    set_background_group(m_pinnedListView, ThemeGroup::A);
     m_pinnedListView->setProperty("ui_dark_theme", m_darkTheme);
     m_pinnedItems = new PinnedItemProvider(m_uiScale, this);
     m_pinnedListView->setDataModel(m_pinnedRows);
@@ -517,8 +517,10 @@ void UiTdlibSpike::updatePinnedPanelLayout()
 {
     m_chatScreen->setPinnedBar(m_pinned->isBarVisible(), m_pinned->barCaption(),
                                m_pinned->barText(), m_pinned->isExpanded());
-    m_chatScreen->setPinnedListVisible(m_pinned->isBarVisible() && m_pinned->isExpanded(),
-                                       m_pinnedRows->size());
+    const bool listVisible = m_pinned->isBarVisible() && m_pinned->isExpanded();
+    m_chatScreen->setPinnedListVisible(listVisible, m_pinnedRows->size(),
+                                       listVisible ? m_pinnedItems->rowHeight(m_pinnedListView)
+                                                   : 0);
 }
 
 void UiTdlibSpike::onSearchStateChanged()
