@@ -19,7 +19,11 @@ QString MessageSearch::statusText() const
         return QString();
     if (m_matches.isEmpty())
         return QStringLiteral("No results");
-    return QStringLiteral("%1 of %2").arg(m_current + 1).arg(m_matches.size());
+    const QString count = QStringLiteral("%1 of %2").arg(m_current + 1).arg(m_matches.size());
+    // Past the oldest match with the whole history loaded: nothing further back.
+    if (m_offered && !m_olderAvailable && m_current == m_matches.size() - 1)
+        return count + QStringLiteral(" · start of chat");
+    return count;
 }
 
 void MessageSearch::setOlderAvailable(bool available)

@@ -31,7 +31,8 @@ public:
     // Index into matchIds(), -1 when there is no match.
     int currentIndex() const { return m_current; }
     qint64 currentMessageId() const;
-    // "3 of 17", "No results", or empty without a query.
+    // "3 of 17", "No results", or empty without a query; "3 of 3 · start of
+    // chat" once the user went past the oldest match of the whole history.
     QString statusText() const;
     // The user went past the oldest loaded match and older pages may hold more.
     bool isOlderOffered() const { return m_offered && m_olderAvailable; }

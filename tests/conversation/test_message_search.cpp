@@ -110,12 +110,16 @@ void TestMessageSearch::olderPages_data()
     QTest::addColumn<int>("requests");
     QTest::addColumn<qint64>("current");
     QTest::addColumn<bool>("offered");
+    QTest::addColumn<QString>("status");
     // Each page goes in front of the rows; "-" is an empty page (no more).
-    QTest::newRow("first older page matches") << "1:cat" << 1 << qint64(1) << false;
-    QTest::newRow("keeps looking a few pages") << "4:x;3:x;2:cat" << 3 << qint64(2) << false;
+    QTest::newRow("first older page matches") << "1:cat" << 1 << qint64(1) << false << "2 of 2";
+    QTest::newRow("keeps looking a few pages")
+        << "4:x;3:x;2:cat" << 3 << qint64(2) << false << "2 of 2";
     QTest::newRow("stops after a few pages")
-        << "9:x;8:x;7:x;6:x;5:x;4:cat" << MessageSearch::kPagesPerLook << qint64(10) << true;
-    QTest::newRow("history ends") << "4:x;-" << 2 << qint64(10) << false;
+        << "9:x;8:x;7:x;6:x;5:x;4:cat" << MessageSearch::kPagesPerLook << qint64(10) << true
+        << "1 of 1";
+    QTest::newRow("history ends") << "4:x;-" << 2 << qint64(10) << false
+                                  << "1 of 1 · start of chat";
 }
 
 void TestMessageSearch::olderPages()
@@ -124,6 +128,7 @@ void TestMessageSearch::olderPages()
     QFETCH(int, requests);
     QFETCH(qint64, current);
     QFETCH(bool, offered);
+    QFETCH(QString, status);
     ArrayDataModel model;
     model.setRows(messages("10:cat,11:dog"));
     MessageSearch search(&model);
@@ -147,6 +152,7 @@ void TestMessageSearch::olderPages()
     QCOMPARE(asked, requests);
     QCOMPARE(search.currentMessageId(), current);
     QCOMPARE(search.isOlderOffered(), offered);
+    QCOMPARE(search.statusText(), status);
     QVERIFY(!search.isWaitingForOlder());
 }
 
