@@ -57,6 +57,8 @@ void DemoActivity::tick()
         someoneRenamesAGroup(list);
     else if (r < 93)
         someoneCalls(list);
+    else if (r < 97)
+        someonePins(list);
     else
         connectionBlips();
 }
@@ -107,6 +109,29 @@ void DemoActivity::someoneRenamesAGroup(const QVector<int> &list)
                               ? base
                               : base + QLatin1Char(' ') + marks.at(m_rng.below(marks.size()));
     m_host->renameChat(ci, title);
+}
+
+void DemoActivity::someonePins(const QVector<int> &list)
+{
+    // Mostly in the chat the user looks at, so the pinned bar is seen to change.
+    const int open = m_host->openChatIndex();
+    const int ci = open >= 0 && m_rng.chance(60)
+                       ? open
+                       : (list.isEmpty() ? -1 : list.at(m_rng.below(qMin(list.size(), 80))));
+    if (ci < 0)
+        return;
+    const QList<qint64> pins = m_host->pinsOf(ci);
+    const qint64 newest = m_host->newestMessageId(ci);
+    if (!pins.isEmpty() && (pins.size() >= 4 || m_rng.chance(40))) {
+        m_host->setPinned(ci, pins.at(m_rng.below(pins.size())), false);
+        return;
+    }
+    if (newest < 1)
+        return;
+    // A recent message, as people pin what was just said.
+    const qint64 id = qMax<qint64>(1, newest - m_rng.below(int(qMin<qint64>(newest, 20))));
+    if (!pins.contains(id))
+        m_host->setPinned(ci, id, true);
 }
 
 void DemoActivity::someoneCalls(const QVector<int> &list)

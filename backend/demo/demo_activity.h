@@ -31,6 +31,12 @@ public:
     virtual void addPeerReaction(int ci, qint64 messageId, const QString &emoji) = 0;
     virtual QString titleOf(int ci) const = 0;
     virtual void renameChat(int ci, const QString &title) = 0;
+    // The chat the user has open, or -1.
+    virtual int openChatIndex() const = 0;
+    // The chat's pinned messages, newest first, and a change of them.
+    virtual QList<qint64> pinsOf(int ci) const = 0;
+    virtual qint64 newestMessageId(int ci) const = 0;
+    virtual void setPinned(int ci, qint64 messageId, bool pinned) = 0;
 };
 
 // The life of the simulated world: people answer what the user sends, write
@@ -46,7 +52,7 @@ public:
     // Runs the background life with pauses scaled by speed; 0 stops it.
     void start(double speed);
     // One moment of life: someone writes, comes or goes, renames a group,
-    // calls, or the connection drops for a moment.
+    // calls, pins or unpins a message, or the connection drops for a moment.
     void tick();
     // What happens in a chat after the user sent a message there.
     void afterSend(int ci, qint64 messageId);
@@ -56,6 +62,7 @@ private:
     void someoneComesOrGoes(const QVector<int> &list);
     void someoneRenamesAGroup(const QVector<int> &list);
     void someoneCalls(const QVector<int> &list);
+    void someonePins(const QVector<int> &list);
     void connectionBlips();
     void scheduleNext();
     const DemoChat &chat(int ci) const { return m_host->world().chats().at(ci); }

@@ -186,6 +186,17 @@ bool DemoBackend::start(QString *error)
         if (!it.value().isEmpty())
             m_titles.insert(it.key().toLongLong(), it.value());
     }
+    // "-" keeps a chat whose pins were all taken off.
+    const QHash<QString, QString> pins = m_store->metaWithPrefix(QStringLiteral("pins:"));
+    for (auto it = pins.cbegin(); it != pins.cend(); ++it) {
+        if (it.value().isEmpty())
+            continue;
+        QList<qint64> ids;
+        for (const QString &id : it.value().split(QLatin1Char(','), Qt::SkipEmptyParts))
+            if (id.toLongLong() > 0)
+                ids.append(id.toLongLong());
+        m_pins.insert(it.key().toLongLong(), ids);
+    }
     m_files->setWorld(&m_world, m_epoch);
     m_files->load(m_store->loadFiles());
 
@@ -800,7 +811,7 @@ void DemoBackend::emitPinnedState(int ci)
 {
     const DemoChat &c = chat(ci);
     DemoMessage best;
-    for (qint64 id : c.pinnedMessageIds) {
+    for (qint64 id : pinsOf(ci)) {
         DemoMessage m;
         if (findMessage(ci, id, &m) && m.id > best.id)
             best = m;
@@ -825,6 +836,34 @@ void DemoBackend::renameChat(int ci, const QString &title)
         m_titles.insert(c.id, title);
     m_store->setMeta(QStringLiteral("title:%1").arg(c.id), title == c.title ? QString() : title);
     emitEvent(demo_event::chat_title(c.id, title));
+}
+
+QList<qint64> DemoBackend::pinsOf(int ci) const
+{
+    const DemoChat &c = chat(ci);
+    QList<qint64> ids = m_pins.value(c.id, c.pinnedMessageIds);
+    std::sort(ids.begin(), ids.end(), std::greater<qint64>());
+    return ids;
+}
+
+void DemoBackend::setPinned(int ci, qint64 messageId, bool pinned)
+{
+    QList<qint64> ids = pinsOf(ci);
+    if (pinned == ids.contains(messageId))
+        return;
+    if (pinned)
+        ids.append(messageId);
+    else
+        ids.removeAll(messageId);
+    const qint64 chatId = chat(ci).id;
+    m_pins.insert(chatId, ids);
+    QStringList text;
+    for (qint64 id : qAsConst(ids))
+        text << QString::number(id);
+    m_store->setMeta(QStringLiteral("pins:%1").arg(chatId),
+                     text.isEmpty() ? QStringLiteral("-") : text.join(QLatin1Char(',')));
+    // The service tells about the chat's newest pin after every change.
+    emitPinnedState(ci);
 }
 
 bool DemoBackend::isOnline(qint64 userId) const
@@ -1465,8 +1504,7 @@ void DemoBackend::cmdPinnedList(const DemoCommand &cmd)
         return;
     }
     const DemoChat &c = chat(ci);
-    QList<qint64> ids = c.pinnedMessageIds;
-    std::sort(ids.begin(), ids.end(), std::greater<qint64>());
+    const QList<qint64> ids = pinsOf(ci);
     emitEvent(demo_event::chat_event("pinned_list_begin", c.id));
     int n = 0;
     for (qint64 id : qAsConst(ids)) {

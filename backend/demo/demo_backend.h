@@ -99,6 +99,10 @@ private:
     void addPeerReaction(int ci, qint64 messageId, const QString &emoji) override;
     QString titleOf(int ci) const override;
     void renameChat(int ci, const QString &title) override;
+    int openChatIndex() const override { return m_openChat; }
+    QList<qint64> pinsOf(int ci) const override;
+    qint64 newestMessageId(int ci) const override { return nextMessageId(ci) - 1; }
+    void setPinned(int ci, qint64 messageId, bool pinned) override;
 
     // Output.
     void tdError(const QString &extra, int code, const QString &message);
@@ -185,7 +189,8 @@ private:
     QString m_phone;
     int m_codeSends = 0;
     QVector<ChatRuntime> m_rt;
-    QHash<qint64, QString> m_titles; // groups renamed while the account lived
+    QHash<qint64, QString> m_titles;     // groups renamed while the account lived
+    QHash<qint64, QList<qint64>> m_pins; // pins changed while the account lived
     qint64 m_nextPendingId = Q_INT64_C(1) << 40;
     qint64 m_searchReq = 0;
     int m_openChat = -1;

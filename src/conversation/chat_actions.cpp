@@ -234,3 +234,50 @@ void ChatActions::onChatInfoMembersTapped()
 {
     Q_EMIT toastRequested(QStringLiteral("Members list is not implemented yet"));
 }
+
+QStringList ChatActions::overflowActions() const
+{
+    if (m_session->chatId() == 0)
+        return {};
+    const Page page = updateChatInfoFromModel();
+    QStringList actions = {QStringLiteral("search"), QStringLiteral("mute_toggle")};
+    if (page.canClearHistory)
+        actions << QStringLiteral("clear_history");
+    if (page.canLeave)
+        actions << QStringLiteral("leave");
+    actions << QStringLiteral("delete_chat");
+    return actions;
+}
+
+QString ChatActions::overflowActionText(const QString &action) const
+{
+    if (action == QLatin1String("search"))
+        return QStringLiteral("Search");
+    if (action == QLatin1String("mute_toggle"))
+        return currentRow().value(QStringLiteral("muted")).toString() == QLatin1String("true")
+                   ? QStringLiteral("Unmute")
+                   : QStringLiteral("Mute");
+    if (action == QLatin1String("clear_history"))
+        return QStringLiteral("Clear history");
+    if (action == QLatin1String("leave"))
+        return QStringLiteral("Leave");
+    if (action == QLatin1String("delete_chat"))
+        return QStringLiteral("Delete chat");
+    return QString();
+}
+
+void ChatActions::onOverflowActionChosen(const QString &action)
+{
+    if (m_session->chatId() == 0)
+        return;
+    if (action == QLatin1String("search"))
+        Q_EMIT searchRequested();
+    else if (action == QLatin1String("mute_toggle"))
+        onChatInfoToggleNotifications();
+    else if (action == QLatin1String("clear_history"))
+        onChatInfoClearHistory();
+    else if (action == QLatin1String("leave"))
+        onChatInfoLeave();
+    else if (action == QLatin1String("delete_chat"))
+        onChatInfoDeleteChat();
+}

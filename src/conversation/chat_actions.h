@@ -50,6 +50,13 @@ public:
     static QString notificationText(const QVariantMap &chatRow);
     static QString noPublicLinkText();
 
+    // The chat screen's overflow menu: action words in the order shown
+    // ("search", "mute_toggle", "clear_history", "leave", "delete_chat"),
+    // each offered where the information page offers it.
+    QStringList overflowActions() const;
+    // The menu's text for an action word ("Mute" or "Unmute" by the state).
+    QString overflowActionText(const QString &action) const;
+
 public Q_SLOTS:
     void confirmChatAction(const QString &action);
     void onChatInfoClearHistory();
@@ -61,12 +68,16 @@ public Q_SLOTS:
     void onChatInfoCopyLink();
     void onChatInfoCopyId();
     void onChatInfoMembersTapped();
+    // A menu entry was chosen: the same step as the page's button.
+    void onOverflowActionChosen(const QString &action);
 
 Q_SIGNALS:
     void sendLineRequested(const QString &line);
     void toastRequested(const QString &text);
     // Replaces any confirmation still open.
     void dialogRequested(const ChatActions::ConfirmRequest &request);
+    // "Search" in the overflow menu: search the open chat's messages.
+    void searchRequested();
 
 private:
     QVariantMap currentRow() const;

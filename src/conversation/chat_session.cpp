@@ -250,6 +250,7 @@ void ChatSession::onHistoryEnd(const QVariantMap &e)
         m_noMoreHistory = true;
         log(QStringLiteral("[event] history_no_more\n"));
         onHistoryRestoreTimeout();
+        Q_EMIT noMoreHistoryReached();
     }
     attemptScrollToPendingMessage();
 }
@@ -333,6 +334,17 @@ void ChatSession::onHistoryMoreTimeout()
         return;
     }
     requestOlderPage(oldest);
+}
+
+bool ChatSession::loadOlderPage()
+{
+    if (!canPageOlder())
+        return false;
+    const qint64 oldest = m_messages->messageIdAt(0);
+    if (oldest < 1)
+        return false;
+    requestOlderPage(oldest);
+    return true;
 }
 
 void ChatSession::requestOlderPage(qint64 oldestId)

@@ -106,6 +106,10 @@ public Q_SLOTS:
     void onJumpToBottom();
     // The composer sent a message: the list goes to its end.
     void onMessageSent();
+    // Asks for one older page now (a search looking further back); false
+    // when none can be asked for (no chat, nothing loaded, a page on its
+    // way, or no more history).
+    bool loadOlderPage();
     void onBackToChats();
 
 Q_SIGNALS:
@@ -127,6 +131,8 @@ Q_SIGNALS:
     void olderPageInserted(int count, qint64 anchorId);
     // "history_clear" emptied the open chat: forget its pending file.
     void historyCleared(qint64 chatId);
+    // An older page came back empty: the chat's history is all loaded.
+    void noMoreHistoryReached();
 
 private:
     void openChat(const QVariantMap &chatRow);

@@ -78,6 +78,42 @@ QList<TextLink> find_text_links(const QString &text)
     return links;
 }
 
+namespace {
+
+QString markedPlain(const QString &text, const QString &query, const QString &markColor)
+{
+    QString html;
+    int pos = 0;
+    for (int at = text.indexOf(query, 0, Qt::CaseInsensitive); at >= 0;
+         at = text.indexOf(query, pos, Qt::CaseInsensitive)) {
+        html += escape_html_with_br(text.mid(pos, at - pos));
+        html += QStringLiteral("<span style=\"background-color:%1;color:#000000\">%2</span>")
+                    .arg(markColor, escape_html_with_br(text.mid(at, query.size())));
+        pos = at + query.size();
+    }
+    html += escape_html_with_br(text.mid(pos));
+    return html;
+}
+
+} // namespace
+
+QString message_rich_text_marked(const QString &text, const QString &query,
+                                 const QString &markColor)
+{
+    if (query.isEmpty())
+        return message_rich_text(text);
+    QString html;
+    int pos = 0;
+    for (const TextLink &l : find_text_links(text)) {
+        html += markedPlain(text.mid(pos, l.start - pos), query, markColor);
+        const QString link = escape_html(text.mid(l.start, l.length));
+        html += QStringLiteral("<a href=\"%1\">%1</a>").arg(link);
+        pos = l.start + l.length;
+    }
+    html += markedPlain(text.mid(pos), query, markColor);
+    return html;
+}
+
 QString message_rich_text(const QString &text)
 {
     QString html;

@@ -32,6 +32,10 @@ QList<TextLink> find_text_links(const QString &text);
 // Rich text of a message: escaped, line breaks kept, each link an anchor
 // whose href is the link's text exactly as written.
 QString message_rich_text(const QString &text);
+// The same with every case-insensitive occurrence of query outside the links
+// marked with a background of the colour given as "#rrggbb".
+QString message_rich_text_marked(const QString &text, const QString &query,
+                                 const QString &markColor);
 
 // Wraps each run of emoji in rich text (outside its tags) in a span of the
 // given font family, so that a colour emoji font draws them rather than the

@@ -65,6 +65,8 @@ private Q_SLOTS:
     void copy();
     void nothingWithoutChat();
     void newerDialogReplacesAndKeepsItsChat();
+    void overflow_data();
+    void overflow();
 };
 
 void TestChatDetails::confirm_data()
@@ -264,6 +266,68 @@ void TestChatDetails::newerDialogReplacesAndKeepsItsChat()
     QCOMPARE(h.session.chatId(), qint64(7));
     h.actions.onChatActionDialogFinished(h.dialogs.last().properties, 2);
     QCOMPARE(h.lines, QStringList{QStringLiteral("clear_history 5")});
+}
+
+void TestChatDetails::overflow_data()
+{
+    QTest::addColumn<QString>("chatType");
+    QTest::addColumn<QVariantMap>("row");
+    QTest::addColumn<QVariantMap>("info");
+    QTest::addColumn<QString>("items");
+    const QVariantMap member{{QStringLiteral("is_member"), true}};
+    const QVariantMap muted{{QStringLiteral("muted"), QStringLiteral("true")}};
+    QTest::newRow("private") << "private" << QVariantMap() << QVariantMap()
+                             << "Search|Mute|Clear history|Delete chat";
+    QTest::newRow("muted group member")
+        << "supergroup" << muted << member << "Search|Unmute|Clear history|Leave|Delete chat";
+    QTest::newRow("group, not a member")
+        << "basic_group" << QVariantMap() << QVariantMap{{QStringLiteral("is_member"), false}}
+        << "Search|Mute|Clear history|Delete chat";
+    QTest::newRow("channel member")
+        << "channel" << QVariantMap() << member << "Search|Mute|Leave|Delete chat";
+}
+
+void TestChatDetails::overflow()
+{
+    QFETCH(QString, chatType);
+    QFETCH(QVariantMap, row);
+    QFETCH(QVariantMap, info);
+    QFETCH(QString, items);
+    Harness h(chatType, QStringLiteral("Ann"), row);
+    h.info.insert(5, info);
+    const QStringList actions = h.actions.overflowActions();
+    QStringList texts;
+    for (const QString &a : actions)
+        texts << h.actions.overflowActionText(a);
+    QCOMPARE(texts.join(QLatin1Char('|')), items);
+
+    // Each entry does what the information page's control does: the same
+    // confirmation, then the same command; search opens the search instead.
+    const QHash<QString, void (ChatActions::*)()> page = {
+        {QStringLiteral("mute_toggle"), &ChatActions::onChatInfoToggleNotifications},
+        {QStringLiteral("clear_history"), &ChatActions::onChatInfoClearHistory},
+        {QStringLiteral("leave"), &ChatActions::onChatInfoLeave},
+        {QStringLiteral("delete_chat"), &ChatActions::onChatInfoDeleteChat}};
+    QSignalSpy search(&h.actions, &ChatActions::searchRequested);
+    const auto outcome = [&h](const std::function<void()> &tap) -> QString {
+        h.lines.clear();
+        h.dialogs.clear();
+        tap();
+        for (const Request &r : qAsConst(h.dialogs))
+            h.actions.onChatActionDialogFinished(r.properties, 2);
+        return h.lines.join(QLatin1Char('|'));
+    };
+    for (const QString &a : actions) {
+        const QString viaMenu = outcome([&] { h.actions.onOverflowActionChosen(a); });
+        if (a == QLatin1String("search")) {
+            QCOMPARE(search.count(), 1);
+            QVERIFY(viaMenu.isEmpty());
+            continue;
+        }
+        QVERIFY2(page.contains(a), qPrintable(a));
+        QCOMPARE(viaMenu, outcome([&] { (h.actions.*page.value(a))(); }));
+        QVERIFY(viaMenu.endsWith(QLatin1String(" 5")));
+    }
 }
 
 QTEST_GUILESS_MAIN(TestChatDetails)

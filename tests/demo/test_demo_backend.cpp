@@ -413,7 +413,7 @@ private Q_SLOTS:
         QCOMPARE(ev_type(pinned), QStringLiteral("pinned_message"));
         const QList<QJsonObject> list = p.answers("pinned_list " + num(chatId) + " 100");
         QCOMPARE(ev_type(list.value(0)), QStringLiteral("pinned_list_begin"));
-        QCOMPARE(ev_type(list.value(1)), QStringLiteral("pinned_list_item"));
+        QCOMPARE(ev_type(list.value(1)), "pinned_list_item");
         QCOMPARE(ev_i64(list.value(1), "id"), ev_i64(pinned, "id"));
         QVERIFY(hasType(list, "pinned_list_end"));
         QCOMPARE(p.finish(), 0);
@@ -757,13 +757,16 @@ private Q_SLOTS:
         QCOMPARE(p.finish(), 0);
     }
 
-    // Without anything asked, people write, come and go, rename their groups
-    // and call; the burst makes a seeded stretch of that life happen at once.
+    // Without anything asked, people write, come and go, rename their groups,
+    // pin messages and call; the burst makes a seeded stretch of that life
+    // happen at once.
     void worldActivity()
     {
         const QString root = freshRoot();
         qint64 renamed = 0;
         QString lastTitle;
+        qint64 pinChat = 0;
+        QList<QJsonObject> pinList;
         {
             DemoProcess p(root);
             p.setEnv(QStringLiteral("DEMO_LIFE_BURST"), QStringLiteral("300"));
@@ -786,7 +789,23 @@ private Q_SLOTS:
             const QList<QJsonObject> titles = ofType(life, "chat_title");
             QVERIFY(!titles.isEmpty());
             renamed = ev_i64(titles.last(), "chat_id");
-            lastTitle = str(titles.last(), "title");
+            for (const QJsonObject &e : titles)
+                lastTitle = ev_i64(e, "chat_id") == renamed ? str(e, "title") : lastTitle;
+            // Pins change, and the list tells the same as the last change.
+            QList<QJsonObject> pinChanges = ofType(life, "pinned_message");
+            pinChanges += ofType(life, "pinned_none");
+            QVERIFY(!pinChanges.isEmpty());
+            pinChat = ev_i64(pinChanges.first(), "chat_id");
+            QJsonObject lastPin;
+            for (const QJsonObject &e : life)
+                if (ev_type(e).startsWith(QLatin1String("pinned_")) &&
+                    ev_i64(e, "chat_id") == pinChat)
+                    lastPin = e;
+            pinList = ofType(p.answers("pinned_list " + num(pinChat) + " 100"), "pinned_list_item");
+            if (ev_type(lastPin) == QLatin1String("pinned_none"))
+                QVERIFY(pinList.isEmpty());
+            else
+                QCOMPARE(ev_i64(pinList.value(0), "id"), ev_i64(lastPin, "id"));
             // The message went into the account.
             const QByteArray chatId = num(ev_i64(incoming, "chat_id"));
             QVERIFY(!findBy(p.history("history " + chatId + " 30"), "id", ev_i64(incoming, "id"))
@@ -797,6 +816,9 @@ private Q_SLOTS:
         DemoProcess again(root);
         QVERIFY(again.start());
         QCOMPARE(str(findBy(again.chats(1000), "id", renamed), "title"), lastTitle);
+        // So do the pins.
+        QCOMPARE(ofType(again.answers("pinned_list " + num(pinChat) + " 100"), "pinned_list_item"),
+                 pinList);
         QCOMPARE(again.finish(), 0);
     }
     void searchAndResolve()

@@ -558,12 +558,10 @@ void TestController::everySignalHasAReceiver()
     const QSet<QString> later = {
         // Media in the conversation: files, voice notes, viewers.
         "VoicePlayer::videoNotePlaybackStopRequested", "MessageItemProvider::videoNoteTapped",
-        // The chat's overflow menu and pinned messages.
-        "ChatScreen::moreRequested", "EventDispatcher::pinnedEvent",
         // The two-pane window follows what is in view; the chat list's own
-        // scroll state (the message list's drives its paging); message taps
-        // reach the item provider, not the list.
-        "ShellScreens::screenChanged", "ListView::atEndChanged",
+        // scroll state and the pinned list's (the message list's drives its
+        // paging); message taps reach the item provider, not the list.
+        "ShellScreens::screenChanged", "ListView::atEndChanged", "ListView::atBeginningChanged",
         "ListView::firstVisibleItemChanged", "ListView::triggered"};
     makeController();
     const QList<QObject *> parts = {m_spike->backendLink(),     m_spike->eventIntake(),

@@ -14,10 +14,12 @@
 #include <QImage>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPixmap>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -58,6 +60,35 @@ protected:
 private:
     qreal m_level = 0;
 };
+
+// A chevron pointing up or down, for the steps of the search and the pinned
+// list's toggle (the icon set has none).
+QIcon chevronIcon(bool up, const QColor &color)
+{
+    const int px = 96;
+    QPixmap pm(px, px);
+    pm.fill(Qt::transparent);
+    QPainter p(&pm);
+    p.setRenderHint(QPainter::Antialiasing);
+    QPen pen(color, px / 10.0, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
+    p.setPen(pen);
+    const qreal y0 = up ? px * 0.62 : px * 0.38, y1 = up ? px * 0.38 : px * 0.62;
+    const QPointF points[] = {{px * 0.25, y0}, {px * 0.5, y1}, {px * 0.75, y0}};
+    p.drawPolyline(points, 3);
+    return QIcon(pm);
+}
+
+QToolButton *chevronButton(const QString &objectName, float scale, QWidget *parent)
+{
+    auto *b = new QToolButton(parent);
+    b->setObjectName(objectName);
+    set_control_role(b, ControlRole::Icon);
+    b->setCursor(Qt::PointingHandCursor);
+    b->setFocusPolicy(Qt::NoFocus);
+    b->setFixedSize(scaled_px(72, scale), scaled_px(72, scale));
+    b->setIconSize(QSize(scaled_px(44, scale), scaled_px(44, scale)));
+    return b;
+}
 
 } // namespace
 
@@ -122,6 +153,88 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     announce(info, this, &ChatScreen::infoRequested);
     announce(more, this, &ChatScreen::moreRequested);
     v->addWidget(bar);
+
+    // Search in the loaded messages: field, status, older and newer, the
+    // offer to look further back, close.
+    m_searchBar = panel(QStringLiteral("chat_search_bar"), ThemeGroup::E, this);
+    auto *sh = new QHBoxLayout(m_searchBar);
+    sh->setContentsMargins(scaled_px(16, scale), scaled_px(8, scale), scaled_px(8, scale),
+                           scaled_px(8, scale));
+    sh->setSpacing(scaled_px(8, scale));
+    m_searchField = new QLineEdit(m_searchBar);
+    m_searchField->setObjectName(QStringLiteral("chat_search_field"));
+    set_control_role(m_searchField, ControlRole::Field);
+    m_searchField->setPlaceholderText(QStringLiteral("Search in this chat"));
+    m_searchField->setMaxLength(200);
+    m_searchField->installEventFilter(this);
+    connect(m_searchField, &QLineEdit::textEdited, this, &ChatScreen::searchTextChanged);
+    m_searchStatus = label(QString(), QStringLiteral("chat_search_status"), ThemeGroup::D,
+                           TextSize::Small, m_searchBar);
+    m_searchMore = button(QStringLiteral("Older"), QStringLiteral("chat_search_older_pages"),
+                          ControlRole::Plain, scale, m_searchBar);
+    m_searchMore->setFocusPolicy(Qt::NoFocus);
+    m_searchMore->setToolTip(QStringLiteral("Load older messages and search on"));
+    m_searchMore->setSizePolicy(QSizePolicy::Minimum, QSizePolicy::Fixed);
+    m_searchMore->hide();
+    m_searchOlder = chevronButton(QStringLiteral("chat_search_older"), scale, m_searchBar);
+    m_searchOlder->setToolTip(QStringLiteral("Older match (Enter)"));
+    m_searchNewer = chevronButton(QStringLiteral("chat_search_newer"), scale, m_searchBar);
+    m_searchNewer->setToolTip(QStringLiteral("Newer match (Shift+Enter)"));
+    auto *searchClose = iconButton(QStringLiteral("ic_close.png"),
+                                   QStringLiteral("chat_search_close"), scale, m_searchBar);
+    m_barIcons.append({searchClose, QStringLiteral("ic_close.png")});
+    sh->addWidget(m_searchField, 1);
+    sh->addWidget(m_searchStatus);
+    sh->addWidget(m_searchMore);
+    sh->addWidget(m_searchOlder);
+    sh->addWidget(m_searchNewer);
+    sh->addWidget(searchClose);
+    announce(m_searchOlder, this, &ChatScreen::searchNextRequested);
+    announce(m_searchNewer, this, &ChatScreen::searchPreviousRequested);
+    announce(m_searchMore, this, &ChatScreen::searchOlderRequested);
+    announce(searchClose, this, &ChatScreen::searchClosed);
+    m_searchBar->hide();
+    v->addWidget(m_searchBar);
+
+    // Pinned bar: a tap goes to the pinned message, the arrow opens the list.
+    m_pinnedBar = panel(QStringLiteral("pinned_bar"), ThemeGroup::A, this);
+    m_pinnedBar->setCursor(Qt::PointingHandCursor);
+    auto *ph = new QHBoxLayout(m_pinnedBar);
+    ph->setContentsMargins(scaled_px(16, scale), scaled_px(8, scale), scaled_px(8, scale),
+                           scaled_px(8, scale));
+    ph->setSpacing(scaled_px(16, scale));
+    auto *accent = new QWidget(m_pinnedBar);
+    accent->setObjectName(QStringLiteral("pinned_bar_accent"));
+    accent->setFixedWidth(scaled_px(6, scale));
+    accent->setStyleSheet(
+        QStringLiteral("background: #4ea4f6; border-radius: %1px;").arg(scaled_px(3, scale)));
+    auto *pinnedTexts = new QVBoxLayout;
+    pinnedTexts->setSpacing(0);
+    m_pinnedCaption = label(QStringLiteral("Pinned message"), QStringLiteral("pinned_caption"),
+                            ThemeGroup::H, TextSize::Small, m_pinnedBar);
+    m_pinnedLabel = label(QString(), QStringLiteral("pinned_text"), ThemeGroup::C,
+                          TextSize::Secondary, m_pinnedBar);
+    for (QLabel *l : {m_pinnedCaption, m_pinnedLabel}) {
+        l->setTextFormat(Qt::PlainText);
+        l->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    }
+    m_pinnedLabel->installEventFilter(this);
+    pinnedTexts->addWidget(m_pinnedCaption);
+    pinnedTexts->addWidget(m_pinnedLabel);
+    m_pinnedExpand = chevronButton(QStringLiteral("pinned_expand_button"), scale, m_pinnedBar);
+    m_pinnedExpand->setToolTip(QStringLiteral("All pinned messages"));
+    announce(m_pinnedExpand, this, &ChatScreen::pinnedExpandToggled);
+    ph->addWidget(accent);
+    ph->addLayout(pinnedTexts, 1);
+    ph->addWidget(m_pinnedExpand);
+    m_pinnedBar->installEventFilter(this);
+    m_pinnedBar->hide();
+    v->addWidget(m_pinnedBar);
+    m_pinnedListHost = panel(QStringLiteral("pinned_list_host"), ThemeGroup::A, this);
+    m_pinnedListLayout = new QVBoxLayout(m_pinnedListHost);
+    m_pinnedListLayout->setContentsMargins(0, 0, 0, 0);
+    m_pinnedListHost->setFixedHeight(0);
+    v->addWidget(m_pinnedListHost);
 
     // Selection bar, shown in selection mode above the list.
     m_selectionBar = panel(QStringLiteral("selection_bar"), ThemeGroup::E, this);
@@ -249,6 +362,9 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     ch->addWidget(m_composer, 1);
     ch->addWidget(m_action, 0, Qt::AlignBottom);
     v->addWidget(comp);
+    m_pinnedExpand->setIcon(chevronIcon(false, m_iconColor));
+    m_searchOlder->setIcon(chevronIcon(true, m_iconColor));
+    m_searchNewer->setIcon(chevronIcon(false, m_iconColor));
 }
 
 void ChatScreen::setTitle(const QString &title)
@@ -362,6 +478,75 @@ void ChatScreen::setRecordProgress(int seconds, qreal level)
     static_cast<LevelBar *>(m_recordLevel)->setLevel(level);
 }
 
+void ChatScreen::setPinnedBar(bool visible, const QString &caption, const QString &text,
+                              bool expanded)
+{
+    m_fullPinned = text;
+    m_pinnedCaption->setText(caption);
+    elide(m_pinnedLabel, text);
+    m_pinnedExpanded = expanded;
+    m_pinnedExpand->setIcon(chevronIcon(expanded, m_iconColor));
+    m_pinnedBar->setVisible(visible);
+}
+
+bool ChatScreen::isPinnedBarVisible() const
+{
+    return !m_pinnedBar->isHidden();
+}
+
+void ChatScreen::setPinnedListView(QWidget *view)
+{
+    m_pinnedListLayout->addWidget(view);
+}
+
+void ChatScreen::setPinnedListVisible(bool visible, int rows, int rowHeight)
+{
+    // Room for a few rows; the list scrolls beyond them.
+    // Closed, the list keeps no height rather than being hidden: rows that
+    // come while it is closed then draw when it opens, also on a zoomed
+    // screen where the window repaints only what reports a change.
+    m_pinnedListHost->setFixedHeight(
+        visible && rows > 0 ? qMin(rows, kPinnedListRows) * qMax(1, rowHeight) : 0);
+}
+
+bool ChatScreen::isPinnedListVisible() const
+{
+    return m_pinnedListHost->maximumHeight() > 0 && !m_pinnedListHost->isHidden();
+}
+
+void ChatScreen::setSearchVisible(bool visible)
+{
+    if (visible == !m_searchBar->isHidden()) {
+        if (visible)
+            m_searchField->setFocus(Qt::OtherFocusReason);
+        return;
+    }
+    m_searchBar->setVisible(visible);
+    if (visible) {
+        m_searchField->clear();
+        m_searchField->setFocus(Qt::OtherFocusReason);
+    } else {
+        setSearchStatus(QString(), false, false);
+        focusComposer();
+    }
+}
+
+bool ChatScreen::isSearchVisible() const
+{
+    return !m_searchBar->isHidden();
+}
+
+void ChatScreen::setSearchStatus(const QString &status, bool offerOlder, bool waiting)
+{
+    m_searchStatus->setText(waiting ? QStringLiteral("Searching…") : status);
+    m_searchMore->setVisible(offerOlder && !waiting);
+}
+
+QString ChatScreen::searchStatus() const
+{
+    return m_searchStatus->text();
+}
+
 void ChatScreen::setAvatar(qint64 chatId, const QString &title, const QString &avatarPath)
 {
     const int px = m_avatar->width();
@@ -397,6 +582,10 @@ void ChatScreen::setDarkTheme(bool dark)
     // dark there. An action that does not apply is drawn faint in both.
     const QColor on = dark ? QColor(Qt::white) : QColor(0x55, 0x5b, 0x63);
     const QColor off = dark ? QColor(0x7a, 0x80, 0x88) : QColor(0xc4, 0xc8, 0xcc);
+    m_iconColor = on;
+    m_pinnedExpand->setIcon(chevronIcon(m_pinnedExpanded, on));
+    m_searchOlder->setIcon(chevronIcon(true, on));
+    m_searchNewer->setIcon(chevronIcon(false, on));
     for (const auto &[button, name] : qAsConst(m_barIcons)) {
         QIcon icon;
         icon.addPixmap(QPixmap::fromImage(tinted_osicon(name, on)), QIcon::Normal);
@@ -418,12 +607,18 @@ void ChatScreen::focusComposer()
 
 void ChatScreen::keyPressEvent(QKeyEvent *event)
 {
+    if (event->matches(QKeySequence::Find)) {
+        Q_EMIT searchRequested();
+        return;
+    }
     if (event->key() != Qt::Key_Escape) {
         QWidget::keyPressEvent(event);
         return;
     }
     // The innermost thing the user started is cancelled first.
-    if (!m_editBar->isHidden())
+    if (!m_searchBar->isHidden())
+        Q_EMIT searchClosed();
+    else if (!m_editBar->isHidden())
         Q_EMIT editCancelled();
     else if (!m_replyBar->isHidden())
         Q_EMIT replyCancelled();
@@ -474,7 +669,32 @@ bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
         Q_EMIT infoRequested();
         return true;
     }
+    if (event->type() == QEvent::MouseButtonRelease &&
+        (watched == m_pinnedBar || watched == m_pinnedLabel) &&
+        static_cast<QMouseEvent *>(event)->button() == Qt::LeftButton) {
+        Q_EMIT pinnedBarTapped();
+        return true;
+    }
+    if (watched == m_searchField && event->type() == QEvent::KeyPress) {
+        auto *key = static_cast<QKeyEvent *>(event);
+        const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
+        const bool shift = key->modifiers() & Qt::ShiftModifier;
+        if ((enter && !shift) || key->key() == Qt::Key_Up) {
+            Q_EMIT searchNextRequested();
+            return true;
+        }
+        if ((enter && shift) || key->key() == Qt::Key_Down) {
+            Q_EMIT searchPreviousRequested();
+            return true;
+        }
+        if (key->key() == Qt::Key_Escape) {
+            Q_EMIT searchClosed();
+            return true;
+        }
+    }
     if (event->type() == QEvent::Resize) {
+        if (watched == m_pinnedLabel)
+            elide(m_pinnedLabel, m_fullPinned);
         if (watched == m_title)
             elide(m_title, m_fullTitle);
         else if (watched == m_replyLabel)
@@ -486,6 +706,10 @@ bool ChatScreen::eventFilter(QObject *watched, QEvent *event)
     }
     if (watched == m_composer && event->type() == QEvent::KeyPress) {
         auto *key = static_cast<QKeyEvent *>(event);
+        if (key->matches(QKeySequence::Find)) {
+            Q_EMIT searchRequested();
+            return true;
+        }
         const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
         if (enter && !(key->modifiers() & Qt::ShiftModifier)) {
             Q_EMIT sendRequested();

@@ -2,13 +2,16 @@
 
 #include "conversation/voice_record_gesture.h"
 
+#include <QColor>
 #include <QList>
 #include <QString>
 #include <QWidget>
 
 class QKeyEvent;
 class QLabel;
+class QLineEdit;
 class QPlainTextEdit;
+class QPushButton;
 class QToolButton;
 class QVBoxLayout;
 
@@ -63,6 +66,25 @@ public:
     // Elapsed time and the microphone's level (0..1) while recording.
     void setRecordProgress(int seconds, qreal level);
 
+    // The pinned bar under the header: a caption ("Pinned message 2 of 3")
+    // over the message's preview, and the control that opens the list.
+    void setPinnedBar(bool visible, const QString &caption, const QString &text, bool expanded);
+    bool isPinnedBarVisible() const;
+    QString pinnedText() const { return m_fullPinned; }
+    // The list of all pinned messages, shown below the bar with room for
+    // up to kPinnedListRows rows of rowHeight pixels.
+    static constexpr int kPinnedListRows = 4;
+    void setPinnedListView(QWidget *view);
+    void setPinnedListVisible(bool visible, int rows, int rowHeight);
+    bool isPinnedListVisible() const;
+
+    // The search bar over the list: the field, "3 of 17", the steps and the
+    // offer to look further back.
+    void setSearchVisible(bool visible);
+    bool isSearchVisible() const;
+    void setSearchStatus(const QString &status, bool offerOlder, bool waiting);
+    QString searchStatus() const;
+
 Q_SIGNALS:
     void backRequested();
     void infoRequested();
@@ -84,6 +106,16 @@ Q_SIGNALS:
     void selectionReplyRequested();
     void selectionForwardRequested();
     void selectionDeleteRequested();
+    void pinnedBarTapped();
+    void pinnedExpandToggled();
+    // Ctrl+F: search this chat's messages.
+    void searchRequested();
+    void searchTextChanged(const QString &text);
+    // Enter or Up: an older match; Shift+Enter or Down: a newer one.
+    void searchNextRequested();
+    void searchPreviousRequested();
+    void searchOlderRequested();
+    void searchClosed();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -127,4 +159,19 @@ private:
     QPlainTextEdit *m_composer = nullptr;
     QToolButton *m_action = nullptr;
     bool m_settingText = false;
+    QWidget *m_pinnedBar = nullptr;
+    QLabel *m_pinnedCaption = nullptr;
+    QLabel *m_pinnedLabel = nullptr;
+    QToolButton *m_pinnedExpand = nullptr;
+    bool m_pinnedExpanded = false;
+    QColor m_iconColor = Qt::white;
+    QString m_fullPinned;
+    QWidget *m_pinnedListHost = nullptr;
+    QVBoxLayout *m_pinnedListLayout = nullptr;
+    QWidget *m_searchBar = nullptr;
+    QLineEdit *m_searchField = nullptr;
+    QLabel *m_searchStatus = nullptr;
+    QToolButton *m_searchOlder = nullptr;
+    QToolButton *m_searchNewer = nullptr;
+    QPushButton *m_searchMore = nullptr;
 };

@@ -820,7 +820,13 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
     auto *textInline = child<QLabel>(item, "msg_text_inline");
     // Links in the theme's link colour (a style sheet would override the
     // label's palette).
-    QString html = message_rich_text(body);
+    // A search in the chat marks its matches; the current one stands out.
+    const QString query = listView ? listView->property("ui_search_query").toString() : QString();
+    const bool currentMatch =
+        !query.isEmpty() &&
+        listView->property("ui_search_current_id").toLongLong() == id64(data, "id");
+    QString html = message_rich_text_marked(
+        body, query, currentMatch ? QStringLiteral("#ff9f1a") : QStringLiteral("#ffe36e"));
     html.replace(QLatin1String("<a href="),
                  QStringLiteral("<a style=\"color:%1\" href=")
                      .arg(dark ? QStringLiteral("#8ac8ff") : QStringLiteral("#165fc0")));

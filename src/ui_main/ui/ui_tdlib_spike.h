@@ -26,6 +26,9 @@ class FilePicker;
 class MessageActions;
 class ChatActions;
 class MessageItemProvider;
+class MessageSearch;
+class PinnedItemProvider;
+class PinnedMessages;
 class MessageRowModel;
 class VoiceRecordGesture;
 class SystemDialog;
@@ -91,6 +94,9 @@ public:
     MessageActions *messageActions() const { return m_actions; }
     ChatActions *chatActions() const { return m_chatActions; }
     MessageItemProvider *messageItems() const { return m_messageItems; }
+    PinnedMessages *pinnedMessages() const { return m_pinned; }
+    ListView *pinnedListView() const { return m_pinnedListView; }
+    MessageSearch *messageSearch() const { return m_search; }
     FilePicker *filePicker() const { return m_filePicker; }
     VoiceRecordGesture *voiceGesture() const { return m_voiceGesture; }
     PhoneWindow *window() const { return m_window.get(); }
@@ -194,6 +200,10 @@ private:
     // Message actions: the menu, selection mode and their dialogs.
     void connectMessageActions();
     void connectChatActions();
+    void connectPinnedAndSearch();
+    void updatePinnedPanelLayout();
+    void showOverflowMenu();
+    void onSearchStateChanged();
     void updateChatInfoFromModel();
     // The hold-to-record action button and its panel.
     void connectVoiceRecording();
@@ -264,6 +274,11 @@ private:
     QPointer<SystemUiDialog> m_actionDialog;
     QPointer<SystemDialog> m_chatActionDialog;
     VoiceRecordGesture *m_voiceGesture = nullptr;
+    ArrayDataModel *m_pinnedRows = nullptr;
+    PinnedMessages *m_pinned = nullptr;
+    ListView *m_pinnedListView = nullptr; // owned by the chat screen
+    PinnedItemProvider *m_pinnedItems = nullptr;
+    MessageSearch *m_search = nullptr;
     bool m_autoOpenDone = false;
     QPointer<SystemDialog> m_updateDialog;
     ChatFilterModel *m_chatFilter = nullptr;

@@ -12,8 +12,11 @@
 #include "conversation/composer.h"
 #include "conversation/message_actions.h"
 #include "conversation/message_row_model.h"
+#include "conversation/message_search.h"
+#include "conversation/pinned_messages.h"
 #include "conversation/ui/chat_screen.h"
 #include "conversation/ui/message_item_provider.h"
+#include "conversation/ui/pinned_item_provider.h"
 #include "conversation/voice_record_gesture.h"
 #include "events/event_dispatcher.h"
 #include "media/media_downloads.h"
@@ -67,6 +70,19 @@ void UiTdlibSpike::buildConversation()
     m_chatActions = new ChatActions(
         m_session, m_chats, m_clipboard.get(),
         [this](qint64 chatId) { return m_dispatcher->chatInfo(chatId); }, this);
+
+    m_pinnedRows = new ArrayDataModel(this);
+    m_pinned = new PinnedMessages(m_pinnedRows, this);
+    m_pinnedListView = new ListView;
+    m_pinnedListView->setObjectName(QStringLiteral("pinned_list_view"));
+    m_pinnedListView->setFrameShape(QFrame::NoFrame);
+    set_background_group(m_pinnedListView, ThemeGroup::A);
+    m_pinnedListView->setProperty("ui_dark_theme", m_darkTheme);
+    m_pinnedItems = new PinnedItemProvider(m_uiScale, this);
+    m_pinnedListView->setDataModel(m_pinnedRows);
+    m_pinnedListView->setListItemProvider(m_pinnedItems);
+    m_chatScreen->setPinnedListView(m_pinnedListView);
+    m_search = new MessageSearch(m_messageRows, this);
 }
 
 void UiTdlibSpike::connectConversation()
@@ -245,6 +261,7 @@ void UiTdlibSpike::connectConversation()
     connect(m_chatScreen, &ChatScreen::backRequested, this, &UiTdlibSpike::onBackToChats);
     connectMessageActions();
     connectChatActions();
+    connectPinnedAndSearch();
     connectVoiceRecording();
     // The chat list is complete (and sign-in done, or the app back in front):
     // the moment to open a chat asked for from outside.
@@ -444,6 +461,117 @@ void UiTdlibSpike::connectChatActions()
                 m_chatActionDialog = dialog;
                 dialog->show();
             });
+}
+
+void UiTdlibSpike::connectPinnedAndSearch()
+{
+    // Pinned messages: the bar and the list follow the events of the open
+    // chat; a tap goes through the conversation's jump search.
+    connect(m_dispatcher, &EventDispatcher::pinnedEvent, m_pinned, &PinnedMessages::handleEvent);
+    connect(m_pinned, &PinnedMessages::sendLineRequested, this,
+            [this](const QString &line) { sendLine(line); });
+    connect(m_pinned, &PinnedMessages::jumpRequested, m_session, &ChatSession::jumpToMessage);
+    connect(m_pinned, &PinnedMessages::layoutChanged, this, &UiTdlibSpike::updatePinnedPanelLayout);
+    connect(m_chatScreen, &ChatScreen::pinnedBarTapped, m_pinned,
+            &PinnedMessages::onPinnedBarTapped);
+    connect(m_chatScreen, &ChatScreen::pinnedExpandToggled, m_pinned,
+            &PinnedMessages::onTogglePinnedExpand);
+    connect(m_pinnedListView, &ListView::triggered, m_pinned, [this](const QVariantList &path) {
+        m_pinned->onPinnedItemTapped(path.value(0, -1).toInt());
+    });
+    connect(m_pinnedRows, &QAbstractItemModel::rowsInserted, this,
+            &UiTdlibSpike::updatePinnedPanelLayout);
+
+    // The overflow menu, and search in the loaded messages.
+    connect(m_chatScreen, &ChatScreen::moreRequested, this, &UiTdlibSpike::showOverflowMenu);
+    connect(m_chatActions, &ChatActions::searchRequested, m_search, &MessageSearch::open);
+    connect(m_chatScreen, &ChatScreen::searchRequested, m_search, [this] {
+        if (m_session->chatId() != 0)
+            m_search->open();
+    });
+    connect(m_chatScreen, &ChatScreen::searchTextChanged, m_search, &MessageSearch::setQuery);
+    connect(m_chatScreen, &ChatScreen::searchNextRequested, m_search, &MessageSearch::next);
+    connect(m_chatScreen, &ChatScreen::searchPreviousRequested, m_search, &MessageSearch::previous);
+    connect(m_chatScreen, &ChatScreen::searchOlderRequested, m_search, &MessageSearch::searchOlder);
+    connect(m_chatScreen, &ChatScreen::searchClosed, m_search, &MessageSearch::close);
+    connect(m_search, &MessageSearch::stateChanged, this, &UiTdlibSpike::onSearchStateChanged);
+    connect(m_search, &MessageSearch::currentChanged, m_session, &ChatSession::jumpToMessage);
+    connect(m_search, &MessageSearch::loadOlderRequested, this, [this] {
+        if (m_session->loadOlderPage())
+            return;
+        if (m_session->noMoreHistory())
+            m_search->setOlderAvailable(false);
+        else
+            m_search->onOlderPageLoaded();
+    });
+    connect(m_session, &ChatSession::olderPageInserted, m_search,
+            [this] { m_search->onOlderPageLoaded(); });
+    connect(m_session, &ChatSession::noMoreHistoryReached, m_search,
+            [this] { m_search->setOlderAvailable(false); });
+    // Another chat: no pins and no search carried over.
+    connect(m_session, &ChatSession::chatOpened, this, [this](qint64 chatId) {
+        m_pinned->setChatId(chatId);
+        m_search->close();
+        m_search->setOlderAvailable(true);
+    });
+    connect(m_session, &ChatSession::chatClosed, this, [this] {
+        m_pinned->setChatId(0);
+        m_search->close();
+    });
+}
+
+void UiTdlibSpike::updatePinnedPanelLayout()
+{
+    m_chatScreen->setPinnedBar(m_pinned->isBarVisible(), m_pinned->barCaption(),
+                               m_pinned->barText(), m_pinned->isExpanded());
+    const bool listVisible = m_pinned->isBarVisible() && m_pinned->isExpanded();
+    m_chatScreen->setPinnedListVisible(listVisible, m_pinnedRows->size(),
+                                       listVisible ? m_pinnedItems->rowHeight(m_pinnedListView)
+                                                   : 0);
+}
+
+void UiTdlibSpike::onSearchStateChanged()
+{
+    m_chatScreen->setSearchVisible(m_search->isActive());
+    m_chatScreen->setSearchStatus(m_search->statusText(), m_search->isOlderOffered(),
+                                  m_search->isWaitingForOlder());
+    // The bubbles mark the matches; the current one stands out.
+    const QString query = m_search->isActive() ? m_search->query() : QString();
+    const qint64 current = m_search->currentMessageId();
+    if (m_messageListView->property("ui_search_query").toString() != query ||
+        m_messageListView->property("ui_search_current_id").toLongLong() != current) {
+        m_messageListView->setProperty("ui_search_query", query);
+        m_messageListView->setProperty("ui_search_current_id", current);
+        m_messageListView->updateVisibleItems();
+    }
+}
+
+void UiTdlibSpike::showOverflowMenu()
+{
+    const QStringList actions = m_chatActions->overflowActions();
+    if (actions.isEmpty())
+        return;
+    QStringList items;
+    for (const QString &action : actions)
+        items << m_chatActions->overflowActionText(action);
+    if (m_actionDialog) {
+        m_actionDialog->cancel();
+        m_actionDialog->deleteLater();
+    }
+    auto *list = new SystemListDialog(m_window->screenHost());
+    list->setObjectName(QStringLiteral("chat_overflow_dialog"));
+    list->setTitle(m_chatScreen->title());
+    list->setItems(items);
+    list->setCancelLabel(QStringLiteral("Cancel"));
+    connect(list, &SystemUiDialog::finished, this, [this, list, actions](int result) {
+        const int index = list->selectedIndices().value(0, -1);
+        list->deleteLater();
+        // A tapped row is the answer.
+        if (result == 2 && index >= 0 && index < actions.size())
+            m_chatActions->onOverflowActionChosen(actions.at(index));
+    });
+    m_actionDialog = list;
+    list->show();
 }
 
 void UiTdlibSpike::connectVoiceRecording()
