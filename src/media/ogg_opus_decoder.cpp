@@ -106,104 +106,166 @@ bool handle_packet(DecodeState &st, const QByteArray &packet, QFile &out, QStrin
 
 } // namespace
 
-bool decodeOgaOpusToWav(OpusLib &opus, const QString &inputPath, const QString &outputPath,
-                        QString *errorOut)
+struct OggOpusToWav::Private
 {
-    // The loop reads its own failure back; the caller's copy is written once at the end.
-    QString error;
-    const auto done = [&](bool ok) {
-        if (errorOut)
-            *errorOut = error;
-        return ok;
-    };
     DecodeState st;
-    st.api = opus.ensure_opus_dyn_api_loaded();
-    if (!st.api) {
-        error = QStringLiteral("opus: libkelOpus is missing");
-        return done(false);
-    }
-    QFile in(inputPath);
-    if (!in.open(QIODevice::ReadOnly)) {
-        error = QStringLiteral("opus: cannot open input");
-        return done(false);
-    }
-    QFile out(outputPath);
-    if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        error = QStringLiteral("opus: cannot open output");
-        return done(false);
-    }
-    if (out.write(QByteArray(44, '\0')) != 44) {
-        error = QStringLiteral("opus: write wav header failed");
-        return done(false);
-    }
-
-    st.samples.resize(11520);
+    QFile in;
+    QFile out;
     QByteArray packet;
-    packet.reserve(4096);
+    QByteArray payload;
+    bool atEnd = false;
+    QString error;
+};
+
+OggOpusToWav::OggOpusToWav(OpusLib &opus) : m_opus(opus), d(new Private) {}
+
+OggOpusToWav::~OggOpusToWav()
+{
+    if (d->st.decoder)
+        d->st.api->opus_decoder_destroy(d->st.decoder);
+}
+
+qint64 OggOpusToWav::decodedBytes() const
+{
+    return d->st.dataBytes;
+}
+
+bool OggOpusToWav::atEnd() const
+{
+    return d->atEnd;
+}
+
+bool OggOpusToWav::fail(const QString &text, QString *error)
+{
+    d->error = text;
+    d->atEnd = true;
+    if (error)
+        *error = text;
+    return false;
+}
+
+bool OggOpusToWav::open(const QString &inputPath, const QString &outputPath, qint64 expectedBytes,
+                        QString *error)
+{
+    d->st.api = m_opus.ensure_opus_dyn_api_loaded();
+    if (!d->st.api)
+        return fail(QStringLiteral("opus: libkelOpus is missing"), error);
+    d->in.setFileName(inputPath);
+    if (!d->in.open(QIODevice::ReadOnly))
+        return fail(QStringLiteral("opus: cannot open input"), error);
+    d->out.setFileName(outputPath);
+    if (!d->out.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return fail(QStringLiteral("opus: cannot open output"), error);
+    // A player that opens the file while it fills reads this header; the
+    // real size goes in when the decoding ends.
+    const QByteArray header = expectedBytes > 0
+                                  ? wav_header(1, quint32(qMin<qint64>(expectedBytes, 0x7fff0000)))
+                                  : QByteArray(44, '\0');
+    if (d->out.write(header) != 44)
+        return fail(QStringLiteral("opus: write wav header failed"), error);
+    if (expectedBytes > 0 && !d->out.resize(44 + expectedBytes))
+        return fail(QStringLiteral("opus: write wav header failed"), error);
+    d->st.samples.resize(11520);
+    d->packet.reserve(4096);
+    return true;
+}
+
+bool OggOpusToWav::step(int maxPages, QString *error)
+{
+    DecodeState &st = d->st;
     char header[27];
     unsigned char lacing[255];
-    QByteArray payload;
-
-    while (!in.atEnd()) {
-        const qint64 got = in.read(header, 27);
-        if (got == 0)
-            break;
-        if (got != 27) {
-            error = QStringLiteral("opus: truncated ogg page header");
+    for (int page = 0; page < maxPages; ++page) {
+        if (d->in.atEnd()) {
+            d->atEnd = true;
             break;
         }
-        if (memcmp(header, "OggS", 4) != 0) {
-            error = QStringLiteral("opus: invalid ogg capture pattern");
+        const qint64 got = d->in.read(header, 27);
+        if (got == 0) {
+            d->atEnd = true;
             break;
         }
+        if (got != 27)
+            return fail(QStringLiteral("opus: truncated ogg page header"), error);
+        if (memcmp(header, "OggS", 4) != 0)
+            return fail(QStringLiteral("opus: invalid ogg capture pattern"), error);
         const int segments = quint8(header[26]);
-        if (in.read(reinterpret_cast<char *>(lacing), segments) != segments) {
-            error = QStringLiteral("opus: truncated ogg segment table");
-            break;
-        }
+        if (d->in.read(reinterpret_cast<char *>(lacing), segments) != segments)
+            return fail(QStringLiteral("opus: truncated ogg segment table"), error);
         int payloadSize = 0;
         for (int i = 0; i < segments; ++i)
             payloadSize += lacing[i];
-        payload.resize(payloadSize);
-        if (in.read(payload.data(), payloadSize) != payloadSize) {
-            error = QStringLiteral("opus: truncated ogg payload");
-            break;
-        }
+        d->payload.resize(payloadSize);
+        if (d->in.read(d->payload.data(), payloadSize) != payloadSize)
+            return fail(QStringLiteral("opus: truncated ogg payload"), error);
         int pos = 0;
-        for (int i = 0; i < segments && error.isEmpty(); ++i) {
+        for (int i = 0; i < segments; ++i) {
             const int v = lacing[i];
             if (v > 0) {
-                if (packet.size() + v > kMaxOggOpusPacketBytes) {
-                    error = QStringLiteral("opus: packet too large");
-                    break;
-                }
-                packet.append(payload.constData() + pos, v);
+                if (d->packet.size() + v > kMaxOggOpusPacketBytes)
+                    return fail(QStringLiteral("opus: packet too large"), error);
+                d->packet.append(d->payload.constData() + pos, v);
                 pos += v;
             }
             if (v < 255) {
-                handle_packet(st, packet, out, &error);
-                packet.resize(0); // keeps the reserved capacity
+                QString text;
+                if (!handle_packet(st, d->packet, d->out, &text))
+                    return fail(text, error);
+                d->packet.resize(0); // keeps the reserved capacity
             }
         }
-        if (!error.isEmpty())
-            break;
     }
+    return true;
+}
 
-    if (st.decoder)
-        st.api->opus_decoder_destroy(st.decoder);
-    if (!error.isEmpty())
-        return done(false);
-    if (st.dataBytes < 1) {
-        error = QStringLiteral("opus: no decoded audio");
-        return done(false);
+bool OggOpusToWav::finish(QString *error)
+{
+    if (!d->error.isEmpty()) {
+        if (error)
+            *error = d->error;
+        return false;
     }
-    if (!out.seek(0) || out.write(wav_header(st.channels, quint32(st.dataBytes))) != 44) {
-        error = QStringLiteral("opus: patch wav header failed");
-        return done(false);
-    }
-    if (!out.flush()) {
-        error = QStringLiteral("opus: patch wav header failed");
-        return done(false);
-    }
-    return done(true);
+    if (d->st.dataBytes < 1)
+        return fail(QStringLiteral("opus: no decoded audio"), error);
+    if (!d->out.seek(0) ||
+        d->out.write(wav_header(d->st.channels, quint32(d->st.dataBytes))) != 44 ||
+        !d->out.resize(44 + d->st.dataBytes) || !d->out.flush())
+        return fail(QStringLiteral("opus: patch wav header failed"), error);
+    return true;
+}
+
+qint64 oggOpusEstimatedPcmBytes(const QString &path)
+{
+    // The last page's granule position counts the samples up to its end
+    // (with or without the pre-skip): enough to size a file that is played
+    // while it fills.
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return 0;
+    const qint64 tail = qMin<qint64>(f.size(), 65536);
+    if (!f.seek(f.size() - tail))
+        return 0;
+    const QByteArray data = f.read(tail);
+    const int at = data.lastIndexOf("OggS");
+    if (at < 0 || at + 14 > data.size())
+        return 0;
+    qint64 granule = 0;
+    for (int i = 7; i >= 0; --i)
+        granule = (granule << 8) | quint8(data.at(at + 6 + i));
+    // Channels are not known here: one channel, as voice notes are.
+    return granule > 0 && granule < (qint64(1) << 40) ? granule * 2 : 0;
+}
+
+bool decodeOgaOpusToWav(OpusLib &opus, const QString &inputPath, const QString &outputPath,
+                        QString *errorOut)
+{
+    OggOpusToWav decoder(opus);
+    QString error;
+    bool ok = decoder.open(inputPath, outputPath, 0, &error);
+    while (ok && !decoder.atEnd())
+        ok = decoder.step(64, &error);
+    ok = ok && decoder.finish(&error);
+    if (errorOut)
+        *errorOut = error;
+    return ok;
 }

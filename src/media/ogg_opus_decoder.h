@@ -2,6 +2,8 @@
 
 #include <QString>
 
+#include <memory>
+
 class OpusLib;
 
 // Largest packet the reader assembles from continued lacing values; a file
@@ -13,3 +15,37 @@ constexpr int kMaxOggOpusPacketBytes = 1024 * 1024;
 // otherwise error holds the reason. The output is not removed on failure.
 bool decodeOgaOpusToWav(OpusLib &opus, const QString &inputPath, const QString &outputPath,
                         QString *error);
+
+// The same conversion in steps, so that a long voice note can start playing
+// from the WAV while the rest is decoded on later turns of the event loop.
+class OggOpusToWav
+{
+public:
+    explicit OggOpusToWav(OpusLib &opus);
+    ~OggOpusToWav();
+    OggOpusToWav(const OggOpusToWav &) = delete;
+    OggOpusToWav &operator=(const OggOpusToWav &) = delete;
+
+    // expectedBytes > 0 writes a header for that much PCM and reserves the
+    // file's length, so that a player reading it meanwhile sees the whole
+    // duration; 0 writes a blank header.
+    bool open(const QString &inputPath, const QString &outputPath, qint64 expectedBytes,
+              QString *error);
+    // Decodes up to maxPages Ogg pages; false with error set on bad input.
+    bool step(int maxPages, QString *error);
+    bool atEnd() const;
+    qint64 decodedBytes() const;
+    // Writes the real header and cuts the file to what was decoded.
+    bool finish(QString *error);
+
+private:
+    bool fail(const QString &text, QString *error);
+
+    struct Private;
+    OpusLib &m_opus;
+    std::unique_ptr<Private> d;
+};
+
+// Mono PCM bytes the file will decode to, from its last page's granule
+// position; 0 when unknown.
+qint64 oggOpusEstimatedPcmBytes(const QString &path);

@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QTimer>
 #include <QUrl>
 #include <QVariant>
 
@@ -29,6 +30,23 @@ VoicePlayer::VoicePlayer(OpusLib &opus, MediaDownloads *downloads, const QString
 {
     m_factory = [](QObject *p) -> MediaPlayer * { return new QtMediaPlayer(p); };
 }
+
+// What plays first while the rest of a long note is decoded: a second is a
+// few milliseconds of decoding.
+constexpr qint64 kHeadBytes = 2 * 96000;
+// Ogg pages per turn of the event loop (about a second of a voice note).
+constexpr int kPagesPerSlice = 8;
+
+struct VoicePlayer::Conversion
+{
+    explicit Conversion(OpusLib &opus) : decoder(opus) {}
+    OggOpusToWav decoder;
+    long long fileId = 0;
+    QString part;
+    QString wav;
+};
+
+VoicePlayer::~VoicePlayer() = default;
 
 QString VoicePlayer::wavFolder() const
 {
@@ -105,24 +123,104 @@ QString VoicePlayer::ensureWavForVoiceFile(long long fileId, const QString &path
     return wav;
 }
 
+QString VoicePlayer::startWavForVoiceFile(long long fileId, const QString &path)
+{
+    const QString folder = wavFolder();
+    QDir().mkpath(folder);
+    const QString wav =
+        folder + QLatin1Char('/') + QString::number(fileId) + QStringLiteral(".wav");
+    const QFileInfo fi(wav);
+    if (fi.exists() && fi.isFile() && fi.size() >= 45)
+        return wav;
+    // One conversion at a time; an earlier one is finished first (it has
+    // at most a second left).
+    if (m_conversion) {
+        if (m_conversion->fileId == fileId)
+            return m_conversion->part;
+        while (m_conversion && !m_conversion->decoder.atEnd())
+            continueConversion();
+        if (m_conversion)
+            finishConversion();
+    }
+    // A partial file is never trusted later: only the finished one is
+    // renamed to the cached name.
+    auto c = std::make_unique<Conversion>(m_opus);
+    c->fileId = fileId;
+    c->wav = wav;
+    c->part = wav + QStringLiteral(".part");
+    m_services.log(QStringLiteral("voice: decoding opus->wav file_id=%1\n").arg(fileId));
+    QString error;
+    bool ok = c->decoder.open(path, c->part, oggOpusEstimatedPcmBytes(path), &error);
+    while (ok && !c->decoder.atEnd() && c->decoder.decodedBytes() < kHeadBytes)
+        ok = c->decoder.step(1, &error);
+    if (!ok) {
+        m_services.log(QStringLiteral("voice: decode failed: %1\n").arg(error));
+        QFile::remove(c->part);
+        return QString();
+    }
+    m_conversion = std::move(c);
+    if (m_conversion->decoder.atEnd()) {
+        finishConversion();
+        return QFileInfo::exists(wav) ? wav : QString();
+    }
+    QTimer::singleShot(0, this, &VoicePlayer::continueConversion);
+    return m_conversion->part;
+}
+
+void VoicePlayer::continueConversion()
+{
+    if (!m_conversion)
+        return;
+    QString error;
+    if (!m_conversion->decoder.step(kPagesPerSlice, &error))
+        m_services.log(QStringLiteral("voice: decode failed: %1\n").arg(error));
+    if (m_conversion->decoder.atEnd())
+        finishConversion();
+    else
+        QTimer::singleShot(0, this, &VoicePlayer::continueConversion);
+}
+
+void VoicePlayer::finishConversion()
+{
+    std::unique_ptr<Conversion> c = std::move(m_conversion);
+    QString error;
+    // A note that breaks off midway plays up to there but is not cached.
+    if (!c->decoder.finish(&error)) {
+        m_services.log(QStringLiteral("voice: decode failed: %1\n").arg(error));
+        QFile::remove(c->part);
+        return;
+    }
+    QFile::remove(c->wav);
+    if (!QFile::rename(c->part, c->wav)) {
+        m_services.log(QStringLiteral("voice: rename wav tmp failed\n"));
+        QFile::remove(c->part);
+        return;
+    }
+    if (m_playingPaths.contains(c->part))
+        m_playingPaths.replace(m_playingPaths.indexOf(c->part), c->wav);
+}
+
+void VoicePlayer::prepare()
+{
+    if (m_player)
+        return;
+    m_player = m_factory(this);
+    m_player->setAudioOutput(true);
+    m_player->setVideoOutput(false);
+    m_player->setStatusInterval(200);
+    m_player->setVolume(1.0);
+    connect(m_player, &MediaPlayer::mediaStateChanged, this,
+            &VoicePlayer::onVoiceMediaStateChanged);
+    connect(m_player, &MediaPlayer::durationChanged, this, &VoicePlayer::onVoiceDurationChanged);
+    connect(m_player, &MediaPlayer::positionChanged, this, &VoicePlayer::onVoicePositionChanged);
+    connect(m_player, &MediaPlayer::error, this, &VoicePlayer::onVoiceError);
+}
+
 void VoicePlayer::startVoicePlayback(long long fileId, const QString &path)
 {
     if (fileId < 1 || !is_regular_file(path))
         return;
-    if (!m_player) {
-        m_player = m_factory(this);
-        m_player->setAudioOutput(true);
-        m_player->setVideoOutput(false);
-        m_player->setStatusInterval(200);
-        m_player->setVolume(1.0);
-        connect(m_player, &MediaPlayer::mediaStateChanged, this,
-                &VoicePlayer::onVoiceMediaStateChanged);
-        connect(m_player, &MediaPlayer::durationChanged, this,
-                &VoicePlayer::onVoiceDurationChanged);
-        connect(m_player, &MediaPlayer::positionChanged, this,
-                &VoicePlayer::onVoicePositionChanged);
-        connect(m_player, &MediaPlayer::error, this, &VoicePlayer::onVoiceError);
-    }
+    prepare();
 
     if (fileId == m_playingFileId) {
         if (m_player->mediaState() == MediaPlayer::Started)
@@ -147,7 +245,7 @@ void VoicePlayer::startVoicePlayback(long long fileId, const QString &path)
     const QString lower = path.toLower();
     if (lower.endsWith(QLatin1String(".oga")) || lower.endsWith(QLatin1String(".ogg")) ||
         lower.endsWith(QLatin1String(".opus"))) {
-        playPath = ensureWavForVoiceFile(fileId, path);
+        playPath = startWavForVoiceFile(fileId, path);
         if (playPath.isEmpty()) {
             m_services.log(
                 QStringLiteral("voice: opus decode unavailable; cannot play this file\n"));

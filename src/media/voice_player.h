@@ -8,8 +8,10 @@
 #include <QStringList>
 
 #include <functional>
+#include <memory>
 
 class MediaDownloads;
+class OggOpusToWav;
 class MediaPlayer;
 class OpusLib;
 
@@ -28,12 +30,16 @@ public:
     VoicePlayer(OpusLib &opus, MediaDownloads *downloads, const QString &mediaCacheDir,
                 const MediaServices &services, QObject *listView, QObject *parent = nullptr);
 
+    ~VoicePlayer() override;
     void setListView(QObject *listView) { m_listView = listView; }
     // The player is created on first use; the default is QtMediaPlayer.
     void setPlayerFactory(const PlayerFactory &factory) { m_factory = factory; }
     // Known local media paths by file id (filled from "file" events).
     void setLocalPathLookup(const LocalPathLookup &lookup) { m_lookup = lookup; }
 
+    // Creates the platform player ahead of the first tap: the media
+    // framework's first start takes over a second.
+    void prepare();
     void startVoicePlayback(long long fileId, const QString &path);
     void onVoiceTapped(const QString &path, long long fileId);
     void stopVoicePlayback();
@@ -41,6 +47,12 @@ public:
     // The cached WAV for an Ogg Opus voice file, decoding it when needed;
     // empty when it cannot be made.
     QString ensureWavForVoiceFile(long long fileId, const QString &path);
+    // The WAV to play at once: the cached one, or a partial file whose first
+    // seconds are decoded and whose rest is decoded on later turns of the
+    // event loop (then it becomes the cached one). Empty when the file
+    // cannot be decoded.
+    QString startWavForVoiceFile(long long fileId, const QString &path);
+    bool isConverting() const { return m_conversion != nullptr; }
 
     long long playingFileId() const { return m_playingFileId; }
     // The voice file playing (or paused) and the WAV made of it; empty when
@@ -83,6 +95,11 @@ private:
     MediaPlayer *m_player = nullptr;
     long long m_playingFileId = 0;
     QStringList m_playingPaths;
+    // The conversion that runs while its note plays.
+    struct Conversion;
+    std::unique_ptr<Conversion> m_conversion;
+    void continueConversion();
+    void finishConversion();
     long long m_pendingFileId = 0;
     unsigned int m_positionMs = 0;
     unsigned int m_durationMs = 0;

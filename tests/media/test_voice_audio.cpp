@@ -186,6 +186,44 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(sinkInputs(format), 0, 5000);
     }
 
+    // A long note starts from its first decoded seconds; the rest is decoded
+    // while it plays and only the finished file becomes the cached one. A note
+    // cut off midway plays what it has and is not cached.
+    void longNotePlaysWhileItConverts_data()
+    {
+        QTest::addColumn<bool>("cut");
+        QTest::newRow("whole") << false;
+        QTest::newRow("cut off") << true;
+    }
+    void longNotePlaysWhileItConverts()
+    {
+        QFETCH(bool, cut);
+        QString error;
+        const QString wavIn = path("long-in.wav"), note = path(cut ? "cut.ogg" : "long.ogg");
+        QVERIFY(write_tone_wav(wavIn, 440, 20.0, 48000, 1));
+        QVERIFY2(encode_wav_to_voice_ogg(m_opus, wavIn, note, &error), qPrintable(error));
+        if (cut) {
+            QFile f(note);
+            QVERIFY(f.resize(f.size() / 2 + 7));
+        } else {
+            QVERIFY(decodeOgaOpusToWav(m_opus, note, path("long-oneshot.wav"), &error));
+        }
+        const qint64 id = cut ? 22 : 21;
+        const QString cached = cacheDir() + QStringLiteral("/voice-wav/%1.wav").arg(id);
+        QObject view;
+        VoicePlayer player(m_opus, nullptr, cacheDir(), m_rec.services(), &view);
+        player.startVoicePlayback(id, note);
+        QVERIFY(player.isConverting());
+        QVERIFY(!QFileInfo::exists(cached));
+        QTRY_COMPARE_WITH_TIMEOUT(state(view), 2, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!player.isConverting(), 10000);
+        QVERIFY(!QFileInfo::exists(cached + QStringLiteral(".part")));
+        QCOMPARE(QFileInfo::exists(cached), !cut);
+        if (!cut)
+            QCOMPARE(test_util::readAll(cached), test_util::readAll(path("long-oneshot.wav")));
+        player.stopVoicePlayback();
+    }
+
     void tapTogglesPauseAndPlay()
     {
         QObject view;

@@ -69,7 +69,9 @@ void ToastOverlay::place()
     const int h =
         m_label->hasHeightForWidth() ? m_label->heightForWidth(w) : m_label->sizeHint().height();
     const int x = (m_host->width() - w) / 2;
-    const int y = m_host->height() - h - m_host->height() / 8;
+    // Above the composer and the record panel under it, which a toast
+    // would otherwise cover while the user is recording or typing.
+    const int y = m_host->height() - h - m_host->height() / 4;
     m_label->setGeometry(x, qMax(0, y), w, h);
 }
 

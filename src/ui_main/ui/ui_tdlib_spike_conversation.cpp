@@ -38,6 +38,7 @@
 
 #include <QDateTime>
 #include <QFileInfo>
+#include <QTimer>
 
 void UiTdlibSpike::buildConversation()
 {
@@ -635,6 +636,9 @@ void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVari
     // Whatever played or downloaded for the chat being left stops with it.
     m_voicePlayer->stopVoicePlayback();
     m_downloads->setFilePendingFileId(0);
+    // The media framework starts in the background once, after the chat is
+    // drawn, so that the first tap on a voice note plays at once.
+    QTimer::singleShot(500, m_voicePlayer, &VoicePlayer::prepare);
 
     const QString avatarPath = chatRow.value(QStringLiteral("avatar_path")).toString();
     m_chatScreen->setTitle(title);
