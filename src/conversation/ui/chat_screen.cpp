@@ -197,7 +197,7 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     v->addWidget(m_searchBar);
 
     // Pinned bar: a tap goes to the pinned message, the arrow opens the list.
-    m_pinnedBar = panel(QStringLiteral("pinned_bar"), ThemeGroup::A, this);
+    m_pinnedBar = panel(QStringLiteral("pinned_bar"), ThemeGroup::E, this);
     m_pinnedBar->setCursor(Qt::PointingHandCursor);
     auto *ph = new QHBoxLayout(m_pinnedBar);
     ph->setContentsMargins(scaled_px(16, scale), scaled_px(8, scale), scaled_px(8, scale),
@@ -230,7 +230,7 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     m_pinnedBar->installEventFilter(this);
     m_pinnedBar->hide();
     v->addWidget(m_pinnedBar);
-    m_pinnedListHost = panel(QStringLiteral("pinned_list_host"), ThemeGroup::A, this);
+    m_pinnedListHost = panel(QStringLiteral("pinned_list_host"), ThemeGroup::E, this);
     m_pinnedListLayout = new QVBoxLayout(m_pinnedListHost);
     m_pinnedListLayout->setContentsMargins(0, 0, 0, 0);
     m_pinnedListHost->setFixedHeight(0);
