@@ -42,6 +42,7 @@ struct VoicePlayer::Conversion
     explicit Conversion(OpusLib &opus) : decoder(opus) {}
     OggOpusToWav decoder;
     long long fileId = 0;
+    int generation = 0;
     QString part;
     QString wav;
 };
@@ -97,30 +98,14 @@ void VoicePlayer::replaceFileId(long long &slot, long long fileId, const char *p
 
 QString VoicePlayer::ensureWavForVoiceFile(long long fileId, const QString &path)
 {
-    const QString folder = wavFolder();
-    QDir().mkpath(folder);
-    const QString wav =
-        folder + QLatin1Char('/') + QString::number(fileId) + QStringLiteral(".wav");
-    const QFileInfo fi(wav);
-    if (fi.exists() && fi.isFile() && fi.size() >= 45)
+    const QString wav = startWavForVoiceFile(fileId, path);
+    if (!m_conversion || m_conversion->fileId != fileId)
         return wav;
-
-    const QString tmp = wav + QStringLiteral(".tmp");
-    QFile::remove(tmp);
-    m_services.log(QStringLiteral("voice: decoding opus->wav file_id=%1\n").arg(fileId));
-    QString error;
-    if (!decodeOgaOpusToWav(m_opus, path, tmp, &error)) {
-        m_services.log(QStringLiteral("voice: decode failed: %1\n").arg(error));
-        QFile::remove(tmp);
-        return QString();
+    while (m_conversion && !stepConversion()) {
     }
-    QFile::remove(wav);
-    if (!QFile::rename(tmp, wav)) {
-        m_services.log(QStringLiteral("voice: rename wav tmp failed\n"));
-        QFile::remove(tmp);
-        return QString();
-    }
-    return wav;
+    const QString cached =
+        wavFolder() + QLatin1Char('/') + QString::number(fileId) + QStringLiteral(".wav");
+    return QFileInfo::exists(cached) ? cached : QString();
 }
 
 QString VoicePlayer::startWavForVoiceFile(long long fileId, const QString &path)
@@ -137,10 +122,8 @@ QString VoicePlayer::startWavForVoiceFile(long long fileId, const QString &path)
     if (m_conversion) {
         if (m_conversion->fileId == fileId)
             return m_conversion->part;
-        while (m_conversion && !m_conversion->decoder.atEnd())
-            continueConversion();
-        if (m_conversion)
-            finishConversion();
+        while (m_conversion && !stepConversion()) {
+        }
     }
     // A partial file is never trusted later: only the finished one is
     // renamed to the cached name.
@@ -163,21 +146,31 @@ QString VoicePlayer::startWavForVoiceFile(long long fileId, const QString &path)
         finishConversion();
         return QFileInfo::exists(wav) ? wav : QString();
     }
-    QTimer::singleShot(0, this, &VoicePlayer::continueConversion);
+    const int generation = ++m_conversionGeneration;
+    m_conversion->generation = generation;
+    QTimer::singleShot(0, this, [this, generation] { continueConversion(generation); });
     return m_conversion->part;
 }
 
-void VoicePlayer::continueConversion()
+bool VoicePlayer::stepConversion()
 {
-    if (!m_conversion)
-        return;
     QString error;
     if (!m_conversion->decoder.step(kPagesPerSlice, &error))
         m_services.log(QStringLiteral("voice: decode failed: %1\n").arg(error));
-    if (m_conversion->decoder.atEnd())
-        finishConversion();
-    else
-        QTimer::singleShot(0, this, &VoicePlayer::continueConversion);
+    if (!m_conversion->decoder.atEnd())
+        return false;
+    finishConversion();
+    return true;
+}
+
+void VoicePlayer::continueConversion(int generation)
+{
+    // One chain of turns per conversion: a turn left over from a conversion
+    // that was finished early does nothing.
+    if (!m_conversion || m_conversion->generation != generation)
+        return;
+    if (!stepConversion())
+        QTimer::singleShot(0, this, [this, generation] { continueConversion(generation); });
 }
 
 void VoicePlayer::finishConversion()

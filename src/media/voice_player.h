@@ -98,7 +98,10 @@ private:
     // The conversion that runs while its note plays.
     struct Conversion;
     std::unique_ptr<Conversion> m_conversion;
-    void continueConversion();
+    int m_conversionGeneration = 0;
+    // One slice of decoding; true when the conversion ended with it.
+    bool stepConversion();
+    void continueConversion(int generation);
     void finishConversion();
     long long m_pendingFileId = 0;
     unsigned int m_positionMs = 0;
