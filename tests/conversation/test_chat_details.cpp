@@ -73,9 +73,9 @@ void TestChatDetails::confirm_data()
 {
     // "action|chat type|title|dialog title|body|confirm label|command"; no
     // dialog title means no dialog.
-    QTest::addColumn<QString>("spec");
-    const auto row = [](const char *name, const char *spec) {
-        QTest::newRow(name) << QString::fromUtf8(spec);
+    QTest::addColumn<QString>("testCase");
+    const auto row = [](const char *name, const char *testCase) {
+        QTest::newRow(name) << QString::fromUtf8(testCase);
     };
     row("clear", "clear_history|private| Ann |Clear history|Clear history in \"Ann\"?|Clear|"
                  "clear_history 5");
@@ -96,8 +96,8 @@ void TestChatDetails::confirm_data()
 
 void TestChatDetails::confirm()
 {
-    QFETCH(QString, spec);
-    const QStringList f = spec.split(QLatin1Char('|'));
+    QFETCH(QString, testCase);
+    const QStringList f = testCase.split(QLatin1Char('|'));
     const QString action = f.value(0), dialogTitle = f.value(3), line = f.value(6);
 
     Harness h(f.value(1), f.value(2));
@@ -161,8 +161,10 @@ static QString describe(const ChatActions::Page &p)
 void TestChatDetails::page_data()
 {
     // "chat type|chat row fields|info record|the page (see describe)"
-    QTest::addColumn<QString>("spec");
-    const auto row = [](const char *name, const char *spec) { QTest::newRow(name) << spec; };
+    QTest::addColumn<QString>("testCase");
+    const auto row = [](const char *name, const char *testCase) {
+        QTest::newRow(name) << testCase;
+    };
     row("private, nothing known", "private|||Private chat;Unknown;link=-");
     row("private with phone", "private|muted_known=true|phone=15550001 about=Hi is_member=false|"
                               "Private chat;On;about=Hi;phone=+15550001;link=-");
@@ -179,8 +181,8 @@ void TestChatDetails::page_data()
 
 void TestChatDetails::page()
 {
-    QFETCH(QString, spec);
-    const QStringList f = spec.split(QLatin1Char('|'));
+    QFETCH(QString, testCase);
+    const QStringList f = testCase.split(QLatin1Char('|'));
     Harness h(f.value(0), QStringLiteral("Ann"), fields(f.value(1)));
     if (!f.value(2).isEmpty())
         h.info.insert(5, fields(f.value(2)));

@@ -568,8 +568,10 @@ void TestMessageActions::reactionChip_data()
 {
     // "chips before|chat's list (- not said)|tapped|line sent|chips after";
     // no line: refused with a toast.
-    QTest::addColumn<QString>("spec");
-    const auto row = [](const char *name, const char *spec) { QTest::newRow(name) << spec; };
+    QTest::addColumn<QString>("testCase");
+    const auto row = [](const char *name, const char *testCase) {
+        QTest::newRow(name) << testCase;
+    };
     row("own taken back", "👍:3:1|-|👍|react 5 10 👍 remove|👍:2:0");
     row("someone else's joined", "🔥:1:0|-|🔥|react 5 10 🔥 add|🔥:2:1");
     row("own, though the chat no longer allows it", "🔥:1:1|🎉|🔥|react 5 10 🔥 remove|");
@@ -580,8 +582,8 @@ void TestMessageActions::reactionChip_data()
 
 void TestMessageActions::reactionChip()
 {
-    QFETCH(QString, spec);
-    const QStringList f = spec.split(QLatin1Char('|'));
+    QFETCH(QString, testCase);
+    const QStringList f = testCase.split(QLatin1Char('|'));
     Harness h;
     if (f.at(1) != QLatin1String("-")) {
         h.info.insert(QStringLiteral("available_reactions_all"), false);

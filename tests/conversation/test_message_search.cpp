@@ -6,10 +6,10 @@
 namespace {
 
 // "id:text,id:text" oldest first, as the message model holds them.
-QList<QVariantMap> messages(const QString &spec)
+QList<QVariantMap> messages(const QString &testCase)
 {
     QList<QVariantMap> rows;
-    for (const QString &part : spec.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+    for (const QString &part : testCase.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
         const int colon = part.indexOf(QLatin1Char(':'));
         rows.append({{QStringLiteral("id"), part.left(colon)},
                      {QStringLiteral("text"), part.mid(colon + 1)}});
