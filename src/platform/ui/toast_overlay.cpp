@@ -64,8 +64,12 @@ void ToastOverlay::place()
         return;
     const int maxWidth = m_host->width() * 8 / 10;
     m_label->setMaximumWidth(qMax(1, maxWidth));
-    m_label->adjustSize();
-    int w = qMin(m_label->sizeHint().width(), maxWidth);
+    // A wrapping label asks for a narrow width; a short toast stays on one
+    // line, a long one wraps at the cap.
+    m_label->setWordWrap(false);
+    const int natural = m_label->sizeHint().width();
+    m_label->setWordWrap(true);
+    const int w = qMin(natural, maxWidth);
     const int h =
         m_label->hasHeightForWidth() ? m_label->heightForWidth(w) : m_label->sizeHint().height();
     const int x = (m_host->width() - w) / 2;
