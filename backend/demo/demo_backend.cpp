@@ -895,11 +895,7 @@ void DemoBackend::addPeerReaction(int ci, qint64 messageId, const QString &emoji
     if (!findMessage(ci, messageId, &m))
         return;
     QJsonArray list = m.reactions;
-    QJsonObject r;
-    r.insert(QStringLiteral("emoji"), emoji);
-    r.insert(QStringLiteral("count"), 1);
-    r.insert(QStringLiteral("chosen"), false);
-    list.append(r);
+    list.append(demo_reaction(emoji, 1, false));
     setReactions(ci, messageId, list);
     emitEvent(demo_event::message_reactions(chat(ci).id, messageId, list));
 }
@@ -1357,13 +1353,8 @@ void DemoBackend::cmdReact(const DemoCommand &cmd)
         }
         list.append(r);
     }
-    if (!found && mode == QLatin1String("add")) {
-        QJsonObject r;
-        r.insert(QStringLiteral("emoji"), emoji);
-        r.insert(QStringLiteral("count"), 1);
-        r.insert(QStringLiteral("chosen"), true);
-        list.append(r);
-    }
+    if (!found && mode == QLatin1String("add"))
+        list.append(demo_reaction(emoji, 1, true));
     setReactions(ci, id, list);
     emitEvent(demo_event::message_reactions(c.id, id, list));
     emitEvent(demo_event::reaction_ok(c.id, id, mode, emoji));

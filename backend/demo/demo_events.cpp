@@ -345,22 +345,28 @@ QJsonObject history_clear(qint64 chatId, int gen)
     return o;
 }
 
-QJsonObject pinned_message(const DemoMessage &m)
+namespace {
+
+// A pinned message as the bar and the list both take it.
+QJsonObject pinned(const char *type, const DemoMessage &m)
 {
-    QJsonObject o = withChat("pinned_message", m.chatId);
+    QJsonObject o = withChat(type, m.chatId);
     o.insert(QStringLiteral("id"), m.id);
     o.insert(QStringLiteral("text"), m.text);
     o.insert(QStringLiteral("content_type"), m.contentType);
     return o;
 }
 
+} // namespace
+
+QJsonObject pinned_message(const DemoMessage &m)
+{
+    return pinned("pinned_message", m);
+}
+
 QJsonObject pinned_list_item(const DemoMessage &m)
 {
-    QJsonObject o = withChat("pinned_list_item", m.chatId);
-    o.insert(QStringLiteral("id"), m.id);
-    o.insert(QStringLiteral("content_type"), m.contentType);
-    o.insert(QStringLiteral("text"), m.text);
-    return o;
+    return pinned("pinned_list_item", m);
 }
 
 QJsonObject message_new(const DemoMessage &m)

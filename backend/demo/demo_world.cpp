@@ -4,6 +4,13 @@
 
 #include <QJsonObject>
 
+QJsonObject demo_reaction(const QString &emoji, int count, bool chosen)
+{
+    return {{QStringLiteral("emoji"), emoji},
+            {QStringLiteral("count"), count},
+            {QStringLiteral("chosen"), chosen}};
+}
+
 quint64 demo_mix(quint64 x)
 {
     // splitmix64 finaliser: cheap and well spread, good enough for a demo.
@@ -585,13 +592,10 @@ DemoMessage DemoWorld::generateMessage(const DemoChat &chat, qint64 id, qint64 e
             if (used.contains(e))
                 continue;
             used << e;
-            QJsonObject r;
             const bool chosen = rng.chance(30);
             const int others = chat.peerUserId != 0 ? (chosen ? 0 : 1) : rng.below(12);
-            r.insert(QStringLiteral("emoji"), e);
-            r.insert(QStringLiteral("count"), others + (chosen ? 1 : 0) + (others == 0 && !chosen));
-            r.insert(QStringLiteral("chosen"), chosen);
-            m.reactions.append(r);
+            m.reactions.append(
+                demo_reaction(e, others + (chosen ? 1 : 0) + (others == 0 && !chosen), chosen));
         }
     }
     return m;

@@ -2,6 +2,7 @@
 
 #include <QHash>
 #include <QJsonArray>
+#include <QJsonObject>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -12,6 +13,9 @@
 // tests can rely on it. Whatever the user changes lives in DemoStore.
 
 quint64 demo_mix(quint64 x);
+
+// One reaction under a message, as the events carry it.
+QJsonObject demo_reaction(const QString &emoji, int count, bool chosen);
 
 class DemoRng
 {

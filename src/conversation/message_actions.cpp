@@ -641,14 +641,7 @@ void MessageActions::showForwardDialog(const QList<qint64> &messageIds, bool exi
             ids.append(id);
         }
     }
-    if (ids.isEmpty()) {
-        toast(QStringLiteral("Cannot forward selected messages"));
-        return;
-    }
-    if (ids.size() < messageIds.size()) {
-        toast(QStringLiteral("Some messages can't be forwarded"));
-    }
-    openForwardPicker(ids, exitSelection);
+    forwardAllowed(ids, messageIds.size(), exitSelection);
 }
 
 void MessageActions::showForwardDialogHeuristic(const QList<qint64> &messageIds, bool exitSelection)
@@ -661,11 +654,16 @@ void MessageActions::showForwardDialogHeuristic(const QList<qint64> &messageIds,
             ids.append(id);
         }
     }
+    forwardAllowed(ids, messageIds.size(), exitSelection);
+}
+
+void MessageActions::forwardAllowed(const QList<qint64> &ids, int asked, bool exitSelection)
+{
     if (ids.isEmpty()) {
         toast(QStringLiteral("Cannot forward selected messages"));
         return;
     }
-    if (ids.size() < messageIds.size()) {
+    if (ids.size() < asked) {
         toast(QStringLiteral("Some messages can't be forwarded"));
     }
     openForwardPicker(ids, exitSelection);

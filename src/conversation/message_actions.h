@@ -155,6 +155,8 @@ private:
     void onPropertiesFailed(qint64 messageId);
     void onMessagesRemoved(const QList<qint64> &ids);
     void onChatChanged();
+    // ids: those of the asked ones that may go; refuses or warns about the rest.
+    void forwardAllowed(const QList<qint64> &ids, int asked, bool exitSelection);
     void openForwardPicker(const QList<qint64> &ids, bool exitSelection);
     void openMenu(qint64 messageId, const QStringList &actions);
     // chatAvailableReactionEmojis without its log line.

@@ -101,10 +101,9 @@ QString VoicePlayer::ensureWavForVoiceFile(long long fileId, const QString &path
     const QString wav = startWavForVoiceFile(fileId, path);
     if (!m_conversion || m_conversion->fileId != fileId)
         return wav;
+    const QString cached = m_conversion->wav;
     while (m_conversion && !stepConversion()) {
     }
-    const QString cached =
-        wavFolder() + QLatin1Char('/') + QString::number(fileId) + QStringLiteral(".wav");
     return QFileInfo::exists(cached) ? cached : QString();
 }
 

@@ -3,8 +3,8 @@
 // small VP8 file made by ffmpeg, frames delivered to a video surface and
 // converted to images in software. No GL driver may be mapped meanwhile.
 #include "platform/gl_integration.h"
+#include "platform/software_video_surface.h"
 
-#include <QAbstractVideoSurface>
 #include <QApplication>
 #include <QFile>
 #include <QLabel>
@@ -16,34 +16,6 @@
 #include <QVideoSurfaceFormat>
 
 namespace {
-
-// Shows the frames it is given in a label, painted in software as the
-// client's widgets are, and keeps them.
-class FrameSink : public QAbstractVideoSurface
-{
-public:
-    explicit FrameSink(QLabel *view) : m_view(view) {}
-    QList<QVideoFrame::PixelFormat>
-    supportedPixelFormats(QAbstractVideoBuffer::HandleType type) const override
-    {
-        if (type != QAbstractVideoBuffer::NoHandle)
-            return {};
-        return {QVideoFrame::Format_RGB32,   QVideoFrame::Format_ARGB32, QVideoFrame::Format_BGR32,
-                QVideoFrame::Format_YUV420P, QVideoFrame::Format_YV12,   QVideoFrame::Format_NV12,
-                QVideoFrame::Format_UYVY,    QVideoFrame::Format_YUYV};
-    }
-    bool present(const QVideoFrame &frame) override
-    {
-        const QImage image = frame.image();
-        if (!image.isNull()) {
-            m_images << image;
-            m_view->setPixmap(QPixmap::fromImage(image));
-        }
-        return true;
-    }
-    QLabel *m_view;
-    QList<QImage> m_images;
-};
 
 bool glDriverMapped(QString *which)
 {
@@ -94,7 +66,11 @@ private Q_SLOTS:
         view.resize(64, 48);
         view.show();
         QVERIFY(QTest::qWaitForWindowExposed(&view));
-        FrameSink sink(&view);
+        QList<QImage> frames;
+        SoftwareVideoSurface sink([&](const QImage &frame) {
+            frames << frame;
+            view.setPixmap(QPixmap::fromImage(frame));
+        });
         QMediaPlayer player;
         player.setVideoOutput(&sink);
         player.setMuted(true);
@@ -108,8 +84,8 @@ private Q_SLOTS:
         QCOMPARE(player.error(), QMediaPlayer::NoError);
 
         // Ten frames in the clip; a sink may drop a late one, not most of them.
-        QVERIFY2(sink.m_images.size() >= 5, qPrintable(QString::number(sink.m_images.size())));
-        const QImage last = sink.m_images.last();
+        QVERIFY2(frames.size() >= 5, qPrintable(QString::number(frames.size())));
+        const QImage last = frames.last();
         QCOMPARE(last.size(), QSize(64, 48));
         const QColor centre = last.pixelColor(32, 24);
         QVERIFY2(qAbs(centre.red() - expected.red()) < 40 &&

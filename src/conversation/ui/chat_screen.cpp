@@ -496,6 +496,8 @@ bool ChatScreen::isPinnedBarVisible() const
 
 void ChatScreen::setPinnedListView(QWidget *view)
 {
+    // The list sits on the pinned bar's panel.
+    set_background_group(view, ThemeGroup::E);
     m_pinnedListLayout->addWidget(view);
 }
 

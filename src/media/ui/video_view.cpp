@@ -1,6 +1,7 @@
 #include "media/ui/video_view.h"
 
-#include <QAbstractVideoSurface>
+#include "platform/software_video_surface.h"
+
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMediaContent>
@@ -23,32 +24,6 @@ QString clockText(qint64 ms)
 }
 
 } // namespace
-
-// Takes the decoder's frames as images in memory.
-class VideoFrameSurface : public QAbstractVideoSurface
-{
-public:
-    explicit VideoFrameSurface(VideoView *view) : QAbstractVideoSurface(view), m_view(view) {}
-    QList<QVideoFrame::PixelFormat>
-    supportedPixelFormats(QAbstractVideoBuffer::HandleType type) const override
-    {
-        if (type != QAbstractVideoBuffer::NoHandle)
-            return {};
-        return {QVideoFrame::Format_RGB32,   QVideoFrame::Format_ARGB32, QVideoFrame::Format_BGR32,
-                QVideoFrame::Format_YUV420P, QVideoFrame::Format_YV12,   QVideoFrame::Format_NV12,
-                QVideoFrame::Format_UYVY,    QVideoFrame::Format_YUYV};
-    }
-    bool present(const QVideoFrame &frame) override
-    {
-        const QImage image = frame.image();
-        if (!image.isNull())
-            m_view->showFrame(image);
-        return true;
-    }
-
-private:
-    VideoView *m_view;
-};
 
 // The picture area: the frame fitted, black around it.
 class VideoView::Picture : public QWidget
@@ -85,7 +60,7 @@ VideoView::VideoView(QWidget *parent) : QWidget(parent)
 {
     setObjectName(QStringLiteral("video_view"));
     m_player = new QMediaPlayer(this);
-    m_surface = new VideoFrameSurface(this);
+    m_surface = new SoftwareVideoSurface([this](const QImage &frame) { showFrame(frame); }, this);
     m_player->setVideoOutput(m_surface);
     m_player->setNotifyInterval(200);
 

@@ -7,7 +7,7 @@ class QLabel;
 class QMediaPlayer;
 class QSlider;
 class QToolButton;
-class VideoFrameSurface;
+class SoftwareVideoSurface;
 
 // A video played full size: the picture, a play/pause button, a seek bar
 // and "position / duration". Frames arrive as images and are painted in
@@ -39,14 +39,13 @@ Q_SIGNALS:
     void failed(const QString &message);
 
 private:
-    friend class VideoFrameSurface;
     class Picture;
     void showFrame(const QImage &frame);
     void updateControls();
 
     QString m_path;
     QMediaPlayer *m_player = nullptr;
-    VideoFrameSurface *m_surface = nullptr;
+    SoftwareVideoSurface *m_surface = nullptr;
     Picture *m_picture = nullptr;
     QToolButton *m_play = nullptr;
     QSlider *m_seek = nullptr;

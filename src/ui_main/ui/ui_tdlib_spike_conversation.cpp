@@ -77,7 +77,6 @@ void UiTdlibSpike::buildConversation()
     m_pinnedListView = new ListView;
     m_pinnedListView->setObjectName(QStringLiteral("pinned_list_view"));
     m_pinnedListView->setFrameShape(QFrame::NoFrame);
-    set_background_group(m_pinnedListView, ThemeGroup::E);
     m_pinnedListView->setProperty("ui_dark_theme", m_darkTheme);
     m_pinnedItems = new PinnedItemProvider(m_uiScale, this);
     m_pinnedListView->setDataModel(m_pinnedRows);
