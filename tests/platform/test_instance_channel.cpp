@@ -31,7 +31,6 @@ private Q_SLOTS:
     void urlsFromAnotherProcess_data()
     {
         QTest::addColumn<QString>("url"); // empty: asks for the window only
-        QTest::newRow("tg link") << "tg://resolve?domain=someone";
         QTest::newRow("unicode") << QString::fromUtf8("tg://msg?text=h\xc3\xa9llo");
         QTest::newRow("empty") << "";
     }

@@ -26,9 +26,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("how");
         QTest::addColumn<int>("result");
+        // The list answers by tap and confirm in listChoice.
         const QStringList rows{"dialog confirm 2", "dialog cancel 3", "dialog escape 3",
-                               "dialog custom 4",  "list confirm 2",  "list escape 3",
-                               "prompt enter 2",   "prompt custom 4", "window confirm 2"};
+                               "dialog custom 4",  "prompt enter 2",  "window confirm 2"};
         for (const QString &r : rows)
             QTest::newRow(qPrintable(r))
                 << r.section(' ', 0, 0) << r.section(' ', 1, 1) << r.section(' ', 2).toInt();
@@ -40,9 +40,7 @@ private Q_SLOTS:
         QFETCH(QString, how);
         QFETCH(int, result);
         QPointer<SystemUiDialog> d;
-        if (kind == "list")
-            d = new SystemListDialog(&m_host);
-        else if (kind == "prompt")
+        if (kind == "prompt")
             d = new SystemPrompt(&m_host);
         else
             d = new SystemDialog("OK", "Cancel", kind == "window" ? nullptr : &m_host);
