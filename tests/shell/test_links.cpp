@@ -110,7 +110,6 @@ void TestLinks::links_data()
              "tap|https://t.me/vexa_archive/123||resolve vexa_archive||123",
              "tap|t.me/joinchat/AbC|https://t.me/joinchat/AbC|||0",
              "tap|example.org||||0",
-             "tap|ftp://example.org/f||||0",
              "tap|file:///etc/passwd||||0",
          })
         QTest::newRow(row) << QString::fromUtf8(row).split('|');

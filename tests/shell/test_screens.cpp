@@ -166,9 +166,6 @@ private Q_SLOTS:
         QTest::newRow("info from the chat and back")
             << QStringList{"chat", "info", "info back"}
             << QList<S>{S::Conversation, S::ChatInfo, S::Conversation};
-        QTest::newRow("photo viewer returns to the chat")
-            << QStringList{"chat", "photo", "photo back"}
-            << QList<S>{S::Conversation, S::Photo, S::Conversation};
     }
     void navigation()
     {
@@ -183,8 +180,6 @@ private Q_SLOTS:
             {"chat", [&] { s.showScreen(ShellScreens::Screen::Conversation); }},
             {"info", [&] { s.showScreen(ShellScreens::Screen::ChatInfo); }},
             {"info back", [&] { Q_EMIT s.chatInfoScreen()->backRequested(); }},
-            {"photo", [&] { s.showScreen(ShellScreens::Screen::Photo); }},
-            {"photo back", [&] { Q_EMIT s.photoViewer()->backRequested(); }},
         };
         for (int i = 0; i < steps.size(); ++i) {
             intents.value(steps.at(i))();
@@ -226,7 +221,7 @@ private Q_SLOTS:
         QCOMPARE(shot.pixel(2, 2) | 0xFF000000, theme_color(ThemeGroup::A, dark));
         QCOMPARE(shot.pixel(4, shot.height() - 4) | 0xFF000000, theme_color(ThemeGroup::E, dark));
     }
-    void sizesFollowScaleAndPhotoViewer()
+    void sizesFollowScale()
     {
         ShellScreens small(true, 1.0f);
         ShellScreens big(true, 2.0f);
@@ -237,15 +232,6 @@ private Q_SLOTS:
             return h;
         };
         QCOMPARE(tallestBar(big), 2 * tallestBar(small));
-
-        QTemporaryDir dir;
-        QString path;
-        solidPng(dir, QStringLiteral("p.png"), Qt::red, &path);
-        small.showScreen(ShellScreens::Screen::Photo);
-        QVERIFY(showOnScreen(small));
-        QVERIFY(small.photoViewer()->showPhoto(path));
-        QVERIFY(!small.photoViewer()->showPhoto(dir.filePath(QStringLiteral("missing.png"))));
-        QVERIFY(!small.videoViewer()->showPhoto(path));
     }
     // What a profile puts into the menu's card, starting from another profile
     // that had a photo: "name|username|phone|photo file" and the texts shown,

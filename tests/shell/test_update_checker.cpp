@@ -183,8 +183,8 @@ private Q_SLOTS:
         // The manifest's {HTTPS}, {HTTP}, {SIZE} and {SHA} become the servers'
         // addresses and the package's size and checksum; an empty one is not
         // served (404). Setup words: "https-down" (nothing listens),
-        // "untrusted" (certificate not trusted), "drop-https" and "drop-both"
-        // (package cut short), "hold-manifest" and "hold-package" (the answer
+        // "untrusted" (certificate not trusted), "drop-both" (package cut
+        // short over both), "hold-manifest" and "hold-package" (the answer
         // waits while the user asks again), "decline" (the question's answer),
         // "no-folder" (a file stands where the downloads folder belongs),
         // "folder-in-the-way" (a folder stands where the package belongs).
@@ -251,8 +251,6 @@ private Q_SLOTS:
             "C|D|X", "", {"want=1000"});
         row("checksum mismatch", QByteArray(offer).replace("{SHA}", QByteArray(64, 'a')), "", asked,
             "C|D|X", "", {"{SHA}", QString(64, 'a')});
-        row("dropped over HTTPS, HTTP serves", offer, "drop-https", asked, "C|D|HD|D|OK", pkg,
-            {"try=0"});
         row("dropped over both", offer, "drop-both", asked, "C|D|HD|D|Update download failed", "",
             {"try=0", "try=1"});
         row("downloads folder cannot be made", offer, "no-folder", asked,
@@ -305,10 +303,9 @@ private Q_SLOTS:
         }
         if (has("stall-https"))
             secure.m_routes[kManifestPath].hold = true; // and never released
-        if (has("drop-https") || has("drop-both"))
-            secure.m_routes[kPackagePath].dropAfter = m_package.size() / 2;
         if (has("drop-both"))
-            plain.m_routes[kPackagePath].dropAfter = m_package.size() / 2;
+            for (WebServer *server : {&secure, &plain})
+                server->m_routes[kPackagePath].dropAfter = m_package.size() / 2;
 
         UpdateCheckerConfig config;
         config.httpsBaseUrl = httpsBase;
