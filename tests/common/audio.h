@@ -139,7 +139,6 @@ struct OggPage
 {
     int headerType = 0;
     qint64 granule = 0;
-    quint32 serial = 0;
     quint32 sequence = 0;
     quint32 checksum = 0;
     QByteArray lacing;
@@ -156,7 +155,6 @@ inline bool parse_pages(const QByteArray &b, QVector<OggPage> &pages)
         OggPage p;
         p.headerType = quint8(b.at(pos + 5));
         p.granule = qint64(quint64(get_le32(b, pos + 6)) | quint64(get_le32(b, pos + 10)) << 32);
-        p.serial = get_le32(b, pos + 14);
         p.sequence = get_le32(b, pos + 18);
         p.checksum = get_le32(b, pos + 22);
         p.lacing = b.mid(pos + 27, quint8(b.at(pos + 26)));
