@@ -25,7 +25,6 @@ private Q_SLOTS:
         const QString a = InstanceChannel::server_name_for("/tmp/a");
         QCOMPARE(InstanceChannel::server_name_for("/tmp/a/"), a);
         QVERIFY(a != InstanceChannel::server_name_for("/tmp/b"));
-        QVERIFY(a.startsWith("vexa-"));
     }
 
     void urlsFromAnotherProcess_data()

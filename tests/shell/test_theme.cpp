@@ -31,13 +31,6 @@ private Q_SLOTS:
         QVERIFY(content == "<missing>" || writeFile(path, content));
         QCOMPARE(read_theme_file(path), dark);
     }
-    // Toggling rewrites the file both ways in the controller's test.
-    void writeRefused()
-    {
-        QString error;
-        QVERIFY(!write_theme_file(m_dir.path() + "/no/such/folder/ui_theme.txt", true, &error));
-        QVERIFY(!error.isEmpty());
-    }
     void disableBubbles_data()
     {
         QTest::addColumn<QByteArray>("fileText");
