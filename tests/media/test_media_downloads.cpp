@@ -130,8 +130,7 @@ private Q_SLOTS:
         row("no suffix", {"README"}, "src/d/README", "", "README (1)");
         row("double suffix", {"a.tar.gz"}, "src/e/a.tar.gz", "", "a.tar (1).gz");
         row("names without a name", {}, "src/f/  ", "  ", "file_77");
-        row("suggested path is cut to its name, trimmed", {}, "src/g/x", " ../../../escape.txt ",
-            "escape.txt");
+        row("path cut to its name", {}, "src/g/x", " ../../../escape.txt ", "escape.txt");
     }
     void savedNames()
     {
