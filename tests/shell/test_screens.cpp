@@ -166,6 +166,9 @@ private Q_SLOTS:
         QTest::newRow("info from the chat and back")
             << QStringList{"chat", "info", "info back"}
             << QList<S>{S::Conversation, S::ChatInfo, S::Conversation};
+        QTest::newRow("photo viewer back to the chat") // Esc: test_video_viewer
+            << QStringList{"chat", "photo", "photo back"}
+            << QList<S>{S::Conversation, S::Photo, S::Conversation};
     }
     void navigation()
     {
@@ -180,6 +183,8 @@ private Q_SLOTS:
             {"chat", [&] { s.showScreen(ShellScreens::Screen::Conversation); }},
             {"info", [&] { s.showScreen(ShellScreens::Screen::ChatInfo); }},
             {"info back", [&] { Q_EMIT s.chatInfoScreen()->backRequested(); }},
+            {"photo", [&] { s.showScreen(ShellScreens::Screen::Photo); }},
+            {"photo back", [&] { Q_EMIT s.photoViewer()->backRequested(); }},
         };
         for (int i = 0; i < steps.size(); ++i) {
             intents.value(steps.at(i))();
