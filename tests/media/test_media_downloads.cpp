@@ -198,8 +198,9 @@ private Q_SLOTS:
         };
         row("shared file in place", "shared/documents/x.PDF", true, "application/pdf", "1");
         row("private file as a copy", "data/cache/y.png", true, "image/png", "2");
-        row("last suffix, unknown; nothing takes it", "data/cache/z.pdf.bin", false,
-            "application/octet-stream", "2");
+        row("by the last suffix; nothing takes it", "data/cache/z.tar.gz", false,
+            "application/gzip", "2");
+        row("unknown type", "data/cache/z.bin", true, "application/octet-stream", "2");
     }
     void openFile()
     {
