@@ -218,6 +218,7 @@ private Q_SLOTS:
         auto row = [](const char *name, qint64 chat, const QStringList &opus, const QStringList &al,
                       const char *toast) { QTest::newRow(name) << chat << opus << al << toast; };
         row("no chat", 0, opus, al, "Select a chat first");
+        row("no Opus library", 1, none, al, "Error: Opus encoder unavailable");
         row("decoder-only Opus", 1, decoderOnly, al, "Error: Opus encoder unavailable");
         row("no OpenAL", 1, opus, none, "Microphone: OpenAL unavailable");
         row("no capture device", 1, opus, al, "Microphone: OpenAL capture not supported");
@@ -486,6 +487,7 @@ private Q_SLOTS:
             QTest::newRow(name) << QString::fromLatin1(args).split(' ', Qt::SkipEmptyParts)
                                 << message;
         };
+        row("no arguments", "", "usage: vexa-opus");
         row("unknown verb", "mix a b", "usage: vexa-opus");
         row("decode missing input", "decode @none @out", "opus: cannot open input");
         row("decode into a folder", "decode @ogg @dir", "opus: cannot open output");
