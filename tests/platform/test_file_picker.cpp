@@ -16,6 +16,7 @@ private Q_SLOTS:
         QTest::addColumn<bool>("chosen");
         QTest::newRow("the user picks a file") << "accept" << true;
         QTest::newRow("the user cancels") << "reject" << false;
+        QTest::newRow("answered by the program") << "finishWith" << true;
     }
     void answers()
     {
@@ -47,8 +48,10 @@ private Q_SLOTS:
         if (how == "accept") {
             dialog->selectFile(file);
             QMetaObject::invokeMethod(dialog, "accept");
-        } else {
+        } else if (how == "reject") {
             dialog->reject();
+        } else {
+            picker.finishWith({file});
         }
         QCOMPARE(done.size(), 1);
         const QStringList got = done.first().first().toStringList();
