@@ -106,6 +106,7 @@ private Q_SLOTS:
         QTest::addColumn<bool>("quickFirst"); // the full resolution follows
         QTest::newRow("camera JPEG")
             << "camera.jpg" << QSize(4000, 3000) << QSize() << true << true;
+        QTest::newRow("small PNG") << "small.png" << QSize(300, 200) << QSize() << true << false;
         QTest::newRow("thumbnail in the photo's place")
             << "thumb.png" << QSize(40, 30) << QSize(4000, 3000) << true << false;
         QTest::newRow("not a picture") << "notes.txt" << QSize() << QSize() << false << false;
