@@ -256,6 +256,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("cachedBytes"); // -1: no cached file
         QTest::addColumn<bool>("decodes");
         QTest::newRow("no cache, upper-case suffix") << ".OGG" << -1 << true;
+        QTest::newRow(".opus") << ".opus" << -1 << true;
         QTest::newRow("44-byte cache is rebuilt") << ".oga" << 44 << true;
         QTest::newRow("45-byte cache is used") << ".ogg" << 45 << false;
     }
