@@ -2,7 +2,7 @@
 
 #include "demo_activity.h"
 #include "demo_events.h"
-#include "demo_output.h"
+#include "backend_output.h"
 #include "demo_store.h"
 #include "demo_world.h"
 
@@ -180,7 +180,7 @@ private:
     DemoConfig m_config;
     DemoStore *m_store;
     DemoWorld m_world;
-    DemoOutput m_out;
+    BackendOutput m_out;
     DemoScheduler *m_scheduler = nullptr;
     DemoActivity *m_activity = nullptr;
     DemoFiles *m_files = nullptr;
