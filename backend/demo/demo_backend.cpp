@@ -292,6 +292,14 @@ const DemoBackend::Verb DemoBackend::kVerbs[] = {
     {"resolve", true, &DemoBackend::cmdResolve},
 };
 
+QStringList DemoBackend::verbs()
+{
+    QStringList names;
+    for (const Verb &v : kVerbs)
+        names << QLatin1String(v.name);
+    return names;
+}
+
 void DemoBackend::handleLine(const QByteArray &raw)
 {
     QByteArray bytes = raw;

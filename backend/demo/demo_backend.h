@@ -67,6 +67,8 @@ public:
     // Runs every pending delayed answer at once (end of input).
     void drainPending();
     void announceClosed();
+    // Every verb the dispatcher accepts.
+    static QStringList verbs();
 
 private:
     struct ChatRuntime
