@@ -43,7 +43,8 @@ BackendPaths pathsFromEnvironment()
     BackendPaths p;
     p.dbDir = backend_env("TDLIB_DB_DIR", data + QStringLiteral("/tdlib-db"));
     p.filesDir = backend_env("TDLIB_FILES_DIR", data + QStringLiteral("/cache/tdlib-files"));
-    p.eventsPath = backend_env("BACKEND_EVENTS_FILE", data + QStringLiteral("/backend_events.jsonl"));
+    p.eventsPath =
+        backend_env("BACKEND_EVENTS_FILE", data + QStringLiteral("/backend_events.jsonl"));
     p.logPath = backend_env("TDLIB_LOG_FILE", data + QStringLiteral("/tdlib.log"));
     bool ok = false;
     const int verbosity = backend_env("TDLIB_LOG_VERBOSITY", QStringLiteral("2")).toInt(&ok);
@@ -77,9 +78,9 @@ EngineChoice chooseEngine(bool forceDemo, const QProcessEnvironment &env, TdJson
 // The first line of the log says which engine runs and why; so does standard error.
 void announceEngine(const BackendPaths &paths, const EngineChoice &choice)
 {
-    const QString line = QStringLiteral("engine: %1 (%2)")
-                             .arg(choice.tdlib ? QStringLiteral("tdlib") : QStringLiteral("demo"),
-                                  choice.reason);
+    const QString line =
+        QStringLiteral("engine: %1 (%2)")
+            .arg(choice.tdlib ? QStringLiteral("tdlib") : QStringLiteral("demo"), choice.reason);
     backend_write_fully(STDERR_FILENO, "td_backend: " + line.toUtf8() + '\n');
     BackendOutput out(paths.eventsPath, paths.logPath, 0, paths.verbosity);
     if (out.open(nullptr))
@@ -95,7 +96,8 @@ int runDemo(QCoreApplication &app, const BackendPaths &paths, BackendCommandInpu
     cfg.logPath = paths.logPath;
     cfg.verbosity = paths.verbosity;
     cfg.logMaxSize = paths.logMaxSize;
-    cfg.autoSendPhone = backend_env("TG_AUTO_SEND_PHONE", QStringLiteral("0")) == QLatin1String("1");
+    cfg.autoSendPhone =
+        backend_env("TG_AUTO_SEND_PHONE", QStringLiteral("0")) == QLatin1String("1");
     cfg.phone = backend_env("TG_PHONE_NUMBER");
     bool ok = false;
     const quint64 seed = backend_env("DEMO_SEED", QStringLiteral("1")).toULongLong(&ok);
@@ -200,15 +202,16 @@ int main(int argc, char **argv)
 
     TdJsonLibrary library;
     TdConfig config{};
-    const EngineChoice choice = chooseEngine(args.contains(QStringLiteral("--demo")),
-                                             QProcessEnvironment::systemEnvironment(), &library,
-                                             &config);
+    const EngineChoice choice =
+        chooseEngine(args.contains(QStringLiteral("--demo")),
+                     QProcessEnvironment::systemEnvironment(), &library, &config);
     announceEngine(paths, choice);
 
     BackendCommandInput input;
     quint16 port = 0;
     if (service) {
-        port = quint16(backend_env("DEMO_SERVICE_PORT", QString::number(kBackendServicePort)).toUInt());
+        port = quint16(
+            backend_env("DEMO_SERVICE_PORT", QString::number(kBackendServicePort)).toUInt());
         if (!port)
             port = kBackendServicePort;
     }
@@ -216,8 +219,8 @@ int main(int argc, char **argv)
         backend_fatal(error);
         return 1;
     }
-    const int exitCode = choice.tdlib ? runTdlib(app, paths, library, config, input)
-                                      : runDemo(app, paths, input);
+    const int exitCode =
+        choice.tdlib ? runTdlib(app, paths, library, config, input) : runDemo(app, paths, input);
     ::close(lockFd);
     return exitCode;
 }

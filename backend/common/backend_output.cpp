@@ -37,7 +37,7 @@ int openAppend(const QString &path)
 } // namespace
 
 BackendOutput::BackendOutput(const QString &eventsPath, const QString &logPath, qint64 logMaxSize,
-                       int verbosity)
+                             int verbosity)
     : m_eventsPath(eventsPath), m_logPath(logPath), m_logMaxSize(logMaxSize), m_verbosity(verbosity)
 {
 }

@@ -10,7 +10,8 @@
 class BackendOutput
 {
 public:
-    BackendOutput(const QString &eventsPath, const QString &logPath, qint64 logMaxSize, int verbosity);
+    BackendOutput(const QString &eventsPath, const QString &logPath, qint64 logMaxSize,
+                  int verbosity);
     ~BackendOutput();
     BackendOutput(const BackendOutput &) = delete;
     BackendOutput &operator=(const BackendOutput &) = delete;

@@ -71,7 +71,8 @@ BackendCommandInput::~BackendCommandInput()
 
 bool BackendCommandInput::start(quint16 servicePort, QString *error)
 {
-    if (g_signalPipe[0] < 0 && ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, g_signalPipe) != 0) {
+    if (g_signalPipe[0] < 0 &&
+        ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, g_signalPipe) != 0) {
         if (error)
             *error = QStringLiteral("socketpair failed");
         return false;

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "backend_output.h"
 #include "demo_activity.h"
 #include "demo_events.h"
-#include "backend_output.h"
 #include "demo_store.h"
 #include "demo_world.h"
 

@@ -1,9 +1,9 @@
 #include "demo_files.h"
 
+#include "backend_output.h"
 #include "demo_backend.h"
 #include "demo_events.h"
 #include "demo_media.h"
-#include "backend_output.h"
 #include "demo_scheduler.h"
 
 #include <QCoreApplication>

@@ -30,8 +30,8 @@ class DemoFiles : public QObject
 {
     Q_OBJECT
 public:
-    DemoFiles(const QString &filesDir, DemoStore *store, DemoScheduler *scheduler, BackendOutput *out,
-              QObject *parent = nullptr);
+    DemoFiles(const QString &filesDir, DemoStore *store, DemoScheduler *scheduler,
+              BackendOutput *out, QObject *parent = nullptr);
     ~DemoFiles() override;
 
     void setWorld(const DemoWorld *world, qint64 epoch);

@@ -45,9 +45,8 @@ bool td_credentials_from_env(const QProcessEnvironment &env, qint64 *apiId, QStr
 void td_network_from_env(const QProcessEnvironment &env, TdConfig *config)
 {
     const QString type = env.value(QStringLiteral("TG_PROXY_TYPE")).trimmed().toLower();
-    config->proxyType = type == QLatin1String("socks5") || type == QLatin1String("mtproto")
-                            ? type
-                            : QString();
+    config->proxyType =
+        type == QLatin1String("socks5") || type == QLatin1String("mtproto") ? type : QString();
     config->proxyHost = env.value(QStringLiteral("TG_PROXY_HOST")).trimmed();
     const int port = env.value(QStringLiteral("TG_PROXY_PORT")).toInt();
     config->proxyPort = port > 0 && port < 65536 ? port : 0;
@@ -100,7 +99,9 @@ void TdEngine::configureLog()
     for (const QJsonObject &r : requests) {
         const QJsonObject answer = QJsonDocument::fromJson(m_library->execute(compact(r))).object();
         if (typeOf(answer) != QLatin1String("ok"))
-            m_out->log(1, QStringLiteral("%1 failed: %2").arg(typeOf(r), QString::fromUtf8(compact(answer))));
+            m_out->log(
+                1,
+                QStringLiteral("%1 failed: %2").arg(typeOf(r), QString::fromUtf8(compact(answer))));
     }
 }
 
@@ -120,7 +121,8 @@ void TdEngine::receiveLoop()
         if (!result)
             continue;
         const QByteArray json(result);
-        QMetaObject::invokeMethod(this, [this, json] { onReceived(json); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this, json] { onReceived(json); }, Qt::QueuedConnection);
     }
 }
 

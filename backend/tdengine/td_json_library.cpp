@@ -40,8 +40,9 @@ bool TdJsonLibrary::load(const QString &path, QString *error)
     auto execute = reinterpret_cast<const char *(*)(const char *)>(::dlsym(handle, "td_execute"));
     if (!createClientId || !send || !receive || !execute) {
         if (error)
-            *error = QStringLiteral("%1 lacks td_create_client_id, td_send, td_receive or td_execute")
-                         .arg(path);
+            *error =
+                QStringLiteral("%1 lacks td_create_client_id, td_send, td_receive or td_execute")
+                    .arg(path);
         ::dlclose(handle);
         return false;
     }

@@ -40,7 +40,8 @@ inline bool bringLoopbackUp(QString *why)
         ok = ::ioctl(fd, SIOCSIFFLAGS, &ifr) == 0;
     }
     if (!ok)
-        *why = QStringLiteral("cannot bring lo up: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+        *why =
+            QStringLiteral("cannot bring lo up: %1").arg(QString::fromLocal8Bit(strerror(errno)));
     ::close(fd);
     return ok;
 }
@@ -66,8 +67,10 @@ inline bool enterLoopbackOnlyNamespace(QString *why)
         return false;
     }
     if (!writeProcFile("/proc/self/setgroups", "deny") ||
-        !writeProcFile("/proc/self/uid_map", QByteArray::number(uid) + ' ' + QByteArray::number(uid) + " 1") ||
-        !writeProcFile("/proc/self/gid_map", QByteArray::number(gid) + ' ' + QByteArray::number(gid) + " 1")) {
+        !writeProcFile("/proc/self/uid_map",
+                       QByteArray::number(uid) + ' ' + QByteArray::number(uid) + " 1") ||
+        !writeProcFile("/proc/self/gid_map",
+                       QByteArray::number(gid) + ' ' + QByteArray::number(gid) + " 1")) {
         *why = QStringLiteral("cannot write the user namespace's id maps");
         return false;
     }

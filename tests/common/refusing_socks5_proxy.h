@@ -33,7 +33,12 @@ Q_SIGNALS:
     void attempted(const QString &target);
 
 private:
-    enum Stage { Greeting, UserPass, Request };
+    enum Stage
+    {
+        Greeting,
+        UserPass,
+        Request
+    };
 
     void serve(QTcpSocket *s)
     {
