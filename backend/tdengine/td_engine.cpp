@@ -168,6 +168,11 @@ void TdEngine::onReceived(const QByteArray &json)
     if (!client.isUndefined() && client.toInt() != m_clientId)
         return;
     apply(m_translator.onTdObject(object));
+    // Whether TDLib gets through is what a user looking at the log wants first.
+    if (typeOf(object) == QLatin1String("updateConnectionState"))
+        m_out->log(2, QStringLiteral("connection %1")
+                          .arg(typeOf(object.value(QStringLiteral("state")).toObject())
+                                   .mid(int(qstrlen("connectionState")))));
     if (typeOf(object) != QLatin1String("updateAuthorizationState"))
         return;
     // The client is gone once closed, whoever asked for it (a log-out too):
