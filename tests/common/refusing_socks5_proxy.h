@@ -53,11 +53,17 @@ private:
             progress = false;
             const auto byte = [&](int i) { return quint8(buf.at(i)); };
             if (stage == Greeting && buf.size() >= 2 && buf.size() >= 2 + byte(1)) {
-                const bool userPass = buf.mid(2, byte(1)).contains(char(2));
-                const bool none = buf.mid(2, byte(1)).contains(char(0));
-                s->write(QByteArray("\x05", 1) + char(none ? 0 : userPass ? 2 : 0xff));
+                const QByteArray methods = buf.mid(2, byte(1));
+                const char method = methods.contains(char(0))   ? 0
+                                    : methods.contains(char(2)) ? 2
+                                                                : char(0xff);
+                s->write(QByteArray("\x05", 1) + method);
+                if (method == char(0xff)) {
+                    s->disconnectFromHost();
+                    return;
+                }
                 buf.remove(0, 2 + byte(1));
-                stage = none ? Request : UserPass;
+                stage = method == 0 ? Request : UserPass;
                 progress = true;
             } else if (stage == UserPass && buf.size() >= 2 && buf.size() >= 3 + byte(1) &&
                        buf.size() >= 3 + byte(1) + byte(2 + byte(1))) {
@@ -86,7 +92,8 @@ private:
                     host = QString::fromLatin1(buf.mid(5, byte(4)));
                 const int port = (byte(4 + addrLen) << 8) | byte(5 + addrLen);
                 const QString target = host + QLatin1Char(':') + QString::number(port);
-                m_attempts << target;
+                if (m_attempts.size() < 1000)
+                    m_attempts << target;
                 // Reply 5: connection refused.
                 s->write(QByteArray("\x05\x05\x00\x01\x00\x00\x00\x00\x00\x00", 10));
                 s->disconnectFromHost();

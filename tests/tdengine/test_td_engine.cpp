@@ -9,6 +9,7 @@
 #include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QUdpSocket>
 #include <QtTest>
 
 #include <csignal>
@@ -28,8 +29,8 @@ private Q_SLOTS:
     void orderlyClose();
 
 private:
-    // A TDLib engine on the folder of dir with no network; true once it asks for a phone number.
-    static bool startTdlib(DemoProcess &p, const QStringList &extraEnv = {});
+    // A TDLib engine with no network; true once it asks for a phone number.
+    static bool startTdlib(DemoProcess &p, const QStringList &args = {});
     static void setEnv(DemoProcess &p, const QStringList &pairs)
     {
         for (const QString &kv : pairs)
@@ -43,11 +44,10 @@ private:
     }
 };
 
-bool TestTdEngine::startTdlib(DemoProcess &p, const QStringList &extraEnv)
+bool TestTdEngine::startTdlib(DemoProcess &p, const QStringList &args)
 {
-    setEnv(p, td_isolation::fakeCredentials()
-                  << QStringLiteral("TDLIB_NETWORK_NONE=1") << extraEnv);
-    return p.start() && stdoutHas(p, QStringLiteral("NEED phone"));
+    setEnv(p, td_isolation::fakeCredentials() << QStringLiteral("TDLIB_NETWORK_NONE=1"));
+    return p.start(args) && stdoutHas(p, QStringLiteral("NEED phone"));
 }
 
 void TestTdEngine::engineChoice_data()
@@ -152,21 +152,37 @@ void TestTdEngine::secondBackendOnTheDatabaseExitsLocked()
 void TestTdEngine::orderlyClose_data()
 {
     QTest::addColumn<QString>("how");
-    QTest::newRow("close") << "close";
-    QTest::newRow("end of input") << "eof";
-    QTest::newRow("SIGTERM") << "term";
+    QTest::addColumn<bool>("service");
+    QTest::newRow("close") << "close" << false;
+    QTest::newRow("end of input") << "eof" << false;
+    QTest::newRow("SIGTERM") << "term" << false;
+    QTest::newRow("service: close") << "close" << true;
+    QTest::newRow("service: SIGTERM") << "term" << true;
 }
 
 void TestTdEngine::orderlyClose()
 {
     QFETCH(QString, how);
+    QFETCH(bool, service);
     TD_REQUIRE_LIBRARY();
     QTemporaryDir dir;
     DemoProcess p(dir.path());
-    QVERIFY(startTdlib(p));
+    if (service)
+        p.setEnv(QStringLiteral("DEMO_SERVICE_PORT"), QStringLiteral("47010"));
+    QVERIFY(startTdlib(p, service ? QStringList{"--service"} : QStringList()));
+    // The service port is this namespace's own, whatever else runs on the machine.
+    QUdpSocket udp;
+    const auto command = [&](const QByteArray &line) {
+        if (service)
+            udp.writeDatagram(line, QHostAddress::LocalHost, 47010);
+        else
+            p.send(line);
+    };
     const int from = p.mark();
+    command("ping");
+    QVERIFY(p.waitFor(from, [](const QJsonObject &e) { return flag(e, "pong"); }) >= 0);
     if (how == QLatin1String("close"))
-        p.send("close");
+        command("close");
     else if (how == QLatin1String("eof"))
         p.process().closeWriteChannel();
     else
