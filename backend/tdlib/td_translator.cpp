@@ -1241,11 +1241,10 @@ QJsonObject TdTranslator::messageJson(const QJsonObject &m) const
         const QJsonObject origin = obj(forward, "origin");
         const QString ot = type(origin);
         QString from;
-        if (ot.endsWith(QLatin1String("User"))) {
-            const User u = m_users.value(i64(origin, "sender_user_id"));
-            from = fullName(u);
-        } else if (ot.endsWith(QLatin1String("HiddenUser"))) {
+        if (ot.endsWith(QLatin1String("HiddenUser"))) {
             from = str(origin, "sender_name");
+        } else if (ot.endsWith(QLatin1String("User"))) {
+            from = fullName(m_users.value(i64(origin, "sender_user_id")));
         } else if (ot.endsWith(QLatin1String("Chat"))) {
             from = m_chats.value(i64(origin, "sender_chat_id")).title;
         } else if (ot.endsWith(QLatin1String("Channel"))) {
@@ -1742,10 +1741,8 @@ void TdTranslator::onUpdate(const QString &t, const QJsonObject &o, TdOutput *ou
         e.insert(QStringLiteral("error_code"), code);
         e.insert(QStringLiteral("error_message"), message);
         out->events << e;
-        tdError(out,
-                m_sendTags.take(oldId).isEmpty() ? QStringLiteral("send:%1").arg(cid)
-                                                 : m_sendTags.value(oldId),
-                code, message);
+        const QString tag = m_sendTags.take(oldId);
+        tdError(out, tag.isEmpty() ? QStringLiteral("send:%1").arg(cid) : tag, code, message);
     } else if (t == QLatin1String("updateMessageContent")) {
         QJsonObject m;
         m.insert(QStringLiteral("chat_id"), chatId);
@@ -1795,6 +1792,12 @@ void TdTranslator::onUpdate(const QString &t, const QJsonObject &o, TdOutput *ou
         e.insert(QStringLiteral("outgoing"), flag(call, "is_outgoing"));
         e.insert(QStringLiteral("state"),
                  stripPrefix(type(obj(call, "state")), "callState").toLower());
+        out->events << e;
+    } else if (t == QLatin1String("updateNewCallSignalingData")) {
+        // Calls have no user interface: only their traffic is logged.
+        QJsonObject e = event("call_signaling");
+        e.insert(QStringLiteral("call_id"), i64(o, "call_id"));
+        e.insert(QStringLiteral("b64_len"), str(o, "data").size());
         out->events << e;
     }
 }
