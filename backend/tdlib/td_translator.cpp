@@ -1558,7 +1558,7 @@ bool TdTranslator::safeLocalPath(const QString &path) const
            m_uploads.contains(clean);
 }
 
-void TdTranslator::onFile(const QJsonObject &file, TdOutput *out)
+void TdTranslator::onFile(const QJsonObject &file, bool asked, TdOutput *out)
 {
     const qint64 id = i64(file, "id");
     if (id <= 0)
@@ -1570,7 +1570,7 @@ void TdTranslator::onFile(const QJsonObject &file, TdOutput *out)
         if (!safeLocalPath(path))
             return;
         const auto known = m_files.constFind(id);
-        if (known != m_files.cend() && known->done && known->path == path)
+        if (!asked && known != m_files.cend() && known->done && known->path == path)
             return; // told already
         if (m_files.size() >= kMaxFiles && !m_files.contains(id))
             m_files.clear();
@@ -1778,7 +1778,7 @@ void TdTranslator::onUpdate(const QString &t, const QJsonObject &o, TdOutput *ou
             request(out, req, Pending(QStringLiteral("pinned"), chatId));
         }
     } else if (t == QLatin1String("updateFile")) {
-        onFile(obj(o, "file"), out);
+        onFile(obj(o, "file"), false, out);
     } else if (t == QLatin1String("updateConnectionState")) {
         m_connectionState = td_one_line(stripPrefix(type(obj(o, "state")), "connectionState"));
         QJsonObject e = event("connection_state");
@@ -1837,18 +1837,26 @@ void TdTranslator::onAnswer(const Pending &p, const QJsonObject &o, TdOutput *ou
         for (const QJsonValue &v : got)
             next.collected.append(v);
         // TDLib answers with what it has at hand; ask on from the oldest one
-        // until the page is full, the history ends or the rounds run out.
-        const int offset = p.text.toInt();
-        if (!got.isEmpty() && offset == 0 && next.collected.size() < p.number &&
+        // until the page is full, the history ends, nothing older comes or
+        // the rounds run out.
+        qint64 oldest = 0;
+        for (const QJsonValue &v : got) {
+            const qint64 id = i64(v.toObject(), "id");
+            if (id > 0 && (oldest == 0 || id < oldest))
+                oldest = id;
+        }
+        const bool progress = oldest > 0 && (p.oldest == 0 || oldest < p.oldest);
+        if (progress && p.text.toInt() == 0 && next.collected.size() < p.number &&
             p.rounds + 1 < kHistoryRounds) {
-            const qint64 oldest = i64(got.last().toObject(), "id");
             QJsonObject req = typed("getChatHistory");
             req.insert(QStringLiteral("chat_id"), p.chatId);
             req.insert(QStringLiteral("from_message_id"), oldest);
             req.insert(QStringLiteral("offset"), 0);
-            req.insert(QStringLiteral("limit"), int(p.number - next.collected.size()) + 1);
+            req.insert(QStringLiteral("limit"),
+                       int(qMin<qint64>(100, p.number - next.collected.size() + 1)));
             req.insert(QStringLiteral("only_local"), false);
             ++next.rounds;
+            next.oldest = oldest;
             request(out, req, next);
             return;
         }
@@ -1950,7 +1958,7 @@ void TdTranslator::onAnswer(const Pending &p, const QJsonObject &o, TdOutput *ou
                 m_openChat = 0;
         }
     } else if (k == QLatin1String("download")) {
-        onFile(o, out);
+        onFile(o, true, out);
     } else if (k == QLatin1String("resolve")) {
         storeChat(o);
         const auto c = m_chats.constFind(i64(o, "id"));
@@ -2006,6 +2014,15 @@ void TdTranslator::onError(const Pending &p, int code, const QString &message, T
     } else if (k == QLatin1String("react")) {
         // The service's refusal carries the request's tag, like a failed send.
         tdError(out, QStringLiteral("react:%1:%2").arg(p.chatId).arg(p.messageId), code, message);
+    } else if (k == QLatin1String("props") && p.rounds == 0 &&
+               message.contains(QLatin1String("nknown"))) {
+        // TDLib before getMessageProperties kept the flags on the message.
+        QJsonObject req = typed("getMessage");
+        req.insert(QStringLiteral("chat_id"), p.chatId);
+        req.insert(QStringLiteral("message_id"), p.messageId);
+        Pending again = p;
+        again.rounds = 1;
+        request(out, req, again);
     } else if (k == QLatin1String("props")) {
         QJsonObject e = errorEvent("message_properties_error", code, message);
         e.insert(QStringLiteral("chat_id"), p.chatId);

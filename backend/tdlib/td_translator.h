@@ -130,6 +130,7 @@ private:
         QString text; // tag, mode, emoji, username, action
         QJsonArray collected;
         int rounds = 0;
+        qint64 oldest = 0; // history: the oldest message received so far
     };
 
     using CommandHandler = void (TdTranslator::*)(const QStringList &args, const QString &rest,
@@ -160,7 +161,8 @@ private:
     void storeUser(const QJsonObject &user);
     void setPositions(Chat *chat, const QJsonArray &positions);
     bool setPosition(Chat *chat, const QJsonObject &position);
-    void onFile(const QJsonObject &file, TdOutput *out);
+    // told: the file was asked for, so a finished one is told again.
+    void onFile(const QJsonObject &file, bool asked, TdOutput *out);
 
     // Event builders.
     QJsonObject chatEvent(const Chat &c) const;
@@ -211,7 +213,6 @@ private:
     TdConfig m_config;
     QString m_verb; // of the command being handled
     QString m_authState;
-    QString m_codePhone;
     qint64 m_myId = 0;
     QHash<qint64, Chat> m_chats;
     QHash<qint64, User> m_users;
@@ -226,7 +227,6 @@ private:
     qint64 m_searchReq = 0;
     qint64 m_openChat = 0;
     bool m_chatsListed = false; // the list was sent once: chats entering it are told
-    bool m_phoneSent = false;
     QString m_connectionState;
 };
 
