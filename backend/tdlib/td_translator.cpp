@@ -22,6 +22,7 @@ constexpr int kMaxPage = 200;
 // has at hand); it is asked again from the oldest one this many times.
 constexpr int kHistoryRounds = 5;
 constexpr int kMaxTextChars = 4096;
+constexpr int kTdPage = 100;
 
 QString stripPrefix(const QString &type, const char *prefix)
 {
@@ -200,21 +201,11 @@ QJsonObject TdTranslator::proxyRequest() const
 void TdTranslator::request(TdOutput *out, QJsonObject req, const Pending &pending)
 {
     // Answers nobody collects would fill the table: the oldest are dropped.
-    if (m_pending.size() >= kMaxPending) {
-        QString oldest;
-        qint64 lowest = std::numeric_limits<qint64>::max();
-        for (auto it = m_pending.cbegin(); it != m_pending.cend(); ++it) {
-            const qint64 n = it.key().toLongLong();
-            if (n < lowest) {
-                lowest = n;
-                oldest = it.key();
-            }
-        }
-        m_pending.remove(oldest);
-    }
-    const QString extra = QString::number(++m_nextExtra);
-    req.insert(QStringLiteral("@extra"), extra);
-    m_pending.insert(extra, pending);
+    if (m_pending.size() >= kMaxPending)
+        m_pending.erase(m_pending.begin());
+    ++m_nextExtra;
+    req.insert(QStringLiteral("@extra"), QStringLiteral("tr:%1").arg(m_nextExtra));
+    m_pending.insert(m_nextExtra, pending);
     out->requests << req;
 }
 
@@ -236,12 +227,14 @@ TdOutput TdTranslator::onTdObject(const QJsonObject &object)
 {
     TdOutput out;
     const QString type = str(object, "@type");
-    const QJsonValue extraValue = object.value(QStringLiteral("@extra"));
-    if (!extraValue.isUndefined()) {
-        const QString extra = extraValue.isString()
-                                  ? extraValue.toString()
-                                  : QString::number(extraValue.toDouble(), 'f', 0);
-        const auto it = m_pending.find(extra);
+    const QJsonValue extra = object.value(QStringLiteral("@extra"));
+    if (!extra.isUndefined()) {
+        // Only answers to this translator's requests; the engine's own
+        // carry other tags.
+        const QString tag = extra.toString();
+        bool number = false;
+        const qint64 n = tag.startsWith(QLatin1String("tr:")) ? tag.mid(3).toLongLong(&number) : 0;
+        const auto it = number ? m_pending.find(n) : m_pending.end();
         if (it == m_pending.end())
             return out;
         const Pending p = it.value();
@@ -515,8 +508,11 @@ void TdTranslator::historyRequest(TdOutput *out, qint64 chatId, qint64 from, int
     QJsonObject req = typed("getChatHistory");
     req.insert(QStringLiteral("chat_id"), chatId);
     req.insert(QStringLiteral("from_message_id"), from);
+    // TDLib gives at most 100 per request and 99 newer than the start; a
+    // longer page is asked on in rounds.
+    offset = qMax(offset, -99);
     req.insert(QStringLiteral("offset"), offset);
-    req.insert(QStringLiteral("limit"), limit);
+    req.insert(QStringLiteral("limit"), qBound(-offset + 1, limit, kTdPage));
     req.insert(QStringLiteral("only_local"), false);
     Pending p{QStringLiteral("history"), chatId, anchor, limit, clear, from};
     p.text = QString::number(offset);
@@ -912,7 +908,7 @@ void TdTranslator::cmdPinnedList(const QStringList &a, const QString &, TdOutput
     req.insert(QStringLiteral("query"), QString());
     req.insert(QStringLiteral("from_message_id"), 0);
     req.insert(QStringLiteral("offset"), 0);
-    req.insert(QStringLiteral("limit"), int(qMin<qint64>(limit, 100)));
+    req.insert(QStringLiteral("limit"), int(qMin<qint64>(limit, kTdPage)));
     req.insert(QStringLiteral("filter"), typed("searchMessagesFilterPinned"));
     request(out, req, Pending(QStringLiteral("pinned_list"), chatId, 0, limit));
 }
@@ -954,8 +950,10 @@ void TdTranslator::cmdChatAction(const QStringList &a, const QString &, TdOutput
         // A year and more is "for ever" to TDLib.
         settings.insert(QStringLiteral("use_default_mute_for"), false);
         settings.insert(QStringLiteral("mute_for"), c.muted ? 0 : 366 * 24 * 3600);
-        settings.insert(QStringLiteral("use_default_sound"), true);
-        settings.insert(QStringLiteral("use_default_show_preview"), true);
+        for (const char *key : {"use_default_sound", "use_default_show_preview",
+                                "use_default_disable_pinned_message_notifications",
+                                "use_default_disable_mention_notifications"})
+            settings.insert(QLatin1String(key), true);
         req = typed("setChatNotificationSettings");
         req.insert(QStringLiteral("notification_settings"), settings);
         p.clear = !c.muted;
@@ -971,9 +969,11 @@ void TdTranslator::cmdChatAction(const QStringList &a, const QString &, TdOutput
             return;
         }
         req = typed("leaveChat");
-    } else if (c.type == QLatin1String("supergroup") || c.type == QLatin1String("channel")) {
-        // Deleting a public group or channel from the list means leaving it.
+    } else if (c.type != QLatin1String("private") && c.type != QLatin1String("secret")) {
+        // Deleting a group or channel means leaving it; a basic group's
+        // history then goes too (its answer sends that).
         req = typed("leaveChat");
+        p.rounds = c.type == QLatin1String("basic_group") ? 1 : 0;
     } else {
         req = typed("deleteChatHistory");
         req.insert(QStringLiteral("remove_from_chat_list"), true);
@@ -1853,7 +1853,7 @@ void TdTranslator::onAnswer(const Pending &p, const QJsonObject &o, TdOutput *ou
             req.insert(QStringLiteral("from_message_id"), oldest);
             req.insert(QStringLiteral("offset"), 0);
             req.insert(QStringLiteral("limit"),
-                       int(qMin<qint64>(100, p.number - next.collected.size() + 1)));
+                       int(qMin<qint64>(kTdPage, p.number - next.collected.size() + 1)));
             req.insert(QStringLiteral("only_local"), false);
             ++next.rounds;
             next.oldest = oldest;
@@ -1938,6 +1938,16 @@ void TdTranslator::onAnswer(const Pending &p, const QJsonObject &o, TdOutput *ou
         out->events << chatInfoEvent(*c, o);
     } else if (k == QLatin1String("action")) {
         const QString &verb = p.text;
+        if (p.rounds == 1) {
+            QJsonObject req = typed("deleteChatHistory");
+            req.insert(QStringLiteral("chat_id"), p.chatId);
+            req.insert(QStringLiteral("remove_from_chat_list"), true);
+            req.insert(QStringLiteral("revoke"), false);
+            Pending then = p;
+            then.rounds = 2;
+            request(out, req, then);
+            return;
+        }
         if (verb == QLatin1String("mute_toggle")) {
             QJsonObject e = withChat("chat_mute_toggled", p.chatId);
             e.insert(QStringLiteral("muted"), p.clear);

@@ -57,7 +57,8 @@ public:
     TdOutput onStart();
     // One command line as received (with or without its line feed).
     TdOutput onCommand(const QString &line);
-    // Every update and every answer that td_receive hands out.
+    // Every update and every answer that td_receive hands out. Requests made
+    // here carry "@extra" "tr:<n>"; answers with other tags are ignored.
     TdOutput onTdObject(const QJsonObject &object);
 
     // The verbs onCommand understands.
@@ -219,8 +220,8 @@ private:
     QHash<qint64, Group> m_basicGroups;
     QHash<qint64, Group> m_supergroups;
     QHash<qint64, FileState> m_files;
-    QSet<QString> m_uploads; // local paths the user sent
-    QHash<QString, Pending> m_pending;
+    QSet<QString> m_uploads;           // local paths the user sent
+    QMap<qint64, Pending> m_pending;   // by the number in "@extra", oldest first
     QHash<qint64, QString> m_sendTags; // pending message id -> correlation tag
     QHash<qint64, int> m_gen;          // chat -> history generation
     qint64 m_nextExtra = 0;

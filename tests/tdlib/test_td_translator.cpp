@@ -306,6 +306,8 @@ const Row kCommandRows[] = {
      "[]"},
     {"history_jump", R"($world[{"cmd": "history_jump 200 7 40 40"}])",
      R"([{"@type": "getChatHistory", "from_message_id": 7, "offset": -40, "limit": 81}])", "[]"},
+    {"history_jump beyond one request", R"($world[{"cmd": "history_jump 200 7 150 150"}])",
+     R"([{"@type": "getChatHistory", "from_message_id": 7, "offset": -99, "limit": 100}])", "[]"},
     {"history with a bad page", R"($world[{"cmd": "history 200 5000"}])", "[]",
      R"([{"type": "td_error", "error": {"@extra": "history:200"}}])"},
     {"read", R"($world[{"cmd": "read 200 7"}])",
@@ -620,6 +622,10 @@ const Row kObjectRows[] = {
     {"chat deleted",
      R"($world[{"cmd": "delete_chat 200"}, {"answer": "deleteChatHistory", "with": {"@type": "ok"}}])",
      "[]", R"([{"type": "chat_deleted", "chat_id": 200}])"},
+    {"a basic group is left, then its history goes", R"($world[
+        {"td": {"@type": "updateNewChat", "chat": {"id": 5, "title": "Club", "type": {"@type": "chatTypeBasicGroup", "basic_group_id": 9}}}},
+        {"cmd": "delete_chat 5"}, {"answer": "leaveChat", "with": {"@type": "ok"}}])",
+     R"([{"@type": "deleteChatHistory", "chat_id": 5, "remove_from_chat_list": true}])", "[]"},
     {"join refused", R"($world[{"cmd": "join -1003"},
         {"answer": "joinChat", "with": {"@type": "error", "code": 400, "message": "CHANNELS_TOO_MUCH"}}])",
      "[]",
@@ -669,7 +675,9 @@ const Row kObjectRows[] = {
     {"call signalling",
      R"($world[{"td": {"@type": "updateNewCallSignalingData", "call_id": 5, "data": "AAAA"}}])",
      "[]", R"([{"type": "call_signaling", "call_id": 5, "b64_len": 4}])"},
-    {"answers nobody waits for", R"($world[{"td": {"@type": "ok", "@extra": "999"}}])", "[]", "[]"},
+    {"answers nobody waits for", R"($world[{"td": {"@type": "ok", "@extra": "tr:999"}},
+        {"td": {"@type": "ok", "@extra": 3}}, {"td": {"@type": "ok", "@extra": "engine:1"}}])",
+     "[]", "[]"},
 };
 
 } // namespace
