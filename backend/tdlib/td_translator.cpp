@@ -188,11 +188,16 @@ QJsonObject TdTranslator::proxyRequest() const
     } else {
         return QJsonObject();
     }
+    // TDLib 1.8.67 takes the proxy as one object; a request TDLib refuses
+    // would leave it connecting directly.
+    QJsonObject proxy = typed("proxy");
+    proxy.insert(QStringLiteral("server"), m_config.proxyHost);
+    proxy.insert(QStringLiteral("port"), m_config.proxyPort);
+    proxy.insert(QStringLiteral("type"), type);
     QJsonObject req = typed("addProxy");
-    req.insert(QStringLiteral("server"), m_config.proxyHost);
-    req.insert(QStringLiteral("port"), m_config.proxyPort);
+    req.insert(QStringLiteral("proxy"), proxy);
     req.insert(QStringLiteral("enable"), true);
-    req.insert(QStringLiteral("type"), type);
+    req.insert(QStringLiteral("comment"), QString());
     return req;
 }
 

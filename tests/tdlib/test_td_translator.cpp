@@ -712,8 +712,8 @@ void TestTdTranslator::start()
     const TdOutput out = tr.onStart();
     expectList("requests", out.requests, parse(QStringLiteral(R"([
         {"@type": "setNetworkType", "type": {"@type": "networkTypeNone"}},
-        {"@type": "addProxy", "server": "127.0.0.1", "port": 443, "enable": true,
-         "type": {"@type": "proxyTypeMtproto", "secret": "ee00"}}])")));
+        {"@type": "addProxy", "enable": true, "proxy": {"server": "127.0.0.1", "port": 443,
+         "type": {"@type": "proxyTypeMtproto", "secret": "ee00"}}}])")));
     expectList("events", out.events, parse(QStringLiteral(R"([{"type": "backend_ready"}])")));
     QCOMPARE(out.statusLines, QStringList{QStringLiteral("BACKEND_READY tdlib")});
 }
