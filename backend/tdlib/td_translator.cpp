@@ -22,6 +22,7 @@ constexpr int kMaxPage = 200;
 // has at hand); it is asked again from the oldest one this many times.
 constexpr int kHistoryRounds = 5;
 constexpr int kMaxTextChars = 4096;
+constexpr int kTdPage = 100;
 
 QString stripPrefix(const QString &type, const char *prefix)
 {
@@ -205,21 +206,11 @@ QJsonObject TdTranslator::proxyRequest() const
 void TdTranslator::request(TdOutput *out, QJsonObject req, const Pending &pending)
 {
     // Answers nobody collects would fill the table: the oldest are dropped.
-    if (m_pending.size() >= kMaxPending) {
-        QString oldest;
-        qint64 lowest = std::numeric_limits<qint64>::max();
-        for (auto it = m_pending.cbegin(); it != m_pending.cend(); ++it) {
-            const qint64 n = it.key().toLongLong();
-            if (n < lowest) {
-                lowest = n;
-                oldest = it.key();
-            }
-        }
-        m_pending.remove(oldest);
-    }
-    const QString extra = QString::number(++m_nextExtra);
-    req.insert(QStringLiteral("@extra"), extra);
-    m_pending.insert(extra, pending);
+    if (m_pending.size() >= kMaxPending)
+        m_pending.erase(m_pending.begin());
+    ++m_nextExtra;
+    req.insert(QStringLiteral("@extra"), QStringLiteral("tr:%1").arg(m_nextExtra));
+    m_pending.insert(m_nextExtra, pending);
     out->requests << req;
 }
 
@@ -241,12 +232,14 @@ TdOutput TdTranslator::onTdObject(const QJsonObject &object)
 {
     TdOutput out;
     const QString type = str(object, "@type");
-    const QJsonValue extraValue = object.value(QStringLiteral("@extra"));
-    if (!extraValue.isUndefined()) {
-        const QString extra = extraValue.isString()
-                                  ? extraValue.toString()
-                                  : QString::number(extraValue.toDouble(), 'f', 0);
-        const auto it = m_pending.find(extra);
+    const QJsonValue extra = object.value(QStringLiteral("@extra"));
+    if (!extra.isUndefined()) {
+        // Only answers to this translator's requests; the engine's own
+        // carry other tags.
+        const QString tag = extra.toString();
+        bool number = false;
+        const qint64 n = tag.startsWith(QLatin1String("tr:")) ? tag.mid(3).toLongLong(&number) : 0;
+        const auto it = number ? m_pending.find(n) : m_pending.end();
         if (it == m_pending.end())
             return out;
         const Pending p = it.value();
@@ -520,8 +513,11 @@ void TdTranslator::historyRequest(TdOutput *out, qint64 chatId, qint64 from, int
     QJsonObject req = typed("getChatHistory");
     req.insert(QStringLiteral("chat_id"), chatId);
     req.insert(QStringLiteral("from_message_id"), from);
+    // TDLib gives at most 100 per request and 99 newer than the start; a
+    // longer page is asked on in rounds.
+    offset = qMax(offset, -99);
     req.insert(QStringLiteral("offset"), offset);
-    req.insert(QStringLiteral("limit"), limit);
+    req.insert(QStringLiteral("limit"), qBound(-offset + 1, limit, kTdPage));
     req.insert(QStringLiteral("only_local"), false);
     Pending p{QStringLiteral("history"), chatId, anchor, limit, clear, from};
     p.text = QString::number(offset);
@@ -917,7 +913,7 @@ void TdTranslator::cmdPinnedList(const QStringList &a, const QString &, TdOutput
     req.insert(QStringLiteral("query"), QString());
     req.insert(QStringLiteral("from_message_id"), 0);
     req.insert(QStringLiteral("offset"), 0);
-    req.insert(QStringLiteral("limit"), int(qMin<qint64>(limit, 100)));
+    req.insert(QStringLiteral("limit"), int(qMin<qint64>(limit, kTdPage)));
     req.insert(QStringLiteral("filter"), typed("searchMessagesFilterPinned"));
     request(out, req, Pending(QStringLiteral("pinned_list"), chatId, 0, limit));
 }
@@ -959,8 +955,10 @@ void TdTranslator::cmdChatAction(const QStringList &a, const QString &, TdOutput
         // A year and more is "for ever" to TDLib.
         settings.insert(QStringLiteral("use_default_mute_for"), false);
         settings.insert(QStringLiteral("mute_for"), c.muted ? 0 : 366 * 24 * 3600);
-        settings.insert(QStringLiteral("use_default_sound"), true);
-        settings.insert(QStringLiteral("use_default_show_preview"), true);
+        for (const char *key : {"use_default_sound", "use_default_show_preview",
+                                "use_default_disable_pinned_message_notifications",
+                                "use_default_disable_mention_notifications"})
+            settings.insert(QLatin1String(key), true);
         req = typed("setChatNotificationSettings");
         req.insert(QStringLiteral("notification_settings"), settings);
         p.clear = !c.muted;
@@ -976,9 +974,11 @@ void TdTranslator::cmdChatAction(const QStringList &a, const QString &, TdOutput
             return;
         }
         req = typed("leaveChat");
-    } else if (c.type == QLatin1String("supergroup") || c.type == QLatin1String("channel")) {
-        // Deleting a public group or channel from the list means leaving it.
+    } else if (c.type != QLatin1String("private") && c.type != QLatin1String("secret")) {
+        // Deleting a group or channel means leaving it; a basic group's
+        // history then goes too (its answer sends that).
         req = typed("leaveChat");
+        p.rounds = c.type == QLatin1String("basic_group") ? 1 : 0;
     } else {
         req = typed("deleteChatHistory");
         req.insert(QStringLiteral("remove_from_chat_list"), true);
@@ -1246,11 +1246,10 @@ QJsonObject TdTranslator::messageJson(const QJsonObject &m) const
         const QJsonObject origin = obj(forward, "origin");
         const QString ot = type(origin);
         QString from;
-        if (ot.endsWith(QLatin1String("User"))) {
-            const User u = m_users.value(i64(origin, "sender_user_id"));
-            from = fullName(u);
-        } else if (ot.endsWith(QLatin1String("HiddenUser"))) {
+        if (ot.endsWith(QLatin1String("HiddenUser"))) {
             from = str(origin, "sender_name");
+        } else if (ot.endsWith(QLatin1String("User"))) {
+            from = fullName(m_users.value(i64(origin, "sender_user_id")));
         } else if (ot.endsWith(QLatin1String("Chat"))) {
             from = m_chats.value(i64(origin, "sender_chat_id")).title;
         } else if (ot.endsWith(QLatin1String("Channel"))) {
@@ -1564,7 +1563,7 @@ bool TdTranslator::safeLocalPath(const QString &path) const
            m_uploads.contains(clean);
 }
 
-void TdTranslator::onFile(const QJsonObject &file, TdOutput *out)
+void TdTranslator::onFile(const QJsonObject &file, bool asked, TdOutput *out)
 {
     const qint64 id = i64(file, "id");
     if (id <= 0)
@@ -1576,7 +1575,7 @@ void TdTranslator::onFile(const QJsonObject &file, TdOutput *out)
         if (!safeLocalPath(path))
             return;
         const auto known = m_files.constFind(id);
-        if (known != m_files.cend() && known->done && known->path == path)
+        if (!asked && known != m_files.cend() && known->done && known->path == path)
             return; // told already
         if (m_files.size() >= kMaxFiles && !m_files.contains(id))
             m_files.clear();
@@ -1747,10 +1746,8 @@ void TdTranslator::onUpdate(const QString &t, const QJsonObject &o, TdOutput *ou
         e.insert(QStringLiteral("error_code"), code);
         e.insert(QStringLiteral("error_message"), message);
         out->events << e;
-        tdError(out,
-                m_sendTags.take(oldId).isEmpty() ? QStringLiteral("send:%1").arg(cid)
-                                                 : m_sendTags.value(oldId),
-                code, message);
+        const QString tag = m_sendTags.take(oldId);
+        tdError(out, tag.isEmpty() ? QStringLiteral("send:%1").arg(cid) : tag, code, message);
     } else if (t == QLatin1String("updateMessageContent")) {
         QJsonObject m;
         m.insert(QStringLiteral("chat_id"), chatId);
@@ -1786,7 +1783,7 @@ void TdTranslator::onUpdate(const QString &t, const QJsonObject &o, TdOutput *ou
             request(out, req, Pending(QStringLiteral("pinned"), chatId));
         }
     } else if (t == QLatin1String("updateFile")) {
-        onFile(obj(o, "file"), out);
+        onFile(obj(o, "file"), false, out);
     } else if (t == QLatin1String("updateConnectionState")) {
         m_connectionState = td_one_line(stripPrefix(type(obj(o, "state")), "connectionState"));
         QJsonObject e = event("connection_state");
@@ -1800,6 +1797,12 @@ void TdTranslator::onUpdate(const QString &t, const QJsonObject &o, TdOutput *ou
         e.insert(QStringLiteral("outgoing"), flag(call, "is_outgoing"));
         e.insert(QStringLiteral("state"),
                  stripPrefix(type(obj(call, "state")), "callState").toLower());
+        out->events << e;
+    } else if (t == QLatin1String("updateNewCallSignalingData")) {
+        // Calls have no user interface: only their traffic is logged.
+        QJsonObject e = event("call_signaling");
+        e.insert(QStringLiteral("call_id"), i64(o, "call_id"));
+        e.insert(QStringLiteral("b64_len"), str(o, "data").size());
         out->events << e;
     }
 }
@@ -1839,18 +1842,26 @@ void TdTranslator::onAnswer(const Pending &p, const QJsonObject &o, TdOutput *ou
         for (const QJsonValue &v : got)
             next.collected.append(v);
         // TDLib answers with what it has at hand; ask on from the oldest one
-        // until the page is full, the history ends or the rounds run out.
-        const int offset = p.text.toInt();
-        if (!got.isEmpty() && offset == 0 && next.collected.size() < p.number &&
+        // until the page is full, the history ends, nothing older comes or
+        // the rounds run out.
+        qint64 oldest = 0;
+        for (const QJsonValue &v : got) {
+            const qint64 id = i64(v.toObject(), "id");
+            if (id > 0 && (oldest == 0 || id < oldest))
+                oldest = id;
+        }
+        const bool progress = oldest > 0 && (p.oldest == 0 || oldest < p.oldest);
+        if (progress && p.text.toInt() == 0 && next.collected.size() < p.number &&
             p.rounds + 1 < kHistoryRounds) {
-            const qint64 oldest = i64(got.last().toObject(), "id");
             QJsonObject req = typed("getChatHistory");
             req.insert(QStringLiteral("chat_id"), p.chatId);
             req.insert(QStringLiteral("from_message_id"), oldest);
             req.insert(QStringLiteral("offset"), 0);
-            req.insert(QStringLiteral("limit"), int(p.number - next.collected.size()) + 1);
+            req.insert(QStringLiteral("limit"),
+                       int(qMin<qint64>(kTdPage, p.number - next.collected.size() + 1)));
             req.insert(QStringLiteral("only_local"), false);
             ++next.rounds;
+            next.oldest = oldest;
             request(out, req, next);
             return;
         }
@@ -1932,6 +1943,16 @@ void TdTranslator::onAnswer(const Pending &p, const QJsonObject &o, TdOutput *ou
         out->events << chatInfoEvent(*c, o);
     } else if (k == QLatin1String("action")) {
         const QString &verb = p.text;
+        if (p.rounds == 1) {
+            QJsonObject req = typed("deleteChatHistory");
+            req.insert(QStringLiteral("chat_id"), p.chatId);
+            req.insert(QStringLiteral("remove_from_chat_list"), true);
+            req.insert(QStringLiteral("revoke"), false);
+            Pending then = p;
+            then.rounds = 2;
+            request(out, req, then);
+            return;
+        }
         if (verb == QLatin1String("mute_toggle")) {
             QJsonObject e = withChat("chat_mute_toggled", p.chatId);
             e.insert(QStringLiteral("muted"), p.clear);
@@ -1952,7 +1973,7 @@ void TdTranslator::onAnswer(const Pending &p, const QJsonObject &o, TdOutput *ou
                 m_openChat = 0;
         }
     } else if (k == QLatin1String("download")) {
-        onFile(o, out);
+        onFile(o, true, out);
     } else if (k == QLatin1String("resolve")) {
         storeChat(o);
         const auto c = m_chats.constFind(i64(o, "id"));
@@ -2008,6 +2029,15 @@ void TdTranslator::onError(const Pending &p, int code, const QString &message, T
     } else if (k == QLatin1String("react")) {
         // The service's refusal carries the request's tag, like a failed send.
         tdError(out, QStringLiteral("react:%1:%2").arg(p.chatId).arg(p.messageId), code, message);
+    } else if (k == QLatin1String("props") && p.rounds == 0 &&
+               message.contains(QLatin1String("nknown"))) {
+        // TDLib before getMessageProperties kept the flags on the message.
+        QJsonObject req = typed("getMessage");
+        req.insert(QStringLiteral("chat_id"), p.chatId);
+        req.insert(QStringLiteral("message_id"), p.messageId);
+        Pending again = p;
+        again.rounds = 1;
+        request(out, req, again);
     } else if (k == QLatin1String("props")) {
         QJsonObject e = errorEvent("message_properties_error", code, message);
         e.insert(QStringLiteral("chat_id"), p.chatId);

@@ -57,7 +57,8 @@ public:
     TdOutput onStart();
     // One command line as received (with or without its line feed).
     TdOutput onCommand(const QString &line);
-    // Every update and every answer that td_receive hands out.
+    // Every update and every answer that td_receive hands out. Requests made
+    // here carry "@extra" "tr:<n>"; answers with other tags are ignored.
     TdOutput onTdObject(const QJsonObject &object);
 
     // The verbs onCommand understands.
@@ -130,6 +131,7 @@ private:
         QString text; // tag, mode, emoji, username, action
         QJsonArray collected;
         int rounds = 0;
+        qint64 oldest = 0; // history: the oldest message received so far
     };
 
     using CommandHandler = void (TdTranslator::*)(const QStringList &args, const QString &rest,
@@ -160,7 +162,8 @@ private:
     void storeUser(const QJsonObject &user);
     void setPositions(Chat *chat, const QJsonArray &positions);
     bool setPosition(Chat *chat, const QJsonObject &position);
-    void onFile(const QJsonObject &file, TdOutput *out);
+    // told: the file was asked for, so a finished one is told again.
+    void onFile(const QJsonObject &file, bool asked, TdOutput *out);
 
     // Event builders.
     QJsonObject chatEvent(const Chat &c) const;
@@ -211,22 +214,20 @@ private:
     TdConfig m_config;
     QString m_verb; // of the command being handled
     QString m_authState;
-    QString m_codePhone;
     qint64 m_myId = 0;
     QHash<qint64, Chat> m_chats;
     QHash<qint64, User> m_users;
     QHash<qint64, Group> m_basicGroups;
     QHash<qint64, Group> m_supergroups;
     QHash<qint64, FileState> m_files;
-    QSet<QString> m_uploads; // local paths the user sent
-    QHash<QString, Pending> m_pending;
+    QSet<QString> m_uploads;           // local paths the user sent
+    QMap<qint64, Pending> m_pending;   // by the number in "@extra", oldest first
     QHash<qint64, QString> m_sendTags; // pending message id -> correlation tag
     QHash<qint64, int> m_gen;          // chat -> history generation
     qint64 m_nextExtra = 0;
     qint64 m_searchReq = 0;
     qint64 m_openChat = 0;
     bool m_chatsListed = false; // the list was sent once: chats entering it are told
-    bool m_phoneSent = false;
     QString m_connectionState;
 };
 
