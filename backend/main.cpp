@@ -11,6 +11,7 @@
 #include "platform/folders.h"
 #include "td_engine.h"
 #include "td_json_library.h"
+#include "td_voice_waveform.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -147,6 +148,7 @@ int runTdlib(QCoreApplication &app, const BackendPaths &paths, const TdJsonLibra
     config.phone = env.value(QStringLiteral("TG_PHONE_NUMBER"));
     config.autoSendPhone = env.value(QStringLiteral("TG_AUTO_SEND_PHONE")) == QLatin1String("1");
     td_network_from_env(env, &config);
+    config.voiceWaveform = td_voice_waveform;
 
     // TDLib turns the shared log over itself; the "[backend]" lines follow it.
     BackendOutput out(paths.eventsPath, paths.logPath, 0, paths.verbosity);
