@@ -124,8 +124,6 @@ void TestTdEngine::signInFormWhileUnreachable()
     QVERIFY(pong >= sent);
     QVERIFY(!hasType(p.between(sent, pong), "td_error"));
     QVERIFY(!p.standardOutput().contains("AUTH_STATE Ready"));
-    for (const QString &target : proxy.attempts())
-        QVERIFY2(!target.startsWith(QLatin1String("127.")), qPrintable(target));
     QCOMPARE(p.finish(), 0);
 }
 
