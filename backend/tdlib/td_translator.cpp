@@ -1282,6 +1282,8 @@ QJsonObject TdTranslator::messageJson(const QJsonObject &m) const
 
 void TdTranslator::emitHistory(const Pending &p, const QJsonArray &messages, TdOutput *out)
 {
+    if (m_gen.size() >= kMaxChats && !m_gen.contains(p.chatId))
+        m_gen.clear(); // a chat opened again starts a new generation anyway
     int &gen = m_gen[p.chatId];
     if (p.clear || gen == 0)
         ++gen;

@@ -2,7 +2,9 @@
 #include "events/event_dispatcher.h"
 #include "td_translator.h"
 
+#include <QDeadlineTimer>
 #include <QJsonDocument>
+#include <QLibrary>
 #include <QtTest>
 
 namespace {
@@ -295,6 +297,10 @@ const Row kCommandRows[] = {
      R"([{"@type": "getUserFullInfo", "user_id": 200}])", "[]"},
     {"chat_info channel", R"($world[{"cmd": "chat_info -1003"}])",
      R"([{"@type": "getSupergroupFullInfo", "supergroup_id": 300}])", "[]"},
+    {"chat_info basic group",
+     R"($world[{"td": {"@type": "updateNewChat", "chat": {"id": 5, "title": "Club",
+        "type": {"@type": "chatTypeBasicGroup", "basic_group_id": 9}}}}, {"cmd": "chat_info 5"}])",
+     R"([{"@type": "getBasicGroupFullInfo", "basic_group_id": 9}])", "[]"},
     {"chat_info unknown", R"($world[{"cmd": "chat_info 999"}])", "[]",
      R"([{"type": "chat_info_error", "chat_id": 999}])"},
     {"close", R"($world[{"cmd": "close 200"}])", R"([{"@type": "closeChat", "chat_id": 200}])",
@@ -695,6 +701,7 @@ private slots:
     void start();
     void everyVerbTranslated();
     void everyEventProduced();
+    void requestsParseInTdlib();
 
 private:
     void check();
@@ -756,6 +763,68 @@ void TestTdTranslator::everyEventProduced()
         if (type != QLatin1String("hub_notify_message"))
             QVERIFY2(produced.contains(type), qPrintable(type));
     }
+}
+
+// Every request the rows make is one TDLib itself reads: its answer is
+// anything but a parse error. TDLib is given no parameters, so it stays
+// offline.
+void TestTdTranslator::requestsParseInTdlib()
+{
+    const QString path = QString::fromUtf8(TDJSON_LIBRARY);
+    if (path.isEmpty() || !QFile::exists(path))
+        QSKIP("libtdjson is not built or fetched");
+    QLibrary lib(path);
+    QVERIFY2(lib.load(), qPrintable(lib.errorString()));
+    using CreateId = int (*)();
+    using Send = void (*)(int, const char *);
+    using Receive = const char *(*)(double);
+    using Execute = const char *(*)(const char *);
+    const auto createId = reinterpret_cast<CreateId>(lib.resolve("td_create_client_id"));
+    const auto send = reinterpret_cast<Send>(lib.resolve("td_send"));
+    const auto receive = reinterpret_cast<Receive>(lib.resolve("td_receive"));
+    const auto execute = reinterpret_cast<Execute>(lib.resolve("td_execute"));
+    QVERIFY(createId && send && receive && execute);
+    execute(R"({"@type": "setLogVerbosityLevel", "new_verbosity_level": 0})");
+
+    QHash<QString, QJsonObject> byType; // one of each kind is enough
+    forEachRow([&byType](const Row &r) {
+        for (const QJsonObject &req : run(steps(QString::fromUtf8(r.steps))).requests)
+            byType.insert(req.value(QStringLiteral("@type")).toString(), req);
+    });
+    // These change the client's state instead of answering.
+    for (const char *t : {"setTdlibParameters", "setNetworkType", "addProxy"})
+        byType.remove(QLatin1String(t));
+    QVERIFY(byType.size() >= 25);
+    const int client = createId();
+    QHash<QString, QString> waiting; // tag -> @type
+    for (QJsonObject req : qAsConst(byType)) {
+        const QString tag = QStringLiteral("shape:%1").arg(waiting.size());
+        waiting.insert(tag, req.value(QStringLiteral("@type")).toString());
+        req.insert(QStringLiteral("@extra"), tag);
+        send(client, QJsonDocument(req).toJson(QJsonDocument::Compact).constData());
+    }
+    QDeadlineTimer cap(60000);
+    while (!waiting.isEmpty() && !cap.hasExpired()) {
+        const char *text = receive(1.0);
+        if (!text)
+            continue;
+        const QJsonObject answer = QJsonDocument::fromJson(text).object();
+        const QString type = waiting.take(answer.value(QStringLiteral("@extra")).toString());
+        if (type.isEmpty())
+            continue;
+        const QString message = answer.value(QStringLiteral("message")).toString();
+        QVERIFY2(!message.contains(QLatin1String("Failed to parse")),
+                 qPrintable(type + QStringLiteral(": ") + message));
+    }
+    QVERIFY2(waiting.isEmpty(), qPrintable(QStringList(waiting.values()).join(QLatin1Char(' '))));
+    // TDLib's threads must be done before the process ends.
+    send(client, R"({"@type": "close"})");
+    bool closed = false;
+    while (!closed && !cap.hasExpired()) {
+        const char *text = receive(1.0);
+        closed = text && QByteArray(text).contains("authorizationStateClosed");
+    }
+    QVERIFY(closed);
 }
 
 void TestTdTranslator::check()
