@@ -10,7 +10,7 @@ PACKAGES=(
   qtbase5-dev qtbase5-dev-tools qtmultimedia5-dev libqt5multimedia5-plugins libqt5sql5-sqlite
   libsqlite3-dev libopus0 libopus-dev libopenal1 libopenal-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-pulseaudio gstreamer1.0-alsa
-  pulseaudio pulseaudio-utils opus-tools ffmpeg openssl dbus-daemon
+  pulseaudio pulseaudio-utils opus-tools ffmpeg openssl dbus-daemon npm
   xvfb xauth x11-utils imagemagick fonts-dejavu-core fonts-noto-core fonts-noto-color-emoji fonts-noto-cjk
 )
 
@@ -25,6 +25,10 @@ if [ ${#missing[@]} -gt 0 ]; then
   $SUDO apt-get update -q
   $SUDO apt-get install -y -q --no-install-recommends "${missing[@]}"
 fi
+
+# The prebuilt TDLib for td_backend's TDLib engine; without it the build goes
+# on and td_backend runs the demo engine.
+scripts/fetch_tdlib.sh || echo "setup: no TDLib; the TDLib engine's tests will skip" >&2
 
 BUILD_DIR="${1:-build}"
 shift || true

@@ -200,7 +200,7 @@ bool DemoBackend::start(QString *error)
     m_files->setWorld(&m_world, m_epoch);
     m_files->load(m_store->loadFiles());
 
-    demo_write_fully(STDOUT_FILENO, QByteArrayLiteral("BACKEND_READY demo\n"));
+    backend_write_fully(STDOUT_FILENO, QByteArrayLiteral("BACKEND_READY demo\n"));
     m_out.log(1, QStringLiteral("BACKEND_READY"));
     emitEvent(demo_event::backend_ready(false));
 
@@ -291,6 +291,14 @@ const DemoBackend::Verb DemoBackend::kVerbs[] = {
     {"downloadp", true, &DemoBackend::cmdDownload},
     {"resolve", true, &DemoBackend::cmdResolve},
 };
+
+QStringList DemoBackend::verbs()
+{
+    QStringList names;
+    for (const Verb &v : kVerbs)
+        names << QLatin1String(v.name);
+    return names;
+}
 
 void DemoBackend::handleLine(const QByteArray &raw)
 {

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "backend_output.h"
 #include "demo_activity.h"
 #include "demo_events.h"
-#include "demo_output.h"
 #include "demo_store.h"
 #include "demo_world.h"
 
@@ -67,6 +67,8 @@ public:
     // Runs every pending delayed answer at once (end of input).
     void drainPending();
     void announceClosed();
+    // Every verb the dispatcher accepts.
+    static QStringList verbs();
 
 private:
     struct ChatRuntime
@@ -180,7 +182,7 @@ private:
     DemoConfig m_config;
     DemoStore *m_store;
     DemoWorld m_world;
-    DemoOutput m_out;
+    BackendOutput m_out;
     DemoScheduler *m_scheduler = nullptr;
     DemoActivity *m_activity = nullptr;
     DemoFiles *m_files = nullptr;

@@ -1,9 +1,9 @@
 #include "demo_files.h"
 
+#include "backend_output.h"
 #include "demo_backend.h"
 #include "demo_events.h"
 #include "demo_media.h"
-#include "demo_output.h"
 #include "demo_scheduler.h"
 
 #include <QCoreApplication>
@@ -14,7 +14,7 @@
 #include <QStandardPaths>
 
 DemoFiles::DemoFiles(const QString &filesDir, DemoStore *store, DemoScheduler *scheduler,
-                     DemoOutput *out, QObject *parent)
+                     BackendOutput *out, QObject *parent)
     : QObject(parent), m_filesDir(filesDir), m_store(store), m_scheduler(scheduler), m_out(out)
 {
 }

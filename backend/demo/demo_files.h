@@ -8,7 +8,7 @@
 #include <QObject>
 #include <QSet>
 
-class DemoOutput;
+class BackendOutput;
 class DemoScheduler;
 class QProcess;
 
@@ -30,8 +30,8 @@ class DemoFiles : public QObject
 {
     Q_OBJECT
 public:
-    DemoFiles(const QString &filesDir, DemoStore *store, DemoScheduler *scheduler, DemoOutput *out,
-              QObject *parent = nullptr);
+    DemoFiles(const QString &filesDir, DemoStore *store, DemoScheduler *scheduler,
+              BackendOutput *out, QObject *parent = nullptr);
     ~DemoFiles() override;
 
     void setWorld(const DemoWorld *world, qint64 epoch);
@@ -52,7 +52,7 @@ private:
     QString m_filesDir;
     DemoStore *m_store;
     DemoScheduler *m_scheduler;
-    DemoOutput *m_out;
+    BackendOutput *m_out;
     const DemoWorld *m_world = nullptr;
     qint64 m_epoch = 0;
     QHash<qint64, DemoStoredFile> m_stored;

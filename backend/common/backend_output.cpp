@@ -1,4 +1,4 @@
-#include "demo_output.h"
+#include "backend_output.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-bool demo_write_fully(int fd, const QByteArray &bytes)
+bool backend_write_fully(int fd, const QByteArray &bytes)
 {
     const char *p = bytes.constData();
     qint64 left = bytes.size();
@@ -36,13 +36,13 @@ int openAppend(const QString &path)
 
 } // namespace
 
-DemoOutput::DemoOutput(const QString &eventsPath, const QString &logPath, qint64 logMaxSize,
-                       int verbosity)
+BackendOutput::BackendOutput(const QString &eventsPath, const QString &logPath, qint64 logMaxSize,
+                             int verbosity)
     : m_eventsPath(eventsPath), m_logPath(logPath), m_logMaxSize(logMaxSize), m_verbosity(verbosity)
 {
 }
 
-DemoOutput::~DemoOutput()
+BackendOutput::~BackendOutput()
 {
     if (m_eventsFd >= 0)
         ::close(m_eventsFd);
@@ -50,7 +50,7 @@ DemoOutput::~DemoOutput()
         ::close(m_logFd);
 }
 
-bool DemoOutput::open(QString *error)
+bool BackendOutput::open(QString *error)
 {
     m_eventsFd = openAppend(m_eventsPath);
     if (m_eventsFd < 0) {
@@ -65,49 +65,58 @@ bool DemoOutput::open(QString *error)
     return true;
 }
 
-void DemoOutput::event(const QJsonObject &event)
+void BackendOutput::event(const QJsonObject &event)
 {
     QByteArray line = QJsonDocument(event).toJson(QJsonDocument::Compact);
     line.append('\n');
     reopenEventsIfReplaced();
-    if (m_eventsFd >= 0 && !demo_write_fully(m_eventsFd, line))
+    if (m_eventsFd >= 0 && !backend_write_fully(m_eventsFd, line))
         log(1, QStringLiteral("events write failed errno=%1").arg(errno));
     if (m_verbosity >= 4)
         log(4, QStringLiteral("event %1").arg(event.value(QStringLiteral("type")).toString()));
 }
 
-void DemoOutput::reopenEventsIfReplaced()
+void BackendOutput::reopenEventsIfReplaced()
 {
     // A reader may remove or replace the file; events then go to the file
     // that is there now, not to an unlinked one.
-    struct stat open = {};
-    struct stat named = {};
-    const QByteArray path = QFile::encodeName(m_eventsPath);
-    if (m_eventsFd >= 0 && ::fstat(m_eventsFd, &open) == 0 &&
-        ::stat(path.constData(), &named) == 0 && open.st_ino == named.st_ino &&
-        open.st_dev == named.st_dev)
-        return;
-    const int fd = openAppend(m_eventsPath);
-    if (fd < 0)
-        return;
-    if (m_eventsFd >= 0)
-        ::close(m_eventsFd);
-    m_eventsFd = fd;
+    reopenIfReplaced(m_eventsPath, &m_eventsFd);
 }
 
-void DemoOutput::status(const QString &line)
+bool BackendOutput::reopenIfReplaced(const QString &path, int *fd)
 {
-    demo_write_fully(STDOUT_FILENO, line.toUtf8() + '\n');
+    struct stat open = {};
+    struct stat named = {};
+    const QByteArray name = QFile::encodeName(path);
+    if (*fd >= 0 && ::fstat(*fd, &open) == 0 && ::stat(name.constData(), &named) == 0 &&
+        open.st_ino == named.st_ino && open.st_dev == named.st_dev)
+        return false;
+    const int reopened = openAppend(path);
+    if (reopened < 0)
+        return false;
+    if (*fd >= 0)
+        ::close(*fd);
+    *fd = reopened;
+    return true;
+}
+
+void BackendOutput::status(const QString &line)
+{
+    backend_write_fully(STDOUT_FILENO, line.toUtf8() + '\n');
     log(1, line);
 }
 
-void DemoOutput::log(int level, const QString &text)
+void BackendOutput::log(int level, const QString &text)
 {
     if (m_logFd < 0 || level > qMax(1, m_verbosity))
         return;
     QByteArray line = "[backend] " + text.toUtf8();
     line.replace('\n', ' ');
     line.append('\n');
+    // Without a size of its own the log is shared with a writer that turns it
+    // over itself (TDLib); lines then follow the file that has the name now.
+    if (m_logMaxSize <= 0 && reopenIfReplaced(m_logPath, &m_logFd))
+        m_logSize = 0;
     if (m_logMaxSize > 0 && m_logSize + line.size() > m_logMaxSize) {
         // Keep one old generation, like the service's own log rotation.
         ::close(m_logFd);
@@ -119,6 +128,6 @@ void DemoOutput::log(int level, const QString &text)
         if (m_logFd < 0)
             return;
     }
-    if (demo_write_fully(m_logFd, line))
+    if (backend_write_fully(m_logFd, line))
         m_logSize += line.size();
 }

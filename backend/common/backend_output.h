@@ -5,14 +5,16 @@
 
 // Where the backend's answers go: events appended to the events file, status
 // lines on standard output, and "[backend]" lines in the log, which keeps one
-// old generation when it outgrows its size.
-class DemoOutput
+// old generation when it outgrows its size (a size of 0 leaves the turning
+// over to another writer of the same file).
+class BackendOutput
 {
 public:
-    DemoOutput(const QString &eventsPath, const QString &logPath, qint64 logMaxSize, int verbosity);
-    ~DemoOutput();
-    DemoOutput(const DemoOutput &) = delete;
-    DemoOutput &operator=(const DemoOutput &) = delete;
+    BackendOutput(const QString &eventsPath, const QString &logPath, qint64 logMaxSize,
+                  int verbosity);
+    ~BackendOutput();
+    BackendOutput(const BackendOutput &) = delete;
+    BackendOutput &operator=(const BackendOutput &) = delete;
 
     bool open(QString *error);
     void event(const QJsonObject &event);
@@ -22,6 +24,7 @@ public:
 
 private:
     void reopenEventsIfReplaced();
+    static bool reopenIfReplaced(const QString &path, int *fd);
 
     QString m_eventsPath;
     QString m_logPath;
@@ -33,4 +36,4 @@ private:
 };
 
 // Writes all of bytes to a file descriptor, going on after interruptions.
-bool demo_write_fully(int fd, const QByteArray &bytes);
+bool backend_write_fully(int fd, const QByteArray &bytes);

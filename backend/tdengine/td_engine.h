@@ -1,0 +1,73 @@
+#pragma once
+
+#include "td_translator.h"
+
+#include <QJsonObject>
+#include <QObject>
+#include <QProcessEnvironment>
+#include <QTimer>
+
+#include <atomic>
+#include <thread>
+
+class BackendOutput;
+class TdJsonLibrary;
+
+struct TdEngineSettings
+{
+    TdConfig td;
+    QString logPath;
+    qint64 logMaxSize = 5 * 1024 * 1024;
+    int verbosity = 2;
+    // How long an orderly close waits for TDLib to report it closed.
+    int closeTimeoutMs = 15000;
+};
+
+// TG_API_ID and TG_API_HASH from env; false with the reason when they are
+// missing or the id is not a positive number.
+bool td_credentials_from_env(const QProcessEnvironment &env, qint64 *apiId, QString *apiHash,
+                             QString *why);
+// The proxy and network settings of the environment (TG_PROXY_*, TDLIB_NETWORK_NONE).
+void td_network_from_env(const QProcessEnvironment &env, TdConfig *config);
+
+// Runs one TDLib client: commands go through the translator to td_send, and
+// what td_receive returns (on a thread of its own) comes back to the main
+// thread, through the translator, as events and status lines.
+class TdEngine : public QObject
+{
+    Q_OBJECT
+public:
+    TdEngine(const TdEngineSettings &settings, const TdJsonLibrary *library, BackendOutput *out,
+             QObject *parent = nullptr);
+    ~TdEngine() override;
+
+    // Sets TDLib's log up, creates the client and starts receiving.
+    void start();
+    void handleLine(const QByteArray &line);
+    // Closes TDLib and reports finished(exitCode) once it is closed or the
+    // wait has run out.
+    void shutdown(int exitCode = 0);
+
+Q_SIGNALS:
+    void finished(int exitCode);
+
+private:
+    void receiveLoop();
+    void onReceived(const QByteArray &json);
+    void apply(const TdOutput &output);
+    void sendRequest(const QJsonObject &request);
+    void configureLog();
+    void finish();
+
+    TdEngineSettings m_settings;
+    const TdJsonLibrary *m_library;
+    BackendOutput *m_out;
+    TdTranslator m_translator;
+    int m_clientId = 0;
+    bool m_closing = false;
+    bool m_finished = false;
+    int m_exitCode = 0;
+    QTimer m_closeTimer;
+    std::atomic<bool> m_stop{false};
+    std::thread m_receiver;
+};
