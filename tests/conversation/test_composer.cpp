@@ -126,11 +126,9 @@ private Q_SLOTS:
         const QString ell = QString::fromUtf8("…");
         QTest::newRow("90 characters stay whole") << ninety << ninety;
         QTest::newRow("200 characters") << QString(200, QLatin1Char('x')) << ninety + ell;
-        QTest::newRow("a character made of two code points is not cut")
-            << QString(89, QLatin1Char('a')) + QString::fromUtf8("👍🏽b")
-            << QString(89, QLatin1Char('a')) + ell;
-        QTest::newRow("surrogate pairs count once")
-            << QString::fromUtf8("😀").repeated(90) << QString::fromUtf8("😀").repeated(90);
+        const QString smiles = QString::fromUtf8("😀").repeated(90);
+        QTest::newRow("surrogate pairs count once") << smiles << smiles;
+        // Where the cut falls between characters: test_chat_list_model's cuts.
     }
     void barText()
     {
