@@ -28,7 +28,6 @@ private Q_SLOTS:
     void cleanup();
 
     void notificationsOfIncomingMessages();
-    void requestAtStartUpWaitsForSignInAndRow();
     void tappedPublicLinkOpensChatAtMessage();
     void openChatOnRunningInstance();
 
@@ -131,18 +130,6 @@ void TestOpenRequests::notificationsOfIncomingMessages()
     server.click(calls[3].id);
     QTRY_COMPARE(m_spike->chatSession()->chatId(), 2);
     QTRY_COMPARE(m_commands.count("open 2 22"), 1);
-}
-
-void TestOpenRequests::requestAtStartUpWaitsForSignInAndRow()
-{
-    QVERIFY(write_hub_open_request(dataDir(), 3, 30, "test", nullptr));
-    makeSignedInController(R"({"type":"chat","id":1,"title":"One","order":"2"})");
-    QVERIFY(!QFile::exists(hub_open_file_path(dataDir())));
-    QCOMPARE(m_spike->chatSession()->chatId(), 0);
-    feed(R"({"type":"chat","id":3,"title":"Three","order":"1"})");
-    QCOMPARE(m_spike->chatSession()->chatId(), 3);
-    QTRY_COMPARE(m_commands.count("open 3 30"), 1);
-    QCOMPARE(m_commands.count("chats 60"), 1);
 }
 
 void TestOpenRequests::tappedPublicLinkOpensChatAtMessage()
