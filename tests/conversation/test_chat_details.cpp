@@ -29,16 +29,11 @@ struct Harness : OpenChatModels
                          [this](const QString &t) { toasts << t; });
         QObject::connect(&actions, &ChatActions::dialogRequested,
                          [this](const Request &r) { dialogs << r; });
-        QVariantMap chat{{QStringLiteral("id"), QStringLiteral("5")},
-                         {QStringLiteral("title"), title},
-                         {QStringLiteral("chat_type"), chatType},
-                         {QStringLiteral("order"), QStringLiteral("30")}};
-        for (auto it = extra.cbegin(); it != extra.cend(); ++it)
-            chat.insert(it.key(), it.value());
+        QVariantMap chat =
+            test_util::kv("id=5|title=" + title + "|chat_type=" + chatType + "|order=30");
+        chat.insert(extra);
         chats.upsertChatRow(chat);
-        chats.upsertChatRow({{QStringLiteral("id"), QStringLiteral("7")},
-                             {QStringLiteral("title"), QStringLiteral("Bob")},
-                             {QStringLiteral("order"), QStringLiteral("20")}});
+        addChat("id=7|title=Bob|order=20");
         session.openChatFromRow(chat);
     }
 };

@@ -43,27 +43,17 @@ struct Harness : OpenChatModels
                          [this](const QString &l) { logs << l; });
         QObject::connect(&actions, &MessageActions::dialogRequested,
                          [this](const Request &r) { dialogs << r; });
-        const QVariantMap chat{{QStringLiteral("id"), QStringLiteral("5")},
-                               {QStringLiteral("title"), title},
-                               {QStringLiteral("chat_type"), chatType},
-                               {QStringLiteral("order"), QStringLiteral("30")}};
-        chats.upsertChatRow(chat);
-        chats.upsertChatRow({{QStringLiteral("id"), QStringLiteral("7")},
-                             {QStringLiteral("title"), QStringLiteral("Bob")},
-                             {QStringLiteral("order"), QStringLiteral("20")}});
-        chats.upsertChatRow({{QStringLiteral("id"), QStringLiteral("9")},
-                             {QStringLiteral("order"), QStringLiteral("10")}});
-        session.openChatFromRow(chat);
-        for (const char *e :
-             {"id=10 text=hello outgoing=false content_type=messageText sender_user_id=42",
-              "id=11 text=mine outgoing=true content_type=messageText",
-              "id=12 text=caption outgoing=true content_type=messagePhoto media_type=photo",
-              "id=13 text=wait outgoing=true content_type=messageText sending_state=pending"}) {
-            event(QStringLiteral("message_new chat_id=5 ") + QString::fromLatin1(e));
-        }
+        addChat("id=7|title=Bob|order=20");
+        addChat("id=9|order=10");
+        session.openChatFromRow(
+            addChat("id=5|title=" + title + "|chat_type=" + chatType + "|order=30"));
+        feed("message_new chat_id=5 id=10 text=hello outgoing=false content_type=messageText "
+             "sender_user_id=42; message_new chat_id=5 id=11 text=mine outgoing=true "
+             "content_type=messageText; message_new chat_id=5 id=12 text=caption outgoing=true "
+             "content_type=messagePhoto media_type=photo; message_new chat_id=5 id=13 text=wait "
+             "outgoing=true content_type=messageText sending_state=pending");
         lines.clear();
     }
-    void event(const QString &text) { session.handleMessageEvent(ev(text)); }
     // "11:rfdecy" gives message 11 the properties replied, forwarded,
     // deleted for self, for everybody (a), edited, copied; "11:" none.
     void props(const QString &text)
@@ -75,11 +65,11 @@ struct Harness : OpenChatModels
                 return f.contains(QLatin1Char(c)) ? QStringLiteral("true")
                                                   : QStringLiteral("false");
             };
-            event(QStringLiteral("message_properties chat_id=5 id=%1 can_be_replied=%2 "
-                                 "can_be_forwarded=%3 can_be_deleted_only_for_self=%4 "
-                                 "can_be_deleted_for_all_users=%5 can_be_edited=%6 "
-                                 "can_be_copied=%7")
-                      .arg(id, has('r'), has('f'), has('d'), has('a'), has('e'), has('c')));
+            feed(QStringLiteral("message_properties chat_id=5 id=%1 can_be_replied=%2 "
+                                "can_be_forwarded=%3 can_be_deleted_only_for_self=%4 "
+                                "can_be_deleted_for_all_users=%5 can_be_edited=%6 "
+                                "can_be_copied=%7")
+                     .arg(id, has('r'), has('f'), has('d'), has('a'), has('e'), has('c')));
         }
     }
     QVariantMap row(qint64 id) const { return messages.rowAt(messages.findMessageIndexById(id)); }
@@ -137,17 +127,15 @@ void TestMessageActions::menu_data()
     QTest::addColumn<QString>("props"); // flags, or "error" / "timeout"
     QTest::addColumn<bool>("reactionsAllowed");
     QTest::addColumn<QString>("items");
-    QTest::newRow("own text, everything")
-        << 11LL << kAll << true << "Reply|Reactions…|Forward|Delete|Edit|Copy|Select";
-    QTest::newRow("a photo is not edited here")
-        << 12LL << kAll << true << "Reply|Reactions…|Forward|Delete|Copy|Select";
-    QTest::newRow("nothing allowed") << 10LL << "" << false << "Reactions…|Select";
-    QTest::newRow("only deletable for everybody")
-        << 10LL << "a" << true << "Reactions…|Delete|Select";
-    QTest::newRow("properties failed: from the row, reactions off")
-        << 11LL << "error" << false << "Reply|Forward|Delete|Edit|Copy|Select";
-    QTest::newRow("still sending, properties late")
-        << 13LL << "timeout" << true << "Delete|Copy|Select";
+    const auto row = [](qint64 id, const QString &props, bool reactions, const char *items) {
+        QTest::newRow(items) << id << props << reactions << QString::fromUtf8(items);
+    };
+    row(11, kAll, true, "Reply|Reactions…|Forward|Delete|Edit|Copy|Select");
+    row(12, kAll, true, "Reply|Reactions…|Forward|Delete|Copy|Select"); // a photo
+    row(10, "", false, "Reactions…|Select");
+    row(10, "a", true, "Reactions…|Delete|Select");
+    row(11, "error", false, "Reply|Forward|Delete|Edit|Copy|Select"); // from the row
+    row(13, "timeout", true, "Delete|Copy|Select");                   // still sending
 }
 
 void TestMessageActions::menu()
@@ -167,7 +155,7 @@ void TestMessageActions::menu()
     QCOMPARE(h.lines, QStringList{QStringLiteral("props 5 %1").arg(id)});
     QCOMPARE(shown.count(), 0);
     if (props == QLatin1String("error")) {
-        h.event(QStringLiteral("message_properties_error chat_id=5 id=%1 code=400").arg(id));
+        h.feed(QStringLiteral("message_properties_error chat_id=5 id=%1 code=400").arg(id));
     } else if (props == QLatin1String("timeout")) {
         QVERIFY(shown.wait(5000));
     } else {
@@ -268,7 +256,7 @@ void TestMessageActions::selection()
     QCOMPARE(h.row(10).value(QStringLiteral("selected")).toString(), QStringLiteral("false"));
 
     // The last selected message deleted by the backend ends selection mode.
-    h.event(QStringLiteral("messages_deleted chat_id=5 message_ids=11"));
+    h.feed(QStringLiteral("messages_deleted chat_id=5 message_ids=11"));
     QVERIFY(!h.actions.isSelectionMode());
     QCOMPARE(mode.last().first().toBool(), false);
 
@@ -440,7 +428,7 @@ void TestMessageActions::reactions()
         h.info.insert(QStringLiteral("available_reactions"),
                       f.at(1).split(QLatin1Char(','), Qt::SkipEmptyParts));
     }
-    h.event(QStringLiteral("message_reactions chat_id=5 id=10 reactions=") + f.at(0));
+    h.feed(QStringLiteral("message_reactions chat_id=5 id=10 reactions=") + f.at(0));
     h.actions.showReactionsDialog(10);
     if (items.isEmpty()) {
         QCOMPARE(h.toasts, QStringList{QStringLiteral("Reactions are disabled in this chat")});
@@ -492,7 +480,7 @@ void TestMessageActions::reactionChip()
         h.info.insert(QStringLiteral("available_reactions"),
                       f.at(1).split(QLatin1Char(','), Qt::SkipEmptyParts));
     }
-    h.event(QStringLiteral("message_reactions chat_id=5 id=10 reactions=") + f.at(0));
+    h.feed(QStringLiteral("message_reactions chat_id=5 id=10 reactions=") + f.at(0));
     h.actions.onReactionChipTapped(10, f.at(2));
     QCOMPARE(h.lines.join(QLatin1Char('|')), f.at(3));
     QCOMPARE(h.toasts.size(), f.at(3).isEmpty() ? 1 : 0);
