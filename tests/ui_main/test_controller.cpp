@@ -69,7 +69,6 @@ private Q_SLOTS:
 
     void startsChildAndFillsPhone();
     void signInIntentsAndTheme();
-    void readyShowsListAsksForChatsAndReloads();
     void chatRisingToTheTop_data();
     void chatRisingToTheTop();
     void conversationRoundTrip();
@@ -183,8 +182,9 @@ void TestController::startsChildAndFillsPhone()
 
 void TestController::signInIntentsAndTheme()
 {
-    // What each intent sends is the sign-in rule's business; here: each one is wired, and a line
-    // break typed into a field never splits a command.
+    // What each intent sends is the sign-in rule's business; here: each one (and the list's
+    // reload) is wired, and a line break typed into a field never splits a command. The list
+    // shown once signed in: test_demo_session.
     const QString themeFile = dataDir() + "/ui_theme.txt";
     QVERIFY(writeFile(themeFile, "dark\n"));
     makeController();
@@ -194,29 +194,17 @@ void TestController::signInIntentsAndTheme()
     Q_EMIT main->codeSubmitted("24680");
     Q_EMIT main->resendRequested();
     Q_EMIT main->passwordSubmitted("a\nchats 60");
+    Q_EMIT main->reloadChatsRequested();
     QCOMPARE(m_commands.lines().mid(before),
-             (QStringList{"phone +1 555 0100", "code 24680", "resend", "password a chats 60"}));
-    // The theme toggles both ways, kept in its file and followed by the lists.
+             (QStringList{"phone +1 555 0100", "code 24680", "resend", "password a chats 60",
+                          "chats 60"}));
+    // The theme toggles, kept in its file and followed by the lists and the screens.
     QVERIFY(m_spike->darkTheme());
     MenuScreen *menu = m_spike->screens()->menuScreen();
     Q_EMIT menu->themeToggleRequested();
     QCOMPARE(readAll(themeFile), QByteArray("bright\n"));
     QCOMPARE(m_spike->chatListView()->property("ui_dark_theme"), QVariant(false));
     QVERIFY(!m_spike->screens()->darkTheme());
-}
-
-void TestController::readyShowsListAsksForChatsAndReloads()
-{
-    makeController();
-    MainScreen *main = m_spike->screens()->mainScreen();
-    QVERIFY(!main->isAuthorised());
-    feed(R"({"type":"auth_state","state":"Ready"})");
-    QVERIFY(main->isAuthorised());
-    QVERIFY(m_spike->chatListView()->isVisibleTo(main));
-    QCOMPARE(sent("chats 60"), 1);
-    // The list's reload action asks again.
-    Q_EMIT main->reloadChatsRequested();
-    QCOMPARE(sent("chats 60"), 2);
 }
 
 void TestController::chatRisingToTheTop_data()
