@@ -101,23 +101,20 @@ QStringList TestSearchAndCache::shownTitles() const
 void TestSearchAndCache::typingFiltersTheListAndOpensAChat()
 {
     QVERIFY(loadChats({"id=1|title=Zoë O'Brien", "id=2|title=Ada Lovelace|username=countess",
-                       "id=3|title=Zoe Silva", "id=4|title=Grace"}));
+                       "id=3|title=Zoe Silva"}));
     MainScreen *main = m_spike->screens()->mainScreen();
     Q_EMIT main->searchRequested();
     QVERIFY(main->isSearchOpen());
-    // What matches: test_chat_filter.
+    // What matches, and rows joining as they change: test_chat_filter.
     Q_EMIT main->searchTextChanged("@count");
     QCOMPARE(shownTitles(), (QStringList{"Ada Lovelace"}));
-    // A chat renamed while the list is filtered joins the results.
-    feed(R"({"type":"chat_title","chat_id":4,"title":"Grace Countess"})");
-    QCOMPARE(shownTitles(), (QStringList{"Ada Lovelace", "Grace Countess"}));
     // A tap opens the chat the filtered row shows.
-    Q_EMIT m_spike->chatListView()->triggered({1});
-    QCOMPARE(sent("chat_info 4"), 1);
+    Q_EMIT m_spike->chatListView()->triggered({0});
+    QCOMPARE(sent("chat_info 2"), 1);
     QCOMPARE(m_spike->screens()->currentScreen(), ShellScreens::Screen::Conversation);
     m_spike->onBackToChats();
     main->closeSearch();
-    QCOMPARE(shownTitles().size(), 4);
+    QCOMPARE(shownTitles().size(), 3);
 }
 
 void TestSearchAndCache::serverSearch_data()
