@@ -50,7 +50,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("expected");
         // "now" is Sunday 2026-03-15 12:00 local time.
         QTest::newRow("none") << qint64(0) << "";
-        QTest::newRow("negative") << qint64(-5) << "";
         QTest::newRow("today: hours and minutes, no seconds")
             << localSecs(2026, 3, 15, 9, 37) + 45 << "~37";
         QTest::newRow("yesterday") << localSecs(2026, 3, 14, 23, 59) << "Sat";

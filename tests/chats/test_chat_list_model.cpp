@@ -38,46 +38,26 @@ private Q_SLOTS:
         auto row = [](const char *name, const char *steps, const char *e) {
             QTest::newRow(name) << steps << e;
         };
+        // The order rule pinned down; how merges, bulk loads, removals and scroll requests keep
+        // to it is matchesLinearRule's walk against the plain reference.
         row("zero orders by date, then id",
             "u id=1 last_date=10; u id=2 last_date=30; u id=3 last_date=10", "2,3,1");
         row("unparsable order and negative order",
             "u id=1 order=abc last_date=5; u id=2 order=-5; u id=3 last_date=4", "1,3,2");
-        row("merge moves up and down",
-            "u id=1 order=10; u id=2 order=20; u id=3 order=15; u id=1 order=30; c 1,2,3; "
-            "u id=2 order=5",
-            "1,3,2");
         row("date change under order stays",
             "u id=1 order=10 last_date=1; u id=2 order=10 last_date=2; u id=1 last_date=100",
             "2,1");
-        row("date change without order moves",
-            "u id=1 last_date=1; u id=2 last_date=2; c 2,1; u id=1 last_date=3", "1,2");
-        row("negative date to zero does not move",
-            "u id=3 last_date=-4; u id=2 last_date=0; c 3,2; u id=3 last_date=0", "3,2");
         row("order to zero falls below positives",
             "u id=1 order=9 last_date=5; u id=2 order=3; u id=1 order=0", "2,1");
         row("unchanged merge leaves rows alone",
-            "u id=1 order=5 unread_count=3 title=A; u id=2 order=4; t 1; u id=1 unread_count=3; t "
-            "0; "
-            "u id=1 order=5 title=A; t 0; u id=1 unread_count=4; t 1; u id=1 muted=true; t 1",
+            "u id=1 order=5 unread_count=3 title=A; u id=2 order=4; t 1; u id=1 unread_count=3; "
+            "t 0; u id=1 order=5 title=A; t 0; u id=1 unread_count=4; t 1; u id=1 muted=true; t 1",
             "1,2");
-        row("bulk appends then sorts", "b; u id=1 order=10; u id=2 order=30; c 1,2; e", "2,1");
-        row("bulk begin empties, merges in place",
-            "u id=1 order=1; b; c ; u id=3 order=1; u id=4 order=2; u id=3 order=5; c 3,4; e",
-            "3,4");
-        row("removal during bulk",
-            "b; u id=1 order=1; u id=2 order=2; u id=3 order=3; r 2; u id=3 order=9; c 1,3; u "
-            "id=4; "
-            "c 1,3,4; e",
-            "3,1,4");
         row("remove; unknown and zero ids ignored",
             "u id=1 order=1; u id=2 order=2; r 1; r 99; r 0; u id=0 order=5; u order=6", "2");
         row("stable full sort after bulk with merges",
             "b; u id=1 last_date=5; u id=2 last_date=5; u id=3 order=1; u id=2 last_date=6; e; s",
             "3,2,1");
-        row("lower row or staying second does not scroll",
-            "a 0; u id=1 order=10; u id=2 order=20; a 1; u id=9 order=1; u id=1 order=15; S 0; "
-            "u id=1 order=30; S 1",
-            "1,2,9");
     }
     void operations()
     {
@@ -258,10 +238,8 @@ private Q_SLOTS:
         row("latin", "zoë z", "zoë", "Z");
         row("combining acute", "e\u0301cole", "e\u0301c", "E\u0301");
         row("flags", "🇩🇪🇫🇷 x", "🇩🇪", "🇩🇪");
-        row("skin tone", "👍🏽ok", "👍🏽o", "👍🏽");
         row("family longer than the limit", "👨‍👩‍👧 Family", "", "👨‍👩‍👧");
         row("hebrew after blanks", "  שלום", "  ש", "ש");
-        row("arabic with a vowel mark", "مَرحبا", "مَر", "مَ");
         row("blank title, 240 kept", "   ", "   ", "?");
         row("short", "ab", "ab", "A");
     }
@@ -293,20 +271,14 @@ private Q_SLOTS:
         auto avatar = [&model](qint64 id) {
             return model.chatRowById(id).value(QStringLiteral("avatar_path"), "-").toString();
         };
-        QVERIFY(model.isAvatarFileIdUsed(70) && model.isAvatarFileIdUsed(80));
-        QVERIFY(!model.isAvatarFileIdUsed(90) && !model.isAvatarFileIdUsed(0));
         QCOMPARE(model.setAvatarPathForFile(70, QStringLiteral("/x/a.png")), 2);
         QCOMPARE(avatar(1) + avatar(2) + avatar(3), QStringLiteral("/x/a.png/x/a.png-"));
         // Same path again: nothing to redraw.
         QCOMPARE(model.setAvatarPathForFile(70, QStringLiteral("/x/a.png")), 0);
 
-        // A new photo id replaces the old one in the index; removal forgets it.
-        model.upsertChatRow(kv(QStringLiteral("id=1 photo_small_id=71")));
-        QVERIFY(model.isAvatarFileIdUsed(71) && model.isAvatarFileIdUsed(70));
-        model.removeChatById(2);
-        QVERIFY(!model.isAvatarFileIdUsed(70));
+        // Which photo ids are in use: matchesLinearRule. A row merged during a bulk load
+        // takes its path.
         model.beginBulkLoad();
-        QVERIFY(!model.isAvatarFileIdUsed(80));
         model.upsertChatRow(kv(QStringLiteral("id=3 photo_small_id=80 last_message_id=50")));
         QCOMPARE(model.setAvatarPathForFile(80, QStringLiteral("/y.png")), 1);
         model.endBulkLoad();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "chats/chat_list_model.h"
+#include "common/test_util.h"
 #include "conversation/chat_session.h"
 #include "conversation/message_row_model.h"
 #include "platform/array_data_model.h"
@@ -66,4 +67,18 @@ struct OpenChatModels
     ArrayDataModel rows;
     MessageRowModel messages{&rows, &chats, nullptr};
     ChatSession session{&messages, &chats};
+
+    // Adds a chat row ("id=5|title=Ann|order=30", as test_util::kv reads it) and returns it.
+    QVariantMap addChat(const QString &fields)
+    {
+        const QVariantMap row = test_util::kv(fields);
+        chats.upsertChatRow(row);
+        return row;
+    }
+    // Message events as evs() reads them, to the open chat.
+    void feed(const QString &events)
+    {
+        for (const QVariantMap &e : evs(events))
+            session.handleMessageEvent(e);
+    }
 };

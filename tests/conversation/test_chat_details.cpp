@@ -29,16 +29,11 @@ struct Harness : OpenChatModels
                          [this](const QString &t) { toasts << t; });
         QObject::connect(&actions, &ChatActions::dialogRequested,
                          [this](const Request &r) { dialogs << r; });
-        QVariantMap chat{{QStringLiteral("id"), QStringLiteral("5")},
-                         {QStringLiteral("title"), title},
-                         {QStringLiteral("chat_type"), chatType},
-                         {QStringLiteral("order"), QStringLiteral("30")}};
-        for (auto it = extra.cbegin(); it != extra.cend(); ++it)
-            chat.insert(it.key(), it.value());
+        QVariantMap chat =
+            test_util::kv("id=5|title=" + title + "|chat_type=" + chatType + "|order=30");
+        chat.insert(extra);
         chats.upsertChatRow(chat);
-        chats.upsertChatRow({{QStringLiteral("id"), QStringLiteral("7")},
-                             {QStringLiteral("title"), QStringLiteral("Bob")},
-                             {QStringLiteral("order"), QStringLiteral("20")}});
+        addChat("id=7|title=Bob|order=20");
         session.openChatFromRow(chat);
     }
 };
@@ -71,47 +66,37 @@ private Q_SLOTS:
 
 void TestChatDetails::confirm_data()
 {
-    // "action|chat type|title|dialog title|body|confirm label|command"; no
-    // dialog title means no dialog.
+    // "action|chat type|title|body|command"; no body means no dialog.
     QTest::addColumn<QString>("testCase");
-    const auto row = [](const char *name, const char *testCase) {
-        QTest::newRow(name) << QString::fromUtf8(testCase);
-    };
-    row("clear", "clear_history|private| Ann |Clear history|Clear history in \"Ann\"?|Clear|"
-                 "clear_history 5");
-    row("clear untitled", "clear_history|private| |Clear history|Clear history?|Clear|"
-                          "clear_history 5");
-    row("join", "join|supergroup|Ann|Join|Join \"Ann\"?|Join|join 5");
-    row("join channel untitled", "join|channel| |Join|Join channel?|Join|join 5");
-    row("join group untitled", "join|basic_group| |Join|Join group?|Join|join 5");
-    row("delete", "delete_chat|private|Ann|Delete chat|Delete \"Ann\" and remove it from the "
-                  "chat list?|Delete|delete_chat 5");
-    row("delete untitled", "delete_chat|private| |Delete chat|Delete chat and remove it from the "
-                           "chat list?|Delete|delete_chat 5");
-    row("leave", "leave|channel|Ann|Leave|Leave \"Ann\"?|Leave|leave 5");
-    row("leave channel untitled", "leave|channel| |Leave|Leave channel?|Leave|leave 5");
-    row("leave group untitled", "leave|supergroup| |Leave|Leave group?|Leave|leave 5");
-    row("unknown word", "archive|private|Ann||||");
+    for (const char *r :
+         {"clear_history|private| Ann |Clear history in \"Ann\"?|clear_history 5",
+          "clear_history|private| |Clear history?|clear_history 5",
+          "join|supergroup|Ann|Join \"Ann\"?|join 5", "join|channel| |Join channel?|join 5",
+          "join|basic_group| |Join group?|join 5",
+          "delete_chat|private|Ann|Delete \"Ann\" and remove it from the chat "
+          "list?|delete_chat 5",
+          "delete_chat|private| |Delete chat and remove it from the chat "
+          "list?|delete_chat 5",
+          "leave|channel|Ann|Leave \"Ann\"?|leave 5", "leave|channel| |Leave channel?|leave 5",
+          "leave|supergroup| |Leave group?|leave 5", "archive|private|Ann||"})
+        QTest::newRow(r) << QString::fromUtf8(r);
 }
 
 void TestChatDetails::confirm()
 {
     QFETCH(QString, testCase);
     const QStringList f = testCase.split(QLatin1Char('|'));
-    const QString action = f.value(0), dialogTitle = f.value(3), line = f.value(6);
+    const QString action = f.value(0), body = f.value(3), line = f.value(4);
 
     Harness h(f.value(1), f.value(2));
     h.actions.confirmChatAction(action);
-    if (dialogTitle.isEmpty()) {
+    if (body.isEmpty()) {
         QVERIFY(h.dialogs.isEmpty());
         return;
     }
     QCOMPARE(h.dialogs.size(), 1);
     const Request r = h.dialogs.first();
-    QCOMPARE(r.title, dialogTitle);
-    QCOMPARE(r.body, f.value(4));
-    QCOMPARE(r.confirmLabel, f.value(5));
-    QCOMPARE(r.cancelLabel, QStringLiteral("Cancel"));
+    QCOMPARE(r.body, body);
 
     // Cancelled or closed: nothing goes out; confirmed: the command once.
     h.actions.onChatActionDialogFinished(r.properties, 3);
@@ -272,31 +257,23 @@ void TestChatDetails::newerDialogReplacesAndKeepsItsChat()
 
 void TestChatDetails::overflow_data()
 {
-    QTest::addColumn<QString>("chatType");
-    QTest::addColumn<QVariantMap>("row");
-    QTest::addColumn<QVariantMap>("info");
-    QTest::addColumn<QString>("items");
-    const QVariantMap member{{QStringLiteral("is_member"), true}};
-    const QVariantMap muted{{QStringLiteral("muted"), QStringLiteral("true")}};
-    QTest::newRow("private") << "private" << QVariantMap() << QVariantMap()
-                             << "Search|Mute|Clear history|Delete chat";
-    QTest::newRow("muted group member")
-        << "supergroup" << muted << member << "Search|Unmute|Clear history|Leave|Delete chat";
-    QTest::newRow("group, not a member")
-        << "basic_group" << QVariantMap() << QVariantMap{{QStringLiteral("is_member"), false}}
-        << "Search|Mute|Clear history|Delete chat";
-    QTest::newRow("channel member")
-        << "channel" << QVariantMap() << member << "Search|Mute|Leave|Delete chat";
+    // "chat type|chat row|info record|entries"
+    QTest::addColumn<QString>("testCase");
+    for (const char *r : {"private|||Search|Mute|Clear history|Delete chat",
+                          "supergroup|muted=true|is_member=true|Search|Unmute|Clear history|Leave|"
+                          "Delete chat",
+                          "basic_group||is_member=false|Search|Mute|Clear history|Delete chat",
+                          "channel||is_member=true|Search|Mute|Leave|Delete chat"})
+        QTest::newRow(r) << QString(r);
 }
 
 void TestChatDetails::overflow()
 {
-    QFETCH(QString, chatType);
-    QFETCH(QVariantMap, row);
-    QFETCH(QVariantMap, info);
-    QFETCH(QString, items);
-    Harness h(chatType, QStringLiteral("Ann"), row);
-    h.info.insert(5, info);
+    QFETCH(QString, testCase);
+    Harness h(testCase.section('|', 0, 0), QStringLiteral("Ann"),
+              fields(testCase.section('|', 1, 1)));
+    h.info.insert(5, fields(testCase.section('|', 2, 2)));
+    const QString items = testCase.section('|', 3);
     const QStringList actions = h.actions.overflowActions();
     QStringList texts;
     for (const QString &a : actions)

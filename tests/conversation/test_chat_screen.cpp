@@ -26,42 +26,11 @@ class TestChatScreen : public QObject
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase() { init_osicons(); }
-    void barsAndSelectionFollowSetters();
     void header();
     void keyboard_data();
     void keyboard();
     void typedTextIsAnnounced();
 };
-
-void TestChatScreen::barsAndSelectionFollowSetters()
-{
-    QTemporaryDir dir;
-    ChatScreen c(1.0f, dir.path());
-    c.resize(720, 1280);
-    c.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&c));
-    c.setReplyPreview(QStringLiteral("Ada: see you"));
-    c.setEditPreview(QStringLiteral("draft"));
-    c.setSelectionMode(true);
-    c.setSelectionCount(3);
-    c.setRecordPanel(QStringLiteral("Recording… 0:03"), true);
-    c.setSubtitle(QStringLiteral("online"));
-    for (const char *t : {"Ada: see you", "draft", "3 selected", "Recording… 0:03", "online"})
-        QVERIFY2(shown(&c, QString::fromUtf8(t)), t);
-    c.setReplyPreview(QString());
-    c.setEditPreview(QString());
-    c.setSelectionMode(false);
-    c.setRecordPanel(QString(), false);
-    c.setSubtitle(QString());
-    for (const char *t : {"Ada: see you", "draft", "3 selected", "online"})
-        QVERIFY2(!shown(&c, QString::fromUtf8(t)), t);
-    c.setTitle(QString());
-    QCOMPARE(c.title(), QStringLiteral("Chat"));
-    c.setComposerText(QStringLiteral("two\nlines"));
-    QCOMPARE(c.composerText(), QStringLiteral("two\nlines"));
-    c.setComposerVisible(false);
-    QVERIFY(!c.isComposerVisible() && !c.findChild<QPlainTextEdit *>()->isVisible());
-}
 
 void TestChatScreen::header()
 {
@@ -91,29 +60,21 @@ void TestChatScreen::keyboard_data()
     QTest::addColumn<int>("modifiers");
     QTest::addColumn<QString>("signal");
     QTest::addColumn<QString>("text"); // composer text after the key
-    QTest::newRow("Enter sends") << "" << int(Qt::Key_Return) << 0 << "sendRequested"
-                                 << "hi";
-    QTest::newRow("keypad Enter sends") << "" << int(Qt::Key_Enter) << 0 << "sendRequested"
-                                        << "hi";
-    QTest::newRow("Shift+Enter breaks the line")
-        << "" << int(Qt::Key_Return) << int(Qt::ShiftModifier) << "composerTextChanged"
-        << "hi\n";
-    QTest::newRow("Esc cancels the edit first")
-        << "edit reply selection" << int(Qt::Key_Escape) << 0 << "editCancelled"
-        << "hi";
-    QTest::newRow("Esc cancels a reply")
-        << "reply selection" << int(Qt::Key_Escape) << 0 << "replyCancelled"
-        << "hi";
-    QTest::newRow("Esc leaves the selection")
-        << "selection" << int(Qt::Key_Escape) << 0 << "selectionClosed"
-        << "hi";
-    QTest::newRow("Esc goes back") << "" << int(Qt::Key_Escape) << 0 << "backRequested"
-                                   << "hi";
-    QTest::newRow("Up in text moves the cursor") << "" << int(Qt::Key_Up) << 0 << ""
-                                                 << "hi";
-    QTest::newRow("Up in an empty composer edits")
-        << "empty" << int(Qt::Key_Up) << 0 << "editLastRequested"
-        << "";
+    const auto row = [](const char *name, const char *state, int key, int mods, const char *signal,
+                        const char *text) {
+        QTest::newRow(name) << state << key << mods << signal << text;
+    };
+    row("Enter sends", "", Qt::Key_Return, 0, "sendRequested", "hi");
+    row("keypad Enter sends", "", Qt::Key_Enter, 0, "sendRequested", "hi");
+    row("Shift+Enter breaks the line", "", Qt::Key_Return, Qt::ShiftModifier, "composerTextChanged",
+        "hi\n");
+    row("Esc cancels the edit first", "edit reply selection", Qt::Key_Escape, 0, "editCancelled",
+        "hi");
+    row("Esc cancels a reply", "reply selection", Qt::Key_Escape, 0, "replyCancelled", "hi");
+    row("Esc leaves the selection", "selection", Qt::Key_Escape, 0, "selectionClosed", "hi");
+    row("Esc goes back", "", Qt::Key_Escape, 0, "backRequested", "hi");
+    row("Up in text moves the cursor", "", Qt::Key_Up, 0, "", "hi");
+    row("Up in an empty composer edits", "empty", Qt::Key_Up, 0, "editLastRequested", "");
 }
 
 void TestChatScreen::keyboard()

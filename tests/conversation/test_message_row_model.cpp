@@ -15,12 +15,14 @@ namespace {
 
 constexpr qint64 kChat = 5;
 
-// Runs steps against the model: the message events themselves, plus
-// "begin replace=0|1", "msg ..." and "end" for a history batch and
-// "chattype t=..." when the chat's type becomes known.
+// Runs steps against the model: the message events themselves ("new" for
+// "message_new"), plus "begin replace=0|1", "msg ..." and "end" for a history
+// batch and "chattype t=..." when the chat's type becomes known.
 void run(MessageRowModel *m, const QString &steps)
 {
     for (QVariantMap e : evs(steps)) {
+        if (e.value(QStringLiteral("type")) == QLatin1String("new"))
+            e.insert(QStringLiteral("type"), QStringLiteral("message_new"));
         const QString type = e.value(QStringLiteral("type")).toString();
         if (!e.contains(QStringLiteral("chat_id")))
             e.insert(QStringLiteral("chat_id"), kChat);
@@ -89,90 +91,83 @@ private Q_SLOTS:
         };
 
         row("new rows append; a known id merges in place", "private",
-            "message_new id=1 text=a date=10; message_new id=2 text=b; message_new id=1 text=c",
-            "1,2", "1.text=c 1.date=10 2.text=b 1.outgoing=false");
+            "new id=1 text=a date=10; new id=2 text=b; new id=1 text=c", "1,2",
+            "1.text=c 1.date=10 2.text=b 1.outgoing=false");
         row("events of another chat change nothing", "private",
-            "message_new id=1 text=a; message_new chat_id=6 id=2; message_update chat_id=6 id=1 "
-            "text=x",
-            "1", "1.text=a");
+            "new id=1 text=a; new chat_id=6 id=2; message_update chat_id=6 id=1 text=x", "1",
+            "1.text=a");
         row("send acknowledged, then succeeded in place", "private",
-            "message_new id=1; message_new id=2 outgoing=true sending_state=pending date=50; "
-            "message_new id=3; message_send_acked id=2; message_send_acked id=2; "
-            "message_send_succeeded old_id=2 new_id=20 date=99",
+            "new id=1; new id=2 outgoing=true sending_state=pending date=50; new id=3; "
+            "message_send_acked id=2; message_send_acked id=2; message_send_succeeded old_id=2 "
+            "new_id=20 date=99",
             "1,20,3", "20.date=99 20.sending_state=- 20.send_acked=- 20.outgoing=true");
         row("succeeded with date 0 keeps the date", "private",
-            "message_new id=2 sending_state=pending date=50; "
-            "message_send_succeeded old_id=2 new_id=21 date=0",
+            "new id=2 sending_state=pending date=50; message_send_succeeded old_id=2 new_id=21 "
+            "date=0",
             "21", "21.date=50");
         row("failed send", "private",
-            "message_new id=2 sending_state=pending; message_send_acked id=2; "
-            "message_send_failed old_id=2",
+            "new id=2 sending_state=pending; message_send_acked id=2; message_send_failed old_id=2",
             "2", "2.sending_state=failed 2.send_acked=-");
         row("reactions replaced, then removed", "private",
-            "message_new id=1; message_reactions id=1 reactions=A:2:1,B:1:0; "
-            "message_new id=2; message_reactions id=2 reactions=C:1:0; message_reactions id=2",
+            "new id=1; message_reactions id=1 reactions=A:2:1,B:1:0; new id=2; message_reactions "
+            "id=2 reactions=C:1:0; message_reactions id=2",
             "1,2", "1.reactions=A:2:1,B:1:0 2.reactions=-");
         row("edited text reaches the answers", "private",
-            "message_new id=1 text=hello; message_new id=2 reply_to_message_id=1; "
-            "message_update id=1 text=bye",
+            "new id=1 text=hello; new id=2 reply_to_message_id=1; message_update id=1 text=bye",
             "1,2", "1.text=bye 2.reply_preview=bye");
         row("one author's run in a supergroup", "supergroup",
-            "message_new id=1 sender_user_id=7; message_new id=2 sender_user_id=7; "
-            "message_new id=3 sender_user_id=7; message_new id=4 sender_user_id=8",
+            "new id=1 sender_user_id=7; new id=2 sender_user_id=7; new id=3 sender_user_id=7; new "
+            "id=4 sender_user_id=8",
             "1,2,3,4",
             "1.sender_show=true 2.sender_show=false 3.sender_show=false 4.sender_show=true "
             "2.sender_indent=true");
         row("an outgoing message breaks the run", "supergroup",
-            "message_new id=1 sender_user_id=7; message_new id=2 sender_user_id=9 outgoing=true; "
-            "message_new id=3 sender_user_id=7",
+            "new id=1 sender_user_id=7; new id=2 sender_user_id=9 outgoing=true; new id=3 "
+            "sender_user_id=7",
             "1,2,3",
             "1.sender_show=true 2.sender_indent=false 2.sender_show=false 3.sender_show=true");
         row("private and secret chats show no sender", "secret",
-            "message_new id=1 sender_user_id=7; message_new id=2 sender_user_id=7", "1,2",
+            "new id=1 sender_user_id=7; new id=2 sender_user_id=7", "1,2",
             "1.sender_indent=false 1.sender_show=false 2.sender_show=false");
         row("type unknown, then known", "",
-            "message_new id=1 sender_user_id=7; message_new id=2 sender_user_id=7; "
-            "message_new id=3 sender_user_id=0; chattype t=basic_group",
+            "new id=1 sender_user_id=7; new id=2 sender_user_id=7; new id=3 sender_user_id=0; "
+            "chattype t=basic_group",
             "1,2,3",
             "1.sender_indent=true 1.sender_show=true 2.sender_show=false 3.sender_indent=false");
         row("older page goes in front, old rows regrouped and answered", "supergroup",
-            "message_new id=10 sender_user_id=7 reply_to_message_id=5; begin replace=0; "
-            "msg id=4 sender_user_id=8 text=older; msg id=5 sender_user_id=7 text=old; "
-            "msg id=6 sender_user_id=7 reply_to_message_id=4; end",
+            "new id=10 sender_user_id=7 reply_to_message_id=5; begin replace=0; msg id=4 "
+            "sender_user_id=8 text=older; msg id=5 sender_user_id=7 text=old; msg id=6 "
+            "sender_user_id=7 reply_to_message_id=4; end",
             "4,5,6,10",
             "10.sender_show=false 10.reply_preview=old 5.sender_show=true 6.sender_show=false "
             "6.reply_preview=older");
         row("a replacing batch drops the rows shown", "private",
-            "message_new id=1; message_new id=2 text=gone; begin replace=1; msg id=2 text=x; "
-            "msg id=3 reply_to_message_id=2; end",
+            "new id=1; new id=2 text=gone; begin replace=1; msg id=2 text=x; msg id=3 "
+            "reply_to_message_id=2; end",
             "2,3", "2.text=x 3.reply_preview=x");
         row("an older page merges a row already shown", "private",
-            "message_new id=5 text=a; begin replace=0; msg id=4 text=z; msg id=5 text=b; end",
-            "4,5", "5.text=b");
-        row("an empty older page changes nothing", "private",
-            "message_new id=5; begin replace=0; end", "5", "5.text=");
+            "new id=5 text=a; begin replace=0; msg id=4 text=z; msg id=5 text=b; end", "4,5",
+            "5.text=b");
+        row("an empty older page changes nothing", "private", "new id=5; begin replace=0; end", "5",
+            "5.text=");
         row("deleting regroups the follower and empties its preview", "supergroup",
-            "message_new id=1 sender_user_id=7 text=a; message_new id=2 sender_user_id=8; "
-            "message_new id=3 sender_user_id=8 reply_to_message_id=1; "
-            "messages_deleted message_ids=2,1,99,0",
+            "new id=1 sender_user_id=7 text=a; new id=2 sender_user_id=8; new id=3 "
+            "sender_user_id=8 reply_to_message_id=1; messages_deleted message_ids=2,1,99,0",
             "3", "3.sender_show=true 3.reply_preview=");
         row("a missing target fills in when its page arrives", "private",
-            "message_new id=9 reply_to_message_id=3; begin replace=0; msg id=3 media_type=photo; "
-            "end",
+            "new id=9 reply_to_message_id=3; begin replace=0; msg id=3 media_type=photo; end",
             "3,9", "9.reply_preview=[Photo]");
         row("previews of messages without text", "private",
-            "message_new id=1 text=~~ media_type=photo; message_new id=2 media_type=file; "
-            "message_new id=3 media_type=file media_name=~a.pdf~; message_new id=4 text=~a\rb~; "
-            "message_new id=5 media_type=video_note; message_new id=11 reply_to_message_id=1; "
-            "message_new id=12 reply_to_message_id=2; message_new id=13 reply_to_message_id=3; "
-            "message_new id=14 reply_to_message_id=4; message_new id=15 reply_to_message_id=5",
+            "new id=1 text=~~ media_type=photo; new id=2 media_type=file; new id=3 media_type=file "
+            "media_name=~a.pdf~; new id=4 text=~a\rb~; new id=5 media_type=video_note; new id=11 "
+            "reply_to_message_id=1; new id=12 reply_to_message_id=2; new id=13 "
+            "reply_to_message_id=3; new id=14 reply_to_message_id=4; new id=15 "
+            "reply_to_message_id=5",
             "1,2,3,4,5,11,12,13,14,15",
             "11.reply_preview=[Photo] 12.reply_preview=[File] 13.reply_preview=[File]~a.pdf "
             "14.reply_preview=a\nb 15.reply_preview=\u2026");
         row("a deleted row leaves the open batch too", "private",
-            "message_new id=9; begin replace=0; msg id=7; msg id=8; messages_deleted "
-            "message_ids=8; "
-            "end",
+            "new id=9; begin replace=0; msg id=7; msg id=8; messages_deleted message_ids=8; end",
             "7,9", "");
     }
     void events()

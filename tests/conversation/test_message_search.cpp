@@ -32,42 +32,36 @@ private Q_SLOTS:
 
 void TestMessageSearch::steps_data()
 {
-    QTest::addColumn<QString>("rows");
     QTest::addColumn<QString>("query");
     // n: next (older), p: previous (newer).
     QTest::addColumn<QString>("steps");
     QTest::addColumn<qint64>("current");
     QTest::addColumn<QString>("status");
     QTest::addColumn<bool>("offered");
-    const QString rows = "1:hello world,2:nothing,3:HeLLo again,4:bye hello,5:hell";
-    QTest::newRow("newest first") << rows << "hello"
-                                  << "" << qint64(4) << "1 of 3" << false;
-    QTest::newRow("older") << rows << "hello"
-                           << "nn" << qint64(1) << "3 of 3" << false;
-    QTest::newRow("past the oldest offers more") << rows << "hello"
-                                                 << "nnn" << qint64(1) << "3 of 3" << true;
-    QTest::newRow("back to newer") << rows << "hello"
-                                   << "nnnp" << qint64(3) << "2 of 3" << false;
-    QTest::newRow("newest stays") << rows << "hello"
-                                  << "pp" << qint64(4) << "1 of 3" << false;
-    QTest::newRow("no match offers more") << rows << "absent"
-                                          << "n" << qint64(0) << "No results" << true;
-    QTest::newRow("blank query") << rows << "  "
-                                 << "n" << qint64(0) << "" << false;
-    QTest::newRow("query trimmed") << rows << " hell "
-                                   << "" << qint64(5) << "1 of 4" << false;
+    const auto row = [](const char *query, const char *steps, qint64 current, const char *status,
+                        bool offered) {
+        QTest::newRow(qPrintable(QStringLiteral("%1 %2").arg(query, steps)))
+            << query << steps << current << status << offered;
+    };
+    row("hello", "", 4, "1 of 3", false);
+    row("hello", "nn", 1, "3 of 3", false);
+    row("hello", "nnn", 1, "3 of 3", true);
+    row("hello", "nnnp", 3, "2 of 3", false);
+    row("hello", "pp", 4, "1 of 3", false);
+    row("absent", "n", 0, "No results", true);
+    row("  ", "n", 0, "", false);
+    row(" hell ", "", 5, "1 of 4", false);
 }
 
 void TestMessageSearch::steps()
 {
-    QFETCH(QString, rows);
     QFETCH(QString, query);
     QFETCH(QString, steps);
     QFETCH(qint64, current);
     QFETCH(QString, status);
     QFETCH(bool, offered);
     ArrayDataModel model;
-    model.setRows(messages(rows));
+    model.setRows(messages("1:hello world,2:nothing,3:HeLLo again,4:bye hello,5:hell"));
     MessageSearch search(&model);
     QSignalSpy shown(&search, &MessageSearch::currentChanged);
     search.open();
@@ -112,14 +106,15 @@ void TestMessageSearch::olderPages_data()
     QTest::addColumn<bool>("offered");
     QTest::addColumn<QString>("status");
     // Each page goes in front of the rows; "-" is an empty page (no more).
-    QTest::newRow("first older page matches") << "1:cat" << 1 << qint64(1) << false << "2 of 2";
-    QTest::newRow("keeps looking a few pages")
-        << "4:x;3:x;2:cat" << 3 << qint64(2) << false << "2 of 2";
-    QTest::newRow("stops after a few pages")
-        << "9:x;8:x;7:x;6:x;5:x;4:cat" << MessageSearch::kPagesPerLook << qint64(10) << true
-        << "1 of 1";
-    QTest::newRow("history ends") << "4:x;-" << 2 << qint64(10) << false
-                                  << "1 of 1 · start of chat";
+    const auto row = [](const char *pages, int requests, qint64 current, bool offered,
+                        const char *status) {
+        QTest::newRow(pages) << pages << requests << current << offered
+                             << QString::fromUtf8(status);
+    };
+    row("1:cat", 1, 1, false, "2 of 2");
+    row("4:x;3:x;2:cat", 3, 2, false, "2 of 2");
+    row("9:x;8:x;7:x;6:x;5:x;4:cat", MessageSearch::kPagesPerLook, 10, true, "1 of 1");
+    row("4:x;-", 2, 10, false, "1 of 1 · start of chat");
 }
 
 void TestMessageSearch::olderPages()

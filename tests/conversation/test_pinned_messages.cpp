@@ -63,46 +63,33 @@ private Q_SLOTS:
 
 void TestPinnedMessages::bar_data()
 {
-    QTest::addColumn<QString>("events");
-    QTest::addColumn<bool>("visible");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("listRows");
-    QTest::addColumn<int>("listRequests");
-    QTest::newRow("pinned") << "pinned_message chat_id=5 text=hello" << true << "hello" << 0 << 1;
-    QTest::newRow("line breaks cleaned")
-        << "pinned_message chat_id=5 text=a\nb\rc" << true << "a b c" << 0 << 1;
-    QTest::newRow("none hides and empties")
-        << "pinned_message chat_id=5 text=x;pinned_list_begin chat_id=5;"
-           "pinned_list_item chat_id=5 id=3 text=x;pinned_list_end chat_id=5;pinned_none chat_id=5"
-        << false << "" << 0 << 1;
-    QTest::newRow("other chat ignored")
-        << "pinned_message chat_id=6 text=x;pinned_list_begin chat_id=6;"
-           "pinned_list_item chat_id=6 id=3 text=x"
-        << false << "" << 0 << 0;
-    QTest::newRow("other chat's none ignored")
-        << "pinned_message chat_id=5 text=x;pinned_none chat_id=6" << true << "x" << 0 << 1;
-    QTest::newRow("changed pin asks again")
-        << "pinned_message chat_id=5 text=x;pinned_message chat_id=5 text=y" << true << "y" << 0
-        << 2;
-    QTest::newRow("list filled, duplicates and bad ids dropped")
-        << "pinned_message chat_id=5 text=x;pinned_list_begin chat_id=5;"
-           "pinned_list_item chat_id=5 id=3 text=x;pinned_list_item chat_id=5 id=3 text=x;"
-           "pinned_list_item chat_id=5 id=0 text=z;pinned_list_item chat_id=5 id=9 text=y;"
-           "pinned_list_end chat_id=5"
-        << true << "x" << 2 << 1;
-    QTest::newRow("list begin empties")
-        << "pinned_message chat_id=5 text=x;pinned_list_item chat_id=5 id=3 text=x;"
-           "pinned_list_begin chat_id=5"
-        << true << "x" << 0 << 1;
+    // "events => bar text (none: hidden), list rows, list requests"; "P" stands for
+    // "pinned_message chat_id=", "I" for "pinned_list_item chat_id=", "B" for
+    // "pinned_list_begin chat_id=".
+    QTest::addColumn<QString>("testCase");
+    for (const char *r :
+         {"P5 text=hello => hello 0 1", "P5 text=a\nb\rc => a~b~c 0 1",
+          "P5 text=x;B5;I5 id=3 text=x;pinned_list_end chat_id=5;"
+          "pinned_none chat_id=5 =>  0 1",
+          "P6 text=x;B6;I6 id=3 text=x =>  0 0", "P5 text=x;pinned_none chat_id=6 => x 0 1",
+          "P5 text=x;P5 text=y => y 0 2",
+          "P5 text=x;B5;I5 id=3 text=x;I5 id=3 text=x;I5 id=0 text=z;"
+          "I5 id=9 text=y;pinned_list_end chat_id=5 => x 2 1",
+          "P5 text=x;I5 id=3 text=x;B5 => x 0 1"})
+        QTest::newRow(r) << QString(r);
 }
 
 void TestPinnedMessages::bar()
 {
-    QFETCH(QString, events);
-    QFETCH(bool, visible);
-    QFETCH(QString, text);
-    QFETCH(int, listRows);
-    QFETCH(int, listRequests);
+    QFETCH(QString, testCase);
+    QString events = testCase.section(QStringLiteral(" => "), 0, 0);
+    events.replace(QLatin1String("P"), QLatin1String("pinned_message chat_id="))
+        .replace(QLatin1String("I"), QLatin1String("pinned_list_item chat_id="))
+        .replace(QLatin1String("B"), QLatin1String("pinned_list_begin chat_id="));
+    const QStringList want = testCase.section(QStringLiteral(" => "), 1).split(QLatin1Char(' '));
+    const QString text = QString(want.at(0)).replace(QLatin1Char('~'), QLatin1Char(' '));
+    const bool visible = !text.isEmpty();
+    const int listRows = want.at(1).toInt(), listRequests = want.at(2).toInt();
     Pins p;
     QSignalSpy layout(&p.pinned, &PinnedMessages::layoutChanged);
     p.feed(events);
@@ -126,14 +113,13 @@ void TestPinnedMessages::walk_data()
     QTest::addColumn<int>("taps");
     QTest::addColumn<QString>("jumps");
     QTest::addColumn<QString>("caption");
-    QTest::newRow("one pin, again and again") << "40" << 3 << "40,40,40"
-                                              << "Pinned message";
-    QTest::newRow("newest to oldest") << "10,30,20" << 3 << "30,20,10"
-                                      << "Pinned message 1 of 3";
-    QTest::newRow("wraps to the newest") << "10,30,20" << 4 << "30,20,10,30"
-                                         << "Pinned message 2 of 3";
-    QTest::newRow("no list yet") << "" << 2 << ""
-                                 << "Pinned message";
+    const auto row = [](const char *pins, int taps, const char *jumps, const char *caption) {
+        QTest::newRow(jumps) << pins << taps << jumps << caption;
+    };
+    row("40", 3, "40,40,40", "Pinned message");
+    row("10,30,20", 3, "30,20,10", "Pinned message 1 of 3");
+    row("10,30,20", 4, "30,20,10,30", "Pinned message 2 of 3");
+    row("", 2, "", "Pinned message");
 }
 
 void TestPinnedMessages::walk()

@@ -1,6 +1,5 @@
 #include "backend_link/app_log.h"
 #include "chats/avatar_download_queue.h"
-#include "chats/avatars.h"
 #include "chats/chat_list_model.h"
 #include "common/recording_toaster.h"
 #include "events/event_dispatcher.h"
@@ -29,8 +28,7 @@ struct Fixture
     QStringList sent;
     ArrayDataModel rows;
     ChatListModel chats{&rows};
-    QStringList queueSent;
-    AvatarDownloadQueue avatars{[this](const QString &l) { queueSent.append(l); }, nullptr};
+    AvatarDownloadQueue avatars{nullptr, nullptr}; // its pacing: test_avatars
     std::unique_ptr<EventDispatcher> dispatcher;
     std::vector<std::unique_ptr<QSignalSpy>> spies;
 
@@ -230,53 +228,6 @@ private Q_SLOTS:
         QCOMPARE(f.sent, sent);
         fired.sort();
         QCOMPARE(f.firedSignals(), fired);
-    }
-    void chatsRequestedOnce()
-    {
-        Fixture f;
-        QList<bool> authorized;
-        connect(f.dispatcher.get(), &EventDispatcher::authStateChanged, this,
-                [&authorized](const QString &, bool ready) { authorized.append(ready); });
-        for (const char *state : {"WaitPhoneNumber", "Ready", "Ready", "WaitCode", "Ready"}) {
-            f.feed(
-                QStringLiteral(R"({"type":"auth_state","state":"%1"})").arg(QLatin1String(state)));
-        }
-        QCOMPARE(f.sent, QStringList{QStringLiteral("chats 60")});
-        QCOMPARE(authorized, (QList<bool>{false, true, true, false, true}));
-        QVERIFY(f.dispatcher->isAuthorized() && f.dispatcher->chatListRequested());
-    }
-    void avatarFileMakesRoundPng()
-    {
-        // The photos are asked for once each through the paced queue.
-        Fixture f;
-        f.seed();
-        QTRY_COMPARE_WITH_TIMEOUT(f.queueSent.size(), 2, 3000);
-        QCOMPARE(f.queueSent, (QStringList{"download 900", "download 700"}));
-        f.feed(R"({"type":"chats_begin"})");
-        f.feed(R"({"type":"chat","id":100,"title":"Alpha","order":"50","photo_small_id":700})");
-        f.feed(R"({"type":"chat","id":101,"title":"Alpha 2","order":"51","photo_small_id":700})");
-        f.feed(R"({"type":"chats_end"})");
-        // The restarted list empties the queue; the own photo (900), still
-        // missing, is asked for again, and the shared chat photo once.
-        QTRY_VERIFY_WITH_TIMEOUT(f.queueSent.size() >= 4 && !f.avatars.isTimerActive(), 5000);
-        QCOMPARE(f.queueSent,
-                 (QStringList{"download 900", "download 700", "download 900", "download 700"}));
-
-        // The answer puts the round PNG (test_avatars checks its pixels) on both rows.
-        const QString src = f.dir.filePath(QStringLiteral("700.png"));
-        QVERIFY(QImage(300, 200, QImage::Format_RGB32).save(src));
-        QSignalSpy ready(f.dispatcher.get(), &EventDispatcher::avatarReady);
-        f.dispatcher->handleEventMap({{"type", "file"}, {"id", 700}, {"path", src}});
-        QCOMPARE(ready.count(), 1);
-        const QString round = ready.at(0).at(1).toString();
-        QVERIFY(round == rounded_avatar_cache_path(src, f.dir.path()) && QFileInfo::exists(round));
-        QCOMPARE(f.chats.chatRowById(100).value(QStringLiteral("avatar_path")).toString(), round);
-        QCOMPARE(f.chats.chatRowById(101).value(QStringLiteral("avatar_path")).toString(), round);
-
-        // A later full reload keeps the known round avatar on the row.
-        f.feed(R"({"type":"chats_begin"})");
-        f.feed(R"({"type":"chat","id":100,"title":"Alpha","order":"50","photo_small_id":700})");
-        QCOMPARE(f.chats.chatRowById(100).value(QStringLiteral("avatar_path")).toString(), round);
     }
     void senderInfoFromUserEvent()
     {

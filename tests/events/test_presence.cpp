@@ -37,8 +37,6 @@ private Q_SLOTS:
         QFETCH(QString, expected);
         const QDateTime now(QDate(2026, 3, 15), QTime(18, 0), Qt::LocalTime);
         QCOMPARE(Presence::formatUserStatusText(type, wasOnline, 123456, now), expected);
-        // The expiry takes no part in the text.
-        QCOMPARE(Presence::formatUserStatusText(type, wasOnline, 0, now), expected);
     }
     void subtitle_data()
     {

@@ -31,8 +31,6 @@
 #include "shell/update_checker.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
-#include <QClipboard>
-#include <QGuiApplication>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMetaMethod>
@@ -71,7 +69,6 @@ private Q_SLOTS:
 
     void startsChildAndFillsPhone();
     void signInIntentsAndTheme();
-    void readyShowsListAsksForChatsAndReloads();
     void chatRisingToTheTop_data();
     void chatRisingToTheTop();
     void conversationRoundTrip();
@@ -185,8 +182,9 @@ void TestController::startsChildAndFillsPhone()
 
 void TestController::signInIntentsAndTheme()
 {
-    // What each intent sends is the sign-in rule's business; here: each one is wired, and a line
-    // break typed into a field never splits a command.
+    // What each intent sends is the sign-in rule's business; here: each one (and the list's
+    // reload) is wired, and a line break typed into a field never splits a command. The list
+    // shown once signed in: test_demo_session.
     const QString themeFile = dataDir() + "/ui_theme.txt";
     QVERIFY(writeFile(themeFile, "dark\n"));
     makeController();
@@ -196,33 +194,17 @@ void TestController::signInIntentsAndTheme()
     Q_EMIT main->codeSubmitted("24680");
     Q_EMIT main->resendRequested();
     Q_EMIT main->passwordSubmitted("a\nchats 60");
+    Q_EMIT main->reloadChatsRequested();
     QCOMPARE(m_commands.lines().mid(before),
-             (QStringList{"phone +1 555 0100", "code 24680", "resend", "password a chats 60"}));
-    // The theme toggles both ways, kept in its file and followed by the lists.
+             (QStringList{"phone +1 555 0100", "code 24680", "resend", "password a chats 60",
+                          "chats 60"}));
+    // The theme toggles, kept in its file and followed by the lists and the screens.
     QVERIFY(m_spike->darkTheme());
     MenuScreen *menu = m_spike->screens()->menuScreen();
     Q_EMIT menu->themeToggleRequested();
     QCOMPARE(readAll(themeFile), QByteArray("bright\n"));
     QCOMPARE(m_spike->chatListView()->property("ui_dark_theme"), QVariant(false));
-    Q_EMIT menu->themeToggleRequested();
-    QCOMPARE(readAll(themeFile), QByteArray("dark\n"));
-    QVERIFY(m_spike->screens()->darkTheme());
-}
-
-void TestController::readyShowsListAsksForChatsAndReloads()
-{
-    makeController();
-    MainScreen *main = m_spike->screens()->mainScreen();
-    feed(R"({"type":"auth_state","state":"WaitPhoneNumber"})");
-    QCOMPARE(status(), QStringLiteral("Auth: WaitPhoneNumber"));
-    QVERIFY(!main->isAuthorised());
-    feed(R"({"type":"auth_state","state":"Ready"})");
-    QVERIFY(main->isAuthorised());
-    QVERIFY(m_spike->chatListView()->isVisibleTo(main));
-    QCOMPARE(sent("chats 60"), 1);
-    // The list's reload action asks again.
-    Q_EMIT main->reloadChatsRequested();
-    QCOMPARE(sent("chats 60"), 2);
+    QVERIFY(!m_spike->screens()->darkTheme());
 }
 
 void TestController::chatRisingToTheTop_data()
@@ -292,21 +274,6 @@ void TestController::conversationRoundTrip()
     Q_EMIT chat->sendRequested();
     QCOMPARE(sent("send64 1 " + QString::fromLatin1(QByteArray("two\nlines").toBase64())), 1);
     QCOMPARE(chat->composerText(), QString());
-    // Up in the empty composer edits the user's own last text message, past a
-    // voice note sent after it.
-    feed(R"({"type":"message_new","chat_id":1,"id":13,"outgoing":true,)"
-         R"("content_type":"messageVoiceNote","media_type":"voice"})");
-    Q_EMIT chat->editLastRequested();
-    QCOMPARE(sent("props 1 11"), 1);
-    feed(R"({"type":"message_properties","chat_id":1,"id":11,"can_be_edited":true})");
-    QVERIFY(waitFor([&] { return chat->composerText() == QLatin1String("hello"); }));
-    Q_EMIT chat->composerTextChanged(QStringLiteral("hello again"));
-    Q_EMIT chat->sendRequested();
-    QCOMPARE(sent("edit64 1 11 " + QString::fromLatin1(QByteArray("hello again").toBase64())), 1);
-    QCOMPARE(chat->composerText(), QString());
-    // A new message from the peer shows at the end.
-    feed(R"({"type":"message_new","chat_id":1,"id":12,"text":"ok","outgoing":false})");
-    QVERIFY(waitFor([&] { return m_spike->messageRows()->size() == 4; }));
     // Back closes the chat and returns to the list.
     Q_EMIT chat->backRequested();
     QCOMPARE(sent("close 1"), 1);
@@ -347,8 +314,6 @@ void TestController::messageActionsThroughDialogs()
     Q_EMIT m_spike->chatScreen()->selectionDeleteRequested();
     auto *remove = qobject_cast<SystemDialog *>(openDialog("delete_dialog"));
     QVERIFY(remove);
-    QCOMPARE(remove->body(), QStringLiteral("Delete this message?"));
-    QCOMPARE(remove->rememberMeText(), QStringLiteral("Delete for everyone"));
     remove->setRememberMeChecked(true);
     remove->finishWith(SystemUiResult::ConfirmButtonSelection);
     QCOMPARE(sent("delete 1 all 10"), 1);
@@ -365,7 +330,6 @@ void TestController::messageActionsThroughDialogs()
     menu->finishWith(SystemUiResult::ConfirmButtonSelection);
     auto *picker = qobject_cast<SystemListDialog *>(openDialog("forward_dialog"));
     QVERIFY(picker);
-    QCOMPARE(picker->items(), (QStringList{"Chat 2", "Chat 1"}));
     picker->setSelectedIndices({0});
     picker->finishWith(SystemUiResult::ConfirmButtonSelection);
     QCOMPARE(sent("forward 2 1 11"), 1);
@@ -399,20 +363,7 @@ void TestController::chatInfoPageAndActions()
     };
     QVERIFY(shown("Leave") && !shown("Join"));
 
-    // Notifications switch through the backend; its answer shows on the page.
-    Q_EMIT info->notificationsToggleRequested();
-    QCOMPARE(sent("mute_toggle 1"), 1);
-    feed(R"({"type":"chat_mute_toggled","chat_id":1,"muted":true})");
-    QVERIFY(waitFor([&] { return textsIn(info).contains("Muted"); }));
-
-    Q_EMIT info->copyIdRequested();
-    QTRY_COMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("1"));
-    Q_EMIT info->membersRequested();
-    QCOMPARE(static_cast<ToastOverlay *>(m_spike->toaster())->currentText(),
-             QStringLiteral("Members list is not implemented yet"));
-    Q_EMIT info->copyLinkRequested();
-    QTRY_COMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("t.me/news"));
-
+    // What each control does: test_chat_details.
     // A second question replaces the first, which then never answers.
     const auto openDialog = [this]() -> SystemDialog * {
         for (auto *d : m_spike->window()->findChildren<SystemDialog *>())
@@ -423,12 +374,10 @@ void TestController::chatInfoPageAndActions()
     Q_EMIT info->clearHistoryRequested();
     QPointer<SystemDialog> first = openDialog();
     QVERIFY(first);
-    QCOMPARE(first->body(), QStringLiteral("Clear history in \"News\"?"));
     Q_EMIT info->leaveRequested();
     SystemDialog *second = openDialog();
     QVERIFY(second && second != first);
     QVERIFY(!first || !first->isOpen());
-    QCOMPARE(second->body(), QStringLiteral("Leave \"News\"?"));
     second->finishWith(SystemUiResult::ConfirmButtonSelection);
     QCOMPARE(sent("leave 1"), 1);
     QCOMPARE(sent("clear_history 1"), 0);
@@ -513,12 +462,8 @@ void TestController::menuAndDebugLineFollowOwnProfile()
          R"("username":"ada","phone":"15551234","photo_small_id":9001})");
     QVERIFY(waitFor([&] { return textsIn(menu).contains("Ada Lovelace"); }));
     QVERIFY(textsIn(main).contains("ME id=4242"));
-
     QVERIFY(waitFor([&] { return sent("download 9001") == 1; }));
-
-    // The own user renamed; then the own photo arrives as a downloaded file.
-    feed(R"({"type":"user","id":4242,"name":"Countess of Lovelace","photo_small_id":9001})");
-    QVERIFY(waitFor([&] { return textsIn(menu).contains("Countess of Lovelace"); }));
+    // The own photo arrives as a downloaded file.
     const QString photo = m_dir->filePath("me.png");
     QImage img(320, 320, QImage::Format_RGB32);
     img.fill(Qt::green);
@@ -535,7 +480,7 @@ void TestController::menuAndDebugLineFollowOwnProfile()
 
     // Signed out: the card keeps nothing of the profile.
     feed(R"({"type":"auth_state","state":"WaitPhoneNumber"})");
-    QVERIFY(waitFor([&] { return !textsIn(menu).contains("Countess of Lovelace"); }));
+    QVERIFY(waitFor([&] { return !textsIn(menu).contains("Ada Lovelace"); }));
     QVERIFY(shownPhoto().isEmpty());
 }
 

@@ -4,12 +4,10 @@
 #include "common/test_util.h"
 #include "conversation/chat_session.h"
 #include "conversation/ui/message_item_provider.h"
-#include "platform/instance_channel.h"
 #include "shell/links.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
 #include <QImage>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -19,7 +17,7 @@ using namespace test_util;
 
 // Ways into a chat from outside, with the controller in this process on the
 // private session bus the test runs on (its notification server is the
-// test's), and `vexa --open-chat` against a running vexa.
+// test's); `vexa --open-chat` against a running vexa: test_startup.
 class TestOpenRequests : public QObject
 {
     Q_OBJECT
@@ -28,9 +26,7 @@ private Q_SLOTS:
     void cleanup();
 
     void notificationsOfIncomingMessages();
-    void requestAtStartUpWaitsForSignInAndRow();
     void tappedPublicLinkOpensChatAtMessage();
-    void openChatOnRunningInstance();
 
 private:
     void makeSignedInController(const QByteArray &chats);
@@ -133,18 +129,6 @@ void TestOpenRequests::notificationsOfIncomingMessages()
     QTRY_COMPARE(m_commands.count("open 2 22"), 1);
 }
 
-void TestOpenRequests::requestAtStartUpWaitsForSignInAndRow()
-{
-    QVERIFY(write_hub_open_request(dataDir(), 3, 30, "test", nullptr));
-    makeSignedInController(R"({"type":"chat","id":1,"title":"One","order":"2"})");
-    QVERIFY(!QFile::exists(hub_open_file_path(dataDir())));
-    QCOMPARE(m_spike->chatSession()->chatId(), 0);
-    feed(R"({"type":"chat","id":3,"title":"Three","order":"1"})");
-    QCOMPARE(m_spike->chatSession()->chatId(), 3);
-    QTRY_COMPARE(m_commands.count("open 3 30"), 1);
-    QCOMPARE(m_commands.count("chats 60"), 1);
-}
-
 void TestOpenRequests::tappedPublicLinkOpensChatAtMessage()
 {
     makeSignedInController(R"({"type":"chat","id":1,"title":"One","order":"2"})");
@@ -154,43 +138,6 @@ void TestOpenRequests::tappedPublicLinkOpensChatAtMessage()
     QCOMPARE(m_spike->chatSession()->chatId(), 77);
     QTRY_COMPARE(m_commands.count("open 77 5"), 1);
     QCOMPARE(m_spike->links()->pendingUsername(), QString());
-}
-
-void TestOpenRequests::openChatOnRunningInstance()
-{
-    const QString root = QDir(m_dir->path()).canonicalPath();
-    const QString data = root + "/data";
-    QVERIFY(installExecutable(VEXA_PATH, root + "/app/vexa"));
-    QProcessEnvironment env;
-    for (const QString &e : cleanEnvironment())
-        env.insert(e.section('=', 0, 0), e.section('=', 1));
-    env.insert("QT_QPA_PLATFORM", "offscreen");
-    env.insert("VEXA_DATA_DIR", data);
-    env.insert("VEXA_SHARED_DIR", root + "/shared");
-    QProcess running;
-    running.setProcessEnvironment(env);
-    running.start(root + "/app/vexa", QStringList());
-    QVERIFY(running.waitForStarted(5000));
-    InstanceChannel channel(InstanceChannel::server_name_for(data));
-    QVERIFY(waitFor([&] { return channel.sendToRunning(QString(), 1000, nullptr); }, 15000));
-
-    const auto vexa = [&](const QStringList &args) {
-        QProcess proc;
-        proc.setProcessEnvironment(env);
-        proc.start(root + "/app/vexa", args);
-        return proc.waitForFinished(10000) ? proc.exitCode() : -1;
-    };
-    QCOMPARE(vexa({"--open-chat", "42", "--message"}), 2);
-    QCOMPARE(vexa({"--open-chat", "42", "--message", "7"}), 0);
-    QByteArray err;
-    QVERIFY2(waitFor([&] {
-                 err += running.readAllStandardError();
-                 return err.contains("ui: hub_open loaded mode=chat chat_id=42 message_id=7\n");
-             }),
-             err.constData());
-    QVERIFY(!QFile::exists(hub_open_file_path(data)));
-    running.terminate();
-    QVERIFY(running.waitForFinished(10000));
 }
 
 QTEST_MAIN(TestOpenRequests)

@@ -23,6 +23,7 @@ private Q_SLOTS:
     // One local-mode run, inspected step by step (in this order).
     void bannerPingAndMarker();
     void secondInstanceHandsOverUrl();
+    void openChatHandedOver();
     void sigtermRemovesMarker();
 
     void serviceModeSendsState();
@@ -111,6 +112,25 @@ void TestStartup::secondInstanceHandsOverUrl()
     QCOMPARE(proc.exitCode(), 0);
     QCOMPARE(readAll(m_main.record(".starts")).count("start "), 1);
     QCOMPARE(m_main.proc->state(), QProcess::Running);
+}
+
+void TestStartup::openChatHandedOver()
+{
+    // `vexa --open-chat` hands its request to the running one; half a request is refused.
+    const auto vexa = [&](const QStringList &args) {
+        QProcess proc;
+        proc.setProcessEnvironment(m_main.proc->processEnvironment());
+        proc.start(m_main.app() + "/vexa", args);
+        return proc.waitForFinished(10000) ? proc.exitCode() : -1;
+    };
+    QCOMPARE(vexa({"--open-chat", "42", "--message"}), 2);
+    QCOMPARE(vexa({"--open-chat", "42", "--message", "7"}), 0);
+    QVERIFY2(waitFor([&] {
+                 m_mainStderr += m_main.proc->readAllStandardError();
+                 return m_mainStderr.contains(
+                     "hub_open loaded mode=chat chat_id=42 message_id=7\n");
+             }),
+             m_mainStderr.constData());
 }
 
 void TestStartup::sigtermRemovesMarker()
