@@ -233,6 +233,21 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
         setTextColor(title, darkTheme ? QColor(Qt::white) : QColor(0x20, 0x20, 0x20));
         title->setProperty("ui_dark_theme", darkTheme);
     }
+    // The open chat beside the list, or the one the keyboard marks.
+    const qint64 rowId = data.value(QStringLiteral("id")).toLongLong();
+    const bool marked =
+        listView && rowId != 0 && listView->property("ui_marked_chat_id").toLongLong() == rowId;
+    if (item->property("ui_marked") != QVariant(marked) ||
+        item->property("ui_marked_dark") != QVariant(darkTheme)) {
+        item->setProperty("ui_marked_dark", darkTheme);
+        item->setProperty("ui_marked", marked);
+        item->setAutoFillBackground(marked);
+        QPalette palette = item->palette();
+        // The panel colour tinted with the highlight blue, opaque.
+        palette.setColor(QPalette::Window,
+                         darkTheme ? QColor(0x24, 0x3A, 0x5A) : QColor(0xD4, 0xE4, 0xFF));
+        item->setPalette(palette);
+    }
 
     const QString avatarPath = data.value(QStringLiteral("avatar_path")).toString();
     const qint64 id = data.value(QStringLiteral("id")).toLongLong();
