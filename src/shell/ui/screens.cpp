@@ -225,11 +225,9 @@ MainScreen::MainScreen(float scale, QWidget *parent) : QWidget(parent)
     m_searchBar->hide();
     v->insertWidget(v->indexOf(statusBar) + 1, m_searchBar);
     connect(m_searchField, &QLineEdit::textChanged, this, &MainScreen::searchTextChanged);
-    connect(m_searchField, &QLineEdit::returnPressed, this, [this] {
-        const QString text = m_searchField->text().trimmed();
-        if (!text.isEmpty())
-            Q_EMIT serverSearchRequested(text);
-    });
+    // An empty text still goes: Enter opens a chat marked with the arrows.
+    connect(m_searchField, &QLineEdit::returnPressed, this,
+            [this] { Q_EMIT serverSearchRequested(m_searchField->text().trimmed()); });
     connect(closeSearchButton, &QToolButton::clicked, this, &MainScreen::closeSearch);
 }
 
