@@ -191,9 +191,12 @@ QString shell_style_sheet(bool dark, float scale)
                         " QPushButton[role=\"plain\"]:focus, QPushButton[role=\"row\"]:focus {"
                         " border: %1 solid %2; }\n"
                         "QPushButton[role=\"primary\"]:focus { border: %1 solid %3; }\n"
-                        "QSplitter::handle { background-color: %4; }\n")
+                        "QSplitter::handle { background-color: %4; }\n"
+                        "*[ui_marked=\"true\"] { background-color: %5; }\n")
              .arg(px(3), css(ThemeGroup::H, dark), css(ThemeGroup::C, dark),
-                  css(ThemeGroup::A, dark));
+                  css(ThemeGroup::A, dark),
+                  // The panel colour tinted with the highlight blue.
+                  dark ? QStringLiteral("#243A5A") : QStringLiteral("#D4E4FF"));
     return s;
 }
 

@@ -11,6 +11,7 @@
 #include <QPainter>
 #include <QPixmap>
 #include <QResizeEvent>
+#include <QStyle>
 #include <QVBoxLayout>
 
 namespace {
@@ -237,16 +238,12 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
     const qint64 rowId = data.value(QStringLiteral("id")).toLongLong();
     const bool marked =
         listView && rowId != 0 && listView->property("ui_marked_chat_id").toLongLong() == rowId;
-    if (item->property("ui_marked") != QVariant(marked) ||
-        item->property("ui_marked_dark") != QVariant(darkTheme)) {
-        item->setProperty("ui_marked_dark", darkTheme);
+    if (item->property("ui_marked") != QVariant(marked)) {
+        // Coloured by the shell's style sheet, which knows the theme.
+        item->setAttribute(Qt::WA_StyledBackground, true);
         item->setProperty("ui_marked", marked);
-        item->setAutoFillBackground(marked);
-        QPalette palette = item->palette();
-        // The panel colour tinted with the highlight blue, opaque.
-        palette.setColor(QPalette::Window,
-                         darkTheme ? QColor(0x24, 0x3A, 0x5A) : QColor(0xD4, 0xE4, 0xFF));
-        item->setPalette(palette);
+        item->style()->unpolish(item);
+        item->style()->polish(item);
     }
 
     const QString avatarPath = data.value(QStringLiteral("avatar_path")).toString();
