@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <vector>
 
 namespace {
@@ -27,25 +28,37 @@ const QString kArchive = QStringLiteral("Vexa Archive ⚡");
 constexpr double kFrameGoalMs = 8;
 constexpr double kCrossGoalMs = 50;
 
-// One step: the change, the posted layout work, then a synchronous repaint.
-double frameMs(PhoneWindow *window, const std::function<void()> &change)
+// Frame times, and their part before the repaint (the layout).
+struct Frames
+{
+    std::vector<double> total;
+    std::vector<double> layout;
+};
+
+// One step: the change, the posted layout work, then a synchronous repaint
+// (at a zoom other than 1 the scene repaints later, so only the layout counts).
+void frame(PhoneWindow *window, Frames *frames, const std::function<void()> &change)
 {
     QElapsedTimer t;
     t.start();
     change();
     QCoreApplication::sendPostedEvents();
     QCoreApplication::processEvents();
+    if (frames)
+        frames->layout.push_back(double(t.nsecsElapsed()) / 1e6);
     window->repaint();
-    return double(t.nsecsElapsed()) / 1e6;
+    if (frames)
+        frames->total.push_back(double(t.nsecsElapsed()) / 1e6);
 }
 
-void report(const char *what, const std::vector<double> &ms, double goal)
+void report(const char *what, const Frames &f, double goal)
 {
-    std::printf(
-        "%-28s median %6.2f ms  95th %6.2f ms  max %6.2f ms  (%zu frames, goal %.0f ms) %s\n", what,
-        bench::median(ms), bench::percentile(ms, 0.95),
-        ms.empty() ? 0.0 : *std::max_element(ms.begin(), ms.end()), ms.size(), goal,
-        bench::median(ms) < goal ? "ok" : "OVER");
+    const std::vector<double> &ms = f.total;
+    std::printf("%-26s median %6.2f ms, 95th %6.2f, max %6.2f (layout median %5.2f; %zu frames; "
+                "goal %.0f) %s\n",
+                what, bench::median(ms), bench::percentile(ms, 0.95),
+                ms.empty() ? 0.0 : *std::max_element(ms.begin(), ms.end()), bench::median(f.layout),
+                ms.size(), goal, bench::median(ms) < goal ? "ok" : "OVER");
 }
 
 } // namespace
@@ -78,13 +91,14 @@ int main(int argc, char *argv[])
     ShellScreens *screens = spike->screens();
     ListView *chatList = spike->chatListView();
     window->resize(1600, 1000);
-    // The whole list, then the archive open at its newest page.
+    // The whole list (the demo's 130 or so chats), then the archive open at
+    // its newest page.
+    spike->sendLine(QStringLiteral("chats 200"));
     if (!bench::waitFor(
             [&] {
                 if (bench::chatRowWithTitle(spike.get(), kArchive) >= 0 &&
-                    !spike->chatList()->isBulkLoading())
+                    spike->chatList()->size() >= 120 && !spike->chatList()->isBulkLoading())
                     return true;
-                chatList->scrollToPosition(ListView::End);
                 return false;
             },
             30000)) {
@@ -105,26 +119,26 @@ int main(int argc, char *argv[])
 
     // Warm-up: the first frames fill the caches of bubbles and glyphs.
     for (int i = 0; i < 20; ++i)
-        frameMs(window, [&] { window->resize(1600 - i * 4, 1000); });
+        frame(window, nullptr, [&] { window->resize(1600 - i * 4, 1000); });
 
     // Dragging the right edge in and out, 4 pixels a frame, staying wide.
-    std::vector<double> edge;
+    Frames edge;
     for (int i = 0; i < steps; ++i) {
         const int w = 1600 - 4 * (i % 100 < 50 ? i % 50 : 50 - i % 50);
-        edge.push_back(frameMs(window, [&] { window->resize(w, 1000); }));
+        frame(window, &edge, [&] { window->resize(w, 1000); });
     }
     // Dragging the splitter, 4 pixels a frame, across a fifth of the window.
-    std::vector<double> split;
+    Frames split;
     const int left = screens->leftPaneWidth();
     for (int i = 0; i < steps; ++i) {
         const int x = left + 4 * (i % 100 < 50 ? i % 50 : 50 - i % 50);
-        split.push_back(frameMs(window, [&] { screens->setLeftPaneWidth(x); }));
+        frame(window, &split, [&] { screens->setLeftPaneWidth(x); });
     }
     // Crossing the breakpoint both ways.
-    std::vector<double> narrow, wide;
+    Frames narrow, wide;
     for (int i = 0; i < 20; ++i) {
-        narrow.push_back(frameMs(window, [&] { window->resize(600, 1000); }));
-        wide.push_back(frameMs(window, [&] { window->resize(1600, 1000); }));
+        frame(window, &narrow, [&] { window->resize(600, 1000); });
+        frame(window, &wide, [&] { window->resize(1600, 1000); });
     }
     const bool kept = spike->isChatVisible() && screens->isWide();
 
