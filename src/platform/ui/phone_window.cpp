@@ -9,8 +9,7 @@
 #include <QtMath>
 
 PhoneWindow::PhoneWindow(const DisplayInfo &display, QWidget *parent)
-    : QWidget(parent), m_designSize(display.pixelSize()), m_zoom(display.zoom()),
-      m_baseZoom(m_zoom)
+    : QWidget(parent), m_designSize(display.pixelSize()), m_zoom(display.zoom()), m_baseZoom(m_zoom)
 {
     setObjectName(QStringLiteral("phone_window"));
     setWindowTitle(QStringLiteral("Vexa"));
