@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
 #include <functional>
 #include <vector>
 
@@ -28,11 +29,22 @@ const QString kArchive = QStringLiteral("Vexa Archive ⚡");
 constexpr double kFrameGoalMs = 8;
 constexpr double kCrossGoalMs = 50;
 
-// Frame times, and their part before the repaint (the layout).
+// CPU time of this (the UI) thread: what a frame costs, whatever else the
+// machine runs meanwhile (the demo's video encoder among them).
+double threadCpuMs()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) / 1e6;
+}
+
+// Frame times on the UI thread's clock, their part before the repaint (the
+// layout), and the wall time.
 struct Frames
 {
     std::vector<double> total;
     std::vector<double> layout;
+    std::vector<double> wall;
 };
 
 // One step: the change, the posted layout work, then a synchronous repaint
@@ -41,24 +53,28 @@ void frame(PhoneWindow *window, Frames *frames, const std::function<void()> &cha
 {
     QElapsedTimer t;
     t.start();
+    const double cpu = threadCpuMs();
     change();
     QCoreApplication::sendPostedEvents();
     QCoreApplication::processEvents();
-    if (frames)
-        frames->layout.push_back(double(t.nsecsElapsed()) / 1e6);
+    const double layout = threadCpuMs() - cpu;
     window->repaint();
-    if (frames)
-        frames->total.push_back(double(t.nsecsElapsed()) / 1e6);
+    if (frames) {
+        frames->layout.push_back(layout);
+        frames->total.push_back(threadCpuMs() - cpu);
+        frames->wall.push_back(double(t.nsecsElapsed()) / 1e6);
+    }
 }
 
 void report(const char *what, const Frames &f, double goal)
 {
     const std::vector<double> &ms = f.total;
-    std::printf("%-26s median %6.2f ms, 95th %6.2f, max %6.2f (layout median %5.2f; %zu frames; "
-                "goal %.0f) %s\n",
+    std::printf("%-26s CPU median %6.2f ms, 95th %6.2f, max %6.2f (layout %5.2f); wall median "
+                "%6.2f, 95th %6.2f; %zu frames, goal %.0f: %s\n",
                 what, bench::median(ms), bench::percentile(ms, 0.95),
                 ms.empty() ? 0.0 : *std::max_element(ms.begin(), ms.end()), bench::median(f.layout),
-                ms.size(), goal, bench::median(ms) < goal ? "ok" : "OVER");
+                bench::median(f.wall), bench::percentile(f.wall, 0.95), ms.size(), goal,
+                bench::median(ms) < goal ? "ok" : "OVER");
 }
 
 } // namespace

@@ -28,6 +28,8 @@ PhoneWindow::PhoneWindow(const DisplayInfo &display, QWidget *parent)
             [this](int) { Q_EMIT currentScreenChanged(m_stack->currentWidget()); });
 
     if (qFuzzyCompare(m_zoom, 1.0)) {
+        // The screen covers the window whole: no window background under it.
+        setAttribute(Qt::WA_OpaquePaintEvent, true);
         outer->addWidget(m_host);
         resize(m_designSize);
         return;
