@@ -194,10 +194,11 @@ void ShellScreens::resizeEvent(QResizeEvent *event)
     m_wide = wide;
     present();
     if (m_wide) {
-        // A list as wide as it was left, or about a third of the window.
+        // A list as wide as it was left, or about a third of the window but
+        // room for its rows, and never more than half.
         const int total = qMax(1, m_split->width());
         if (m_leftWidth <= 0)
-            m_leftWidth = qBound(scaled_px(360, m_scale), total * 36 / 100, total * 60 / 100);
+            m_leftWidth = qMin(total / 2, qMax(scaled_px(480, m_scale), total * 36 / 100));
         m_split->setSizes({m_leftWidth, qMax(1, total - m_leftWidth)});
     }
     Q_EMIT wideChanged(m_wide);
