@@ -83,6 +83,9 @@ int main(int argc, char *argv[])
     // painted on the raster backing store), so no GL driver is loaded.
     avoid_gl_integration(false);
 
+    // Icons are drawn from their large PNGs at the screen's pixel ratio, so a
+    // fractional scale factor (QT_SCALE_FACTOR=1.5) keeps them sharp.
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     auto *app = new QApplication(argc, argv);
     QApplication::setApplicationName(QStringLiteral("vexa"));
     prefer_colour_emoji();

@@ -476,9 +476,18 @@ void ChatSession::attemptScrollToPendingMessage()
 
 // ---------------------------------------------------------------- reading
 
+void ChatSession::setChatInView(bool inView)
+{
+    if (inView == m_inView)
+        return;
+    m_inView = inView;
+    if (m_inView)
+        maybeSendReadForCurrentChatAtEnd();
+}
+
 void ChatSession::maybeSendReadForCurrentChatAtEnd()
 {
-    if (!m_atEnd || m_chatId == 0 || m_messages->isEmpty()) {
+    if (!m_inView || !m_atEnd || m_chatId == 0 || m_messages->isEmpty()) {
         return;
     }
     // Only incoming messages are reported.

@@ -103,6 +103,10 @@ public Q_SLOTS:
     void jumpToMessage(qint64 messageId);
     void attemptScrollToPendingMessage();
     void maybeSendReadForCurrentChatAtEnd();
+    // Whether the user sees the open chat (the layout shows it); messages
+    // are reported read only then, and at once when it comes into view.
+    void setChatInView(bool inView);
+    bool isChatInView() const { return m_inView; }
     void onJumpToBottom();
     // The composer sent a message: the list goes to its end.
     void onMessageSent();
@@ -173,6 +177,7 @@ private:
     int m_jumpAttempts = 0;
     bool m_jumpFallbackUsed = false;
     qint64 m_lastReadSent = 0;
+    bool m_inView = true;
     int m_generation = 0;
     qint64 m_leftChatId = 0;
     qint64 m_leftChatFirstVisibleId = 0;

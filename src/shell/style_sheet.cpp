@@ -184,6 +184,19 @@ QString shell_style_sheet(bool dark, float scale)
                         "QScrollBar::add-line, QScrollBar::sub-line { height: 0px; }\n"
                         "QScrollBar::add-page, QScrollBar::sub-page { background: none; }\n")
              .arg(px(10), css(ThemeGroup::D, dark), px(5), px(40));
+    // The keyboard's place is always to be seen: a frame in the highlight
+    // colour (the text colour on the filled primary buttons).
+    s += QStringLiteral("QToolButton:focus, QPushButton:focus, QCheckBox:focus, ListView:focus,"
+                        " QToolButton[role=\"icon\"]:focus, QToolButton[role=\"fab\"]:focus,"
+                        " QPushButton[role=\"plain\"]:focus, QPushButton[role=\"row\"]:focus {"
+                        " border: %1 solid %2; }\n"
+                        "QPushButton[role=\"primary\"]:focus { border: %1 solid %3; }\n"
+                        "QSplitter::handle { background-color: %4; }\n"
+                        "*[ui_marked=\"true\"] { background-color: %5; }\n")
+             .arg(px(3), css(ThemeGroup::H, dark), css(ThemeGroup::C, dark),
+                  css(ThemeGroup::A, dark),
+                  // The panel colour tinted with the highlight blue.
+                  dark ? QStringLiteral("#243A5A") : QStringLiteral("#D4E4FF"));
     return s;
 }
 

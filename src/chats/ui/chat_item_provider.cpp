@@ -11,6 +11,7 @@
 #include <QPainter>
 #include <QPixmap>
 #include <QResizeEvent>
+#include <QStyle>
 #include <QVBoxLayout>
 
 namespace {
@@ -232,6 +233,17 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
     if (title->property("ui_dark_theme") != QVariant(darkTheme)) {
         setTextColor(title, darkTheme ? QColor(Qt::white) : QColor(0x20, 0x20, 0x20));
         title->setProperty("ui_dark_theme", darkTheme);
+    }
+    // The open chat beside the list, or the one the keyboard marks.
+    const qint64 rowId = data.value(QStringLiteral("id")).toLongLong();
+    const bool marked =
+        listView && rowId != 0 && listView->property("ui_marked_chat_id").toLongLong() == rowId;
+    if (item->property("ui_marked") != QVariant(marked)) {
+        // Coloured by the shell's style sheet, which knows the theme.
+        item->setAttribute(Qt::WA_StyledBackground, true);
+        item->setProperty("ui_marked", marked);
+        item->style()->unpolish(item);
+        item->style()->polish(item);
     }
 
     const QString avatarPath = data.value(QStringLiteral("avatar_path")).toString();

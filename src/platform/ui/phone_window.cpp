@@ -6,9 +6,10 @@
 #include <QResizeEvent>
 #include <QStackedLayout>
 #include <QVBoxLayout>
+#include <QtMath>
 
 PhoneWindow::PhoneWindow(const DisplayInfo &display, QWidget *parent)
-    : QWidget(parent), m_designSize(display.pixelSize()), m_zoom(display.zoom())
+    : QWidget(parent), m_designSize(display.pixelSize()), m_zoom(display.zoom()), m_baseZoom(m_zoom)
 {
     setObjectName(QStringLiteral("phone_window"));
     setWindowTitle(QStringLiteral("Vexa"));
@@ -17,15 +18,20 @@ PhoneWindow::PhoneWindow(const DisplayInfo &display, QWidget *parent)
 
     m_host = new QWidget;
     m_host->setObjectName(QStringLiteral("phone_screen"));
-    m_host->setFixedSize(m_designSize);
+    m_host->resize(m_designSize);
+    // The screens are squeezed into what the window gives them, as on the
+    // phone, rather than widening the screen past the window.
+    m_host->setMinimumSize(1, 1);
     m_stack = new QStackedLayout(m_host);
     m_stack->setContentsMargins(0, 0, 0, 0);
     connect(m_stack, &QStackedLayout::currentChanged, this,
             [this](int) { Q_EMIT currentScreenChanged(m_stack->currentWidget()); });
 
     if (qFuzzyCompare(m_zoom, 1.0)) {
+        // The screen covers the window whole: no window background under it.
+        setAttribute(Qt::WA_OpaquePaintEvent, true);
         outer->addWidget(m_host);
-        setFixedSize(m_designSize);
+        resize(m_designSize);
         return;
     }
     m_scene = new QGraphicsScene(this);
@@ -40,7 +46,7 @@ PhoneWindow::PhoneWindow(const DisplayInfo &display, QWidget *parent)
                            QPainter::SmoothPixmapTransform);
     // Scaled widgets report fractional dirty areas; redraw whole frames.
     m_view->setViewportUpdateMode(QGraphicsView::FullViewportUpdate);
-    m_view->setAlignment(Qt::AlignCenter);
+    m_view->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     m_view->setBackgroundBrush(QColor(24, 24, 24));
     outer->addWidget(m_view);
     applyZoom(m_zoom);
@@ -62,9 +68,24 @@ void PhoneWindow::resizeEvent(QResizeEvent *event)
     QWidget::resizeEvent(event);
     if (!m_view || event->size().isEmpty())
         return;
-    const double z = qMin(double(event->size().width()) / m_designSize.width(),
-                          double(event->size().height()) / m_designSize.height());
-    applyZoom(qBound(0.1, z, 8.0));
+    // The zoom stays and the screen grows or shrinks with the window, down
+    // to the phone's width and three quarters of its height; a smaller
+    // window shows that much at a smaller zoom.
+    const QSize size = event->size();
+    const double z =
+        qBound(0.1,
+               qMin(m_baseZoom, qMin(double(size.width()) / m_designSize.width(),
+                                     double(size.height()) / (m_designSize.height() * 3 / 4))),
+               8.0);
+    applyZoom(z);
+    const QSize host(qMax(1, qFloor(size.width() / z)), qMax(1, qFloor(size.height() / z)));
+    m_host->resize(host);
+    m_scene->setSceneRect(QRectF(QPointF(0, 0), QSizeF(host)));
+}
+
+QSize PhoneWindow::screenSize() const
+{
+    return m_host->size();
 }
 
 void PhoneWindow::addScreen(QWidget *screen)

@@ -162,7 +162,8 @@ void SystemUiDialog::fitToParent()
     QWidget *p = parentWidget();
     if (p && !isWindow()) {
         setGeometry(p->rect());
-        const int w = qMin(p->width() - 48, qMax(p->width() * 85 / 100, 280));
+        // As wide as on the phone at most, also over a wide window.
+        const int w = qMin(qMin(p->width() - 48, qMax(p->width() * 85 / 100, 280)), 640);
         const int maxH = p->height() * 85 / 100;
         int h = m_panel->hasHeightForWidth() ? m_panel->heightForWidth(w)
                                              : m_panel->sizeHint().height();

@@ -225,11 +225,9 @@ MainScreen::MainScreen(float scale, QWidget *parent) : QWidget(parent)
     m_searchBar->hide();
     v->insertWidget(v->indexOf(statusBar) + 1, m_searchBar);
     connect(m_searchField, &QLineEdit::textChanged, this, &MainScreen::searchTextChanged);
-    connect(m_searchField, &QLineEdit::returnPressed, this, [this] {
-        const QString text = m_searchField->text().trimmed();
-        if (!text.isEmpty())
-            Q_EMIT serverSearchRequested(text);
-    });
+    // An empty text still goes: Enter opens a chat marked with the arrows.
+    connect(m_searchField, &QLineEdit::returnPressed, this,
+            [this] { Q_EMIT serverSearchRequested(m_searchField->text().trimmed()); });
     connect(closeSearchButton, &QToolButton::clicked, this, &MainScreen::closeSearch);
 }
 
@@ -270,10 +268,17 @@ void MainScreen::setSearchHint(const QString &text)
 
 bool MainScreen::eventFilter(QObject *watched, QEvent *event)
 {
-    if (watched == m_searchField && event->type() == QEvent::KeyPress &&
-        static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
-        closeSearch();
-        return true;
+    if (watched == m_searchField && event->type() == QEvent::KeyPress) {
+        const auto *key = static_cast<QKeyEvent *>(event);
+        if (key->key() == Qt::Key_Escape) {
+            closeSearch();
+            return true;
+        }
+        if ((key->key() == Qt::Key_Up || key->key() == Qt::Key_Down) &&
+            key->modifiers() == Qt::NoModifier) {
+            Q_EMIT searchStepRequested(key->key() == Qt::Key_Up ? -1 : 1);
+            return true;
+        }
     }
     return QWidget::eventFilter(watched, event);
 }
@@ -552,8 +557,12 @@ MenuScreen::MenuScreen(float scale, bool darkTheme, QWidget *parent)
     m_logToggle = button(QStringLiteral("Debug log"), QStringLiteral("log_toggle_button"),
                          ControlRole::Row, scale, lookCard);
     m_logToggle->setCheckable(true);
+    auto *shortcuts = button(QStringLiteral("Keyboard shortcuts"),
+                             QStringLiteral("shortcuts_button"), ControlRole::Row, scale, lookCard);
     look->addWidget(m_theme);
     look->addWidget(m_logToggle);
+    look->addWidget(shortcuts);
+    announce(shortcuts, this, &MenuScreen::shortcutsRequested);
     bv->addWidget(lookCard);
     bv->addStretch(1);
     v->addWidget(body, 1);

@@ -85,6 +85,8 @@ Q_SIGNALS:
     void searchTextChanged(const QString &text);
     // Enter in the search field: look further, on the server.
     void serverSearchRequested(const QString &text);
+    // Up (-1) or Down (1) in the search field: mark the chat above or below.
+    void searchStepRequested(int delta);
     void searchClosed();
 
 protected:
@@ -173,6 +175,7 @@ Q_SIGNALS:
     void clearCacheRequested();
     void themeToggleRequested();
     void debugLogToggleRequested();
+    void shortcutsRequested();
 
 private:
     float m_scale;

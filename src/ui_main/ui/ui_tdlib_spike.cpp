@@ -156,6 +156,7 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     connectConversation();
     connectChatSearch();
     connectFilesCache();
+    connectWindow();
     m_window->show();
 
     // 8. Application lifecycle.
@@ -188,6 +189,7 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
 
 UiTdlibSpike::~UiTdlibSpike()
 {
+    saveWindowState();
     // Screens first (they point into the models), then the dispatcher and the
     // link, whose destructor ends the child while the log still exists.
     m_window.reset();
@@ -279,6 +281,9 @@ void UiTdlibSpike::buildScreens()
 
 bool UiTdlibSpike::eventFilter(QObject *watched, QEvent *event)
 {
+    // Minimised or shown again: the open chat leaves or comes into view.
+    if (watched == m_window.get() && event->type() == QEvent::WindowStateChange)
+        updateChatVisibility();
     // The first time the list is painted with rows, once: the moment start-up
     // measurements wait for.
     if (event->type() == QEvent::Paint && m_chatListView && watched == m_chatListView->viewport() &&
@@ -498,6 +503,7 @@ void UiTdlibSpike::onAppFullscreen()
 void UiTdlibSpike::onAppAboutToQuit()
 {
     appendLog(QStringLiteral("app: aboutToQuit\n"));
+    saveWindowState();
     stopMedia();
     m_link->onAppAboutToQuit();
 }
@@ -579,10 +585,7 @@ void UiTdlibSpike::onActivationRequested()
 
 qint64 UiTdlibSpike::visibleChatId() const
 {
-    if (!m_screens || !m_session ||
-        m_screens->currentScreen() != ShellScreens::Screen::Conversation)
-        return 0;
-    return m_session->chatId();
+    return isChatVisible() ? m_session->chatId() : 0;
 }
 
 void UiTdlibSpike::connectLinks()

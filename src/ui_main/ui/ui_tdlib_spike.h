@@ -120,6 +120,11 @@ public:
     FilesCache *filesCache() const { return m_filesCache; }
     // The chat whose conversation page is on screen; 0 when none is.
     qint64 visibleChatId() const;
+    // The open chat is in view in the current layout (narrow: its page is
+    // the one shown; wide: it fills the right pane), uncovered by a viewer,
+    // the information page or the menu, and the window is not minimised.
+    // Read receipts, the header, notifications and open requests ask this.
+    bool isChatVisible() const;
 
     // Theme: read the file, then recolour whatever exists.
     void loadThemeSetting();
@@ -174,6 +179,20 @@ protected:
 private:
     void buildScreens();
     void connectScreens();
+    // The two layouts, what is in view, the keyboard and the window's place.
+    void connectWindow();
+    void updateChatVisibility();
+    void openChatSearch();
+    void onChatSearchShortcut();
+    void stepChatSearchMark(int delta);
+    void openAdjacentChat(int delta);
+    void openDisplayedChat(int row);
+    void scrollPage(int direction);
+    void updateChatListMark();
+    int displayedChatCount() const;
+    QVariantMap displayedChatRow(int row) const;
+    void restoreWindowState();
+    void saveWindowState();
     // Links, open requests and desktop notifications.
     void connectLinks();
     void raiseWindow();
@@ -280,6 +299,10 @@ private:
     PinnedItemProvider *m_pinnedItems = nullptr;
     MessageSearch *m_search = nullptr;
     bool m_autoOpenDone = false;
+    bool m_chatWasVisible = false;
+    // The chat marked with Up and Down in the chat search (a row of the
+    // filtered list), -1 for none.
+    int m_searchMark = -1;
     QPointer<SystemDialog> m_updateDialog;
     ChatFilterModel *m_chatFilter = nullptr;
     // Numbers of the chat searches sent to this run of the backend.

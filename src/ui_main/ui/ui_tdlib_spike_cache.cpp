@@ -47,13 +47,7 @@ void UiTdlibSpike::connectChatSearch()
     // While the field is open the list shows the filtered rows; the full
     // model keeps taking every event meanwhile. Closed, the filter lets go of
     // the model, so that chat events cost it nothing.
-    connect(main, &MainScreen::searchRequested, this, [this, main] {
-        main->openSearch();
-        if (!main->isSearchOpen() || m_chatListView->dataModel() == m_chatFilter)
-            return;
-        m_chatFilter->setSourceModel(m_chatRows);
-        m_chatListView->setDataModel(m_chatFilter);
-    });
+    connect(main, &MainScreen::searchRequested, this, &UiTdlibSpike::openChatSearch);
     connect(main, &MainScreen::searchTextChanged, this, [this, main](const QString &text) {
         m_chatFilter->setQuery(text);
         if (text.trimmed().isEmpty())
@@ -64,8 +58,12 @@ void UiTdlibSpike::connectChatSearch()
         else
             main->setSearchHint(QStringLiteral("Press Enter to search on the server."));
         m_chatListView->scrollToPosition(ListView::Beginning, false);
+        m_searchMark = -1;
+        updateChatListMark();
     });
     connect(main, &MainScreen::searchClosed, this, [this] {
+        m_searchMark = -1;
+        updateChatListMark();
         m_chatListView->setDataModel(m_chatRows);
         m_chatFilter->setQuery(QString());
         m_chatFilter->setSourceModel(nullptr);
@@ -84,8 +82,25 @@ void UiTdlibSpike::connectChatSearch()
     });
 }
 
+void UiTdlibSpike::openChatSearch()
+{
+    MainScreen *main = m_screens->mainScreen();
+    main->openSearch();
+    if (!main->isSearchOpen() || m_chatListView->dataModel() == m_chatFilter)
+        return;
+    m_chatFilter->setSourceModel(m_chatRows);
+    m_chatListView->setDataModel(m_chatFilter);
+}
+
 void UiTdlibSpike::onServerSearch(const QString &text)
 {
+    // A chat marked with the arrow keys is opened instead.
+    if (m_searchMark >= 0 && m_searchMark < displayedChatCount()) {
+        const int row = m_searchMark;
+        m_searchMark = -1;
+        openDisplayedChat(row);
+        return;
+    }
     const QString query = text.trimmed();
     if (query.isEmpty() || !m_dispatcher->isAuthorized())
         return;

@@ -1,0 +1,393 @@
+// The window in its two layouts, with the real demo backend as a child: the
+// open chat survives crossing the breakpoint, back closes it beside the list,
+// read receipts follow what is in view, the keyboard shortcuts, and the
+// window's state across a restart.
+#include "backend_link/event_intake.h"
+#include "chats/chat_list_model.h"
+#include "common/test_util.h"
+#include "conversation/chat_session.h"
+#include "conversation/composer.h"
+#include "conversation/message_row_model.h"
+#include "conversation/message_search.h"
+#include "conversation/ui/chat_screen.h"
+#include "events/event_dispatcher.h"
+#include "platform/array_data_model.h"
+#include "platform/ui/list_view.h"
+#include "platform/ui/phone_window.h"
+#include "shell/ui/screens.h"
+#include "shell/ui/shell_screens.h"
+#include "ui_main/ui/ui_tdlib_spike.h"
+
+#include <QApplication>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+
+using namespace test_util;
+using Screen = ShellScreens::Screen;
+
+// What a shortcut did.
+enum class Effect
+{
+    ChatSearch,
+    MessageSearch,
+    OpensRow,
+    ScrollsUp,
+    ScrollsDown,
+    EditsOwnLast,
+    Quits
+};
+Q_DECLARE_METATYPE(Effect)
+Q_DECLARE_METATYPE(ShellScreens::Screen)
+
+class TestWideLayout : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+
+    void crossingKeepsTheChatAndBackLeavesTheList_data();
+    void crossingKeepsTheChatAndBackLeavesTheList();
+    void readsFollowTheVisiblePane_data();
+    void readsFollowTheVisiblePane();
+    void shortcuts_data();
+    void shortcuts();
+    void windowStateSurvivesARestart();
+
+private:
+    void start();
+    void setWide(bool wide);
+    // Opens the chat at row of the full list and waits for its messages.
+    void openRow(int row);
+    qint64 idAt(int row) const { return m_spike->chatList()->rowAt(row).value("id").toLongLong(); }
+    QString unreadOf(qint64 chatId) const;
+    // The row of the first private chat (whose people answer).
+    int privateRow() const;
+    qint64 firstVisibleId() const
+    {
+        ListView *list = m_spike->messageListView();
+        return m_spike->messageRows()
+            ->value(list->firstVisibleItem().value(0).toInt())
+            .value("id")
+            .toLongLong();
+    }
+    QPlainTextEdit *composerField() const
+    {
+        return m_spike->chatScreen()->findChild<QPlainTextEdit *>();
+    }
+
+    QTemporaryDir m_dir;
+    std::unique_ptr<UiTdlibSpike> m_spike;
+};
+
+void TestWideLayout::start()
+{
+    QStringList env = cleanEnvironment();
+    env << "VEXA_DATA_DIR=" + m_dir.filePath("data")
+        << "VEXA_SHARED_DIR=" + m_dir.filePath("shared") << "VEXA_ZOOM=1"
+        << "DEMO_SPEED=0";
+    m_spike = std::make_unique<UiTdlibSpike>(m_dir.filePath("app"), env);
+    m_spike->window()->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_spike->window()));
+}
+
+void TestWideLayout::initTestCase()
+{
+    // Ctrl+Q closes the window; the test goes on after it.
+    QApplication::setQuitOnLastWindowClosed(false);
+    QVERIFY(QDir().mkpath(m_dir.filePath("app")));
+    QVERIFY(installExecutable(DEMO_BACKEND_PATH, m_dir.filePath("app/td_backend")));
+    start();
+    MainScreen *main = m_spike->screens()->mainScreen();
+    QString state;
+    connect(m_spike->dispatcher(), &EventDispatcher::authStateChanged,
+            [&state](const QString &s, bool) { state = s; });
+    QVERIFY2(waitFor([&] { return state.contains("Phone"); }, 20000), qPrintable(state));
+    m_spike->onSendPhone("+15550100");
+    QVERIFY2(waitFor([&] { return state.contains("Code"); }, 20000), qPrintable(state));
+    m_spike->onSendCode("22222");
+    QVERIFY(waitFor([&] { return main->isAuthorised(); }, 20000));
+    QVERIFY(waitFor([&] { return m_spike->chatList()->size() >= 60; }, 20000));
+}
+
+void TestWideLayout::init()
+{
+    if (!m_spike)
+        return;
+    m_spike->window()->show();
+    m_spike->window()->activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(m_spike->window()));
+    if (m_spike->chatSession()->chatId() != 0)
+        m_spike->onBackToChats();
+    m_spike->screens()->showMainScreen();
+    if (m_spike->screens()->mainScreen()->isSearchOpen())
+        m_spike->screens()->mainScreen()->closeSearch();
+}
+
+void TestWideLayout::setWide(bool wide)
+{
+    m_spike->window()->resize(wide ? 1400 : 720, 1000);
+    QTRY_COMPARE(m_spike->screens()->isWide(), wide);
+}
+
+void TestWideLayout::openRow(int row)
+{
+    m_spike->openChatFromRow(m_spike->chatList()->rowAt(row));
+    QTRY_VERIFY_WITH_TIMEOUT(m_spike->messageRows()->size() >= 20, 10000);
+    QTRY_VERIFY(!m_spike->messageListView()->visibleRows().isEmpty());
+}
+
+QString TestWideLayout::unreadOf(qint64 chatId) const
+{
+    const int row = m_spike->chatList()->findChatIndexById(chatId);
+    return m_spike->chatList()->rowAt(row).value("unread_count").toString();
+}
+
+int TestWideLayout::privateRow() const
+{
+    for (int i = 0; i < m_spike->chatList()->size(); ++i)
+        if (m_spike->chatList()->rowAt(i).value("chat_type") == "private")
+            return i;
+    return -1;
+}
+
+void TestWideLayout::crossingKeepsTheChatAndBackLeavesTheList_data()
+{
+    QTest::addColumn<bool>("startWide");
+    QTest::newRow("narrow to wide") << false;
+    QTest::newRow("wide to narrow") << true;
+}
+
+// The same widgets carry the chat across: the row at the top of the view,
+// the half-written text and the reply. Esc then closes the chat, and the
+// chat list is where it was.
+void TestWideLayout::crossingKeepsTheChatAndBackLeavesTheList()
+{
+    QFETCH(bool, startWide);
+    setWide(startWide);
+    ListView *chats = m_spike->chatListView();
+    chats->scrollToItem({10});
+    QTRY_VERIFY(chats->scrollOffset() > 0);
+    const qint64 listOffset = chats->scrollOffset();
+    openRow(privateRow());
+    ListView *list = m_spike->messageListView();
+    list->scrollToItem({3});
+    QTRY_COMPARE(list->firstVisibleItem().value(0).toInt(), 3);
+    const qint64 top = firstVisibleId();
+    const qint64 replyTo = m_spike->messageRows()->value(5).value("id").toLongLong();
+    m_spike->composer()->setReplyToMessageId(replyTo);
+    QPlainTextEdit *field = composerField();
+    field->setFocus();
+    QTest::keyClicks(field, "half written");
+
+    setWide(!startWide);
+    QVERIFY(m_spike->isChatVisible() && field->isVisible());
+    QCOMPARE(chats->isVisible(), !startWide);
+    QCOMPARE(composerField(), field);
+    QCOMPARE(field->toPlainText(), QString("half written"));
+    QCOMPARE(m_spike->composer()->replyToMessageId(), replyTo);
+    QTRY_COMPARE(firstVisibleId(), top);
+
+    field->clear();
+    m_spike->composer()->clearReply();
+    QTest::keyClick(field, Qt::Key_Escape);
+    QCOMPARE(m_spike->chatSession()->chatId(), qint64(0));
+    QVERIFY(chats->isVisible() && !m_spike->chatScreen()->isVisible());
+    QCOMPARE(chats->scrollOffset(), listOffset);
+}
+
+void TestWideLayout::readsFollowTheVisiblePane_data()
+{
+    QTest::addColumn<bool>("wide");
+    QTest::addColumn<Screen>("shown");
+    QTest::newRow("wide, chat") << true << Screen::Conversation;
+    QTest::newRow("wide, its information") << true << Screen::ChatInfo;
+    QTest::newRow("wide, the menu") << true << Screen::Menu;
+    QTest::newRow("narrow, chat") << false << Screen::Conversation;
+    QTest::newRow("narrow, its information") << false << Screen::ChatInfo;
+}
+
+// The answer to a message arrives while the chat is (or is not) in view: it
+// is read at once, or stays unread until the chat is back in view.
+void TestWideLayout::readsFollowTheVisiblePane()
+{
+    QFETCH(bool, wide);
+    QFETCH(Screen, shown);
+    setWide(wide);
+    const int row = privateRow();
+    const qint64 chatId = idAt(row);
+    openRow(row);
+    QTRY_COMPARE(unreadOf(chatId), QString("0"));
+    m_spike->screens()->showScreen(shown);
+    const bool inView = shown == Screen::Conversation;
+    QCOMPARE(m_spike->isChatVisible(), inView);
+    QCOMPARE(m_spike->visibleChatId(), inView ? chatId : 0);
+
+    QSignalSpy events(m_spike->eventIntake(), &EventIntake::eventReceived);
+    m_spike->composer()->setText("are you there?");
+    m_spike->composer()->onSendMessage();
+    const auto answered = [&] {
+        for (const QList<QVariant> &e : events) {
+            const QVariantMap m = e.at(0).toMap();
+            if (m.value("type") == "message_new" && m.value("chat_id").toLongLong() == chatId &&
+                !m.value("is_outgoing").toBool())
+                return true;
+        }
+        return false;
+    };
+    QVERIFY(waitFor(answered, 15000));
+    if (inView) {
+        QTRY_COMPARE(unreadOf(chatId), QString("0"));
+        return;
+    }
+    QTRY_VERIFY(unreadOf(chatId).toInt() > 0);
+    m_spike->screens()->goBack();
+    QVERIFY(m_spike->isChatVisible());
+    QTRY_COMPARE_WITH_TIMEOUT(unreadOf(chatId), QString("0"), 10000);
+}
+
+void TestWideLayout::shortcuts_data()
+{
+    QTest::addColumn<QKeySequence>("keys");
+    QTest::addColumn<bool>("wide");
+    // Where the keyboard is: in the chat (the composer) or in the list.
+    QTest::addColumn<bool>("inChat");
+    QTest::addColumn<Effect>("effect");
+    QTest::addColumn<int>("row");
+    QTest::newRow("Ctrl+K beside the chat")
+        << QKeySequence("Ctrl+K") << true << true << Effect::ChatSearch << 0;
+    QTest::newRow("Ctrl+K narrow leaves the chat")
+        << QKeySequence("Ctrl+K") << false << true << Effect::ChatSearch << 0;
+    QTest::newRow("Ctrl+F in the chat")
+        << QKeySequence("Ctrl+F") << true << true << Effect::MessageSearch << 0;
+    QTest::newRow("Ctrl+F narrow")
+        << QKeySequence("Ctrl+F") << false << true << Effect::MessageSearch << 0;
+    QTest::newRow("Ctrl+F in the list")
+        << QKeySequence("Ctrl+F") << true << false << Effect::ChatSearch << 0;
+    QTest::newRow("search, Down twice, Enter")
+        << QKeySequence("Ctrl+K, Down, Down, Return") << true << false << Effect::OpensRow << 1;
+    QTest::newRow("search, Down, Up, Enter")
+        << QKeySequence("Ctrl+K, Down, Up, Return") << false << false << Effect::OpensRow << 0;
+    QTest::newRow("Alt+Down") << QKeySequence("Alt+Down") << true << true << Effect::OpensRow << 4;
+    QTest::newRow("Alt+Up") << QKeySequence("Alt+Up") << false << true << Effect::OpensRow << 2;
+    QTest::newRow("Ctrl+Tab") << QKeySequence("Ctrl+Tab") << true << true << Effect::OpensRow << 4;
+    QTest::newRow("Ctrl+Shift+Tab") << QKeySequence(Qt::CTRL + Qt::SHIFT + Qt::Key_Backtab) << true
+                                    << true << Effect::OpensRow << 2;
+    QTest::newRow("Ctrl+1") << QKeySequence("Ctrl+1") << true << false << Effect::OpensRow << 0;
+    QTest::newRow("Ctrl+9") << QKeySequence("Ctrl+9") << false << true << Effect::OpensRow << 8;
+    QTest::newRow("Page Up") << QKeySequence("PgUp") << true << true << Effect::ScrollsUp << 0;
+    QTest::newRow("Page Down") << QKeySequence("PgDown") << false << true << Effect::ScrollsDown
+                               << 0;
+    QTest::newRow("Up edits, wide")
+        << QKeySequence("Up") << true << true << Effect::EditsOwnLast << 0;
+    QTest::newRow("Up edits, narrow")
+        << QKeySequence("Up") << false << true << Effect::EditsOwnLast << 0;
+    QTest::newRow("Ctrl+Q") << QKeySequence("Ctrl+Q") << true << false << Effect::Quits << 0;
+}
+
+// Each shortcut with a chat open (the fourth of the list; a private one
+// where an own message is edited), typed where the keyboard is.
+void TestWideLayout::shortcuts()
+{
+    QFETCH(QKeySequence, keys);
+    QFETCH(bool, wide);
+    QFETCH(bool, inChat);
+    QFETCH(Effect, effect);
+    QFETCH(int, row);
+    setWide(wide);
+    openRow(effect == Effect::EditsOwnLast ? privateRow() : 3);
+    ListView *messages = m_spike->messageListView();
+    if (effect == Effect::ScrollsDown) {
+        messages->scrollToItem({0});
+        QTRY_VERIFY(messages->isAtBeginning());
+    }
+    if (effect == Effect::EditsOwnLast) {
+        // A fresh own message, which may still be edited.
+        m_spike->composer()->setText("edit me");
+        m_spike->composer()->onSendMessage();
+        const auto sent = [&] {
+            for (int i = m_spike->messageRows()->size() - 1; i >= 0; --i) {
+                const QVariantMap row = m_spike->messageRows()->value(i);
+                if (row.value("text") == "edit me" && !row.contains("sending_state"))
+                    return true;
+            }
+            return false;
+        };
+        QVERIFY(waitFor(sent, 10000));
+    }
+    const qint64 before = messages->scrollOffset();
+    if (inChat)
+        composerField()->setFocus();
+    else
+        m_spike->chatListView()->setFocus();
+    QTRY_VERIFY(QApplication::focusWidget());
+    for (int i = 0; i < keys.count(); ++i) {
+        const int key = keys[i];
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key(key & ~Qt::KeyboardModifierMask),
+                        Qt::KeyboardModifiers(key & Qt::KeyboardModifierMask));
+    }
+
+    MainScreen *main = m_spike->screens()->mainScreen();
+    switch (effect) {
+    case Effect::ChatSearch:
+        QVERIFY(main->isSearchOpen());
+        QVERIFY(main->isVisible());
+        QVERIFY(QApplication::focusWidget() && main->isAncestorOf(QApplication::focusWidget()));
+        QCOMPARE(m_spike->chatSession()->chatId() != 0, wide);
+        break;
+    case Effect::MessageSearch:
+        QVERIFY(m_spike->messageSearch()->isActive());
+        QVERIFY(!main->isSearchOpen());
+        break;
+    case Effect::OpensRow:
+        // A row of the list as shown (filtered while searching).
+        QTRY_COMPARE(m_spike->chatSession()->chatId(), m_spike->chatListView()
+                                                           ->dataModel()
+                                                           ->index(row, 0)
+                                                           .data(Qt::UserRole)
+                                                           .toMap()
+                                                           .value("id")
+                                                           .toLongLong());
+        QVERIFY(m_spike->isChatVisible());
+        break;
+    case Effect::ScrollsUp:
+        QTRY_VERIFY(messages->scrollOffset() < before);
+        break;
+    case Effect::ScrollsDown:
+        QTRY_VERIFY(messages->scrollOffset() > before);
+        break;
+    case Effect::EditsOwnLast:
+        QTRY_VERIFY(m_spike->composer()->editingMessageId() != 0);
+        m_spike->composer()->clearEdit(false);
+        break;
+    case Effect::Quits:
+        QVERIFY(!m_spike->window()->isVisible());
+        break;
+    }
+    m_spike->messageSearch()->close();
+}
+
+// Size, place and the list's width come back at the next start on the
+// same data folder.
+void TestWideLayout::windowStateSurvivesARestart()
+{
+    setWide(true);
+    m_spike->window()->resize(1234, 777);
+    m_spike->window()->move(20, 30);
+    m_spike->screens()->setLeftPaneWidth(555);
+    QTRY_COMPARE(m_spike->window()->size(), QSize(1234, 777));
+    const QPoint pos = m_spike->window()->pos();
+    m_spike.reset();
+    start();
+    QCOMPARE(m_spike->window()->size(), QSize(1234, 777));
+    QCOMPARE(m_spike->window()->pos(), pos);
+    QVERIFY(m_spike->screens()->isWide());
+    QCOMPARE(m_spike->screens()->leftPaneWidth(), 555);
+}
+
+QTEST_MAIN(TestWideLayout)
+#include "test_wide_layout.moc"
