@@ -34,6 +34,19 @@ int openAppend(const QString &path)
                   0644);
 }
 
+// A writer that died in the middle of a line left it unterminated; ending it keeps the next
+// event from being glued onto it and lost with it.
+int openEventsAppend(const QString &path)
+{
+    const int fd =
+        ::open(QFile::encodeName(path).constData(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    char last = '\n';
+    const off_t size = fd >= 0 ? ::lseek(fd, 0, SEEK_END) : 0;
+    if (size > 0 && ::pread(fd, &last, 1, size - 1) == 1 && last != '\n')
+        demo_write_fully(fd, QByteArrayLiteral("\n"));
+    return fd;
+}
+
 } // namespace
 
 DemoOutput::DemoOutput(const QString &eventsPath, const QString &logPath, qint64 logMaxSize,
@@ -52,7 +65,7 @@ DemoOutput::~DemoOutput()
 
 bool DemoOutput::open(QString *error)
 {
-    m_eventsFd = openAppend(m_eventsPath);
+    m_eventsFd = openEventsAppend(m_eventsPath);
     if (m_eventsFd < 0) {
         if (error)
             *error = QStringLiteral("cannot open events file %1").arg(m_eventsPath);
@@ -87,7 +100,7 @@ void DemoOutput::reopenEventsIfReplaced()
         ::stat(path.constData(), &named) == 0 && open.st_ino == named.st_ino &&
         open.st_dev == named.st_dev)
         return;
-    const int fd = openAppend(m_eventsPath);
+    const int fd = openEventsAppend(m_eventsPath);
     if (fd < 0)
         return;
     if (m_eventsFd >= 0)

@@ -1,0 +1,152 @@
+// The events file under faults: a writer killed in the middle of its burst, and the file
+// truncated, rewritten, replaced or deleted while the client reads it. Every complete event
+// arrives once, in order, and no half line is ever taken for an event.
+
+#include "backend_link/app_log.h"
+#include "backend_link/event_intake.h"
+
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <csignal>
+#include <cstdio>
+
+#include "common/test_util.h"
+
+using namespace test_util;
+
+namespace {
+
+QByteArray lines(int from, int to)
+{
+    QByteArray out;
+    for (int n = from; n <= to; ++n)
+        out += "{\"type\":\"burst\",\"n\":" + QByteArray::number(n) + "}\n";
+    return out;
+}
+
+// A stand-in backend: appends events from..to, one write each (to = 0: without end), then
+// half of one more line, and waits to be killed.
+void startWriter(QProcess &p, const QString &file, int from, int to)
+{
+    p.start(
+        QStringLiteral("sh"),
+        {QStringLiteral("-c"),
+         QStringLiteral("i=%1; while [ %2 = 0 ] || [ $i -le %2 ]; do "
+                        "printf '{\"type\":\"burst\",\"n\":%d}\\n' $i; i=$((i+1)); done "
+                        ">>\"$0\"; printf '{\"type\":\"burst\",\"n\":' >>\"$0\"; exec sleep 600")
+             .arg(from)
+             .arg(to),
+         file});
+}
+
+QList<int> numbers(const QSignalSpy &spy)
+{
+    QList<int> out;
+    for (const QList<QVariant> &args : spy)
+        out << args.at(0).toMap().value(QStringLiteral("n")).toInt();
+    return out;
+}
+
+QList<int> range(int from, int to)
+{
+    QList<int> out;
+    for (int n = from; n <= to; ++n)
+        out << n;
+    return out;
+}
+
+} // namespace
+
+class TestIntakeFaults : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void killedWriter_data()
+    {
+        QTest::addColumn<int>("upTo"); // 0: killed while still writing
+        QTest::newRow("killed in the middle of its burst") << 0;
+        QTest::newRow("killed after half a line") << 300;
+    }
+    void killedWriter()
+    {
+        QFETCH(int, upTo);
+        QTemporaryDir dir;
+        const QString events = dir.filePath(QStringLiteral("backend_events.jsonl"));
+        AppLog log;
+        EventIntake intake(&log);
+        intake.setEventsFilePath(events);
+        intake.startPolling();
+        QSignalSpy spy(&intake, &EventIntake::eventReceived);
+        QProcess writer;
+        startWriter(writer, events, 1, upTo);
+        QVERIFY(waitFor(
+            [&] {
+                return spy.count() >= qMax(upTo, 200) &&
+                       (upTo == 0 || !readAll(events).endsWith('\n'));
+            },
+            60000));
+        ::kill(pid_t(writer.processId()), SIGKILL);
+        QVERIFY(writer.waitForFinished(10000));
+        const int whole = readAll(events).count('\n');
+        QVERIFY(waitFor([&] { return spy.count() >= whole; }, 30000));
+        QCOMPARE(numbers(spy), range(1, whole));
+        // A new start attempt skips to the end; what the next backend writes arrives whole.
+        intake.resetOffsets();
+        spy.clear();
+        QVERIFY(writeFile(events, lines(1, 3), true));
+        QVERIFY(waitFor([&] { return spy.count() >= 3; }, 30000));
+        QCOMPARE(numbers(spy), range(1, 3));
+        QVERIFY(!log.buffer().contains(QStringLiteral("parse error")));
+    }
+
+    void fileChangedUnderReader_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::newRow("truncated") << "truncate";
+        QTest::newRow("truncated and written past the old end") << "rewrite";
+        QTest::newRow("replaced by a longer file") << "replace";
+        QTest::newRow("deleted") << "delete";
+    }
+    void fileChangedUnderReader()
+    {
+        QFETCH(QString, fault);
+        QTemporaryDir dir;
+        const QString events = dir.filePath(QStringLiteral("backend_events.jsonl"));
+        AppLog log;
+        EventIntake intake(&log);
+        intake.setEventsFilePath(events);
+        intake.startPolling();
+        QSignalSpy spy(&intake, &EventIntake::eventReceived);
+        QProcess writer;
+        startWriter(writer, events, 1, 50);
+        QVERIFY(waitFor([&] { return spy.count() >= 50; }, 30000));
+        writer.kill();
+        writer.waitForFinished();
+
+        // Each fault is done in one step, between two reads.
+        if (fault == QLatin1String("truncate")) {
+            QVERIFY(QFile::resize(events, 0));
+        } else if (fault == QLatin1String("rewrite")) {
+            QVERIFY(writeFile(events, lines(51, 200)));
+        } else if (fault == QLatin1String("replace")) {
+            QVERIFY(writeFile(events + ".new", lines(51, 200)));
+            QVERIFY(std::rename(qPrintable(events + ".new"), qPrintable(events)) == 0);
+        } else {
+            QVERIFY(QFile::remove(events));
+        }
+        const int from = readAll(events).count('\n') + 51;
+        QProcess next;
+        startWriter(next, events, from, from + 49);
+        QVERIFY(waitFor([&] { return spy.count() >= from + 49; }, 30000));
+        next.kill();
+        next.waitForFinished();
+        QCOMPARE(numbers(spy), range(1, from + 49));
+        QVERIFY(!log.buffer().contains(QStringLiteral("parse error")));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestIntakeFaults)
+#include "test_intake_faults.moc"
