@@ -1,0 +1,212 @@
+// A full disk under everything the client writes. The small file systems are tmpfs mounts in a
+// mount namespace of this test's own: what the user already had stays whole, and no cut file is
+// left under a name that a later run would trust.
+
+#include "backend_link/app_log.h"
+#include "common/audio.h"
+#include "common/small_fs.h"
+#include "media/audio_libs.h"
+#include "media/media_downloads.h"
+#include "media/pulse_fixture.h"
+#include "media/voice_file_encoder.h"
+#include "media/voice_player.h"
+#include "media/voice_recorder.h"
+#include "shell/links.h"
+#include "shell/theme.h"
+#include "shell/update_checker.h"
+
+#include <QDirIterator>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QtTest>
+
+#include "common/test_util.h"
+
+using namespace testaudio;
+using namespace test_util;
+
+namespace {
+
+// Every file under dir with its content, the filler left out.
+QMap<QString, QByteArray> filesUnder(const QString &dir)
+{
+    QMap<QString, QByteArray> out;
+    QDirIterator it(dir, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        if (it.fileName() != QLatin1String(".filler"))
+            out.insert(QDir(dir).relativeFilePath(path), readAll(path));
+    }
+    return out;
+}
+
+// Answers every request with the same body.
+class OneBodyServer : public QTcpServer
+{
+public:
+    explicit OneBodyServer(const QByteArray &body) : m_body(body) {}
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        auto *socket = new QTcpSocket(this);
+        socket->setSocketDescriptor(descriptor);
+        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
+            m_head[socket] += socket->readAll();
+            if (!m_head[socket].contains("\r\n\r\n"))
+                return;
+            socket->write(
+                "HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(m_body.size()) +
+                "\r\nConnection: close\r\n\r\n" + m_body);
+            socket->disconnectFromHost();
+        });
+    }
+
+private:
+    QByteArray m_body;
+    QHash<QTcpSocket *, QByteArray> m_head;
+};
+
+} // namespace
+
+class TestFaults : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir m_dir;
+    QString m_small;
+    PulseFixture m_pulse;
+    OpusLib m_opus;
+    OpenAlLib m_openal;
+    Recorded m_rec;
+    AppLog m_log;
+
+    QString small(const QString &name) const { return m_small + QLatin1Char('/') + name; }
+    bool saw(const QString &message) const
+    {
+        return m_rec.toaster.shown().contains(message) || m_rec.log.contains(message) ||
+               m_log.buffer().contains(message);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QString why;
+        if (!small_fs::enterPrivateMounts(&why))
+            QSKIP(qPrintable(why));
+        m_small = m_dir.filePath(QStringLiteral("small"));
+    }
+    void init()
+    {
+        m_rec.clear();
+        m_log.clear();
+        QString why;
+        QVERIFY2(small_fs::mountTmpfs(m_small, 1 << 20, false, &why), qPrintable(why));
+    }
+    void cleanup() { small_fs::unmount(m_small); }
+
+    void diskFull_data()
+    {
+        QTest::addColumn<QString>("writing");
+        QTest::addColumn<int>("free");        // bytes left on the disk
+        QTest::addColumn<QString>("message"); // toast or log line; empty: the caller's to say
+        const auto row = [](const char *name, const char *writing, int free, const char *message) {
+            QTest::newRow(name) << writing << free << message;
+        };
+        row("recording a voice note", "record", 4096, "Voice message: recording error");
+        row("converting a voice note to WAV", "wav", 4096,
+            "voice: decode failed: opus: write pcm failed\n");
+        row("copying a download to the shared folder", "copy", 4096,
+            "ui: file save failed file_id=7\n");
+        row("downloading an update", "update", 4096, "Update download failed (can't write file)");
+        row("writing the theme", "theme", 0, "");
+        row("writing the logs", "log", 4096, "");
+        row("writing an open request", "hub", 0, "");
+    }
+    void diskFull()
+    {
+        QFETCH(QString, writing);
+        QFETCH(int, free);
+        QFETCH(QString, message);
+        // What the user already has on the small disk.
+        QString error;
+        if (writing == QLatin1String("wav")) {
+            QVERIFY(write_tone_wav(m_dir.filePath("tone.wav"), 440, 3.0, 48000, 1));
+            QVERIFY2(encode_wav_to_voice_ogg(m_opus, m_dir.filePath("tone.wav"), small("voice.ogg"),
+                                             &error),
+                     qPrintable(error));
+        }
+        QVERIFY(writeFile(small("files/report.pdf"), QByteArray(100 * 1024, 'r')));
+        QVERIFY(writeFile(small("ui_theme.txt"), "dark\n"));
+        QVERIFY(QDir().mkpath(small("data/cache/voice-out")));
+        const QMap<QString, QByteArray> had = filesUnder(m_small);
+        QVERIFY(small_fs::fill(m_small, free));
+
+        if (writing == QLatin1String("record")) {
+            if (!have_tool("pulseaudio") || !have_tool("paplay"))
+                QSKIP("no pulseaudio to record from");
+            QVERIFY2(m_pulse.start(&error), qPrintable(error));
+            QVERIFY(writeFile(m_dir.filePath("loud.wav"),
+                              wav_bytes(tone(700, 30, 48000, 2, 16000), 48000, 2)));
+            VoiceRecorder rec(m_opus, m_openal, small("data"), m_rec.services());
+            rec.setChatId(1);
+            rec.startVoiceRecording();
+            QVERIFY2(rec.voiceRecording(), qPrintable(m_rec.log.join(QString())));
+            QScopedPointer<QProcess> play(m_pulse.startPaplay(m_dir.filePath("loud.wav"), nullptr));
+            // A page that does not fit ends the recording by itself.
+            QTRY_VERIFY_WITH_TIMEOUT(!rec.voiceRecording(), 30000);
+            play->kill();
+            play->waitForFinished();
+            m_pulse.stop();
+            QCOMPARE(m_rec.lines, QStringList()); // nothing sent
+        } else if (writing == QLatin1String("wav")) {
+            VoicePlayer player(m_opus, nullptr, small("cache"), m_rec.services(), nullptr);
+            QCOMPARE(player.ensureWavForVoiceFile(5, small("voice.ogg")), QString());
+        } else if (writing == QLatin1String("copy")) {
+            MediaDownloads downloads(m_rec.services(), small("shared"), m_small + "/", nullptr);
+            downloads.onFileTapped(small("files/report.pdf"), 7);
+        } else if (writing == QLatin1String("update")) {
+            OneBodyServer package(QByteArray(64 * 1024, 'p'));
+            QVERIFY(package.listen(QHostAddress::LocalHost, 0));
+            OneBodyServer manifest(
+                "{\"build_id\": 4, \"version_number\": \"1.2\", \"download_url\": "
+                "\"http://127.0.0.1:" +
+                QByteArray::number(package.serverPort()) + "/pkg.bar\"}");
+            QVERIFY(manifest.listen(QHostAddress::LocalHost, 0));
+            UpdateCheckerConfig config;
+            config.host = QStringLiteral("127.0.0.1");
+            config.httpsBaseUrl = config.httpBaseUrl =
+                QStringLiteral("http://127.0.0.1:%1").arg(manifest.serverPort());
+            config.downloadsDir = small("shared");
+            UpdateChecker checker(config, &m_rec.toaster, &m_log);
+            connect(&checker, &UpdateChecker::updateQuestionAsked, &checker,
+                    [&checker] { checker.onUpdateDialogFinished(2); }); // "Download"
+            checker.onCheckUpdates();
+            QTRY_VERIFY_WITH_TIMEOUT(m_rec.toaster.last().startsWith("Update download"), 20000);
+        } else if (writing == QLatin1String("theme")) {
+            QVERIFY(!write_theme_file(small("ui_theme.txt"), false, &error));
+            QVERIFY(!error.isEmpty());
+        } else if (writing == QLatin1String("hub")) {
+            QVERIFY(!write_hub_open_request(m_small, 42, 0, QStringLiteral("test"), &error));
+        } else {
+            m_log.setUiDebugLogPath(small("ui_debug.log"));
+            for (int i = 0; i < 40; ++i)
+                m_log.appendUiFileLog(QString(300, QLatin1Char('x')));
+            // Only whole lines, each as long as the others.
+            const QByteArray logged = readAll(small("ui_debug.log"));
+            QVERIFY(logged.size() > 0 && logged.size() < 40 * 325);
+            QCOMPARE(logged.size() % (logged.indexOf('\n') + 1), 0);
+            QVERIFY(logged.endsWith('\n'));
+        }
+        if (!message.isEmpty())
+            QVERIFY2(saw(message), qPrintable(m_rec.log.join(QString()) + m_log.buffer() +
+                                              m_rec.toaster.shown().join(QLatin1Char('|'))));
+        QMap<QString, QByteArray> now = filesUnder(m_small);
+        now.remove(QStringLiteral("ui_debug.log"));
+        QCOMPARE(now.keys(), had.keys());
+        QVERIFY(now == had);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestFaults)
+#include "test_faults.moc"
