@@ -20,6 +20,8 @@
 #include <QTcpSocket>
 #include <QtTest>
 
+#include <csignal>
+
 #include "common/test_util.h"
 
 using namespace testaudio;
@@ -205,6 +207,60 @@ private Q_SLOTS:
         now.remove(QStringLiteral("ui_debug.log"));
         QCOMPARE(now.keys(), had.keys());
         QVERIFY(now == had);
+    }
+
+    // The real program on folders it cannot write: it says so, keeps running with what needs
+    // no writing, and ends in order on SIGTERM. "ro" is a read-only file system.
+    void foldersAtStart_data()
+    {
+        QTest::addColumn<QString>("data");
+        QTest::addColumn<QString>("shared");
+        QTest::addColumn<QString>("message"); // on standard error; empty: none
+        QTest::newRow("data folder read-only") << "ro"
+                                               << "shared"
+                                               << "cannot write in";
+        QTest::newRow("data folder missing, cannot be made") << "ro/data"
+                                                             << "shared"
+                                                             << "cannot create folder";
+        QTest::newRow("shared folder read-only") << "data"
+                                                 << "ro"
+                                                 << "cannot create folder";
+        QTest::newRow("shared folder missing: made") << "data"
+                                                     << "new/shared"
+                                                     << "";
+    }
+    void foldersAtStart()
+    {
+        QFETCH(QString, data);
+        QFETCH(QString, shared);
+        QFETCH(QString, message);
+        QString why;
+        QVERIFY2(small_fs::mountTmpfs(small("ro"), 64 * 1024, true, &why), qPrintable(why));
+        QProcess vexa;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("VEXA_DATA_DIR"), small(data));
+        env.insert(QStringLiteral("VEXA_SHARED_DIR"), small(shared));
+        env.insert(QStringLiteral("HOME"), m_small);
+        env.insert(QStringLiteral("DEMO_SPEED"), QStringLiteral("0"));
+        vexa.setProcessEnvironment(env);
+        QByteArray err;
+        connect(&vexa, &QProcess::readyReadStandardError, this,
+                [&] { err += vexa.readAllStandardError(); });
+        vexa.start(QStringLiteral(VEXA_PATH), QStringList());
+        const QString marker = small(data + "/ui_running.txt");
+        if (!message.isEmpty())
+            QVERIFY(waitFor([&] { return err.contains(message.toUtf8()); }, 30000));
+        if (data == QLatin1String("data")) // the backend started and wrote its first events
+            QVERIFY(waitFor([&] { return !readAll(small("data/backend_events.jsonl")).isEmpty(); },
+                            30000));
+        QCOMPARE(err.contains("vexa: cannot"), !message.isEmpty());
+        QCOMPARE(QFileInfo(small(shared + "/downloads/quillo")).isDir(), shared != "ro");
+        ::kill(pid_t(vexa.processId()), SIGTERM);
+        QVERIFY(vexa.waitForFinished(30000));
+        QCOMPARE(vexa.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(vexa.exitCode(), 0);
+        QVERIFY(!QFileInfo::exists(marker));
+        small_fs::unmount(small("ro"));
     }
 };
 
