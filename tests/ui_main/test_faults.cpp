@@ -262,6 +262,68 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(marker));
         small_fs::unmount(small("ro"));
     }
+
+    // The wall clock jumps under the running program (libfaketime, re-read at every call; the
+    // monotonic clock stays true, as in a real jump): events are still read at once and the
+    // running marker still refreshed, so no timer paces itself by the wall clock.
+    void clockJumps_data()
+    {
+        QTest::addColumn<QByteArray>("jump");
+        QTest::addColumn<int>("days");
+        QTest::newRow("back a day") << QByteArray("-1d") << -1;
+        QTest::newRow("forward a year") << QByteArray("+365d") << 365;
+    }
+    void clockJumps()
+    {
+        QFETCH(QByteArray, jump);
+        QFETCH(int, days);
+        const QStringList found = QDir(QStringLiteral("/usr/lib"))
+                                      .entryList({QStringLiteral("*-linux-gnu*")}, QDir::Dirs);
+        QString lib;
+        for (const QString &triplet : found)
+            if (QFileInfo::exists("/usr/lib/" + triplet + "/faketime/libfaketime.so.1"))
+                lib = "/usr/lib/" + triplet + "/faketime/libfaketime.so.1";
+        if (lib.isEmpty())
+            QSKIP("libfaketime is not installed");
+        const QString offset = small("offset");
+        QVERIFY(writeFile(offset, "+0"));
+        QProcess vexa;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("LD_PRELOAD"), lib);
+        env.insert(QStringLiteral("FAKETIME_TIMESTAMP_FILE"), offset);
+        env.insert(QStringLiteral("FAKETIME_NO_CACHE"), QStringLiteral("1"));
+        env.insert(QStringLiteral("FAKETIME_DONT_FAKE_MONOTONIC"), QStringLiteral("1"));
+        env.insert(QStringLiteral("VEXA_DATA_DIR"), small("data"));
+        env.insert(QStringLiteral("VEXA_SHARED_DIR"), small("shared"));
+        env.insert(QStringLiteral("HOME"), m_small);
+        env.insert(QStringLiteral("DEMO_SPEED"), QStringLiteral("0"));
+        vexa.setProcessEnvironment(env);
+        vexa.start(QStringLiteral(VEXA_PATH), QStringList());
+        const QString events = small("data/backend_events.jsonl");
+        QVERIFY(waitFor([&] { return !readAll(events).isEmpty(); }, 30000));
+
+        QVERIFY(writeFile(offset, jump));
+        const qint64 jumpedMs = QDateTime::currentMSecsSinceEpoch() + days * 86400000LL;
+        QVERIFY(writeFile(events, "{\"type\":\"reaction_ok\",\"chat_id\":1,\"id\":7}\n", true));
+        // The line that reading the event logs carries the jumped date.
+        const QString day = QDateTime::fromMSecsSinceEpoch(jumpedMs, Qt::UTC)
+                                .toString(QStringLiteral("yyyy-MM-dd"));
+        QVERIFY(waitFor(
+            [&] {
+                const QByteArray log = readAll(small("data/ui_debug.log"));
+                return log.contains(day.toUtf8() + 'T') && log.contains("react: ok chat_id=1");
+            },
+            30000));
+        QVERIFY(waitFor(
+            [&] {
+                return qAbs(readAll(small("data/ui_running.txt")).trimmed().toLongLong() -
+                            jumpedMs) < 3600000;
+            },
+            30000));
+        ::kill(pid_t(vexa.processId()), SIGTERM);
+        QVERIFY(vexa.waitForFinished(30000));
+        QCOMPARE(vexa.exitCode(), 0);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestFaults)
