@@ -46,7 +46,8 @@ QMap<QString, QByteArray> filesUnder(const QString &dir)
 class OneBodyServer : public QTcpServer
 {
 public:
-    explicit OneBodyServer(const QByteArray &body) : m_body(body) {}
+    // sent: bytes of the body sent before the answer stalls; -1 for all of it.
+    explicit OneBodyServer(const QByteArray &body, int sent = -1) : m_body(body), m_sent(sent) {}
 
 protected:
     void incomingConnection(qintptr descriptor) override
@@ -60,13 +61,15 @@ protected:
                 return;
             socket->write(
                 "HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(m_body.size()) +
-                "\r\nConnection: close\r\n\r\n" + m_body);
-            socket->disconnectFromHost();
+                "\r\nConnection: close\r\n\r\n" + m_body.left(m_sent < 0 ? m_body.size() : m_sent));
+            if (m_sent < 0)
+                socket->disconnectFromHost();
         });
     }
 
 private:
     QByteArray m_body;
+    int m_sent;
     QHash<QTcpSocket *, QByteArray> m_head;
 };
 
@@ -323,6 +326,33 @@ private Q_SLOTS:
         ::kill(pid_t(vexa.processId()), SIGTERM);
         QVERIFY(vexa.waitForFinished(30000));
         QCOMPARE(vexa.exitCode(), 0);
+    }
+
+    // SIGTERM while a long write runs: the program ends in order and leaves no part of it.
+    void sigtermMidway_data()
+    {
+        QTest::addColumn<int>("sent"); // bytes of a 1 MiB package sent before the server stalls
+        QTest::newRow("downloading an update, first bytes in") << 4096;
+        QTest::newRow("downloading an update, almost whole") << (1 << 20) - 1;
+    }
+    void sigtermMidway()
+    {
+        QFETCH(int, sent);
+        OneBodyServer package(QByteArray(1 << 20, 'p'), sent);
+        QVERIFY(package.listen(QHostAddress::LocalHost, 0));
+        OneBodyServer manifest("{\"build_id\": 4, \"download_url\": \"http://127.0.0.1:" +
+                               QByteArray::number(package.serverPort()) + "/pkg.bar\"}");
+        QVERIFY(manifest.listen(QHostAddress::LocalHost, 0));
+        QProcess helper;
+        helper.start(
+            QStringLiteral(FAULT_HELPER_PATH),
+            {QStringLiteral("http://127.0.0.1:%1").arg(manifest.serverPort()), small("shared")});
+        QVERIFY(waitFor([&] { return helper.peek(64).contains("midway"); }, 30000));
+        QVERIFY(!filesUnder(m_small).isEmpty()); // the part written so far
+        ::kill(pid_t(helper.processId()), SIGTERM);
+        QVERIFY(helper.waitForFinished(30000));
+        QCOMPARE(helper.exitCode(), 0);
+        QCOMPARE(filesUnder(m_small).keys(), QStringList());
     }
 };
 
