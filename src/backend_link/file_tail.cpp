@@ -63,9 +63,11 @@ FileTail::ReadResult FileTail::readNew(const LineFn &onLine, const TooLongFn &on
     }
 
     const quint64 generation = m_generation;
+    // Up to the end as it is now: a writer that never pauses must not keep this read going.
+    const qint64 end = file.size();
     bool readAny = false;
-    for (;;) {
-        const QByteArray chunk = file.read(kChunkBytes);
+    while (file.pos() < end) {
+        const QByteArray chunk = file.read(qMin(kChunkBytes, end - file.pos()));
         if (chunk.isEmpty())
             break;
         readAny = true;

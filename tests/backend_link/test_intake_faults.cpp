@@ -27,14 +27,14 @@ QByteArray lines(int from, int to)
     return out;
 }
 
-// A stand-in backend: appends events from..to, one write each (to = 0: without end), then
-// half of one more line, and waits to be killed.
+// A stand-in backend: appends events from..to, one write each, then half of one more line, and
+// waits to be killed.
 void startWriter(QProcess &p, const QString &file, int from, int to)
 {
     p.start(
         QStringLiteral("sh"),
         {QStringLiteral("-c"),
-         QStringLiteral("i=%1; while [ %2 = 0 ] || [ $i -le %2 ]; do "
+         QStringLiteral("i=%1; while [ $i -le %2 ]; do "
                         "printf '{\"type\":\"burst\",\"n\":%d}\\n' $i; i=$((i+1)); done "
                         ">>\"$0\"; printf '{\"type\":\"burst\",\"n\":' >>\"$0\"; exec sleep 600")
              .arg(from)
@@ -66,13 +66,15 @@ class TestIntakeFaults : public QObject
 private Q_SLOTS:
     void killedWriter_data()
     {
-        QTest::addColumn<int>("upTo"); // 0: killed while still writing
-        QTest::newRow("killed in the middle of its burst") << 0;
-        QTest::newRow("killed after half a line") << 300;
+        QTest::addColumn<int>("upTo");   // events in its burst
+        QTest::addColumn<int>("killAt"); // killed once this many arrived; upTo: after half a line
+        QTest::newRow("killed in the middle of its burst") << 100000 << 200;
+        QTest::newRow("killed after half a line") << 300 << 300;
     }
     void killedWriter()
     {
         QFETCH(int, upTo);
+        QFETCH(int, killAt);
         QTemporaryDir dir;
         const QString events = dir.filePath(QStringLiteral("backend_events.jsonl"));
         AppLog log;
@@ -84,8 +86,7 @@ private Q_SLOTS:
         startWriter(writer, events, 1, upTo);
         QVERIFY(waitFor(
             [&] {
-                return spy.count() >= qMax(upTo, 200) &&
-                       (upTo == 0 || !readAll(events).endsWith('\n'));
+                return spy.count() >= killAt && (killAt < upTo || !readAll(events).endsWith('\n'));
             },
             60000));
         ::kill(pid_t(writer.processId()), SIGKILL);
