@@ -118,15 +118,19 @@ private Q_SLOTS:
         const auto row = [](const char *name, const char *writing, int free, const char *message) {
             QTest::newRow(name) << writing << free << message;
         };
+        // A recording cut by a write error is discarded as a failed one; the user, still holding
+        // the button, is told why it stopped.
         row("recording a voice note", "record", 4096, "Voice message: recording error");
         row("converting a voice note to WAV", "wav", 4096,
             "voice: decode failed: opus: write pcm failed\n");
         row("copying a download to the shared folder", "copy", 4096,
             "ui: file save failed file_id=7\n");
         row("downloading an update", "update", 4096, "Update download failed (can't write file)");
+        // The old setting and request stay whole; the caller logs the error.
         row("writing the theme", "theme", 0, "");
-        row("writing the logs", "log", 4096, "");
         row("writing an open request", "hub", 0, "");
+        // Lines that do not fit are lost whole, never cut.
+        row("writing the logs", "log", 4096, "");
     }
     void diskFull()
     {
@@ -219,18 +223,14 @@ private Q_SLOTS:
         QTest::addColumn<QString>("data");
         QTest::addColumn<QString>("shared");
         QTest::addColumn<QString>("message"); // on standard error; empty: none
-        QTest::newRow("data folder read-only") << "ro"
-                                               << "shared"
-                                               << "cannot write in";
-        QTest::newRow("data folder missing, cannot be made") << "ro/data"
-                                                             << "shared"
-                                                             << "cannot create folder";
-        QTest::newRow("shared folder read-only") << "data"
-                                                 << "ro"
-                                                 << "cannot create folder";
-        QTest::newRow("shared folder missing: made") << "data"
-                                                     << "new/shared"
-                                                     << "";
+        const auto row = [](const char *name, const char *data, const char *shared,
+                            const char *message) {
+            QTest::newRow(name) << data << shared << message;
+        };
+        row("data folder read-only", "ro", "shared", "cannot write in");
+        row("data folder missing, cannot be made", "ro/data", "shared", "cannot create folder");
+        row("shared folder read-only", "data", "ro", "cannot create folder");
+        row("shared folder missing: made", "data", "new/shared", "");
     }
     void foldersAtStart()
     {
