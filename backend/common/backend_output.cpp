@@ -34,6 +34,19 @@ int openAppend(const QString &path)
                   0644);
 }
 
+// A writer that died in the middle of a line left it unterminated; ending it keeps the next
+// event from being glued onto it and lost with it.
+int openEventsAppend(const QString &path)
+{
+    const int fd =
+        ::open(QFile::encodeName(path).constData(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    char last = '\n';
+    const off_t size = fd >= 0 ? ::lseek(fd, 0, SEEK_END) : 0;
+    if (size > 0 && ::pread(fd, &last, 1, size - 1) == 1 && last != '\n')
+        backend_write_fully(fd, QByteArrayLiteral("\n"));
+    return fd;
+}
+
 } // namespace
 
 BackendOutput::BackendOutput(const QString &eventsPath, const QString &logPath, qint64 logMaxSize,
@@ -52,7 +65,7 @@ BackendOutput::~BackendOutput()
 
 bool BackendOutput::open(QString *error)
 {
-    m_eventsFd = openAppend(m_eventsPath);
+    m_eventsFd = openEventsAppend(m_eventsPath);
     if (m_eventsFd < 0) {
         if (error)
             *error = QStringLiteral("cannot open events file %1").arg(m_eventsPath);
@@ -80,10 +93,10 @@ void BackendOutput::reopenEventsIfReplaced()
 {
     // A reader may remove or replace the file; events then go to the file
     // that is there now, not to an unlinked one.
-    reopenIfReplaced(m_eventsPath, &m_eventsFd);
+    reopenIfReplaced(m_eventsPath, &m_eventsFd, true);
 }
 
-bool BackendOutput::reopenIfReplaced(const QString &path, int *fd)
+bool BackendOutput::reopenIfReplaced(const QString &path, int *fd, bool events)
 {
     struct stat open = {};
     struct stat named = {};
@@ -91,7 +104,7 @@ bool BackendOutput::reopenIfReplaced(const QString &path, int *fd)
     if (*fd >= 0 && ::fstat(*fd, &open) == 0 && ::stat(name.constData(), &named) == 0 &&
         open.st_ino == named.st_ino && open.st_dev == named.st_dev)
         return false;
-    const int reopened = openAppend(path);
+    const int reopened = events ? openEventsAppend(path) : openAppend(path);
     if (reopened < 0)
         return false;
     if (*fd >= 0)

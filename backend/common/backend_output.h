@@ -24,7 +24,7 @@ public:
 
 private:
     void reopenEventsIfReplaced();
-    static bool reopenIfReplaced(const QString &path, int *fd);
+    static bool reopenIfReplaced(const QString &path, int *fd, bool events = false);
 
     QString m_eventsPath;
     QString m_logPath;

@@ -66,8 +66,8 @@ bool writeAll(const QString &path, const QByteArray &bytes, QString *error)
             *error = QStringLiteral("cannot write %1: %2").arg(path, f.errorString());
         return false;
     }
-    f.write(bytes);
-    if (!f.commit()) {
+    // commit() alone misses a flush that fails at close (a full disk) and renames a cut file in.
+    if (f.write(bytes) != bytes.size() || !f.flush() || !f.commit()) {
         if (error)
             *error = QStringLiteral("cannot write %1: %2").arg(path, f.errorString());
         return false;

@@ -41,16 +41,19 @@ void AppLog::appendUiFileLog(const QString &text)
     if (m_uiDebugLogPath.isEmpty())
         return;
     QFile file(m_uiDebugLogPath);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text |
+                   QIODevice::Unbuffered))
         return;
+    const qint64 before = file.size();
     QByteArray line = QDateTime::currentDateTimeUtc()
                           .toString(QStringLiteral("yyyy-MM-ddTHH:mm:ss.zzzZ "))
                           .toUtf8();
     line += text.toUtf8();
     if (!text.endsWith(QLatin1Char('\n')))
         line += '\n';
-    file.write(line);
-    file.flush();
+    // On a full disk the line is lost whole: a cut one would be glued to the next.
+    if (file.write(line) != line.size())
+        file.resize(before);
     file.close();
 }
 

@@ -2,20 +2,49 @@
 
 #include <QFile>
 
+#include <sys/stat.h>
+
 void FileTail::restart()
 {
     m_offset = 0;
     m_partial.clear();
     m_discarding = false;
+    m_inode = m_device = 0;
     ++m_generation;
+}
+
+bool FileTail::sameFileAsBefore(QFile &file)
+{
+    struct stat st = {};
+    if (::fstat(file.handle(), &st) != 0)
+        return true;
+    if (m_offset > 0 && (quint64(st.st_ino) != m_inode || quint64(st.st_dev) != m_device))
+        return false;
+    m_inode = st.st_ino;
+    m_device = st.st_dev;
+    char byte = 0;
+    return m_offset == 0 || (file.seek(m_offset - 1) && file.getChar(&byte) && byte == m_lastByte);
+}
+
+void FileTail::remember(QFile &file, const QByteArray &chunk)
+{
+    struct stat st = {};
+    if (::fstat(file.handle(), &st) == 0) {
+        m_inode = st.st_ino;
+        m_device = st.st_dev;
+    }
+    if (!chunk.isEmpty())
+        m_lastByte = chunk.back();
 }
 
 void FileTail::skipToEnd()
 {
     restart();
     QFile file(m_path);
-    if (!m_path.isEmpty() && file.open(QIODevice::ReadOnly))
-        m_offset = file.size();
+    if (m_path.isEmpty() || !file.open(QIODevice::ReadOnly))
+        return;
+    m_offset = file.size();
+    remember(file, m_offset > 0 && file.seek(m_offset - 1) ? file.read(1) : QByteArray());
 }
 
 FileTail::ReadResult FileTail::readNew(const LineFn &onLine, const TooLongFn &onTooLong)
@@ -25,7 +54,7 @@ FileTail::ReadResult FileTail::readNew(const LineFn &onLine, const TooLongFn &on
     QFile file(m_path);
     if (!file.open(QIODevice::ReadOnly))
         return ReadResult::NotOpened;
-    if (file.size() < m_offset)
+    if (file.size() < m_offset || !sameFileAsBefore(file))
         restart();
     if (!file.seek(m_offset)) {
         restart();
@@ -34,13 +63,16 @@ FileTail::ReadResult FileTail::readNew(const LineFn &onLine, const TooLongFn &on
     }
 
     const quint64 generation = m_generation;
+    // Up to the end as it is now: a writer that never pauses must not keep this read going.
+    const qint64 end = file.size();
     bool readAny = false;
-    for (;;) {
-        const QByteArray chunk = file.read(kChunkBytes);
+    while (file.pos() < end) {
+        const QByteArray chunk = file.read(qMin(kChunkBytes, end - file.pos()));
         if (chunk.isEmpty())
             break;
         readAny = true;
         m_offset = file.pos();
+        remember(file, chunk);
 
         int start = 0;
         for (;;) {

@@ -3,13 +3,15 @@
 #include <QByteArray>
 #include <QString>
 
+class QFile;
+
 #include <functional>
 
 // Follows a file that another process appends to: each read returns the complete lines written
 // since the previous read and keeps the unterminated rest for later. The kept rest is bounded:
 // a line longer than kMaxLineBytes is dropped (reported once) and reading resumes after its line
-// feed, so memory stays bounded whatever the file holds. A file that shrank is read again from
-// its start.
+// feed, so memory stays bounded whatever the file holds. A file that shrank, or was replaced or
+// rewritten since the last read, is read again from its start.
 class FileTail
 {
 public:
@@ -43,10 +45,18 @@ public:
 
 private:
     void restart();
+    bool sameFileAsBefore(QFile &file);
+    void remember(QFile &file, const QByteArray &chunk);
 
     QString m_path;
     qint64 m_offset = 0;
     QByteArray m_partial;
     bool m_discarding = false;
     quint64 m_generation = 0;
+    // Which file the offset belongs to, and the byte just before the offset: a file replaced
+    // (another inode) or truncated and written past the offset again between two reads would
+    // otherwise be read from the middle of a line.
+    quint64 m_device = 0;
+    quint64 m_inode = 0;
+    char m_lastByte = 0;
 };

@@ -47,7 +47,12 @@ struct VoicePlayer::Conversion
     QString wav;
 };
 
-VoicePlayer::~VoicePlayer() = default;
+VoicePlayer::~VoicePlayer()
+{
+    // A conversion cut short by the quit leaves no partial file behind.
+    if (m_conversion)
+        QFile::remove(m_conversion->part);
+}
 
 QString VoicePlayer::wavFolder() const
 {

@@ -135,6 +135,7 @@ void VoiceRecorder::startVoiceRecording()
                            : QStringLiteral("voice_rec: ogg headers failed: %1\n").arg(error));
         m_services.toast(QStringLiteral("Error: failed to write OGG headers"));
         m_encoder.closeOutput();
+        QFile::remove(path);
         al->alcCaptureCloseDevice(device);
         m_encoder.destroyEncoder();
         return;
@@ -161,6 +162,8 @@ void VoiceRecorder::startVoiceRecording()
     m_pollTimer.start(50);
     m_encoder.resetRecording();
     m_recordingStartedAt = nowMs;
+    m_recordingClock.start();
+    m_encodeFailed = false;
     m_recordingPath = path;
     m_voiceRecording = true;
 
@@ -216,8 +219,12 @@ void VoiceRecorder::encodeVoicePcmFromBuffer(bool force)
     m_services.log(line + QStringLiteral("\n"));
     if (!errLine.isEmpty())
         print_err(errLine);
-    if (!m_voiceStopping)
+    m_encodeFailed = true;
+    if (!m_voiceStopping) {
+        // The user is still holding the button: say why the recording ended.
+        m_services.toast(QStringLiteral("Voice message: recording error"));
         stopVoiceRecording(false);
+    }
 }
 
 void VoiceRecorder::stopVoiceRecording(bool send)
@@ -242,7 +249,8 @@ void VoiceRecorder::stopVoiceRecording(bool send)
     encodeVoicePcmFromBuffer(true);
     m_voiceRecording = false;
 
-    bool failed = false;
+    bool failed = m_encodeFailed;
+    m_encodeFailed = false;
     if (m_encoder.outputOpened()) {
         QString error;
         if (!m_encoder.finish(&error)) {

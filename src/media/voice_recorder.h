@@ -3,6 +3,7 @@
 #include "media/media_services.h"
 #include "media/voice_encoder.h"
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QString>
 #include <QTimer>
@@ -40,6 +41,8 @@ public:
     int captureChannels() const { return m_captureChannels; }
     qint64 recordedSamples() const { return m_encoder.recordedSamples(); }
     qint64 recordingStartedAt() const { return m_recordingStartedAt; }
+    // Time since the start on the monotonic clock: the wall clock may jump meanwhile.
+    qint64 recordingElapsedMs() const { return m_recordingClock.elapsed(); }
 
     // Whole seconds for the recorded samples, rounded, at least 1.
     static int voiceDurationSeconds(qint64 recordedSamples);
@@ -79,5 +82,7 @@ private:
     ALCdevice *m_device = nullptr;
     QByteArray m_captureScratch;
     qint64 m_recordingStartedAt = 0;
+    QElapsedTimer m_recordingClock;
+    bool m_encodeFailed = false; // a page was lost: the file is not whole
     QString m_recordingPath;
 };

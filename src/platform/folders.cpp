@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QTemporaryFile>
 
 namespace {
 
@@ -117,6 +118,22 @@ bool ensure_app_folders(const AppFolders &f, QString *error)
                 *error = QStringLiteral("cannot create folder %1").arg(d);
             return false;
         }
+    }
+    return true;
+}
+
+bool folder_writable(const QString &dir, QString *error)
+{
+    if (!QDir().mkpath(dir)) {
+        if (error)
+            *error = QStringLiteral("cannot create folder %1").arg(dir);
+        return false;
+    }
+    QTemporaryFile probe(QDir(dir).filePath(QStringLiteral(".vexa-write-test-XXXXXX")));
+    if (!probe.open() || probe.write("x", 1) != 1 || !probe.flush()) {
+        if (error)
+            *error = QStringLiteral("cannot write in %1: %2").arg(dir, probe.errorString());
+        return false;
     }
     return true;
 }

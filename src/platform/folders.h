@@ -32,3 +32,7 @@ QString xdg_user_dir_from_text(const QString &text, const QString &key, const QS
 
 // Creates every folder of f that does not exist yet.
 bool ensure_app_folders(const AppFolders &f, QString *error);
+
+// Creates dir when missing and tries a file in it: false, with the reason, when nothing can be
+// written there (a read-only or full file system, no permission).
+bool folder_writable(const QString &dir, QString *error);

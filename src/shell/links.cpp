@@ -62,8 +62,10 @@ bool write_hub_open_request(const QString &dataDir, qint64 chatId, qint64 messag
         text += QStringLiteral("HUB_MESSAGE_ID=%1\n").arg(messageId);
     text += QStringLiteral("HUB_REASON=") + cleanReason.left(200) + QLatin1Char('\n');
     QDir().mkpath(dataDir);
+    // Flushed before commit(), which does not notice a flush at close that fails (a full disk).
     QSaveFile file(hub_open_file_path(dataDir));
-    if (!file.open(QIODevice::WriteOnly) || file.write(text.toUtf8()) < 0 || !file.commit()) {
+    if (!file.open(QIODevice::WriteOnly) || file.write(text.toUtf8()) < 0 || !file.flush() ||
+        !file.commit()) {
         if (error)
             *error = file.errorString();
         return false;

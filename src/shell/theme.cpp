@@ -2,6 +2,7 @@
 
 #include <QColor>
 #include <QFile>
+#include <QSaveFile>
 
 namespace {
 
@@ -60,14 +61,12 @@ bool read_theme_file(const QString &path)
 
 bool write_theme_file(const QString &path, bool dark, QString *error)
 {
-    QFile f(path);
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text)) {
-        if (error)
-            *error = f.errorString();
-        return false;
-    }
+    // Written aside and renamed over: a full disk or a kill midway leaves the old setting.
+    // Flushed first, as commit() misses a flush at close that fails.
+    QSaveFile f(path);
     const QByteArray data = dark ? QByteArrayLiteral("dark\n") : QByteArrayLiteral("bright\n");
-    if (f.write(data) != data.size() || !f.flush()) {
+    if (!f.open(QIODevice::WriteOnly) || f.write(data) != data.size() || !f.flush() ||
+        !f.commit()) {
         if (error)
             *error = f.errorString();
         return false;

@@ -270,8 +270,11 @@ void UpdateChecker::startUpdateDownloadRequest()
             .arg(version.isEmpty() ? QStringLiteral("update") : safe_file_name_part(version))
             .arg(m_offeredBuild);
     m_packagePath = QDir(m_config.downloadsDir).filePath(fileName);
-    auto *file = new QFile(m_packagePath, this);
-    if (!file->open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+    // Written under a name of its own and renamed when whole, so that a download cut short by a
+    // full disk or a killed process never looks like a package.
+    auto *file = new QFile(m_packagePath + QStringLiteral(".part"), this);
+    if (QFileInfo(m_packagePath).isDir() ||
+        !file->open(QIODevice::WriteOnly | QIODevice::Truncate)) {
         delete file;
         toast(QStringLiteral("Update download failed (can't write file)"));
         return;
@@ -363,7 +366,7 @@ void UpdateChecker::onUpdateDownloadFinished(QNetworkReply *reply)
     if (!m_downloadFile->flush())
         m_writeFailed = true;
     m_downloadFile->close();
-    const qint64 got = QFileInfo(m_packagePath).size();
+    const qint64 got = m_downloadFile->size();
     const QString gotHash = QString::fromLatin1(m_hash.result().toHex());
     const QString wantHash = m_checksum.trimmed().toLower();
     releaseDownload();
@@ -381,9 +384,15 @@ void UpdateChecker::onUpdateDownloadFinished(QNetworkReply *reply)
         discardPackageFile();
         toast(QStringLiteral("Update download failed (corrupted file)"));
     } else {
-        delete m_downloadFile;
-        m_downloadFile = nullptr;
-        toast(QStringLiteral("Update downloaded: %1").arg(QFileInfo(m_packagePath).fileName()));
+        QFile::remove(m_packagePath);
+        if (!m_downloadFile->rename(m_packagePath)) {
+            discardPackageFile();
+            toast(QStringLiteral("Update download failed (can't write file)"));
+        } else {
+            delete m_downloadFile;
+            m_downloadFile = nullptr;
+            toast(QStringLiteral("Update downloaded: %1").arg(QFileInfo(m_packagePath).fileName()));
+        }
     }
     updateBusy();
 }

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QCryptographicHash>
+#include <QFile>
 #include <QList>
 #include <QNetworkReply>
 #include <QObject>
@@ -12,7 +13,6 @@
 #include <QUrl>
 
 class AppLog;
-class QFile;
 class QNetworkAccessManager;
 class QNetworkRequest;
 class Toaster;
@@ -82,7 +82,11 @@ public:
     QString offeredVersion() const { return m_offeredVersion; }
     int offeredBuild() const { return m_offeredBuild; }
     // Full path of the package being or last downloaded.
-    QString packagePath() const { return m_packagePath; }
+    // While it downloads, the package is written under a name of its own.
+    QString packagePath() const
+    {
+        return m_downloadFile ? m_downloadFile->fileName() : m_packagePath;
+    }
 
 public Q_SLOTS:
     // The menu's "Check updates".

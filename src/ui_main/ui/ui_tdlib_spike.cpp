@@ -158,6 +158,7 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     connectFilesCache();
     connectWindow();
     m_window->show();
+    checkFoldersWritable();
 
     // 8. Application lifecycle.
     connect(m_lifecycle, &AppLifecycle::thumbnailed, this, &UiTdlibSpike::onAppThumbnailed);
@@ -466,6 +467,23 @@ void UiTdlibSpike::onSendPassword(const QString &password)
 void UiTdlibSpike::onLoadChats()
 {
     m_chats->onLoadChats();
+}
+
+void UiTdlibSpike::checkFoldersWritable()
+{
+    // Said once at start, on the console too; what needs no writing (reading events, the
+    // screens) goes on regardless.
+    QStringList unwritable;
+    for (const QString &dir : {m_folders.dataDir, m_folders.downloadsDir}) {
+        QString error;
+        if (folder_writable(dir, &error))
+            continue;
+        unwritable << dir;
+        m_log->appendLog(QStringLiteral("app: ") + error + QLatin1Char('\n'));
+        std::fprintf(stderr, "vexa: %s\n", qPrintable(error));
+    }
+    if (!unwritable.isEmpty())
+        m_toaster->showToast(QStringLiteral("Cannot write to %1").arg(unwritable.join(", ")));
 }
 
 void UiTdlibSpike::stopMedia()

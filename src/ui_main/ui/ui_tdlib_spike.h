@@ -235,6 +235,7 @@ private:
     void showSignedInView(bool authorised);
     // Ends voice recording (unsent) and playback.
     void stopMedia();
+    void checkFoldersWritable();
 
     QStringList m_environment;
     // The photo in the viewer: its file, the local full picture (empty

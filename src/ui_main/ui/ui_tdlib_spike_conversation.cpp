@@ -36,7 +36,6 @@
 #include "shell/ui/screens.h"
 #include "shell/ui/shell_screens.h"
 
-#include <QDateTime>
 #include <QFileInfo>
 #include <QTimer>
 
@@ -616,9 +615,7 @@ void UiTdlibSpike::connectVoiceRecording()
     connect(m_voiceRecorder, &VoiceRecorder::replyTargetConsumed, m_composer,
             &Composer::clearReply);
     connect(m_voiceRecorder, &VoiceRecorder::inputLevelChanged, m_chatScreen, [this](qreal level) {
-        const qint64 ms =
-            QDateTime::currentMSecsSinceEpoch() - m_voiceRecorder->recordingStartedAt();
-        m_chatScreen->setRecordProgress(int(qMax<qint64>(0, ms) / 1000), level);
+        m_chatScreen->setRecordProgress(int(m_voiceRecorder->recordingElapsedMs() / 1000), level);
     });
 }
 

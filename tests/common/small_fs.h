@@ -1,0 +1,93 @@
+#pragma once
+
+// Small file systems for fault tests: this process moves into a mount namespace of its own (as
+// root; otherwise inside a user namespace of its own too, while it is still one thread) and
+// mounts a tmpfs of a given size, or read-only, over a folder. Nothing is seen outside the
+// process, and everything goes when it ends.
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QString>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+namespace small_fs {
+
+inline bool writeProcFile(const char *path, const QByteArray &text)
+{
+    const int fd = ::open(path, O_WRONLY | O_CLOEXEC);
+    const bool ok = fd >= 0 && ::write(fd, text.constData(), size_t(text.size())) == text.size();
+    if (fd >= 0)
+        ::close(fd);
+    return ok;
+}
+
+inline bool enterPrivateMounts(QString *why)
+{
+    static int state = 0; // 0 not tried, 1 in, -1 refused
+    if (state == 0) {
+        state = -1;
+        const uid_t uid = ::geteuid();
+        const gid_t gid = ::getegid();
+        if (uid == 0 ? ::unshare(CLONE_NEWNS) == 0
+                     : (::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 &&
+                        writeProcFile("/proc/self/setgroups", "deny") &&
+                        writeProcFile("/proc/self/uid_map", QByteArray::number(uid) + ' ' +
+                                                                QByteArray::number(uid) + " 1") &&
+                        writeProcFile("/proc/self/gid_map", QByteArray::number(gid) + ' ' +
+                                                                QByteArray::number(gid) + " 1"))) {
+            // Mounts made here must not travel back to the namespace we came from.
+            if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0)
+                state = 1;
+        }
+        if (state != 1 && why)
+            *why = QStringLiteral("no private mount namespace here (%1)")
+                       .arg(QString::fromLocal8Bit(std::strerror(errno)));
+    }
+    return state == 1;
+}
+
+// A tmpfs of `bytes` over dir (created when missing), readOnly mounted so.
+inline bool mountTmpfs(const QString &dir, qint64 bytes, bool readOnly, QString *why)
+{
+    if (!enterPrivateMounts(why))
+        return false;
+    QDir().mkpath(dir);
+    const QByteArray options = "size=" + QByteArray::number(bytes) + ",mode=0755";
+    if (::mount("tmpfs", QFile::encodeName(dir).constData(), "tmpfs", readOnly ? MS_RDONLY : 0,
+                options.constData()) != 0) {
+        if (why)
+            *why = QStringLiteral("tmpfs not mounted: %1")
+                       .arg(QString::fromLocal8Bit(std::strerror(errno)));
+        return false;
+    }
+    return true;
+}
+
+inline void unmount(const QString &dir)
+{
+    ::umount2(QFile::encodeName(dir).constData(), MNT_DETACH);
+}
+
+// Fills the file system that holds dir until at most `leave` bytes are free; the filler is
+// dir/.filler. Writes go in whole pages, as tmpfs counts them.
+inline bool fill(const QString &dir, qint64 leave)
+{
+    QFile filler(QDir(dir).filePath(QStringLiteral(".filler")));
+    if (!filler.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
+        return false;
+    const QByteArray page(4096, 'f');
+    qint64 total = 0;
+    while (filler.write(page) == page.size())
+        total += page.size();
+    // A file that ends mid-page already holds its whole last page.
+    return filler.resize(qMax<qint64>(0, total - ((leave + 4095) / 4096) * 4096));
+}
+
+} // namespace small_fs

@@ -1,0 +1,363 @@
+// A full disk under everything the client writes. The small file systems are tmpfs mounts in a
+// mount namespace of this test's own: what the user already had stays whole, and no cut file is
+// left under a name that a later run would trust.
+
+#include "backend_link/app_log.h"
+#include "common/audio.h"
+#include "common/small_fs.h"
+#include "media/audio_libs.h"
+#include "media/media_downloads.h"
+#include "media/pulse_fixture.h"
+#include "media/voice_file_encoder.h"
+#include "media/voice_player.h"
+#include "media/voice_recorder.h"
+#include "shell/links.h"
+#include "shell/theme.h"
+#include "shell/update_checker.h"
+
+#include <QDirIterator>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QtTest>
+
+#include <csignal>
+
+#include "common/test_util.h"
+
+using namespace testaudio;
+using namespace test_util;
+
+namespace {
+
+// Every file under dir with its content, the filler left out.
+QMap<QString, QByteArray> filesUnder(const QString &dir)
+{
+    QMap<QString, QByteArray> out;
+    QDirIterator it(dir, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        if (it.fileName() != QLatin1String(".filler"))
+            out.insert(QDir(dir).relativeFilePath(path), readAll(path));
+    }
+    return out;
+}
+
+// Answers every request with the same body.
+class OneBodyServer : public QTcpServer
+{
+public:
+    // sent: bytes of the body sent before the answer stalls; -1 for all of it.
+    explicit OneBodyServer(const QByteArray &body, int sent = -1) : m_body(body), m_sent(sent) {}
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        auto *socket = new QTcpSocket(this);
+        socket->setSocketDescriptor(descriptor);
+        connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+        connect(socket, &QTcpSocket::readyRead, socket, [this, socket] {
+            m_head[socket] += socket->readAll();
+            if (!m_head[socket].contains("\r\n\r\n"))
+                return;
+            socket->write(
+                "HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(m_body.size()) +
+                "\r\nConnection: close\r\n\r\n" + m_body.left(m_sent < 0 ? m_body.size() : m_sent));
+            if (m_sent < 0)
+                socket->disconnectFromHost();
+        });
+    }
+
+private:
+    QByteArray m_body;
+    int m_sent;
+    QHash<QTcpSocket *, QByteArray> m_head;
+};
+
+} // namespace
+
+class TestFaults : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir m_dir;
+    QString m_small;
+    PulseFixture m_pulse;
+    OpusLib m_opus;
+    OpenAlLib m_openal;
+    Recorded m_rec;
+    AppLog m_log;
+
+    QString small(const QString &name) const { return m_small + QLatin1Char('/') + name; }
+    bool saw(const QString &message) const
+    {
+        return m_rec.toaster.shown().contains(message) || m_rec.log.contains(message) ||
+               m_log.buffer().contains(message);
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QString why;
+        if (!small_fs::enterPrivateMounts(&why))
+            QSKIP(qPrintable(why));
+        m_small = m_dir.filePath(QStringLiteral("small"));
+    }
+    void init()
+    {
+        m_rec.clear();
+        m_log.clear();
+        QString why;
+        QVERIFY2(small_fs::mountTmpfs(m_small, 1 << 20, false, &why), qPrintable(why));
+    }
+    void cleanup() { small_fs::unmount(m_small); }
+
+    void diskFull_data()
+    {
+        QTest::addColumn<QString>("writing");
+        QTest::addColumn<int>("free");        // bytes left on the disk
+        QTest::addColumn<QString>("message"); // toast or log line; empty: the caller's to say
+        const auto row = [](const char *name, const char *writing, int free, const char *message) {
+            QTest::newRow(name) << writing << free << message;
+        };
+        // A recording cut by a write error is discarded as a failed one; the user, still holding
+        // the button, is told why it stopped.
+        row("recording a voice note", "record", 4096, "Voice message: recording error");
+        row("converting a voice note to WAV", "wav", 4096,
+            "voice: decode failed: opus: write pcm failed\n");
+        row("copying a download to the shared folder", "copy", 4096,
+            "ui: file save failed file_id=7\n");
+        row("downloading an update", "update", 4096, "Update download failed (can't write file)");
+        // The old setting and request stay whole; the caller logs the error.
+        row("writing the theme", "theme", 0, "");
+        row("writing an open request", "hub", 0, "");
+        // Lines that do not fit are lost whole, never cut.
+        row("writing the logs", "log", 4096, "");
+    }
+    void diskFull()
+    {
+        QFETCH(QString, writing);
+        QFETCH(int, free);
+        QFETCH(QString, message);
+        // What the user already has on the small disk.
+        QString error;
+        if (writing == QLatin1String("wav")) {
+            QVERIFY(write_tone_wav(m_dir.filePath("tone.wav"), 440, 3.0, 48000, 1));
+            QVERIFY2(encode_wav_to_voice_ogg(m_opus, m_dir.filePath("tone.wav"), small("voice.ogg"),
+                                             &error),
+                     qPrintable(error));
+        }
+        QVERIFY(writeFile(small("files/report.pdf"), QByteArray(100 * 1024, 'r')));
+        QVERIFY(writeFile(small("ui_theme.txt"), "dark\n"));
+        QVERIFY(QDir().mkpath(small("data/cache/voice-out")));
+        const QMap<QString, QByteArray> had = filesUnder(m_small);
+        QVERIFY(small_fs::fill(m_small, free));
+
+        if (writing == QLatin1String("record")) {
+            if (!have_tool("pulseaudio") || !have_tool("paplay"))
+                QSKIP("no pulseaudio to record from");
+            QVERIFY2(m_pulse.start(&error), qPrintable(error));
+            QVERIFY(writeFile(m_dir.filePath("loud.wav"),
+                              wav_bytes(tone(700, 30, 48000, 2, 16000), 48000, 2)));
+            VoiceRecorder rec(m_opus, m_openal, small("data"), m_rec.services());
+            rec.setChatId(1);
+            rec.startVoiceRecording();
+            QVERIFY2(rec.voiceRecording(), qPrintable(m_rec.log.join(QString())));
+            QScopedPointer<QProcess> play(m_pulse.startPaplay(m_dir.filePath("loud.wav"), nullptr));
+            // A page that does not fit ends the recording by itself.
+            QTRY_VERIFY_WITH_TIMEOUT(!rec.voiceRecording(), 30000);
+            play->kill();
+            play->waitForFinished();
+            m_pulse.stop();
+            QCOMPARE(m_rec.lines, QStringList()); // nothing sent
+        } else if (writing == QLatin1String("wav")) {
+            VoicePlayer player(m_opus, nullptr, small("cache"), m_rec.services(), nullptr);
+            QCOMPARE(player.ensureWavForVoiceFile(5, small("voice.ogg")), QString());
+        } else if (writing == QLatin1String("copy")) {
+            MediaDownloads downloads(m_rec.services(), small("shared"), m_small + "/", nullptr);
+            downloads.onFileTapped(small("files/report.pdf"), 7);
+        } else if (writing == QLatin1String("update")) {
+            OneBodyServer package(QByteArray(64 * 1024, 'p'));
+            QVERIFY(package.listen(QHostAddress::LocalHost, 0));
+            OneBodyServer manifest(
+                "{\"build_id\": 4, \"version_number\": \"1.2\", \"download_url\": "
+                "\"http://127.0.0.1:" +
+                QByteArray::number(package.serverPort()) + "/pkg.bar\"}");
+            QVERIFY(manifest.listen(QHostAddress::LocalHost, 0));
+            UpdateCheckerConfig config;
+            config.host = QStringLiteral("127.0.0.1");
+            config.httpsBaseUrl = config.httpBaseUrl =
+                QStringLiteral("http://127.0.0.1:%1").arg(manifest.serverPort());
+            config.downloadsDir = small("shared");
+            UpdateChecker checker(config, &m_rec.toaster, &m_log);
+            connect(&checker, &UpdateChecker::updateQuestionAsked, &checker,
+                    [&checker] { checker.onUpdateDialogFinished(2); }); // "Download"
+            checker.onCheckUpdates();
+            QTRY_VERIFY_WITH_TIMEOUT(m_rec.toaster.last().startsWith("Update download"), 20000);
+        } else if (writing == QLatin1String("theme")) {
+            QVERIFY(!write_theme_file(small("ui_theme.txt"), false, &error));
+            QVERIFY(!error.isEmpty());
+        } else if (writing == QLatin1String("hub")) {
+            QVERIFY(!write_hub_open_request(m_small, 42, 0, QStringLiteral("test"), &error));
+        } else {
+            m_log.setUiDebugLogPath(small("ui_debug.log"));
+            for (int i = 0; i < 40; ++i)
+                m_log.appendUiFileLog(QString(300, QLatin1Char('x')));
+            // Only whole lines, each as long as the others.
+            const QByteArray logged = readAll(small("ui_debug.log"));
+            QVERIFY(logged.size() > 0 && logged.size() < 40 * 325);
+            QCOMPARE(logged.size() % (logged.indexOf('\n') + 1), 0);
+            QVERIFY(logged.endsWith('\n'));
+        }
+        if (!message.isEmpty())
+            QVERIFY2(saw(message), qPrintable(m_rec.log.join(QString()) + m_log.buffer() +
+                                              m_rec.toaster.shown().join(QLatin1Char('|'))));
+        QMap<QString, QByteArray> now = filesUnder(m_small);
+        now.remove(QStringLiteral("ui_debug.log"));
+        QCOMPARE(now.keys(), had.keys());
+        QVERIFY(now == had);
+    }
+
+    // The real program on folders it cannot write: it says so, keeps running with what needs
+    // no writing, and ends in order on SIGTERM. "ro" is a read-only file system.
+    void foldersAtStart_data()
+    {
+        QTest::addColumn<QString>("data");
+        QTest::addColumn<QString>("shared");
+        QTest::addColumn<QString>("message"); // on standard error; empty: none
+        const auto row = [](const char *name, const char *data, const char *shared,
+                            const char *message) {
+            QTest::newRow(name) << data << shared << message;
+        };
+        row("data folder read-only", "ro", "shared", "cannot write in");
+        row("data folder missing, cannot be made", "ro/data", "shared", "cannot create folder");
+        row("shared folder read-only", "data", "ro", "cannot create folder");
+        row("shared folder missing: made", "data", "new/shared", "");
+    }
+    void foldersAtStart()
+    {
+        QFETCH(QString, data);
+        QFETCH(QString, shared);
+        QFETCH(QString, message);
+        QString why;
+        QVERIFY2(small_fs::mountTmpfs(small("ro"), 64 * 1024, true, &why), qPrintable(why));
+        QProcess vexa;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("VEXA_DATA_DIR"), small(data));
+        env.insert(QStringLiteral("VEXA_SHARED_DIR"), small(shared));
+        env.insert(QStringLiteral("HOME"), m_small);
+        env.insert(QStringLiteral("DEMO_SPEED"), QStringLiteral("0"));
+        vexa.setProcessEnvironment(env);
+        QByteArray err;
+        connect(&vexa, &QProcess::readyReadStandardError, this,
+                [&] { err += vexa.readAllStandardError(); });
+        vexa.start(QStringLiteral(VEXA_PATH), QStringList());
+        const QString marker = small(data + "/ui_running.txt");
+        if (!message.isEmpty())
+            QVERIFY(waitFor([&] { return err.contains(message.toUtf8()); }, 30000));
+        if (data == QLatin1String("data")) // the backend started and wrote its first events
+            QVERIFY(waitFor([&] { return !readAll(small("data/backend_events.jsonl")).isEmpty(); },
+                            30000));
+        QCOMPARE(err.contains("vexa: cannot"), !message.isEmpty());
+        QCOMPARE(QFileInfo(small(shared + "/downloads/quillo")).isDir(), shared != "ro");
+        ::kill(pid_t(vexa.processId()), SIGTERM);
+        QVERIFY(vexa.waitForFinished(30000));
+        QCOMPARE(vexa.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(vexa.exitCode(), 0);
+        QVERIFY(!QFileInfo::exists(marker));
+        small_fs::unmount(small("ro"));
+    }
+
+    // The wall clock jumps under the running program (libfaketime, re-read at every call; the
+    // monotonic clock stays true, as in a real jump): events are still read at once and the
+    // running marker still refreshed, so no timer paces itself by the wall clock.
+    void clockJumps_data()
+    {
+        QTest::addColumn<QByteArray>("jump");
+        QTest::addColumn<int>("days");
+        QTest::newRow("back a day") << QByteArray("-1d") << -1;
+        QTest::newRow("forward a year") << QByteArray("+365d") << 365;
+    }
+    void clockJumps()
+    {
+        QFETCH(QByteArray, jump);
+        QFETCH(int, days);
+        const QStringList found = QDir(QStringLiteral("/usr/lib"))
+                                      .entryList({QStringLiteral("*-linux-gnu*")}, QDir::Dirs);
+        QString lib;
+        for (const QString &triplet : found)
+            if (QFileInfo::exists("/usr/lib/" + triplet + "/faketime/libfaketime.so.1"))
+                lib = "/usr/lib/" + triplet + "/faketime/libfaketime.so.1";
+        if (lib.isEmpty())
+            QSKIP("libfaketime is not installed");
+        const QString offset = small("offset");
+        QVERIFY(writeFile(offset, "+0"));
+        QProcess vexa;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("LD_PRELOAD"), lib);
+        // Under AddressSanitizer the preloaded library comes before its runtime, which is fine.
+        env.insert(QStringLiteral("ASAN_OPTIONS"),
+                   env.value(QStringLiteral("ASAN_OPTIONS")) + ":verify_asan_link_order=0");
+        env.insert(QStringLiteral("FAKETIME_TIMESTAMP_FILE"), offset);
+        env.insert(QStringLiteral("FAKETIME_NO_CACHE"), QStringLiteral("1"));
+        env.insert(QStringLiteral("FAKETIME_DONT_FAKE_MONOTONIC"), QStringLiteral("1"));
+        env.insert(QStringLiteral("VEXA_DATA_DIR"), small("data"));
+        env.insert(QStringLiteral("VEXA_SHARED_DIR"), small("shared"));
+        env.insert(QStringLiteral("HOME"), m_small);
+        env.insert(QStringLiteral("DEMO_SPEED"), QStringLiteral("0"));
+        vexa.setProcessEnvironment(env);
+        vexa.start(QStringLiteral(VEXA_PATH), QStringList());
+        const QString events = small("data/backend_events.jsonl");
+        QVERIFY(waitFor([&] { return !readAll(events).isEmpty(); }, 30000));
+
+        QVERIFY(writeFile(offset, jump));
+        const qint64 jumpedMs = QDateTime::currentMSecsSinceEpoch() + days * 86400000LL;
+        QVERIFY(writeFile(events, "{\"type\":\"reaction_ok\",\"chat_id\":1,\"id\":7}\n", true));
+        // The line that reading the event logs carries the jumped date.
+        const QString day = QDateTime::fromMSecsSinceEpoch(jumpedMs, Qt::UTC)
+                                .toString(QStringLiteral("yyyy-MM-dd"));
+        QVERIFY(waitFor(
+            [&] {
+                const QByteArray log = readAll(small("data/ui_debug.log"));
+                return log.contains(day.toUtf8() + 'T') && log.contains("react: ok chat_id=1");
+            },
+            30000));
+        QVERIFY(waitFor(
+            [&] {
+                return qAbs(readAll(small("data/ui_running.txt")).trimmed().toLongLong() -
+                            jumpedMs) < 3600000;
+            },
+            30000));
+        ::kill(pid_t(vexa.processId()), SIGTERM);
+        QVERIFY(vexa.waitForFinished(30000));
+        QCOMPARE(vexa.exitCode(), 0);
+    }
+
+    // SIGTERM while a long write runs: the program ends in order and leaves no part of it.
+    void sigtermMidway_data()
+    {
+        QTest::addColumn<int>("sent"); // bytes of a 1 MiB package sent before the server stalls
+        QTest::newRow("downloading an update, first bytes in") << 4096;
+        QTest::newRow("downloading an update, almost whole") << (1 << 20) - 1;
+    }
+    void sigtermMidway()
+    {
+        QFETCH(int, sent);
+        OneBodyServer package(QByteArray(1 << 20, 'p'), sent);
+        QVERIFY(package.listen(QHostAddress::LocalHost, 0));
+        OneBodyServer manifest("{\"build_id\": 4, \"download_url\": \"http://127.0.0.1:" +
+                               QByteArray::number(package.serverPort()) + "/pkg.bar\"}");
+        QVERIFY(manifest.listen(QHostAddress::LocalHost, 0));
+        QProcess helper;
+        helper.start(
+            QStringLiteral(FAULT_HELPER_PATH),
+            {QStringLiteral("http://127.0.0.1:%1").arg(manifest.serverPort()), small("shared")});
+        QVERIFY(waitFor([&] { return helper.peek(64).contains("midway"); }, 30000));
+        QVERIFY(!filesUnder(m_small).isEmpty()); // the part written so far
+        ::kill(pid_t(helper.processId()), SIGTERM);
+        QVERIFY(helper.waitForFinished(30000));
+        QCOMPARE(helper.exitCode(), 0);
+        QCOMPARE(filesUnder(m_small).keys(), QStringList());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestFaults)
+#include "test_faults.moc"
