@@ -308,6 +308,8 @@ void UiTdlibSpike::connectScreens()
     connect(m_link, &BackendLink::phoneNumberFromEnvironment, main,
             &MainScreen::suggestPhoneNumber);
     connect(m_dispatcher, &EventDispatcher::meDebugTextChanged, main, &MainScreen::setDebugText);
+    connect(m_dispatcher, &EventDispatcher::connectionStateChanged, main,
+            &MainScreen::setConnectionState);
 
     MenuScreen *menu = m_screens->menuScreen();
     connect(menu, &MenuScreen::themeToggleRequested, this, &UiTdlibSpike::onToggleTheme);
