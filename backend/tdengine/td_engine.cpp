@@ -184,6 +184,7 @@ void TdEngine::shutdown(int exitCode)
     m_closing = true;
     m_exitCode = exitCode;
     m_out->log(1, QStringLiteral("closing"));
+    m_closeClock.start();
     sendRequest({{QStringLiteral("@type"), QStringLiteral("close")}});
     m_closeTimer.start(m_settings.closeTimeoutMs);
 }
@@ -264,6 +265,10 @@ void TdEngine::finish()
         return;
     m_finished = true;
     m_closeTimer.stop();
-    m_out->log(1, QStringLiteral("closed"));
+    // The client waits only briefly for the backend on quit; how long the
+    // close took tells whether it fits.
+    m_out->log(1, m_closeClock.isValid()
+                      ? QStringLiteral("closed after %1 ms").arg(m_closeClock.elapsed())
+                      : QStringLiteral("closed"));
     Q_EMIT finished(m_exitCode);
 }

@@ -2,6 +2,7 @@
 
 #include "td_translator.h"
 
+#include <QElapsedTimer>
 #include <QJsonObject>
 #include <QObject>
 #include <QProcessEnvironment>
@@ -82,6 +83,7 @@ private:
     bool m_finished = false;
     int m_exitCode = 0;
     QTimer m_closeTimer;
+    QElapsedTimer m_closeClock;
     std::atomic<bool> m_stop{false};
     std::mutex m_queueMutex;
     std::condition_variable m_queueHasRoom;
