@@ -8,6 +8,9 @@
 
 namespace {
 
+// Clients replaced in a row before the engine stops trying.
+constexpr int kMaxRestarts = 3;
+
 QString typeOf(const QJsonObject &o)
 {
     return o.value(QStringLiteral("@type")).toString();
@@ -73,7 +76,11 @@ TdEngine::TdEngine(const TdEngineSettings &settings, const TdJsonLibrary *librar
 
 TdEngine::~TdEngine()
 {
-    m_stop = true;
+    {
+        const std::lock_guard<std::mutex> lock(m_queueMutex);
+        m_stop = true;
+    }
+    m_queueHasRoom.notify_all();
     if (m_receiver.joinable()) {
         // A request TDLib answers at once wakes the receiver from its wait.
         m_library->send(m_clientId, R"({"@type":"getOption","name":"version"})");
@@ -108,22 +115,49 @@ void TdEngine::configureLog()
 void TdEngine::start()
 {
     configureLog();
+    createClient();
+    m_receiver = std::thread([this] { receiveLoop(); });
+}
+
+void TdEngine::createClient()
+{
+    m_translator = TdTranslator(m_settings.td);
     m_clientId = m_library->createClientId();
     m_out->log(1, QStringLiteral("tdlib client %1").arg(m_clientId));
-    m_receiver = std::thread([this] { receiveLoop(); });
     apply(m_translator.onStart());
 }
 
 void TdEngine::receiveLoop()
 {
+    const size_t capacity = size_t(qMax(1, m_settings.queueCapacity));
     while (!m_stop) {
         const char *result = m_library->receive(1.0);
         if (!result)
             continue;
-        const QByteArray json(result);
-        QMetaObject::invokeMethod(
-            this, [this, json] { onReceived(json); }, Qt::QueuedConnection);
+        QByteArray json(result);
+        std::unique_lock<std::mutex> lock(m_queueMutex);
+        m_queueHasRoom.wait(lock, [&] { return m_stop || m_queue.size() < capacity; });
+        if (m_stop)
+            return;
+        m_queue.push_back(std::move(json));
+        if (!m_drainPosted) {
+            m_drainPosted = true;
+            QMetaObject::invokeMethod(this, &TdEngine::drain, Qt::QueuedConnection);
+        }
     }
+}
+
+void TdEngine::drain()
+{
+    std::deque<QByteArray> batch;
+    {
+        const std::lock_guard<std::mutex> lock(m_queueMutex);
+        batch.swap(m_queue);
+        m_drainPosted = false;
+    }
+    m_queueHasRoom.notify_one();
+    for (const QByteArray &json : batch)
+        onReceived(json);
 }
 
 void TdEngine::handleLine(const QByteArray &line)
@@ -150,6 +184,7 @@ void TdEngine::shutdown(int exitCode)
     m_closing = true;
     m_exitCode = exitCode;
     m_out->log(1, QStringLiteral("closing"));
+    m_closeClock.start();
     sendRequest({{QStringLiteral("@type"), QStringLiteral("close")}});
     m_closeTimer.start(m_settings.closeTimeoutMs);
 }
@@ -167,19 +202,42 @@ void TdEngine::onReceived(const QByteArray &json)
     const QJsonValue client = object.value(QStringLiteral("@client_id"));
     if (!client.isUndefined() && client.toInt() != m_clientId)
         return;
-    apply(m_translator.onTdObject(object));
+    const QString type = typeOf(object);
+    const QString state =
+        type == QLatin1String("updateAuthorizationState")
+            ? typeOf(object.value(QStringLiteral("authorization_state")).toObject())
+            : QString();
+    const bool closed = state == QLatin1String("authorizationStateClosed");
+    TdOutput output = m_translator.onTdObject(object);
+    // Closed unasked is no reason to exit: a fresh client follows.
+    if (closed && !m_closing && output.exitCode == 0)
+        output.exitCode = -1;
+    apply(output);
     // Whether TDLib gets through is what a user looking at the log wants first.
-    if (typeOf(object) == QLatin1String("updateConnectionState"))
+    if (type == QLatin1String("updateConnectionState"))
         m_out->log(2, QStringLiteral("connection %1")
                           .arg(typeOf(object.value(QStringLiteral("state")).toObject())
                                    .mid(int(qstrlen("connectionState")))));
-    if (typeOf(object) != QLatin1String("updateAuthorizationState"))
+    if (state == QLatin1String("authorizationStateWaitPhoneNumber") ||
+        state == QLatin1String("authorizationStateReady"))
+        m_restarts = 0;
+    if (!closed)
         return;
-    // The client is gone once closed, whoever asked for it (a log-out too):
-    // the translator has said how to exit.
-    const QString state = typeOf(object.value(QStringLiteral("authorization_state")).toObject());
-    if (state == QLatin1String("authorizationStateClosed"))
+    if (m_closing) {
         finish();
+        return;
+    }
+    // Logged out, here or elsewhere: the user signs in again on a fresh
+    // client. One that closes before ever asking for a number would only
+    // close again.
+    if (++m_restarts > kMaxRestarts) {
+        m_out->log(1, QStringLiteral("TDLib keeps closing; giving up"));
+        m_exitCode = 1;
+        finish();
+        return;
+    }
+    m_out->log(1, QStringLiteral("TDLib closed unasked; starting a fresh client"));
+    createClient();
 }
 
 void TdEngine::apply(const TdOutput &output)
@@ -207,6 +265,10 @@ void TdEngine::finish()
         return;
     m_finished = true;
     m_closeTimer.stop();
-    m_out->log(1, QStringLiteral("closed"));
+    // The client waits only briefly for the backend on quit; how long the
+    // close took tells whether it fits.
+    m_out->log(1, m_closeClock.isValid()
+                      ? QStringLiteral("closed after %1 ms").arg(m_closeClock.elapsed())
+                      : QStringLiteral("closed"));
     Q_EMIT finished(m_exitCode);
 }

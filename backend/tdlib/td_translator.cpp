@@ -162,17 +162,23 @@ TdOutput TdTranslator::onStart()
     QJsonObject ready = event("backend_ready");
     ready.insert(QStringLiteral("name"), QStringLiteral("tdlib"));
     out.events << ready;
-    if (m_config.networkNone) {
-        QJsonObject req = typed("setNetworkType");
-        req.insert(QStringLiteral("type"), typed("networkTypeNone"));
-        request(&out, req,
-                Pending(QStringLiteral("plain"), 0, 0, 0, false, 0, QStringLiteral("network")));
-    }
+    // With a proxy, nothing goes out until TDLib has taken it: one it
+    // refuses must not leave it connecting directly.
     const QJsonObject proxy = proxyRequest();
+    if (m_config.networkNone || !proxy.isEmpty())
+        setNetwork(&out, "networkTypeNone");
     if (!proxy.isEmpty())
         request(&out, proxy,
-                Pending(QStringLiteral("plain"), 0, 0, 0, false, 0, QStringLiteral("proxy")));
+                Pending(QStringLiteral("proxy"), 0, 0, 0, false, 0, QStringLiteral("proxy")));
     return out;
+}
+
+void TdTranslator::setNetwork(TdOutput *out, const char *type)
+{
+    QJsonObject req = typed("setNetworkType");
+    req.insert(QStringLiteral("type"), typed(type));
+    request(out, req,
+            Pending(QStringLiteral("plain"), 0, 0, 0, false, 0, QStringLiteral("network")));
 }
 
 QJsonObject TdTranslator::proxyRequest() const
@@ -1814,7 +1820,10 @@ void TdTranslator::onUpdate(const QString &t, const QJsonObject &o, TdOutput *ou
 void TdTranslator::onAnswer(const Pending &p, const QJsonObject &o, TdOutput *out)
 {
     const QString &k = p.kind;
-    if (k == QLatin1String("me")) {
+    if (k == QLatin1String("proxy")) {
+        if (!m_config.networkNone)
+            setNetwork(out, "networkTypeOther");
+    } else if (k == QLatin1String("me")) {
         storeUser(o);
         m_myId = i64(o, "id");
         if (!m_users.contains(m_myId))
@@ -1993,7 +2002,16 @@ void TdTranslator::onAnswer(const Pending &p, const QJsonObject &o, TdOutput *ou
 void TdTranslator::onError(const Pending &p, int code, const QString &message, TdOutput *out)
 {
     const QString &k = p.kind;
-    if (k == QLatin1String("params")) {
+    if (k == QLatin1String("proxy")) {
+        // The network stays off: the user asked for the proxy, not for a
+        // direct connection.
+        const QString why = td_one_line(message).left(200);
+        tdError(out, p.text, code,
+                QStringLiteral("The proxy setting was refused (%1); the network stays off until "
+                               "it is corrected")
+                    .arg(why));
+        out->statusLines << QStringLiteral("PROXY_REFUSED ") + why;
+    } else if (k == QLatin1String("params")) {
         // TDLib cannot open a database another process holds.
         const bool locked = message.contains(QLatin1String("lock"), Qt::CaseInsensitive);
         out->statusLines << QStringLiteral("FATAL ") + td_one_line(message);

@@ -155,6 +155,7 @@ private:
     void announceAuthState(TdOutput *out) const;
     QJsonObject tdlibParameters() const;
     QJsonObject proxyRequest() const;
+    void setNetwork(TdOutput *out, const char *type);
 
     // Updates.
     void onUpdate(const QString &type, const QJsonObject &o, TdOutput *out);

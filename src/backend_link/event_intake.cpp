@@ -215,6 +215,9 @@ void EventIntake::handleOutput(const QString &chunk)
         } else if (line.startsWith(QLatin1String("FATAL "))) {
             m_log->appendLog(line + QLatin1Char('\n'));
             Q_EMIT statusTextChanged(line);
+        } else if (line.startsWith(QLatin1String("PROXY_REFUSED "))) {
+            m_log->appendLog(line + QLatin1Char('\n'));
+            Q_EMIT statusTextChanged(QStringLiteral("Proxy refused, network off: ") + line.mid(14));
         }
     }
 }
@@ -305,6 +308,8 @@ void EventIntake::handleTdlibLogLine(const QByteArray &raw)
         Q_EMIT statusTextChanged(QStringLiteral("Backend ready"));
     } else if (rest.startsWith(QLatin1String("FATAL "))) {
         Q_EMIT statusTextChanged(rest);
+    } else if (rest.startsWith(QLatin1String("PROXY_REFUSED "))) {
+        Q_EMIT statusTextChanged(QStringLiteral("Proxy refused, network off: ") + rest.mid(14));
     }
 }
 

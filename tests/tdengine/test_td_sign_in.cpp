@@ -12,6 +12,7 @@
 #include "ui_main/ui/ui_tdlib_spike.h"
 
 #include <QApplication>
+#include <QLabel>
 #include <QLineEdit>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -73,6 +74,10 @@ void TestTdSignIn::credentialsBringTheTdlibSignInForm()
     QVERIFY(waitFor([&] { return !proxy.attempts().isEmpty(); }, 60000));
     QVERIFY(waitFor([&] { return seen("connection_state", QString(), QString()); }, 30000));
     QVERIFY(!main->isAuthorised());
+    // The form says that TDLib is still trying to connect.
+    QLabel *line = main->findChild<QLabel *>(QStringLiteral("connection_label"));
+    QVERIFY(line);
+    QTRY_VERIFY_WITH_TIMEOUT(line->isVisible() && line->text().startsWith("Connecting"), 30000);
 
     // Closing the window ends the backend in order: TDLib reports itself closed.
     spike.reset();

@@ -141,7 +141,7 @@ MainScreen::MainScreen(float scale, QWidget *parent) : QWidget(parent)
     auto *v = screenRoot(this, QStringLiteral("main_screen"), ThemeGroup::A);
 
     QWidget *bar = header(QStringLiteral("main_header"), QStringLiteral("Vexa"),
-                          QStringLiteral("main_title"), false, scale, this, nullptr, nullptr);
+                          QStringLiteral("main_title"), false, scale, this, &m_title, nullptr);
     m_reload =
         iconButton(QStringLiteral("ic_refresh.png"), QStringLiteral("reload_button"), scale, bar);
     m_reload->setToolTip(QStringLiteral("Reload chats"));
@@ -184,6 +184,12 @@ MainScreen::MainScreen(float scale, QWidget *parent) : QWidget(parent)
                            scaled_px(36, scale));
     m_form = new SignInForm(scale, formBody);
     fp->addWidget(m_form);
+    m_connection = label(QString(), QStringLiteral("connection_label"), ThemeGroup::D,
+                         TextSize::Secondary, formBody);
+    m_connection->setTextFormat(Qt::PlainText);
+    m_connection->setAlignment(Qt::AlignHCenter);
+    m_connection->hide();
+    fp->addWidget(m_connection);
     fp->addStretch(1);
     formScroll->setWidget(formBody);
     v->addWidget(m_formPanel, 1);
@@ -298,6 +304,30 @@ void MainScreen::setDebugText(const QString &text)
     showText(m_debug, text);
 }
 
+void MainScreen::setConnectionState(const QString &state)
+{
+    // Ready, or a state this build does not know, says nothing: only a
+    // connection that is not there yet is worth the user's attention.
+    QString text;
+    if (state == QLatin1String("WaitingForNetwork"))
+        text = QStringLiteral("Waiting for network…");
+    else if (state == QLatin1String("ConnectingToProxy"))
+        text = QStringLiteral("Connecting to proxy…");
+    else if (state == QLatin1String("Connecting"))
+        text = QStringLiteral("Connecting…");
+    else if (state == QLatin1String("Updating"))
+        text = QStringLiteral("Updating…");
+    showText(m_connection, text);
+    updateTitle();
+}
+
+void MainScreen::updateTitle()
+{
+    // The form has its own line; the chat list has only the title.
+    const QString text = m_connection->text();
+    m_title->setText(m_authorised && !text.isEmpty() ? text : QStringLiteral("Vexa"));
+}
+
 void MainScreen::suggestPhoneNumber(const QString &phone)
 {
     m_form->suggestPhoneNumber(phone);
@@ -314,6 +344,7 @@ void MainScreen::setAuthorised(bool authorised)
     m_formPanel->setVisible(!authorised);
     m_listHost->setVisible(authorised);
     m_reload->setVisible(authorised);
+    updateTitle();
 }
 
 // ----------------------------------------------------------- ChatInfoScreen

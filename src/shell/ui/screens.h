@@ -55,6 +55,9 @@ public:
     QString statusText() const;
     // The developer line beside the status (for example the own user id).
     void setDebugText(const QString &text);
+    // TDLib's connection state ("Connecting", "Ready", ...): a line under the
+    // sign-in form and, once signed in, the title while not ready.
+    void setConnectionState(const QString &state);
     void suggestPhoneNumber(const QString &phone);
     // Puts the chat list view into the screen; the screen takes no ownership
     // decisions beyond parenting it.
@@ -93,8 +96,12 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    void updateTitle();
+
+    QLabel *m_title = nullptr;
     QLabel *m_status = nullptr;
     QLabel *m_debug = nullptr;
+    QLabel *m_connection = nullptr;
     SignInForm *m_form = nullptr;
     QWidget *m_formPanel = nullptr;
     QToolButton *m_reload = nullptr;

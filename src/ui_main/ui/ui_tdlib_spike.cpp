@@ -314,6 +314,8 @@ void UiTdlibSpike::connectScreens()
     connect(m_link, &BackendLink::phoneNumberFromEnvironment, main,
             &MainScreen::suggestPhoneNumber);
     connect(m_dispatcher, &EventDispatcher::meDebugTextChanged, main, &MainScreen::setDebugText);
+    connect(m_dispatcher, &EventDispatcher::connectionStateChanged, main,
+            &MainScreen::setConnectionState);
 
     MenuScreen *menu = m_screens->menuScreen();
     connect(menu, &MenuScreen::themeToggleRequested, this, &UiTdlibSpike::onToggleTheme);
@@ -334,9 +336,14 @@ void UiTdlibSpike::connectScreens()
     connect(m_intake, &EventIntake::statusTextChanged, this, &UiTdlibSpike::setStatusText);
     connect(m_dispatcher, &EventDispatcher::statusTextChanged, this, &UiTdlibSpike::setStatusText);
 
-    // Signed in: the form goes and the chat list comes, for good.
+    // Signed in: the form goes and the chat list comes. The form comes back
+    // only when a fresh client asks for a number (after a log-out), not for
+    // the states a closing client passes through.
     connect(m_dispatcher, &EventDispatcher::authStateChanged, this,
-            [this](const QString &, bool authorized) { showSignedInView(authorized); });
+            [this](const QString &state, bool authorized) {
+                if (authorized || state == QLatin1String("WaitPhoneNumber"))
+                    showSignedInView(authorized);
+            });
     connect(m_dispatcher, &EventDispatcher::backToChatsRequested, this,
             &UiTdlibSpike::onBackToChats);
 
@@ -414,9 +421,8 @@ void UiTdlibSpike::setStatusText(const QString &text)
 
 void UiTdlibSpike::showSignedInView(bool authorised)
 {
-    if (!m_screens || !authorised)
-        return;
-    m_screens->mainScreen()->setAuthorised(true);
+    if (m_screens)
+        m_screens->mainScreen()->setAuthorised(authorised);
 }
 
 void UiTdlibSpike::onToggleTheme()
