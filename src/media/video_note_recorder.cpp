@@ -407,7 +407,6 @@ void VideoNoteRecorder::onBusMessage(GstMessage *message)
     m_services.log(QStringLiteral("video_note: error: %1\n").arg(text.simplified()));
     finish(false);
     m_services.toast(QStringLiteral("Camera: recording failed"));
-    Q_EMIT failed(text);
 }
 
 void VideoNoteRecorder::stopVideoNoteCapture(bool send)

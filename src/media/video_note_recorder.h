@@ -78,8 +78,6 @@ Q_SIGNALS:
     void limitReached();
     // The note went to the backend (path of the file as sent).
     void sent(const QString &path, bool asFile);
-    // The pipeline stopped with an error.
-    void failed(const QString &message);
     void gestureResetRequested();
     void replyTargetConsumed();
 

@@ -556,8 +556,6 @@ void TestController::everySignalHasAReceiver()
     // not reach the user. The ones below wait for the screens that will use
     // them.
     const QSet<QString> later = {
-        // Media in the conversation: files, voice notes, viewers.
-        "VoicePlayer::videoNotePlaybackStopRequested", "MessageItemProvider::videoNoteTapped",
         // The two-pane window follows what is in view; the chat list's own
         // scroll state and the pinned list's (the message list's drives its
         // paging); message taps reach the item provider, not the list.
