@@ -768,6 +768,7 @@ void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVari
     // The media framework starts in the background once, after the chat is
     // drawn, so that the first tap on a voice note plays at once.
     QTimer::singleShot(500, m_voicePlayer, &VoicePlayer::prepare);
+    QTimer::singleShot(600, m_videoNotePlayer, &VideoNotePlayer::prepare);
 
     const QString avatarPath = chatRow.value(QStringLiteral("avatar_path")).toString();
     m_chatScreen->setTitle(title);
