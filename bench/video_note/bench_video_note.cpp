@@ -20,6 +20,7 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <ctime>
 #include <vector>
 
 namespace {
@@ -49,6 +50,15 @@ std::vector<int> perSecond(const std::vector<double> &seconds)
     if (bins.size() > 1)
         bins.pop_back();
     return bins;
+}
+
+// CPU time of this thread in ms: what a frame costs, without the time the
+// thread waits for a core on a busy machine.
+double threadCpuMs()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return ts.tv_sec * 1e3 + ts.tv_nsec / 1e6;
 }
 
 int minOf(const std::vector<int> &v)
@@ -141,13 +151,15 @@ int main(int argc, char **argv)
     mask.show();
     QObject view;
     VideoNotePlayer player(nullptr, services, &view);
-    std::vector<double> paintMs;
+    std::vector<double> paintMs, paintCpuMs;
     QObject::connect(&player, &VideoNotePlayer::frameReady, [&](const QImage &frame) {
         QElapsedTimer t;
         t.start();
+        const double cpu = threadCpuMs();
         circle.setImage(frame);
         ring.setProgress(player.progress());
         mask.repaint();
+        paintCpuMs.push_back(threadCpuMs() - cpu);
         paintMs.push_back(t.nsecsElapsed() / 1e6);
     });
     bool done = false;
@@ -155,9 +167,10 @@ int main(int argc, char **argv)
                      [&](bool playing) { done = done || !playing; });
     player.startVideoNotePlayback(1, note, 1);
     waitUntil([&] { return done; }, 60000);
-    std::printf("inline playback: %zu frames painted, median %.2f ms, 95th %.2f ms, max %.2f ms "
-                "(goal < 4 ms)\n",
+    std::printf("inline playback: %zu frames painted, wall median %.2f ms, 95th %.2f ms, max "
+                "%.2f ms; CPU median %.2f ms, 95th %.2f ms, max %.2f ms (goal < 4 ms)\n",
                 paintMs.size(), bench::median(paintMs), bench::percentile(paintMs, 0.95),
-                bench::percentile(paintMs, 1.0));
+                bench::percentile(paintMs, 1.0), bench::median(paintCpuMs),
+                bench::percentile(paintCpuMs, 0.95), bench::percentile(paintCpuMs, 1.0));
     return 0;
 }

@@ -1,10 +1,16 @@
 #include "media/video_note_recorder.h"
 
+#include "platform/software_video_surface.h"
+
+#include <QCamera>
+#include <QCameraInfo>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QMediaRecorder>
 #include <QPointer>
+#include <QUrl>
 
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
@@ -204,9 +210,16 @@ bool VideoNoteRecorder::startVideoNoteCapture(QString *error)
     if (!buildPipeline(&why)) {
         teardown();
         QFile::remove(m_path);
-        m_path.clear();
-        fail(QStringLiteral("Camera: cannot start recording"), why, error);
-        return false;
+        QString qtWhy;
+        if (!startQtCamera(&qtWhy)) {
+            teardown();
+            QFile::remove(m_path);
+            m_path.clear();
+            fail(QStringLiteral("Camera: cannot start recording"),
+                 why + QStringLiteral("; ") + qtWhy, error);
+            return false;
+        }
+        m_services.log(QStringLiteral("video_note: %1; recording through Qt's camera\n").arg(why));
     }
     m_services.log(QStringLiteral("video_note: start chat_id=%1 side=%2 source=%3\n")
                        .arg(m_chatId)
@@ -259,6 +272,12 @@ bool VideoNoteRecorder::buildPipeline(QString *error)
             *error = QStringLiteral("pipeline: not built");
         return false;
     }
+
+    // The wall clock paces the camera: the sound server's clock may lag
+    // behind it (a virtual sink under load), which would slow the pictures.
+    GstClock *clock = gst_system_clock_obtain();
+    gst_pipeline_use_clock(GST_PIPELINE(m_pipeline), clock);
+    gst_object_unref(clock);
 
     GstElement *sink = gst_bin_get_by_name(GST_BIN(m_pipeline), "sink");
     g_object_set(sink, "location", QFile::encodeName(m_path).constData(), nullptr);
@@ -381,6 +400,60 @@ bool VideoNoteRecorder::buildPipeline(QString *error)
     return true;
 }
 
+bool VideoNoteRecorder::startQtCamera(QString *error)
+{
+    const QList<QCameraInfo> cameras = QCameraInfo::availableCameras();
+    if (cameras.isEmpty()) {
+        *error = QStringLiteral("no camera for Qt");
+        return false;
+    }
+    m_side = kSide;
+    m_qtCamera = new QCamera(cameras.first(), this);
+    m_qtSurface = new SoftwareVideoSurface([this](const QImage &f) { onQtFrame(f); }, this);
+    m_qtCamera->setViewfinder(m_qtSurface);
+    m_qtCamera->setCaptureMode(QCamera::CaptureVideo);
+    m_qtRecorder = new QMediaRecorder(m_qtCamera, this);
+    QAudioEncoderSettings audio;
+    audio.setCodec(QStringLiteral("audio/mpeg, mpegversion=(int)4"));
+    QVideoEncoderSettings video;
+    video.setCodec(QStringLiteral("video/x-h264"));
+    video.setFrameRate(kFrameRate);
+    m_qtRecorder->setEncodingSettings(audio, video, QStringLiteral("video/quicktime"));
+    m_qtRecorder->setOutputLocation(QUrl::fromLocalFile(m_path));
+    connect(m_qtRecorder, &QMediaRecorder::stateChanged, this, [this](QMediaRecorder::State s) {
+        if (s == QMediaRecorder::StoppedState && m_stopping)
+            finish(true);
+    });
+    connect(m_qtRecorder, qOverload<QMediaRecorder::Error>(&QMediaRecorder::error), this,
+            [this](QMediaRecorder::Error e) {
+                if (e == QMediaRecorder::NoError)
+                    return;
+                m_services.log(QStringLiteral("video_note: error: %1\n")
+                                   .arg(m_qtRecorder->errorString().simplified()));
+                finish(false);
+                m_services.toast(QStringLiteral("Camera: recording failed"));
+            });
+    m_qtCamera->start();
+    m_qtRecorder->record();
+    return m_qtRecorder->error() == QMediaRecorder::NoError;
+}
+
+void VideoNoteRecorder::onQtFrame(const QImage &frame)
+{
+    // The picture of Qt's camera is cut to its middle square for the preview.
+    const int side = qMin(frame.width(), frame.height());
+    if (side < 1 || !m_qtRecorder)
+        return;
+    if (++m_frames == 1)
+        onFirstFrame();
+    Q_EMIT frameEncoded(m_frames.load());
+    const QImage square =
+        frame.copy((frame.width() - side) / 2, (frame.height() - side) / 2, side, side);
+    Q_EMIT previewFrame(
+        side > kSide ? square.scaled(kSide, kSide, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+                     : square);
+}
+
 void VideoNoteRecorder::onFirstFrame()
 {
     m_captureStarted = true;
@@ -411,8 +484,16 @@ void VideoNoteRecorder::onBusMessage(GstMessage *message)
 
 void VideoNoteRecorder::stopVideoNoteCapture(bool send)
 {
-    if (!m_pipeline || (m_stopping && send))
+    if (!isRecording() || (m_stopping && send))
         return;
+    if (send && m_captureStarted && m_qtRecorder) {
+        m_stopping = true;
+        m_limitTimer.stop();
+        Q_EMIT gestureResetRequested();
+        m_qtRecorder->stop();
+        m_eosTimer.start();
+        return;
+    }
     if (send && m_captureStarted) {
         // The muxer writes its index at the end of stream; the file is
         // complete when that reaches the bus.
@@ -431,6 +512,21 @@ void VideoNoteRecorder::teardown()
 {
     m_limitTimer.stop();
     m_eosTimer.stop();
+    if (m_qtRecorder) {
+        QMediaRecorder *recorder = m_qtRecorder;
+        m_qtRecorder = nullptr;
+        recorder->disconnect(this);
+        recorder->stop();
+        recorder->deleteLater();
+    }
+    if (m_qtCamera) {
+        m_qtCamera->stop();
+        m_qtCamera->setViewfinder(static_cast<QAbstractVideoSurface *>(nullptr));
+        m_qtCamera->deleteLater();
+        m_qtCamera = nullptr;
+        m_qtSurface->deleteLater();
+        m_qtSurface = nullptr;
+    }
     if (!m_pipeline)
         return;
     GstElement *pipeline = m_pipeline;
@@ -444,7 +540,7 @@ void VideoNoteRecorder::teardown()
 
 void VideoNoteRecorder::finish(bool send)
 {
-    const bool wasRecording = m_pipeline != nullptr;
+    const bool wasRecording = isRecording();
     teardown();
     m_stopping = false;
     m_captureStarted = false;

@@ -10,6 +10,9 @@
 
 #include <atomic>
 
+class QCamera;
+class QMediaRecorder;
+class SoftwareVideoSurface;
 typedef struct _GstElement GstElement;
 typedef struct _GstMessage GstMessage;
 
@@ -54,7 +57,7 @@ public:
     void stopVideoNoteCapture(bool send);
 
     // From start until the file is sent or discarded.
-    bool isRecording() const { return m_pipeline != nullptr; }
+    bool isRecording() const { return m_pipeline != nullptr || m_qtRecorder != nullptr; }
     // The first picture reached the encoder.
     bool captureStarted() const { return m_captureStarted; }
     bool isStopping() const { return m_stopping; }
@@ -83,6 +86,9 @@ Q_SIGNALS:
 
 private:
     bool buildPipeline(QString *error);
+    // Qt's camera and recorder, when the pipeline cannot be built or run.
+    bool startQtCamera(QString *error);
+    void onQtFrame(const QImage &frame);
     void onBusMessage(GstMessage *message);
     void onFirstFrame();
     void finish(bool send);
@@ -96,6 +102,9 @@ private:
     qint64 m_replyToMessageId = 0;
     qint64 m_sizeLimit = kDefaultSizeLimit;
     GstElement *m_pipeline = nullptr;
+    QCamera *m_qtCamera = nullptr;
+    QMediaRecorder *m_qtRecorder = nullptr;
+    SoftwareVideoSurface *m_qtSurface = nullptr;
     QString m_path;
     int m_side = kSide;
     bool m_captureStarted = false;

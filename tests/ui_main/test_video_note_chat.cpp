@@ -19,6 +19,7 @@
 #include "platform/ui/phone_window.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
+#include <QScrollBar>
 #include <QtTest>
 
 using namespace test_util;
@@ -32,15 +33,17 @@ class TestVideoNoteChat : public QObject
     RecordingCommands m_commands;
     std::unique_ptr<UiTdlibSpike> m_spike;
     QString m_note; // a 2-second square H.264 and AAC note
+    int m_noteRow = 0;
 
     void feed(const QByteArray &json)
     {
         QVERIFY(writeFile(m_dir.filePath("data/backend_events.jsonl"), json + '\n', true));
         m_spike->eventIntake()->onPoll();
     }
-    // The controller with chat 1 open and its history: one round note per
-    // id given (file id = message id + 100), then a voice note (id 9).
-    bool openChat(const QList<int> &noteIds)
+    // The controller with chat 1 open at the end of its history: as many
+    // text messages as asked, one round note per id given (file id =
+    // message id + 100), then a voice note (id 150, file 250).
+    bool openChat(const QList<int> &noteIds, int texts = 0)
     {
         const QStringList env = cleanEnvironment()
                                 << "VEXA_DATA_DIR=" + m_dir.filePath("data")
@@ -59,6 +62,11 @@ class TestVideoNoteChat : public QObject
         if (!waitFor([&] { return m_commands.count("open 1") == 1; }))
             return false;
         feed(R"({"type":"history_begin","chat_id":1,"clear":true})");
+        m_noteRow = texts;
+        for (int i = 0; i < texts; ++i)
+            feed(QStringLiteral(R"({"type":"message","chat_id":1,"id":%1,"text":"line %1"})")
+                     .arg(i + 1)
+                     .toUtf8());
         for (int id : noteIds)
             feed(QStringLiteral(R"({"type":"message","chat_id":1,"id":%1,"outgoing":false,)"
                                 R"("content_type":"messageVideoNote","media_type":"video_note",)"
@@ -66,10 +74,11 @@ class TestVideoNoteChat : public QObject
                      .arg(id)
                      .arg(id + 100)
                      .toUtf8());
-        feed(R"({"type":"message","chat_id":1,"id":9,"outgoing":false,)"
-             R"("content_type":"messageVoiceNote","media_type":"voice","media_file_id":109})");
+        feed(R"({"type":"message","chat_id":1,"id":150,"outgoing":false,)"
+             R"("content_type":"messageVoiceNote","media_type":"voice","media_file_id":250})");
         feed(R"({"type":"history_end","chat_id":1,"clear":true})");
-        return waitFor([&] { return m_spike->messageListView()->itemWidget(noteIds.size()); });
+        ListView *list = m_spike->messageListView();
+        return waitFor([&] { return list->itemWidget(m_noteRow) && circleOf(m_noteRow + 1); });
     }
     QWidget *circleOf(int row)
     {
@@ -113,7 +122,7 @@ private Q_SLOTS:
 
     void recordsFromTheActionButton()
     {
-        QVERIFY(openChat({1}));
+        QVERIFY(openChat({101}));
         VideoNoteRecorder *rec = m_spike->videoNoteRecorder();
         // A short tap switches to video notes; holding records one.
         touch(Touch::Down, 1200);
@@ -141,44 +150,50 @@ private Q_SLOTS:
         QTest::newRow("another note") << "note";
         QTest::newRow("a voice note") << "voice";
         QTest::newRow("leaving the chat") << "back";
+        QTest::newRow("scrolled away") << "scroll";
     }
     void playsInTheRow()
     {
         QFETCH(QString, stop);
-        QVERIFY(openChat({1, 2}));
+        QVERIFY(openChat({101, 102}, stop == QLatin1String("scroll") ? 30 : 0));
         VideoNotePlayer *player = m_spike->videoNotePlayer();
         // The second note is on the device; the first one is not yet: the
         // tap waits for its download.
-        feed(QStringLiteral(R"({"type":"file","id":102,"path":"%1"})").arg(m_note).toUtf8());
-        QWidget *circle = circleOf(0);
+        feed(QStringLiteral(R"({"type":"file","id":202,"path":"%1"})").arg(m_note).toUtf8());
+        QWidget *circle = circleOf(m_noteRow);
         QVERIFY(circle);
         tap(circle);
-        QCOMPARE(player->pendingFileId(), 101LL);
-        feed(QStringLiteral(R"({"type":"file","id":101,"path":"%1"})").arg(m_note).toUtf8());
-        QCOMPARE(player->playingMessageId(), 1LL);
+        QCOMPARE(player->pendingFileId(), 201LL);
+        feed(QStringLiteral(R"({"type":"file","id":201,"path":"%1"})").arg(m_note).toUtf8());
+        QCOMPARE(player->playingMessageId(), 101LL);
 
         // Its pictures fill the circle and the ring follows the position.
-        auto *surface = circleOf(0)->findChild<VideoNoteCircle *>();
-        auto *ring = circleOf(0)->findChild<VideoNoteRing *>("msg_video_note_ring");
+        auto *surface = circleOf(m_noteRow)->findChild<VideoNoteCircle *>();
+        auto *ring = circleOf(m_noteRow)->findChild<VideoNoteRing *>("msg_video_note_ring");
         QTRY_COMPARE_WITH_TIMEOUT(surface->source(), QStringLiteral("frame"), 20000);
         QTRY_VERIFY_WITH_TIMEOUT(ring->progress() > 0.2, 20000);
 
         // A second tap pauses.
-        tap(circleOf(0));
+        tap(circleOf(m_noteRow));
         QTRY_COMPARE(player->state(), int(VideoNotePlayer::Paused));
 
         if (stop == QLatin1String("note")) {
-            tap(circleOf(1));
-            QCOMPARE(player->playingMessageId(), 2LL);
+            tap(circleOf(m_noteRow + 1));
+            QCOMPARE(player->playingMessageId(), 102LL);
             QTRY_VERIFY(surface->source() != QLatin1String("frame"));
             return;
         }
         if (stop == QLatin1String("voice")) {
             const QString wav = m_dir.filePath("voice.wav");
             QVERIFY(testaudio::write_tone_wav(wav, 440, 1.0, 48000, 1));
-            m_spike->voicePlayer()->startVoicePlayback(109, wav);
-        } else {
+            m_spike->voicePlayer()->startVoicePlayback(250, wav);
+        } else if (stop == QLatin1String("back")) {
             Q_EMIT m_spike->chatScreen()->backRequested();
+        } else {
+            // The user drags the list back, away from the note.
+            QScrollBar *bar = m_spike->messageListView()->verticalScrollBar();
+            bar->setValue(bar->maximum() / 2);
+            QTRY_COMPARE(player->playingMessageId(), 0LL);
         }
         QCOMPARE(player->playingMessageId(), 0LL);
         QCOMPARE(m_spike->messageListView()->property("video_note_playing_file_id").toLongLong(),
