@@ -15,6 +15,8 @@
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
 
+#include <cmath>
+
 namespace {
 
 bool ensure_gstreamer(QString *error)
@@ -252,7 +254,8 @@ bool VideoNoteRecorder::buildPipeline(QString *error)
             "t. ! queue leaky=downstream max-size-buffers=1 ! videoconvert ! "
             "video/x-raw,format=BGRx ! appsink name=preview sync=false max-buffers=1 drop=true "
             "pulsesrc name=mic ! audioconvert ! audioresample ! audio/x-raw,rate=48000,channels=1 "
-            "! queue ! %5 bitrate=64000 ! aacparse ! queue ! mux.audio_0 "
+            "! level interval=100000000 ! queue ! %5 bitrate=64000 ! aacparse ! queue ! "
+            "mux.audio_0 "
             "mp4mux name=mux ! filesink name=sink")
             .arg(m_cameraSource, cameraCaps)
             .arg(m_side)
@@ -297,6 +300,29 @@ bool VideoNoteRecorder::buildPipeline(QString *error)
         [](GstBus *, GstMessage *msg, gpointer data) -> GstBusSyncReply {
             auto *ctx = static_cast<Ctx *>(data);
             const GstMessageType t = GST_MESSAGE_TYPE(msg);
+            const GstStructure *st = gst_message_get_structure(msg);
+            if (t == GST_MESSAGE_ELEMENT && st && gst_structure_has_name(st, "level")) {
+                // The loudest channel's peak, in decibels below full scale.
+                const GValue *peaks = gst_structure_get_value(st, "peak");
+                const GValueArray *arr =
+                    peaks && G_VALUE_HOLDS_BOXED(peaks)
+                        ? static_cast<const GValueArray *>(g_value_get_boxed(peaks))
+                        : nullptr;
+                const double db = arr && arr->n_values > 0 && G_VALUE_HOLDS_DOUBLE(&arr->values[0])
+                                      ? g_value_get_double(&arr->values[0])
+                                      : -100.0;
+                const qreal level = qBound(0.0, std::pow(10.0, db / 20.0), 1.0);
+                QPointer<VideoNoteRecorder> self = ctx->self;
+                GstElement *pipeline = ctx->pipeline;
+                if (self)
+                    QMetaObject::invokeMethod(
+                        self.data(),
+                        [self, pipeline, level] {
+                            if (self && self->m_pipeline == pipeline)
+                                Q_EMIT self->inputLevelChanged(level);
+                        },
+                        Qt::QueuedConnection);
+            }
             if (t == GST_MESSAGE_EOS || t == GST_MESSAGE_ERROR) {
                 gst_message_ref(msg);
                 QPointer<VideoNoteRecorder> self = ctx->self;

@@ -75,6 +75,8 @@ Q_SIGNALS:
     void captureStartedChanged();
     // A preview picture (square, small), for the round view over the chat.
     void previewFrame(const QImage &frame);
+    // Peak level (0..1) of the microphone over the last tenth of a second.
+    void inputLevelChanged(qreal level);
     // One more picture was encoded (streaming thread time, for measurements).
     void frameEncoded(qint64 frames);
     // The length limit was reached; the note is being sent.

@@ -107,9 +107,21 @@ private Q_SLOTS:
         QSignalSpy preview(&rec, &VideoNoteRecorder::previewFrame);
         QSignalSpy sent(&rec, &VideoNoteRecorder::sent);
         QSignalSpy consumed(&rec, &VideoNoteRecorder::replyTargetConsumed);
+        QSignalSpy level(&rec, &VideoNoteRecorder::inputLevelChanged);
         QString error;
         QVERIFY2(rec.startVideoNoteCapture(&error), qPrintable(error));
         QVERIFY2(running.wait(20000), qPrintable(m_rec.log.join(QString())));
+        // A tone into the sound server reaches the microphone's level.
+        const QString tone = m_dir.filePath(QStringLiteral("tone.wav"));
+        QVERIFY(write_tone_wav(tone, 1000, 3.0, 48000, 1));
+        QProcess *paplay = m_pulse.startPaplay(tone, this);
+        const auto loudest = [&] {
+            qreal peak = 0;
+            for (const QList<QVariant> &args : level)
+                peak = qMax(peak, args.at(0).toReal());
+            return peak;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(loudest() > 0.1, 20000);
         // Two seconds of pictures at 30 per second.
         QTRY_VERIFY_WITH_TIMEOUT(rec.framesEncoded() >= 60, 20000);
         QVERIFY(preview.count() > 0 || preview.wait(5000));
@@ -119,6 +131,8 @@ private Q_SLOTS:
         rec.stopVideoNoteCapture(true);
         QVERIFY2(sent.wait(20000), qPrintable(m_rec.log.join(QString())));
         QVERIFY(!rec.isRecording());
+        paplay->kill();
+        paplay->waitForFinished(5000);
 
         const QString file = sent.at(0).at(0).toString();
         const QString b64 = QString::fromLatin1(file.toUtf8().toBase64());

@@ -271,6 +271,8 @@ private:
     VideoNotePlayer *m_videoNotePlayer = nullptr;
     VideoNoteRecordPreview *m_videoNotePreview = nullptr; // owned by the chat screen
     QTimer *m_videoNoteOverlayTimer = nullptr;
+    // The microphone's last level while a video note records (0..1).
+    qreal m_videoNoteLevel = 0;
     Links *m_links = nullptr;
     DesktopNotifications *m_notifications = nullptr;
     MessageNotifier *m_notifier = nullptr;

@@ -679,8 +679,10 @@ void UiTdlibSpike::connectVideoNotes()
         placeVideoNotePreview();
         m_videoNotePreview->setFrame(f);
         m_videoNotePreview->setElapsed(ms, VideoNoteRecorder::kMaxSeconds * 1000);
-        m_chatScreen->setRecordProgress(int(ms / 1000), 0);
+        m_chatScreen->setRecordProgress(int(ms / 1000), m_videoNoteLevel);
     });
+    connect(m_videoNoteRecorder, &VideoNoteRecorder::inputLevelChanged, this,
+            [this](qreal level) { m_videoNoteLevel = level; });
     connect(m_videoNoteRecorder, &VideoNoteRecorder::gestureResetRequested, m_voiceGesture,
             &VoiceRecordGesture::reset);
     connect(m_videoNoteRecorder, &VideoNoteRecorder::replyTargetConsumed, m_composer,
