@@ -10,6 +10,7 @@ PACKAGES=(
   qtbase5-dev qtbase5-dev-tools qtmultimedia5-dev libqt5multimedia5-plugins libqt5sql5-sqlite
   libsqlite3-dev libopus0 libopus-dev libopenal1 libopenal-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-pulseaudio gstreamer1.0-alsa
+  gstreamer1.0-tools gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
   pulseaudio pulseaudio-utils opus-tools ffmpeg openssl dbus-daemon npm faketime
   xvfb xauth x11-utils imagemagick fonts-dejavu-core fonts-noto-core fonts-noto-color-emoji fonts-noto-cjk
 )

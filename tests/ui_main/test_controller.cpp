@@ -500,14 +500,12 @@ void TestController::everySignalHasAReceiver()
     // A signal of a subsystem that nothing receives is a feature that does
     // not reach the user. The ones below wait for the screens that will use
     // them.
-    const QSet<QString> later = {// Media in the conversation: files, voice notes, viewers.
-                                 "VoicePlayer::videoNotePlaybackStopRequested",
-                                 "MessageItemProvider::videoNoteTapped",
-                                 // The chat list's own scroll state and the pinned list's (the
-                                 // message list's drives its paging); message taps reach the item
-                                 // provider, not the list.
-                                 "ListView::atEndChanged", "ListView::atBeginningChanged",
-                                 "ListView::firstVisibleItemChanged", "ListView::triggered"};
+    const QSet<QString> later = {
+        // The chat list's own scroll state and the pinned list's (the message
+        // list's drives its paging); message taps reach the item provider, not
+        // the list.
+        "ListView::atEndChanged", "ListView::atBeginningChanged",
+        "ListView::firstVisibleItemChanged", "ListView::triggered"};
     makeController();
     const QList<QObject *> parts = {m_spike->backendLink(),     m_spike->eventIntake(),
                                     m_spike->appLog(),          m_spike->dispatcher(),

@@ -3,6 +3,7 @@
 #include "backend_link/text_cut.h"
 #include "chats/avatars.h"
 #include "conversation/message_text.h"
+#include "media/ui/video_note_widgets.h"
 #include "platform/osicons.h"
 
 #include <QAbstractTextDocumentLayout>
@@ -34,6 +35,7 @@ constexpr int kBubblePadV = 10;
 constexpr int kBubbleRadius = 18;
 constexpr int kMediaMaxPx = 480;
 constexpr int kVideoNotePx = 240;
+constexpr int kVideoNoteRingPx = 5;
 constexpr int kIconBoxPx = 72;
 constexpr int kStatusPx = 24;
 // Share of the row a bubble may take.
@@ -463,11 +465,20 @@ QWidget *MessageItemProvider::createItem(ListView *listView, const QString &type
     // Round video note.
     QWidget *mask = box(multi, "msg_video_note_mask");
     mask->setFixedSize(kVideoNotePx, kVideoNotePx);
-    QLabel *surface = label(mask, "msg_video_note_play_surface", kBodyPx);
-    surface->setGeometry(0, 0, kVideoNotePx, kVideoNotePx);
-    surface->setScaledContents(true);
-    box(mask, "msg_video_note_ring_track")->setGeometry(0, 0, kVideoNotePx, kVideoNotePx);
-    box(mask, "msg_video_note_ring")->setGeometry(0, 0, kVideoNotePx, kVideoNotePx);
+    // The circle, the ring's track round it and the played share over that.
+    auto *surface = new VideoNoteCircle(mask);
+    surface->setObjectName(QStringLiteral("msg_video_note_play_surface"));
+    surface->setGeometry(kVideoNoteRingPx + 2, kVideoNoteRingPx + 2,
+                         kVideoNotePx - 2 * (kVideoNoteRingPx + 2),
+                         kVideoNotePx - 2 * (kVideoNoteRingPx + 2));
+    for (const char *name : {"msg_video_note_ring_track", "msg_video_note_ring"}) {
+        const bool track = qstrcmp(name, "msg_video_note_ring_track") == 0;
+        auto *ring = new VideoNoteRing(
+            track ? VideoNoteRing::Kind::Track : VideoNoteRing::Kind::Progress, mask);
+        ring->setObjectName(QLatin1String(name));
+        ring->setPenWidth(kVideoNoteRingPx);
+        ring->setGeometry(0, 0, kVideoNotePx, kVideoNotePx);
+    }
     col->addWidget(mask);
 
     // File and voice rows share one shape: icon, name or title, size or
@@ -710,12 +721,32 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
             child<QLabel>(item, "msg_video_dur")
                 ->setText(format_duration_mmss(id64(data, "media_duration")));
         } else {
-            auto *surface = child<QLabel>(item, "msg_video_note_play_surface");
-            QPixmap round = roundPixmap(picture, kVideoNotePx);
-            if (round.isNull())
-                round = roundPlaceholder(pal.chip, kVideoNotePx);
-            surface->setPixmap(round);
+            // The playing note shows its frames; the others their thumbnail.
+            const qint64 id = id64(data, "id");
+            const bool playing =
+                listView && id > 0 &&
+                listView->property("video_note_playing_message_id").toLongLong() == id;
+            auto *surface = child<VideoNoteCircle>(item, "msg_video_note_play_surface");
+            surface->setPlaceholderColor(pal.chip);
+            const QString source =
+                picture.isEmpty() ? QStringLiteral("placeholder:") + pal.chip.name() : picture;
+            if (!playing && surface->source() != source) {
+                QImage image = picture.isEmpty() ? QImage() : QImage(picture);
+                if (image.isNull())
+                    image = roundPlaceholder(pal.chip, kVideoNotePx).toImage();
+                surface->setImage(image);
+                surface->setSource(source);
+            }
             surface->setProperty("image_path", picture);
+            auto *track = child<VideoNoteRing>(item, "msg_video_note_ring_track");
+            auto *ring = child<VideoNoteRing>(item, "msg_video_note_ring");
+            track->setColor(playing ? pal.chip : Qt::transparent);
+            ring->setColor(pal.accent);
+            const qint64 dur =
+                playing ? listView->property("video_note_play_dur_ms").toLongLong() : 0;
+            const qint64 pos =
+                playing ? listView->property("video_note_play_pos_ms").toLongLong() : 0;
+            ring->setProgress(dur > 0 ? qreal(pos) / qreal(dur) : 0);
         }
     }
 
@@ -1007,6 +1038,25 @@ void MessageItemProvider::onVoiceRowLayoutFrameChanged(const QRectF &frame)
         item = item->parentWidget();
     if (item && frame.width() > 0)
         updateVoiceProgress(item);
+}
+
+bool MessageItemProvider::showVideoNoteFrame(QWidget *item, qint64 messageId, const QImage &frame,
+                                             qreal progress)
+{
+    if (!item || item->property("message_id").toLongLong() != messageId)
+        return false;
+    auto *surface =
+        item->findChild<VideoNoteCircle *>(QStringLiteral("msg_video_note_play_surface"));
+    auto *ring = item->findChild<VideoNoteRing *>(QStringLiteral("msg_video_note_ring"));
+    if (!surface || !surface->isVisible())
+        return false;
+    if (!frame.isNull()) {
+        surface->setImage(frame);
+        surface->setSource(QStringLiteral("frame"));
+    }
+    if (ring)
+        ring->setProgress(progress);
+    return true;
 }
 
 void MessageItemProvider::watchList(ListView *listView)

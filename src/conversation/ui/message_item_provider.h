@@ -3,6 +3,7 @@
 #include "platform/ui/list_view.h"
 
 #include <QElapsedTimer>
+#include <QImage>
 #include <QObject>
 #include <QPointer>
 #include <QRectF>
@@ -34,6 +35,10 @@ public:
 
     // Widths of text and bubble for the item's current row width.
     void applyMessageWrap(QWidget *item);
+    // The playing video note's newest picture (null: keep the last) and
+    // played share, drawn into its row; false when item does not show that
+    // message's circle.
+    bool showVideoNoteFrame(QWidget *item, qint64 messageId, const QImage &frame, qreal progress);
 
 public Q_SLOTS:
     // Progress bar of a voice row after its frame changed.

@@ -16,6 +16,8 @@
 #include "media/audio_libs.h"
 #include "media/media_downloads.h"
 #include "media/media_services.h"
+#include "media/video_note_player.h"
+#include "media/video_note_recorder.h"
 #include "media/voice_player.h"
 #include "media/voice_recorder.h"
 #include "platform/app_lifecycle.h"
@@ -145,6 +147,10 @@ UiTdlibSpike::UiTdlibSpike(const QString &appDir, const QStringList &environment
     m_voicePlayer = new VoicePlayer(
         *m_opus, m_downloads, m_folders.dataDir + QStringLiteral("/cache"), media, nullptr, this);
     m_voiceRecorder = new VoiceRecorder(*m_opus, *m_openal, m_folders.dataDir, media, this);
+    m_videoNoteRecorder = new VideoNoteRecorder(
+        m_folders.dataDir, VideoNoteRecorder::cameraSourceFromEnvironment(m_environment), media,
+        this);
+    m_videoNotePlayer = new VideoNotePlayer(m_downloads, media, nullptr, this);
 
     m_chatItems = new ChatItemProvider(m_folders.dataDir + QStringLiteral("/ui-cache"), this);
     m_chatListView->setDataModel(m_chatRows);
@@ -197,6 +203,8 @@ UiTdlibSpike::~UiTdlibSpike()
     m_screens = nullptr;
     m_chatListView = nullptr;
     // The media objects hold references to the libraries.
+    delete m_videoNoteRecorder;
+    delete m_videoNotePlayer;
     delete m_voiceRecorder;
     delete m_voicePlayer;
     delete m_downloads;
@@ -497,6 +505,8 @@ void UiTdlibSpike::stopMedia()
     if (m_voiceRecorder->voiceRecording())
         m_voiceRecorder->stopVoiceRecording(false);
     m_voicePlayer->stopVoicePlayback();
+    m_videoNoteRecorder->stopVideoNoteCapture(false);
+    m_videoNotePlayer->stopVideoNotePlayback();
 }
 
 void UiTdlibSpike::onAppThumbnailed()

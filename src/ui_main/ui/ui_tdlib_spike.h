@@ -52,6 +52,10 @@ class OpenAlLib;
 class OpusLib;
 class VoicePlayer;
 class VoiceRecorder;
+class VideoNotePlayer;
+class VideoNoteRecorder;
+class VideoNoteRecordPreview;
+class QTimer;
 class PhoneWindow;
 class ToastOverlay;
 class Invoker;
@@ -112,6 +116,9 @@ public:
     MediaDownloads *mediaDownloads() const { return m_downloads; }
     VoicePlayer *voicePlayer() const { return m_voicePlayer; }
     VoiceRecorder *voiceRecorder() const { return m_voiceRecorder; }
+    VideoNoteRecorder *videoNoteRecorder() const { return m_videoNoteRecorder; }
+    VideoNotePlayer *videoNotePlayer() const { return m_videoNotePlayer; }
+    VideoNoteRecordPreview *videoNotePreview() const { return m_videoNotePreview; }
     Links *links() const { return m_links; }
     MessageNotifier *messageNotifier() const { return m_notifier; }
     DesktopNotifications *desktopNotifications() const { return m_notifications; }
@@ -172,6 +179,13 @@ public Q_SLOTS:
     // The files cache: measuring, and clearing after the user confirms it.
     void onRecalculateCache();
     void onClearCacheRequested();
+    // Video notes: capture from the action button, inline playback in the
+    // row; the overlay tick keeps the playing row's ring moving and stops
+    // the note when its row leaves the screen.
+    bool startVideoNoteCapture();
+    void stopVideoNoteCapture(bool send);
+    void startVideoNotePlayback(qint64 fileId, const QString &path, qint64 messageId);
+    void onVideoNoteOverlayTick();
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -226,7 +240,11 @@ private:
     void updateChatInfoFromModel();
     // The hold-to-record action button and its panel.
     void connectVoiceRecording();
+    void connectVideoNotes();
     void updateVoiceRecordPanel();
+    void placeVideoNotePreview();
+    // The playing note's row on screen, or null.
+    QWidget *videoNoteRowItem() const;
     // UI_AUTO_OPEN_CHAT_ID / UI_AUTO_OPEN_FIRST_CHAT from the env files open
     // that chat once, when the chat list has arrived.
     void tryAutoOpenChat();
@@ -269,6 +287,12 @@ private:
     MediaDownloads *m_downloads = nullptr;
     VoicePlayer *m_voicePlayer = nullptr;
     VoiceRecorder *m_voiceRecorder = nullptr;
+    VideoNoteRecorder *m_videoNoteRecorder = nullptr;
+    VideoNotePlayer *m_videoNotePlayer = nullptr;
+    VideoNoteRecordPreview *m_videoNotePreview = nullptr; // owned by the chat screen
+    QTimer *m_videoNoteOverlayTimer = nullptr;
+    // The microphone's last level while a video note records (0..1).
+    qreal m_videoNoteLevel = 0;
     Links *m_links = nullptr;
     DesktopNotifications *m_notifications = nullptr;
     MessageNotifier *m_notifier = nullptr;

@@ -20,7 +20,10 @@
 #include "conversation/voice_record_gesture.h"
 #include "events/event_dispatcher.h"
 #include "media/media_downloads.h"
+#include "media/ui/video_note_widgets.h"
 #include "media/ui/video_view.h"
+#include "media/video_note_player.h"
+#include "media/video_note_recorder.h"
 #include "media/voice_player.h"
 #include "media/voice_recorder.h"
 #include "platform/array_data_model.h"
@@ -61,6 +64,11 @@ void UiTdlibSpike::buildConversation()
     m_chatScreen->setMessageListView(m_messageListView);
     m_downloads->setListView(m_messageListView);
     m_voicePlayer->setListView(m_messageListView);
+    m_videoNotePlayer->setListView(m_messageListView);
+    m_videoNotePreview = new VideoNoteRecordPreview(m_chatScreen);
+    m_videoNotePreview->hide();
+    m_videoNoteOverlayTimer = new QTimer(this);
+    m_videoNoteOverlayTimer->setInterval(40);
     m_filePicker = new FilePicker(m_window->screenHost());
     m_clipboard = std::make_shared<SystemClipboard>();
     m_actions = new MessageActions(
@@ -190,6 +198,8 @@ void UiTdlibSpike::connectConversation()
         m_downloads->onPendingFileDownloaded(fileId, path, QString());
         if (m_voicePlayer->pendingFileId() == fileId && QFileInfo(path).isFile())
             m_voicePlayer->startVoicePlayback(fileId, path);
+        if (m_videoNotePlayer->pendingFileId() == fileId && QFileInfo(path).isFile())
+            startVideoNotePlayback(fileId, path, m_videoNotePlayer->pendingMessageId());
     });
 
     // Media rows redraw when their download or playback state changes.
@@ -262,6 +272,7 @@ void UiTdlibSpike::connectConversation()
     connectChatActions();
     connectPinnedAndSearch();
     connectVoiceRecording();
+    connectVideoNotes();
     // The chat list is complete (and sign-in done, or the app back in front):
     // the moment to open a chat asked for from outside.
     connect(m_dispatcher, &EventDispatcher::hubOpenRequestCheckRequested, this,
@@ -577,9 +588,8 @@ void UiTdlibSpike::connectVoiceRecording()
 {
     VoiceRecordGesture::Hooks hooks;
     hooks.voiceRecording = [this] { return m_voiceRecorder->voiceRecording(); };
-    // Video notes are recorded by the camera code, which is not there yet.
-    hooks.videoRecording = [] { return false; };
-    hooks.videoCaptureStarted = [] { return false; };
+    hooks.videoRecording = [this] { return m_videoNoteRecorder->isRecording(); };
+    hooks.videoCaptureStarted = [this] { return m_videoNoteRecorder->captureStarted(); };
     hooks.editing = [this] { return m_composer->editingMessageId() != 0; };
     hooks.composerEmpty = [this] { return m_composer->text().trimmed().isEmpty(); };
     hooks.videoNoteMode = [this] { return m_composer->isVideoNoteMode(); };
@@ -589,12 +599,9 @@ void UiTdlibSpike::connectVoiceRecording()
         m_voiceRecorder->startVoiceRecording();
         return m_voiceRecorder->voiceRecording();
     };
-    hooks.startVideo = [this] {
-        m_toaster->showToast(QStringLiteral("Video notes are not available yet"));
-        return false;
-    };
+    hooks.startVideo = [this] { return startVideoNoteCapture(); };
     hooks.stopVoice = [this](bool send) { m_voiceRecorder->stopVoiceRecording(send); };
-    hooks.stopVideo = [](bool) {};
+    hooks.stopVideo = [this](bool send) { stopVideoNoteCapture(send); };
     hooks.toggleVideoNoteMode = [this] { m_composer->toggleComposerVideoNoteMode(); };
     hooks.sendMessage = [this] { m_composer->onSendMessage(); };
     m_voiceGesture = new VoiceRecordGesture(hooks, m_uiScale, this);
@@ -623,18 +630,144 @@ void UiTdlibSpike::updateVoiceRecordPanel()
 {
     const bool recording = m_voiceRecorder->voiceRecording();
     const bool locked = m_voiceGesture->locked();
-    const QString text = voice_record_panel_text(recording, false, false, locked);
+    const QString text = voice_record_panel_text(recording, m_videoNoteRecorder->isRecording(),
+                                                 m_videoNoteRecorder->captureStarted(), locked);
     m_chatScreen->setRecordPanel(text, !text.isEmpty(), locked);
+}
+
+bool UiTdlibSpike::startVideoNoteCapture()
+{
+    // The camera's sound would be drowned by a note playing meanwhile.
+    m_videoNotePlayer->stopVideoNotePlayback();
+    m_voicePlayer->stopVoicePlayback();
+    m_videoNoteRecorder->setChatId(m_session->chatId());
+    m_videoNoteRecorder->setReplyToMessageId(m_composer->replyToMessageId());
+    return m_videoNoteRecorder->startVideoNoteCapture();
+}
+
+void UiTdlibSpike::stopVideoNoteCapture(bool send)
+{
+    m_videoNoteRecorder->stopVideoNoteCapture(send);
+}
+
+void UiTdlibSpike::connectVideoNotes()
+{
+    // Recording: the composer is blocked, the panel says what happens and
+    // the round preview shows the camera over the chat.
+    connect(m_videoNoteRecorder, &VideoNoteRecorder::recordingChanged, this,
+            [this](bool recording) {
+                if (recording)
+                    m_chatScreen->setComposerText(QString());
+                m_chatScreen->setComposerReadOnly(recording);
+                m_composer->setVideoNoteRecording(recording);
+                m_videoNotePreview->clear();
+                m_videoNotePreview->setVisible(recording);
+                if (recording) {
+                    placeVideoNotePreview();
+                    m_videoNotePreview->raise();
+                }
+                updateVoiceRecordPanel();
+            });
+    connect(m_videoNoteRecorder, &VideoNoteRecorder::captureStartedChanged, this,
+            &UiTdlibSpike::updateVoiceRecordPanel);
+    connect(m_videoNoteRecorder, &VideoNoteRecorder::previewFrame, this, [this](const QImage &f) {
+        const qint64 ms = m_videoNoteRecorder->elapsedMs();
+        // Placed again with each picture: the window may have changed size.
+        placeVideoNotePreview();
+        m_videoNotePreview->setFrame(f);
+        m_videoNotePreview->setElapsed(ms, VideoNoteRecorder::kMaxSeconds * 1000);
+        m_chatScreen->setRecordProgress(int(ms / 1000), m_videoNoteLevel);
+    });
+    connect(m_videoNoteRecorder, &VideoNoteRecorder::inputLevelChanged, this,
+            [this](qreal level) { m_videoNoteLevel = level; });
+    connect(m_videoNoteRecorder, &VideoNoteRecorder::gestureResetRequested, m_voiceGesture,
+            &VoiceRecordGesture::reset);
+    connect(m_videoNoteRecorder, &VideoNoteRecorder::replyTargetConsumed, m_composer,
+            &Composer::clearReply);
+
+    // Playback in the row: a tap plays or pauses; one note or voice note at
+    // a time.
+    connect(m_messageItems, &MessageItemProvider::videoNoteTapped, this,
+            [this](QWidget *, const QString &path, qint64 fileId, qint64 messageId) {
+                m_videoNotePlayer->onVideoNoteTapped(path, fileId, messageId);
+            });
+    connect(m_voicePlayer, &VoicePlayer::videoNotePlaybackStopRequested, m_videoNotePlayer,
+            &VideoNotePlayer::stopVideoNotePlayback);
+    connect(m_videoNotePlayer, &VideoNotePlayer::voicePlaybackStopRequested, m_voicePlayer,
+            &VoicePlayer::stopVoicePlayback);
+    connect(m_videoNotePlayer, &VideoNotePlayer::mediaRowsNeedRefresh, m_messages,
+            [this](long long fileId) { m_messages->touchMessageRowsForMediaFileId(fileId); });
+    connect(m_videoNotePlayer, &VideoNotePlayer::frameReady, this, [this](const QImage &frame) {
+        m_messageItems->showVideoNoteFrame(videoNoteRowItem(),
+                                           m_videoNotePlayer->playingMessageId(), frame,
+                                           m_videoNotePlayer->progress());
+    });
+    connect(m_videoNotePlayer, &VideoNotePlayer::playingChanged, this, [this](bool playing) {
+        if (playing)
+            m_videoNoteOverlayTimer->start();
+        else
+            m_videoNoteOverlayTimer->stop();
+    });
+    connect(m_videoNoteOverlayTimer, &QTimer::timeout, this, &UiTdlibSpike::onVideoNoteOverlayTick);
+}
+
+void UiTdlibSpike::placeVideoNotePreview()
+{
+    if (!m_videoNotePreview || !m_videoNotePreview->isVisible())
+        return;
+    const int w = m_chatScreen->width();
+    const int h = m_chatScreen->height();
+    m_videoNotePreview->setDiameter(qMin(w * 3 / 5, h / 2));
+    m_videoNotePreview->move((w - m_videoNotePreview->width()) / 2,
+                             qMax(0, (h - m_videoNotePreview->height()) * 2 / 5));
+}
+
+void UiTdlibSpike::startVideoNotePlayback(qint64 fileId, const QString &path, qint64 messageId)
+{
+    m_videoNotePlayer->startVideoNotePlayback(fileId, path, messageId);
+}
+
+QWidget *UiTdlibSpike::videoNoteRowItem() const
+{
+    const qint64 id = m_videoNotePlayer->playingMessageId();
+    const int row = id > 0 ? m_messages->findMessageIndexById(id) : -1;
+    QWidget *item = row >= 0 ? m_messageListView->itemWidget(row) : nullptr;
+    if (!item || !item->isVisible())
+        return nullptr;
+    // On screen means some of the circle is inside the viewport.
+    auto *mask = item->findChild<QWidget *>(QStringLiteral("msg_video_note_mask"));
+    if (!mask || !mask->isVisible())
+        return nullptr;
+    const QRect circle(mask->mapTo(m_messageListView->viewport(), QPoint(0, 0)), mask->size());
+    return circle.intersects(m_messageListView->viewport()->rect()) ? item : nullptr;
+}
+
+void UiTdlibSpike::onVideoNoteOverlayTick()
+{
+    if (m_videoNotePlayer->playingMessageId() < 1) {
+        m_videoNoteOverlayTimer->stop();
+        return;
+    }
+    QWidget *item = videoNoteRowItem();
+    if (!item || !m_screens || m_screens->currentScreen() != ShellScreens::Screen::Conversation) {
+        appendLog(QStringLiteral("video_note: row left the screen\n"));
+        m_videoNotePlayer->stopVideoNotePlayback();
+        return;
+    }
+    m_messageItems->showVideoNoteFrame(item, m_videoNotePlayer->playingMessageId(), QImage(),
+                                       m_videoNotePlayer->progress());
 }
 
 void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVariantMap &chatRow)
 {
     // Whatever played or downloaded for the chat being left stops with it.
     m_voicePlayer->stopVoicePlayback();
+    m_videoNotePlayer->stopVideoNotePlayback();
     m_downloads->setFilePendingFileId(0);
     // The media framework starts in the background once, after the chat is
     // drawn, so that the first tap on a voice note plays at once.
     QTimer::singleShot(500, m_voicePlayer, &VoicePlayer::prepare);
+    QTimer::singleShot(600, m_videoNotePlayer, &VideoNotePlayer::prepare);
 
     const QString avatarPath = chatRow.value(QStringLiteral("avatar_path")).toString();
     m_chatScreen->setTitle(title);
@@ -653,6 +786,8 @@ void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVari
 void UiTdlibSpike::onChatClosed()
 {
     m_voicePlayer->stopVoicePlayback();
+    m_videoNotePlayer->stopVideoNotePlayback();
+    m_videoNoteRecorder->stopVideoNoteCapture(false);
     m_dispatcher->setCurrentChat(0, QString());
     if (m_screens)
         m_screens->showMainScreen();
