@@ -140,7 +140,6 @@ VideoNoteRecorder::VideoNoteRecorder(const QString &dataDir, const QString &came
     m_limitTimer.setInterval(kMaxSeconds * 1000);
     connect(&m_limitTimer, &QTimer::timeout, this, [this] {
         m_services.log(QStringLiteral("video_note: length limit reached\n"));
-        Q_EMIT limitReached();
         stopVideoNoteCapture(true);
     });
     m_eosTimer.setSingleShot(true);

@@ -79,8 +79,6 @@ Q_SIGNALS:
     void inputLevelChanged(qreal level);
     // One more picture was encoded (streaming thread time, for measurements).
     void frameEncoded(qint64 frames);
-    // The length limit was reached; the note is being sent.
-    void limitReached();
     // The note went to the backend (path of the file as sent).
     void sent(const QString &path, bool asFile);
     void gestureResetRequested();

@@ -1,6 +1,7 @@
 #include "backend_link/app_log.h"
 #include "backend_link/backend_link.h"
 #include "backend_link/event_intake.h"
+#include "chats/chat_filter.h"
 #include "chats/chat_list_model.h"
 #include "common/audio.h"
 #include "common/recording_commands.h"
@@ -10,10 +11,16 @@
 #include "conversation/composer.h"
 #include "conversation/message_actions.h"
 #include "conversation/message_row_model.h"
+#include "conversation/message_search.h"
+#include "conversation/pinned_messages.h"
 #include "conversation/ui/chat_screen.h"
 #include "conversation/ui/message_item_provider.h"
+#include "conversation/voice_record_gesture.h"
 #include "events/event_dispatcher.h"
 #include "media/media_downloads.h"
+#include "media/ui/video_note_widgets.h"
+#include "media/video_note_player.h"
+#include "media/video_note_recorder.h"
 #include "media/voice_player.h"
 #include "media/voice_recorder.h"
 #include "platform/app_lifecycle.h"
@@ -24,6 +31,7 @@
 #include "platform/ui/phone_window.h"
 #include "platform/ui/system_dialogs.h"
 #include "platform/ui/toast_overlay.h"
+#include "shell/files_cache.h"
 #include "shell/links.h"
 #include "shell/message_notifier.h"
 #include "shell/ui/screens.h"
@@ -506,18 +514,44 @@ void TestController::everySignalHasAReceiver()
         // the list.
         "ListView::atEndChanged", "ListView::atBeginningChanged",
         "ListView::firstVisibleItemChanged", "ListView::triggered"};
+    // Reports for the benchmark and the recorder's own tests; the user sees
+    // the recording end through recordingChanged.
+    const QSet<QString> forMeasurement = {"VideoNoteRecorder::frameEncoded",
+                                          "VideoNoteRecorder::sent"};
     makeController();
-    const QList<QObject *> parts = {m_spike->backendLink(),     m_spike->eventIntake(),
-                                    m_spike->appLog(),          m_spike->dispatcher(),
-                                    m_spike->chatList(),        m_spike->lifecycle(),
-                                    m_spike->mediaDownloads(),  m_spike->voicePlayer(),
-                                    m_spike->voiceRecorder(),   m_spike->screens(),
-                                    m_spike->chatListView(),    m_spike->updateChecker(),
-                                    m_spike->chatSession(),     m_spike->composer(),
-                                    m_spike->messages(),        m_spike->messageItems(),
-                                    m_spike->filePicker(),      m_spike->messageActions(),
-                                    m_spike->chatActions(),     m_spike->links(),
-                                    m_spike->messageNotifier(), m_spike->desktopNotifications()};
+    const QList<QObject *> parts = {m_spike->backendLink(),
+                                    m_spike->eventIntake(),
+                                    m_spike->appLog(),
+                                    m_spike->dispatcher(),
+                                    m_spike->chatList(),
+                                    m_spike->lifecycle(),
+                                    m_spike->mediaDownloads(),
+                                    m_spike->voicePlayer(),
+                                    m_spike->voiceRecorder(),
+                                    m_spike->screens(),
+                                    m_spike->chatListView(),
+                                    m_spike->updateChecker(),
+                                    m_spike->chatSession(),
+                                    m_spike->composer(),
+                                    m_spike->messages(),
+                                    m_spike->messageItems(),
+                                    m_spike->filePicker(),
+                                    m_spike->messageActions(),
+                                    m_spike->chatActions(),
+                                    m_spike->links(),
+                                    m_spike->messageNotifier(),
+                                    m_spike->desktopNotifications(),
+                                    m_spike->chatScreen(),
+                                    m_spike->messageListView(),
+                                    m_spike->pinnedMessages(),
+                                    m_spike->pinnedListView(),
+                                    m_spike->messageSearch(),
+                                    m_spike->voiceGesture(),
+                                    m_spike->videoNoteRecorder(),
+                                    m_spike->videoNotePlayer(),
+                                    m_spike->videoNotePreview(),
+                                    m_spike->chatFilter(),
+                                    m_spike->filesCache()};
     QObjectList subsystems = parts;
     for (QWidget *w : m_spike->screens()->findChildren<QWidget *>())
         if (!QByteArray(w->metaObject()->className()).startsWith('Q'))
@@ -533,7 +567,7 @@ void TestController::everySignalHasAReceiver()
             const QString name = QStringLiteral("%1::%2").arg(mo->className(), m.name());
             const QByteArray signature = QByteArray::number(QSIGNAL_CODE) + m.methodSignature();
             const int count = (o->*&ReceiverCount::receivers)(signature.constData());
-            if (count == 0 && !later.contains(name))
+            if (count == 0 && !later.contains(name) && !forMeasurement.contains(name))
                 unheard << name;
             if (later.contains(name))
                 (count > 0 ? heardLater : unheardLater) << name;
