@@ -429,22 +429,15 @@ private Q_SLOTS:
         };
         row("no arguments", "", "usage: vexa-opus");
         row("decode missing input", "decode @none @out", "opus: cannot open input");
-        row("encode an Ogg file", "encode @ogg @out", "wav: not a RIFF/WAVE file");
         row("encode 44.1 kHz", "encode @wav44 @out", "wav: unsupported sample rate 44100");
-        row("encode into a folder", "encode @wav @dir", "ogg: cannot open output");
     }
     void toolReportsErrors()
     {
         QFETCH(QStringList, args);
         QFETCH(QString, message);
-        QString error;
-        QVERIFY(write_tone_wav(path("e.wav"), 300, 0.5, 16000, 1));
         QVERIFY(write_tone_wav(path("e44.wav"), 300, 0.5, 44100, 1));
-        QVERIFY(encode_wav_to_voice_ogg(m_opus, path("e.wav"), path("e.ogg"), &error));
-        QVERIFY(QDir(m_dir.path()).mkpath(QStringLiteral("edir")));
-        const QHash<QString, QString> files = {{"@wav", "e.wav"},    {"@wav44", "e44.wav"},
-                                               {"@ogg", "e.ogg"},    {"@dir", "edir"},
-                                               {"@none", "no-such"}, {"@out", "e-out"}};
+        const QHash<QString, QString> files = {
+            {"@wav44", "e44.wav"}, {"@none", "no-such"}, {"@out", "e-out"}};
         for (QString &a : args)
             if (files.contains(a))
                 a = path(files.value(a));
