@@ -537,8 +537,9 @@ private Q_SLOTS:
         QCOMPARE(p.finish(), 0);
     }
 
-    // Without anything asked, people write, come and go, rename their groups
-    // and call; the burst makes a seeded stretch of that life happen at once.
+    // Without anything asked, people write, rename their groups and call; the
+    // burst makes a seeded stretch of that life happen at once. (Messages
+    // reaching the list: test_demo_session.)
     void worldActivity()
     {
         const QString root = freshRoot();
@@ -549,10 +550,7 @@ private Q_SLOTS:
             p.setEnv(QStringLiteral("DEMO_LIFE_BURST"), QStringLiteral("300"));
             QVERIFY(p.start() && p.signIn());
             const QList<QJsonObject> life = p.between(0, p.settle());
-            QJsonObject incoming;
-            for (const QJsonObject &e : ofType(life, "message_new"))
-                incoming = flag(e, "outgoing") ? incoming : e;
-            QVERIFY(!incoming.isEmpty());
+            QVERIFY(hasType(life, "message_new"));
             // A call rings with its signalling and ends unanswered.
             const qint64 callId = ev_i64(ofType(life, "call_update").value(0), "call_id");
             QStringList states;
@@ -566,10 +564,6 @@ private Q_SLOTS:
             renamed = ev_i64(titles.last(), "chat_id");
             for (const QJsonObject &e : titles)
                 lastTitle = ev_i64(e, "chat_id") == renamed ? str(e, "title") : lastTitle;
-            // The message went into the account.
-            const QByteArray chatId = num(ev_i64(incoming, "chat_id"));
-            QVERIFY(!findBy(p.history("history " + chatId + " 30"), "id", ev_i64(incoming, "id"))
-                         .isEmpty());
             QCOMPARE(p.finish(), 0);
         }
         DemoProcess again(root);
