@@ -96,17 +96,16 @@ inline bool read_wav(const QString &path, Wav &wav)
     return false;
 }
 
-// The strongest frequency between lo and hi Hz (1 Hz steps, Goertzel) in up
-// to one second from the middle of a mono signal; short gaps and noise do
+// The strongest frequency between 100 and 4000 Hz (1 Hz steps, Goertzel) in
+// up to one second from the middle of a mono signal; short gaps and noise do
 // not throw it off.
-inline double dominant_frequency(const QVector<qint16> &s, int rate, double lo = 100,
-                                 double hi = 4000)
+inline double dominant_frequency(const QVector<qint16> &s, int rate)
 {
     const int count = qMin(s.size(), rate);
     const int from = (s.size() - count) / 2;
     double best = 0;
     double bestPower = -1;
-    for (double f = lo; f <= hi; f += 1.0) {
+    for (double f = 100; f <= 4000; f += 1.0) {
         const double c = 2.0 * std::cos(2.0 * M_PI * f / rate);
         double s1 = 0;
         double s2 = 0;
@@ -227,12 +226,12 @@ inline QByteArray tags_page()
 }
 
 // All packets on one last page.
-inline QByteArray audio_page(const QList<QByteArray> &packets, quint32 sequence, int type = 4)
+inline QByteArray audio_page(const QList<QByteArray> &packets, quint32 sequence)
 {
     QByteArray lacing;
     for (const QByteArray &p : packets)
         lacing += lacing_for(p.size());
-    return raw_page(type, lacing, packets.join(), sequence, packets.size() * 960);
+    return raw_page(4, lacing, packets.join(), sequence, packets.size() * 960);
 }
 
 struct RunResult

@@ -6,15 +6,12 @@
 
 #include "common/test_util.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QProcessEnvironment>
-#include <QTemporaryDir>
 
 #include <functional>
 
@@ -35,6 +32,7 @@ inline bool flag(const QJsonObject &e, const char *key)
 {
     return e.value(QLatin1String(key)).toBool();
 }
+// Ids come as strings or numbers.
 inline qint64 ev_i64(const QJsonObject &e, const char *key)
 {
     const QJsonValue v = e.value(QLatin1String(key));
@@ -44,9 +42,9 @@ inline QString ev_type(const QJsonObject &e)
 {
     return str(e, "type");
 }
-inline EventMatch typed(const QString &type)
+inline EventMatch typed(const char *type)
 {
-    return [type](const QJsonObject &e) { return ev_type(e) == type; };
+    return [type](const QJsonObject &e) { return ev_type(e) == QLatin1String(type); };
 }
 inline QJsonObject td_error_json(const QJsonObject &e)
 {
@@ -89,10 +87,8 @@ public:
     explicit DemoProcess(const QString &root) : m_root(root) {}
     ~DemoProcess()
     {
-        if (m_proc.state() != QProcess::NotRunning) {
-            m_proc.kill();
-            m_proc.waitForFinished(3000);
-        }
+        m_proc.kill();
+        m_proc.waitForFinished(3000);
     }
 
     QString dbDir() const { return m_root + QStringLiteral("/tdlib-db"); }
@@ -104,12 +100,10 @@ public:
     QList<QJsonObject> between(int from, int to) const { return m_events.mid(from, to - from); }
     int badLines() const { return m_badLines; }
     int mark() const { return m_events.size(); }
-
-    void setEnv(const QString &key, const QString &value) { m_extraEnv.insert(key, value); }
-    // Starts without any path in the environment, in the given folder, the
-    // way a user starts the backend by hand; root must then be the data
-    // folder the backend picks.
-    void useDefaultFolders(const QString &workingDir) { m_workingDir = workingDir; }
+    void setEnv(const QString &key, const QString &value) { m_env.insert(key, value); }
+    // Starts with no path in the environment, in the given folder, the way a
+    // user starts the backend by hand; root must be the folder it picks.
+    void useDefaultFolders(const QString &workingDir) { m_proc.setWorkingDirectory(workingDir); }
 
     bool start(const QStringList &args = {})
     {
@@ -117,23 +111,20 @@ public:
         for (const char *key : {"TDLIB_DB_DIR", "TDLIB_FILES_DIR", "BACKEND_EVENTS_FILE",
                                 "TDLIB_LOG_FILE", "VEXA_DATA_DIR", "XDG_DATA_HOME"})
             env.remove(QLatin1String(key));
-        if (m_workingDir.isEmpty()) {
+        if (m_proc.workingDirectory().isEmpty()) {
             env.insert(QStringLiteral("TDLIB_DB_DIR"), dbDir());
             env.insert(QStringLiteral("TDLIB_FILES_DIR"), filesDir());
             env.insert(QStringLiteral("BACKEND_EVENTS_FILE"), eventsPath());
             env.insert(QStringLiteral("TDLIB_LOG_FILE"), logPath());
-        } else {
-            m_proc.setWorkingDirectory(m_workingDir);
         }
         env.insert(QStringLiteral("TDLIB_LOG_VERBOSITY"), QStringLiteral("2"));
         env.insert(QStringLiteral("TG_AUTO_SEND_PHONE"), QStringLiteral("0"));
         env.insert(QStringLiteral("DEMO_SPEED"), QStringLiteral("0"));
         env.insert(QStringLiteral("DEMO_SEED"), QStringLiteral("7"));
-        for (auto it = m_extraEnv.cbegin(); it != m_extraEnv.cend(); ++it)
+        for (auto it = m_env.cbegin(); it != m_env.cend(); ++it)
             env.insert(it.key(), it.value());
         m_proc.setProcessEnvironment(env);
-        // Like the user interface, skip what an earlier run wrote.
-        m_offset = QFileInfo(eventsPath()).size();
+        m_offset = QFileInfo(eventsPath()).size(); // like the user interface, skip earlier runs
         m_proc.start(demo_backend_program(), args);
         return m_proc.waitForStarted(5000);
     }
@@ -166,11 +157,7 @@ public:
         return code;
     }
 
-    QByteArray standardOutput()
-    {
-        m_stdout += m_proc.readAllStandardOutput();
-        return m_stdout;
-    }
+    QByteArray standardOutput() { return m_stdout += m_proc.readAllStandardOutput(); }
 
     // Index of the first event at or after `from` that matches, or -1 after
     // the time-out.
@@ -187,7 +174,7 @@ public:
             timeoutMs);
         return found;
     }
-    int waitType(int from, const QString &type, int timeoutMs = 10000)
+    int waitType(int from, const char *type, int timeoutMs = 10000)
     {
         return waitFor(from, typed(type), timeoutMs);
     }
@@ -206,24 +193,22 @@ public:
         const int m = post(command);
         return between(m, qMax(m, settle()));
     }
-    // The first answer to a command that matches, or an empty object.
+    // The first answer to a command that matches (an event type or a
+    // predicate), or an empty object.
     QJsonObject ask(const QByteArray &command, const EventMatch &match, int timeoutMs = 10000)
     {
         return m_events.value(waitFor(post(command), match, timeoutMs));
     }
-    QJsonObject ask(const QByteArray &command, const QString &type, int timeoutMs = 10000)
+    QJsonObject ask(const QByteArray &command, const char *type)
     {
-        return ask(command, typed(type), timeoutMs);
+        return ask(command, typed(type));
     }
 
-    QList<QJsonObject> chats(int n)
-    {
-        return listing("chats " + num(n), "chat", QStringLiteral("chats_end"));
-    }
+    QList<QJsonObject> chats(int n) { return listing("chats " + num(n), "chat", "chats_end"); }
     // The messages of the next history batch, oldest first.
     QList<QJsonObject> history(const QByteArray &command, QJsonObject *end = nullptr)
     {
-        return listing(command, "message", QStringLiteral("history_end"), end);
+        return listing(command, "message", "history_end", end);
     }
 
     // Signs in with the password-free test number; the connection settling
@@ -241,17 +226,15 @@ public:
     }
 
 private:
-    // Reads complete new lines of the events file into the event list; a
-    // file made again is read from its start.
+    // Reads the complete new lines of the events file; a file made again is
+    // read from its start.
     void poll()
     {
         QFile f(eventsPath());
         if (!f.open(QIODevice::ReadOnly))
             return;
-        if (f.size() < m_offset) {
-            m_offset = 0;
-            m_partial.clear();
-        }
+        if (f.size() < m_offset)
+            m_offset = 0, m_partial.clear();
         f.seek(m_offset);
         const QByteArray bytes = f.readAll();
         m_offset += bytes.size();
@@ -266,7 +249,7 @@ private:
         }
     }
     // The events of one type between a command and the answer that ends it.
-    QList<QJsonObject> listing(const QByteArray &command, const char *item, const QString &endType,
+    QList<QJsonObject> listing(const QByteArray &command, const char *item, const char *endType,
                                QJsonObject *end = nullptr)
     {
         const int m = post(command);
@@ -278,8 +261,7 @@ private:
 
     QString m_root;
     QProcess m_proc;
-    QHash<QString, QString> m_extraEnv;
-    QString m_workingDir;
+    QHash<QString, QString> m_env;
     QByteArray m_stdout;
     qint64 m_offset = 0;
     QByteArray m_partial;
