@@ -12,6 +12,7 @@ PACKAGES=(
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-pulseaudio gstreamer1.0-alsa
   pulseaudio pulseaudio-utils opus-tools ffmpeg openssl dbus-daemon
   xvfb xauth x11-utils imagemagick fonts-dejavu-core fonts-noto-core fonts-noto-color-emoji fonts-noto-cjk
+  clang-14 libclang-rt-14-dev llvm-14
 )
 
 missing=()
