@@ -1,8 +1,9 @@
 // Event lines as the backend appends them to the events file, read by the
 // real intake (line assembly, the line cap, JSON) and handed to the
 // dispatcher, with the models the controller wires to it: the chat list,
-// avatars, the open chat's rows and session, composer, pinned messages, the
-// search in the loaded messages, downloads and links. As the controller does
+// avatars, the open chat's rows and session, composer, message actions (each
+// reaction chip is tapped afterwards), pinned messages, the search in the
+// loaded messages, downloads and links. As the controller does
 // when told to open the first chat, the first chat row that arrives is
 // opened, so later events meet an open conversation.
 //
@@ -16,6 +17,7 @@
 #include "chats/chat_list_model.h"
 #include "conversation/chat_session.h"
 #include "conversation/composer.h"
+#include "conversation/message_actions.h"
 #include "conversation/message_row_model.h"
 #include "conversation/message_search.h"
 #include "conversation/pinned_messages.h"
@@ -23,6 +25,7 @@
 #include "fuzz_common.h"
 #include "media/media_downloads.h"
 #include "platform/array_data_model.h"
+#include "platform/clipboard.h"
 #include "platform/invoker.h"
 #include "platform/toaster.h"
 #include "shell/links.h"
@@ -116,6 +119,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     auto *pinnedRows = new ArrayDataModel(&world);
     auto *pinned = new PinnedMessages(pinnedRows, &world);
     auto *search = new MessageSearch(messageRows, &world);
+    RecordingClipboard clipboard;
+    auto *actions = new MessageActions(
+        session, composer, &clipboard, chatInfo,
+        [dispatcher](qint64 userId) { return dispatcher->userDisplayName(userId); }, &world);
+    QObject::connect(actions, &MessageActions::sendLineRequested, &world, send);
 
     QObject::connect(session, &ChatSession::sendLineRequested, &world, send);
     QObject::connect(messages, &MessageRowModel::sendLineRequested, &world, send);
@@ -231,6 +239,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     });
 
     intake->onPoll();
+    // A tap on each reaction chip the events put under a message.
+    for (int i = 0; i < messageRows->size(); ++i) {
+        const QVariantMap row = messageRows->value(i);
+        const qint64 id = row.value(QStringLiteral("id")).toLongLong();
+        const QVariantList chips = row.value(QStringLiteral("reactions")).toList();
+        for (const QVariant &chip : chips)
+            actions->onReactionChipTapped(id,
+                                          chip.toMap().value(QStringLiteral("emoji")).toString());
+    }
 
     fuzz::check(intake->eventsPartialLineBytes() <= FileTail::kMaxLineBytes,
                 "events rest beyond the line cap");
