@@ -1,6 +1,7 @@
 #include "shell/update_checker.h"
 
 #include "backend_link/app_log.h"
+#include "backend_link/json_keys.h"
 #include "platform/toaster.h"
 
 #include <QDir>
@@ -55,6 +56,8 @@ qint64 manifest_number(const QVariant &value, qint64 max)
 
 bool parse_update_manifest(const QByteArray &body, UpdateManifest *manifest)
 {
+    if (json_repeats_key(body))
+        return false;
     QJsonParseError parseError{};
     const QJsonDocument doc = QJsonDocument::fromJson(body, &parseError);
     if (parseError.error != QJsonParseError::NoError)

@@ -55,7 +55,7 @@ struct UpdateManifest
     qint64 expectedSize = 0;
 };
 
-// The manifest body as JSON; false when it is not JSON.
+// The manifest body as JSON; false when it is not JSON or repeats a key.
 bool parse_update_manifest(const QByteArray &body, UpdateManifest *manifest);
 
 // The package's name in the downloads folder: the server's version text can
