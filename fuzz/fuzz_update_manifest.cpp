@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     fuzz::check(manifest.expectedSize >= 0 && manifest.expectedSize <= (qint64(1) << 53),
                 "size out of range");
 
-    const QString downloads = QStringLiteral("/tmp/fuzz-downloads/quillo");
+    const QString downloads = QStringLiteral("/downloads/quillo");
     const QString name = update_package_file_name(manifest.version, manifest.build);
     fuzz::check(!name.contains(QLatin1Char('/')) && !name.contains(QLatin1Char('\\')),
                 "package name holds a folder separator", name);
