@@ -13,6 +13,7 @@ PACKAGES=(
   gstreamer1.0-tools gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
   pulseaudio pulseaudio-utils opus-tools ffmpeg openssl dbus-daemon npm faketime
   xvfb xauth x11-utils imagemagick fonts-dejavu-core fonts-noto-core fonts-noto-color-emoji fonts-noto-cjk
+  clang-14 libclang-rt-14-dev llvm-14
 )
 
 missing=()

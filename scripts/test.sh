@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets up a fresh Debian 12 machine, builds, and runs every test:
 # the formatting check, the normal build's suite, and the suite again
-# under AddressSanitizer and UndefinedBehaviorSanitizer.
+# under AddressSanitizer and UndefinedBehaviorSanitizer, then a short run of
+# every fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -23,3 +24,6 @@ scripts/setup.sh build-asan -DVEXA_SANITIZE=ON -DVEXA_BUILD_BENCH=OFF -DCMAKE_BU
 export ASAN_OPTIONS=detect_leaks=0:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 ctest --test-dir build-asan --output-on-failure -j 2
+
+echo "== fuzz targets, 20 s each on their seed corpora"
+scripts/fuzz.sh 20

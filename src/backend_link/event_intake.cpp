@@ -1,6 +1,7 @@
 #include "backend_link/event_intake.h"
 
 #include "backend_link/app_log.h"
+#include "backend_link/json_keys.h"
 
 #include <QDir>
 #include <QFile>
@@ -236,6 +237,10 @@ void EventIntake::handleEventLine(const QByteArray &raw)
     const QByteArray line = raw.trimmed();
     if (line.isEmpty())
         return;
+    if (json_repeats_key(line)) {
+        m_log->appendLog(QStringLiteral("[event] repeated key\n"));
+        return;
+    }
     QJsonParseError error;
     QJsonDocument doc = QJsonDocument::fromJson(line, &error);
     if (error.error == QJsonParseError::IllegalUTF8String) {

@@ -77,6 +77,8 @@ public:
     qint64 eventsFileOffset() const { return m_events.offset(); }
     qint64 tdlibLogOffset() const { return m_tdlibLog.offset(); }
     QString outputLineBuffer() const { return m_outputLineBuffer; }
+    // The unterminated rest of the events file kept for the next read.
+    qint64 eventsPartialLineBytes() const { return m_events.partialLine().size(); }
 
 public Q_SLOTS:
     void onStdout();

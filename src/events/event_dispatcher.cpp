@@ -1,6 +1,7 @@
 #include "events/event_dispatcher.h"
 
 #include "backend_link/app_log.h"
+#include "backend_link/json_keys.h"
 #include "backend_link/text_cut.h"
 #include "chats/avatar_download_queue.h"
 #include "chats/avatars.h"
@@ -366,9 +367,11 @@ void EventDispatcher::onCodeInfo(const QVariantMap &e)
 
 void EventDispatcher::onTdError(const QVariantMap &e)
 {
-    QJsonParseError err;
-    const QJsonDocument doc = QJsonDocument::fromJson(str(e, "json").toUtf8(), &err);
-    if (err.error != QJsonParseError::NoError || !doc.isObject()) {
+    const QByteArray json = str(e, "json").toUtf8();
+    QJsonDocument doc;
+    if (!json_repeats_key(json))
+        doc = QJsonDocument::fromJson(json);
+    if (!doc.isObject()) {
         log(QStringLiteral("[event] td_error\n"));
         return;
     }

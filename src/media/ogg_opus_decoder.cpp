@@ -43,6 +43,7 @@ struct DecodeState
     int channels = 1;
     int preSkipLeft = 0;
     qint64 dataBytes = 0;
+    qint64 maxDataBytes = kMaxWavDataBytes;
     QVector<opus_int16> samples;
 };
 
@@ -93,6 +94,10 @@ bool handle_packet(DecodeState &st, const QByteArray &packet, QFile &out, QStrin
     const int keep = n - drop;
     if (keep > 0) {
         const qint64 bytes = qint64(keep) * st.channels * 2;
+        if (st.dataBytes + bytes > st.maxDataBytes) {
+            *error = QStringLiteral("opus: too long for a WAV file");
+            return false;
+        }
         const char *from =
             reinterpret_cast<const char *>(st.samples.constData() + drop * st.channels);
         if (out.write(from, bytes) != bytes) {
@@ -118,6 +123,11 @@ struct OggOpusToWav::Private
 };
 
 OggOpusToWav::OggOpusToWav(OpusLib &opus) : m_opus(opus), d(new Private) {}
+
+void OggOpusToWav::setMaxDataBytes(qint64 bytes)
+{
+    d->st.maxDataBytes = qBound<qint64>(0, bytes, kMaxWavDataBytes);
+}
 
 OggOpusToWav::~OggOpusToWav()
 {
@@ -157,7 +167,9 @@ bool OggOpusToWav::open(const QString &inputPath, const QString &outputPath, qin
     if (!d->out.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return fail(QStringLiteral("opus: cannot open output"), error);
     // A player that opens the file while it fills reads this header; the
-    // real size goes in when the decoding ends.
+    // real size goes in when the decoding ends. The last page's granule is
+    // the file's word, so what it reserves is bounded like the decoding.
+    expectedBytes = qMin(expectedBytes, d->st.maxDataBytes);
     const QByteArray header = expectedBytes > 0
                                   ? wav_header(1, quint32(qMin<qint64>(expectedBytes, 0x7fff0000)))
                                   : QByteArray(44, '\0');

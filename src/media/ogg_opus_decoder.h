@@ -10,6 +10,11 @@ class OpusLib;
 // that keeps a packet going beyond this is rejected instead of filling memory.
 constexpr int kMaxOggOpusPacketBytes = 1024 * 1024;
 
+// The most PCM a WAV header can describe (its sizes are 32-bit). A tiny Opus
+// packet decodes to 120 ms, so a crafted note of a few megabytes could
+// otherwise fill the disk and wrap the header's sizes.
+constexpr qint64 kMaxWavDataBytes = 0xFFFFFFFFLL - 36;
+
 // Converts an Ogg Opus file (one or two channels) into a 16-bit PCM WAV file
 // at 48 kHz, dropping the pre-skip. True when at least one sample was written;
 // otherwise error holds the reason. The output is not removed on failure.
@@ -22,6 +27,9 @@ class OggOpusToWav
 {
 public:
     explicit OggOpusToWav(OpusLib &opus);
+    // Decoding more PCM than this fails the file (kMaxWavDataBytes unless
+    // set); the reserved length is cut to it too.
+    void setMaxDataBytes(qint64 bytes);
     ~OggOpusToWav();
     OggOpusToWav(const OggOpusToWav &) = delete;
     OggOpusToWav &operator=(const OggOpusToWav &) = delete;

@@ -1,6 +1,7 @@
 #include "shell/update_checker.h"
 
 #include "backend_link/app_log.h"
+#include "backend_link/json_keys.h"
 #include "platform/toaster.h"
 
 #include <QDir>
@@ -52,6 +53,36 @@ qint64 manifest_number(const QVariant &value, qint64 max)
 }
 
 } // namespace
+
+bool parse_update_manifest(const QByteArray &body, UpdateManifest *manifest)
+{
+    if (json_repeats_key(body))
+        return false;
+    QJsonParseError parseError{};
+    const QJsonDocument doc = QJsonDocument::fromJson(body, &parseError);
+    if (parseError.error != QJsonParseError::NoError)
+        return false;
+    const QVariantMap map = doc.object().toVariantMap();
+    UpdateManifest m;
+    m.build = int(manifest_number(map.value(QStringLiteral("build_id")), INT_MAX));
+    m.version = map.value(QStringLiteral("version_number")).toString();
+    m.downloadUrl = map.value(QStringLiteral("download_url")).toString();
+    m.downloadUrlHttp = map.value(QStringLiteral("download_url_http")).toString();
+    m.checksum = map.value(QStringLiteral("sha256")).toString();
+    m.expectedSize = manifest_number(map.value(QStringLiteral("size_bytes")), qint64(1) << 53);
+    if (manifest)
+        *manifest = m;
+    return true;
+}
+
+QString update_package_file_name(const QString &version, int build)
+{
+    const QString v = version.trimmed();
+    // One arg() call: a "%2" in the version must stay text.
+    return QStringLiteral("Vexa_%1_build%2.bar")
+        .arg(v.isEmpty() ? QStringLiteral("update") : safe_file_name_part(v),
+             QString::number(build));
+}
 
 UpdateChecker::UpdateChecker(const UpdateCheckerConfig &config, Toaster *toaster, AppLog *log,
                              QObject *parent)
@@ -192,29 +223,25 @@ void UpdateChecker::onUpdateManifestFinished(QNetworkReply *reply)
         return;
     }
 
-    QJsonParseError parseError{};
-    const QJsonDocument doc = QJsonDocument::fromJson(body, &parseError);
-    if (tooLong || parseError.error != QJsonParseError::NoError) {
+    UpdateManifest manifest;
+    if (tooLong || !parse_update_manifest(body, &manifest)) {
         log(QStringLiteral("ui: update manifest parse failed\n"));
         toast(QStringLiteral("Update check failed (invalid JSON)"));
         updateBusy();
         return;
     }
-    const QVariantMap manifest = doc.object().toVariantMap();
-    const int build = int(manifest_number(manifest.value(QStringLiteral("build_id")), INT_MAX));
-    const QString downloadUrl = manifest.value(QStringLiteral("download_url")).toString().trimmed();
-    if (build <= 0 || downloadUrl.isEmpty()) {
+    const int build = manifest.build;
+    if (build <= 0 || manifest.downloadUrl.trimmed().isEmpty()) {
         toast(QStringLiteral("Update check failed (invalid manifest)"));
     } else if (build <= kOwnBuild) {
         toast(QStringLiteral("You're up to date (build %1)").arg(kOwnBuild));
     } else {
-        m_offeredVersion = manifest.value(QStringLiteral("version_number")).toString();
+        m_offeredVersion = manifest.version;
         m_offeredBuild = build;
-        m_downloadUrl = manifest.value(QStringLiteral("download_url")).toString();
-        m_downloadUrlHttp = manifest.value(QStringLiteral("download_url_http")).toString();
-        m_checksum = manifest.value(QStringLiteral("sha256")).toString();
-        m_expectedSize =
-            manifest_number(manifest.value(QStringLiteral("size_bytes")), qint64(1) << 53);
+        m_downloadUrl = manifest.downloadUrl;
+        m_downloadUrlHttp = manifest.downloadUrlHttp;
+        m_checksum = manifest.checksum;
+        m_expectedSize = manifest.expectedSize;
         if (m_questionOpen) {
             m_questionOpen = false;
             emit updateQuestionWithdrawn();
@@ -264,12 +291,8 @@ void UpdateChecker::startUpdateDownloadRequest()
         toast(QStringLiteral("Update download failed (can't create downloads folder)"));
         return;
     }
-    const QString version = m_offeredVersion.trimmed();
-    const QString fileName =
-        QStringLiteral("Vexa_%1_build%2.bar")
-            .arg(version.isEmpty() ? QStringLiteral("update") : safe_file_name_part(version))
-            .arg(m_offeredBuild);
-    m_packagePath = QDir(m_config.downloadsDir).filePath(fileName);
+    m_packagePath = QDir(m_config.downloadsDir)
+                        .filePath(update_package_file_name(m_offeredVersion, m_offeredBuild));
     // Written under a name of its own and renamed when whole, so that a download cut short by a
     // full disk or a killed process never looks like a package.
     auto *file = new QFile(m_packagePath + QStringLiteral(".part"), this);

@@ -42,6 +42,26 @@ struct UpdateQuestion
     QString cancelLabel;
 };
 
+// What a manifest offers.
+struct UpdateManifest
+{
+    // 0 when missing, not a whole number or out of range.
+    int build = 0;
+    QString version;
+    QString downloadUrl;
+    QString downloadUrlHttp;
+    QString checksum;
+    // 0 when unknown.
+    qint64 expectedSize = 0;
+};
+
+// The manifest body as JSON; false when it is not JSON or repeats a key.
+bool parse_update_manifest(const QByteArray &body, UpdateManifest *manifest);
+
+// The package's name in the downloads folder: the server's version text can
+// neither leave the folder nor carry control characters into the name.
+QString update_package_file_name(const QString &version, int build);
+
 // Checks the update server for a newer build on the user's request, asks
 // whether to download it and saves the package into the shared downloads
 // folder. Every request goes over HTTPS first and, when that fails, once
