@@ -310,10 +310,13 @@ void MainScreen::setChatListView(QWidget *view)
 
 void MainScreen::setAuthorised(bool authorised)
 {
+    const bool changed = authorised != m_authorised;
     m_authorised = authorised;
     m_formPanel->setVisible(!authorised);
     m_listHost->setVisible(authorised);
     m_reload->setVisible(authorised);
+    if (changed)
+        Q_EMIT authorisedChanged(authorised);
 }
 
 // ----------------------------------------------------------- ChatInfoScreen
