@@ -271,6 +271,7 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
 
     // Message list area; the to-bottom button floats over its lower right.
     m_listHost = panel(QStringLiteral("message_list_host"), ThemeGroup::B, this);
+    paintOpaque(m_listHost);
     m_listLayout = new QVBoxLayout(m_listHost);
     m_listLayout->setContentsMargins(0, 0, 0, 0);
     m_listLayout->setSpacing(0);

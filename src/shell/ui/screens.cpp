@@ -193,6 +193,7 @@ MainScreen::MainScreen(float scale, QWidget *parent) : QWidget(parent)
     connect(m_form, &SignInForm::passwordSubmitted, this, &MainScreen::passwordSubmitted);
 
     m_listHost = panel(QStringLiteral("chat_list_host"), ThemeGroup::E, this);
+    paintOpaque(m_listHost);
     m_listLayout = new QVBoxLayout(m_listHost);
     m_listLayout->setContentsMargins(0, 0, 0, 0);
     m_listLayout->setSpacing(0);
