@@ -102,15 +102,29 @@ void TestWideLayout::initTestCase()
     QVERIFY(QDir().mkpath(m_dir.filePath("app")));
     QVERIFY(installExecutable(DEMO_BACKEND_PATH, m_dir.filePath("app/td_backend")));
     start();
-    MainScreen *main = m_spike->screens()->mainScreen();
+    ShellScreens *screens = m_spike->screens();
+    MainScreen *main = screens->mainScreen();
+    // Signing in on a wide window: one phone-wide column in the middle,
+    // nothing beside it; the two panes once signed in.
+    m_spike->window()->resize(1600, 1000);
+    const auto centredColumn = [&] {
+        const QRect r(main->mapTo(screens, QPoint(0, 0)), main->size());
+        return r.width() == m_spike->window()->designSize().width() &&
+               qAbs(r.center().x() - screens->rect().center().x()) <= 1;
+    };
+    QTRY_VERIFY(screens->width() == 1600 && centredColumn());
     QString state;
     connect(m_spike->dispatcher(), &EventDispatcher::authStateChanged,
             [&state](const QString &s, bool) { state = s; });
     QVERIFY2(waitFor([&] { return state.contains("Phone"); }, 20000), qPrintable(state));
     m_spike->onSendPhone("+15550100");
     QVERIFY2(waitFor([&] { return state.contains("Code"); }, 20000), qPrintable(state));
+    QVERIFY(!screens->isWide() && centredColumn());
+    QVERIFY(!m_spike->chatScreen()->parentWidget()->isVisible());
     m_spike->onSendCode("22222");
     QVERIFY(waitFor([&] { return main->isAuthorised(); }, 20000));
+    QVERIFY(screens->isWide() && main->width() < 800);
+    QTRY_VERIFY(m_spike->chatScreen()->parentWidget()->isVisible());
     QVERIFY(waitFor([&] { return m_spike->chatList()->size() >= 60; }, 20000));
 }
 
@@ -385,7 +399,8 @@ void TestWideLayout::windowStateSurvivesARestart()
     start();
     QCOMPARE(m_spike->window()->size(), QSize(1234, 777));
     QCOMPARE(m_spike->window()->pos(), pos);
-    QVERIFY(m_spike->screens()->isWide());
+    // The panes wait for the account.
+    QTRY_VERIFY_WITH_TIMEOUT(m_spike->screens()->isWide(), 20000);
     QCOMPARE(m_spike->screens()->leftPaneWidth(), 555);
 }
 

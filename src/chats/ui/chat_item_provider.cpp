@@ -3,6 +3,7 @@
 #include "chats/avatars.h"
 #include "chats/chat_list_model.h"
 #include "platform/osicons.h"
+#include "platform/ui/sharp_pixmaps.h"
 
 #include <QEvent>
 #include <QFont>
@@ -254,7 +255,10 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
                                                   color, m_uiCacheDir);
         if (!tile.isEmpty()) {
             avatar->setAutoFillBackground(false);
-            avatar->setPixmap(QPixmap(tile));
+            const qreal dpr = ui_device_pixel_ratio();
+            avatar->setPixmap(dpr == 1.0 ? QPixmap(tile)
+                                         : sharp_rounded_rect(QSize(kAvatarSize, kAvatarSize),
+                                                              kChatAvatarRadiusPx, color, dpr));
         } else {
             avatar->clear();
             setBackground(avatar, color);

@@ -2,6 +2,7 @@
 
 #include "chats/avatars.h"
 #include "platform/osicons.h"
+#include "platform/ui/sharp_pixmaps.h"
 #include "shell/style_sheet.h"
 #include "shell/theme.h"
 #include "shell/ui/screen_parts.h"
@@ -270,6 +271,7 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
 
     // Message list area; the to-bottom button floats over its lower right.
     m_listHost = panel(QStringLiteral("message_list_host"), ThemeGroup::B, this);
+    paintOpaque(m_listHost);
     m_listLayout = new QVBoxLayout(m_listHost);
     m_listLayout->setContentsMargins(0, 0, 0, 0);
     m_listLayout->setSpacing(0);
@@ -559,9 +561,14 @@ void ChatScreen::setAvatar(qint64 chatId, const QString &title, const QString &a
         m_avatar->setPixmap(photo);
         m_avatarLetter->hide();
     } else {
-        const QString tile = ensure_bubble_bg_png(
-            px, px, px / 2, placeholder_avatar_color(chatId, title), m_uiCacheDir);
-        m_avatar->setPixmap(tile.isEmpty() ? QPixmap() : QPixmap(tile));
+        const QColor color = placeholder_avatar_color(chatId, title);
+        const QString tile = ensure_bubble_bg_png(px, px, px / 2, color, m_uiCacheDir);
+        const qreal dpr = ui_device_pixel_ratio();
+        if (tile.isEmpty())
+            m_avatar->setPixmap(QPixmap());
+        else
+            m_avatar->setPixmap(dpr == 1.0 ? QPixmap(tile)
+                                           : sharp_rounded_rect(QSize(px, px), px / 2, color, dpr));
         m_avatarLetter->setText(avatar_initial(title));
         m_avatarLetter->show();
     }

@@ -5,6 +5,7 @@
 #include "conversation/message_text.h"
 #include "media/ui/video_note_widgets.h"
 #include "platform/osicons.h"
+#include "platform/ui/sharp_pixmaps.h"
 
 #include <QAbstractTextDocumentLayout>
 #include <QApplication>
@@ -234,6 +235,18 @@ protected:
         if (m_path.isEmpty())
             return;
         QPainter p(this);
+        const qreal dpr = devicePixelRatioF();
+        if (dpr != 1.0) {
+            // The shared file is 1x; other ratios draw the same shape sharp.
+            const QString key = m_path + QLatin1Char('@') + QString::number(dpr);
+            QPixmap pm;
+            if (!QPixmapCache::find(key, &pm)) {
+                pm = sharp_rounded_rect(size(), kBubbleRadius, m_color, dpr);
+                QPixmapCache::insert(key, pm);
+            }
+            p.drawPixmap(0, 0, pm);
+            return;
+        }
         p.drawPixmap(0, 0, cachedPixmap(m_path));
     }
 
@@ -332,22 +345,16 @@ QPixmap roundPixmap(const QString &path, int diameter)
 {
     if (path.isEmpty())
         return QPixmap();
-    const QString key = QStringLiteral("msground:%1:%2").arg(path).arg(diameter);
+    const qreal dpr = ui_device_pixel_ratio();
+    const QString key = QStringLiteral("msground:%1:%2:%3").arg(path).arg(diameter).arg(dpr);
     QPixmap pm;
     if (QPixmapCache::find(key, &pm))
         return pm;
-    const QPixmap src = cachedPixmap(path, QSize(diameter, diameter));
+    const int px = qCeil(diameter * dpr);
+    const QPixmap src = cachedPixmap(path, QSize(px, px));
     if (src.isNull())
         return QPixmap();
-    pm = QPixmap(diameter, diameter);
-    pm.fill(Qt::transparent);
-    QPainter p(&pm);
-    p.setRenderHint(QPainter::Antialiasing);
-    QPainterPath circle;
-    circle.addEllipse(0, 0, diameter, diameter);
-    p.setClipPath(circle);
-    p.drawPixmap((diameter - src.width()) / 2, (diameter - src.height()) / 2, src);
-    p.end();
+    pm = sharp_circle_cut(src, diameter, dpr);
     QPixmapCache::insert(key, pm);
     return pm;
 }
@@ -356,12 +363,13 @@ QPixmap roundPixmap(const QString &path, int diameter)
 // sign, so the row does not look empty.
 QPixmap roundPlaceholder(const QColor &color, int diameter)
 {
-    const QString key = QStringLiteral("msgroundph:%1:%2").arg(color.name()).arg(diameter);
+    const qreal dpr = ui_device_pixel_ratio();
+    const QString key =
+        QStringLiteral("msgroundph:%1:%2:%3").arg(color.name()).arg(diameter).arg(dpr);
     QPixmap pm;
     if (QPixmapCache::find(key, &pm))
         return pm;
-    pm = QPixmap(diameter, diameter);
-    pm.fill(Qt::transparent);
+    pm = sharp_blank_pixmap(QSize(diameter, diameter), dpr);
     QPainter p(&pm);
     p.setRenderHint(QPainter::Antialiasing);
     p.setPen(Qt::NoPen);
@@ -656,7 +664,10 @@ void MessageItemProvider::updateItem(ListView *listView, QWidget *item, const QS
             const QColor color = placeholder_avatar_color(id64(data, "sender_user_id"), senderName);
             const QString tile =
                 ensure_bubble_bg_png(kAvatarPx, kAvatarPx, kAvatarPx / 2, color, m_uiCacheDir);
-            avatarImg->setPixmap(cachedPixmap(tile));
+            const qreal dpr = ui_device_pixel_ratio();
+            avatarImg->setPixmap(dpr == 1.0 ? cachedPixmap(tile)
+                                            : sharp_rounded_rect(QSize(kAvatarPx, kAvatarPx),
+                                                                 kAvatarPx / 2, color, dpr));
             avatarImg->show();
             letter->setText(avatar_initial(senderName));
             letter->show();

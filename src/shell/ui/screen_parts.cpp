@@ -6,18 +6,53 @@
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
+#include <QPaintEvent>
+#include <QPainter>
 #include <QPushButton>
+#include <QStyleOption>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <QVariant>
 
 namespace screen_parts {
 
+namespace {
+
+// Paints a widget's style sheet background from its own paint event. A
+// style sheet turns autoFillBackground off, and only a widget marked opaque
+// spares the window painting everything under it on each frame.
+class OwnBackground : public QObject
+{
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Paint) {
+            auto *w = static_cast<QWidget *>(watched);
+            QPainter p(w);
+            p.setClipRegion(static_cast<QPaintEvent *>(event)->region());
+            QStyleOption opt;
+            opt.initFrom(w);
+            w->style()->drawPrimitive(QStyle::PE_Widget, &opt, &p, w);
+        }
+        return false;
+    }
+};
+
+} // namespace
+
+void paintOpaque(QWidget *widget)
+{
+    static auto *const filter = new OwnBackground; // lives as long as the widgets
+    widget->setAttribute(Qt::WA_OpaquePaintEvent, true);
+    widget->installEventFilter(filter);
+}
+
 QVBoxLayout *screenRoot(QWidget *screen, const QString &objectName, ThemeGroup background)
 {
     screen->setObjectName(objectName);
     screen->setAttribute(Qt::WA_StyledBackground, true);
     set_background_group(screen, background);
+    paintOpaque(screen);
     auto *v = new QVBoxLayout(screen);
     v->setContentsMargins(0, 0, 0, 0);
     v->setSpacing(0);

@@ -20,6 +20,10 @@ class QWidget;
 // size, role); sizes are design pixels times the UI scale.
 namespace screen_parts {
 
+// For a widget whose style sheet background is opaque and fills it: the
+// widget paints that background itself and counts as opaque, so nothing
+// under it is painted.
+void paintOpaque(QWidget *widget);
 // Names a screen's root widget, paints it with background and gives it a
 // margin-less vertical layout, returned.
 QVBoxLayout *screenRoot(QWidget *screen, const QString &objectName, ThemeGroup background);

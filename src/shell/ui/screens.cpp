@@ -199,6 +199,7 @@ MainScreen::MainScreen(float scale, QWidget *parent) : QWidget(parent)
     connect(m_form, &SignInForm::passwordSubmitted, this, &MainScreen::passwordSubmitted);
 
     m_listHost = panel(QStringLiteral("chat_list_host"), ThemeGroup::E, this);
+    paintOpaque(m_listHost);
     m_listLayout = new QVBoxLayout(m_listHost);
     m_listLayout->setContentsMargins(0, 0, 0, 0);
     m_listLayout->setSpacing(0);
@@ -340,11 +341,14 @@ void MainScreen::setChatListView(QWidget *view)
 
 void MainScreen::setAuthorised(bool authorised)
 {
+    const bool changed = authorised != m_authorised;
     m_authorised = authorised;
     m_formPanel->setVisible(!authorised);
     m_listHost->setVisible(authorised);
     m_reload->setVisible(authorised);
     updateTitle();
+    if (changed)
+        Q_EMIT authorisedChanged(authorised);
 }
 
 // ----------------------------------------------------------- ChatInfoScreen

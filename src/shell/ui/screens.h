@@ -91,6 +91,7 @@ Q_SIGNALS:
     // Up (-1) or Down (1) in the search field: mark the chat above or below.
     void searchStepRequested(int delta);
     void searchClosed();
+    void authorisedChanged(bool authorised);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;

@@ -43,7 +43,9 @@ ShellScreens::ShellScreens(bool darkTheme, float uiScale, QWidget *parent)
                                      QStringLiteral("pick_chat_hint"), ThemeGroup::D,
                                      TextSize::Body, m_right);
     m_pickHint->setAlignment(Qt::AlignCenter);
+    m_pickHint->setWordWrap(true); // a narrow right pane at a large scale factor
     m_pickHint->setAttribute(Qt::WA_StyledBackground, true);
+    m_pickHint->setAutoFillBackground(true);
     set_background_group(m_pickHint, ThemeGroup::B);
     m_conversation = new QWidget(m_right); // until the chat screen is placed
     m_chatInfo = new ChatInfoScreen(m_scale, m_right);
@@ -77,6 +79,7 @@ ShellScreens::ShellScreens(bool darkTheme, float uiScale, QWidget *parent)
     v->addWidget(m_logView);
 
     // Navigation that needs no controller decision.
+    connect(m_main, &MainScreen::authorisedChanged, this, &ShellScreens::updateLayout);
     connect(m_main, &MainScreen::menuRequested, this, [this] { showScreen(Screen::Menu); });
     connect(m_menu, &MenuScreen::backRequested, this, &ShellScreens::goBack);
     connect(m_menu, &MenuScreen::filesCacheRequested, this,
@@ -91,6 +94,7 @@ ShellScreens::ShellScreens(bool darkTheme, float uiScale, QWidget *parent)
 
     addShortcuts();
     present();
+    updateLayout();
     applyTheme(m_dark);
 }
 
@@ -174,7 +178,13 @@ void ShellScreens::onFindShortcut()
 void ShellScreens::setBreakpoint(int width)
 {
     m_breakpoint = qMax(1, width);
-    resizeEvent(nullptr);
+    updateLayout();
+}
+
+void ShellScreens::setSignInWidth(int width)
+{
+    m_signInWidth = qMax(1, width);
+    updateLayout();
 }
 
 void ShellScreens::setLeftPaneWidth(int width)
@@ -186,16 +196,27 @@ void ShellScreens::setLeftPaneWidth(int width)
 
 void ShellScreens::resizeEvent(QResizeEvent *event)
 {
-    if (event)
-        QWidget::resizeEvent(event);
-    const bool wide = width() >= m_breakpoint;
+    QWidget::resizeEvent(event);
+    updateLayout();
+}
+
+void ShellScreens::updateLayout()
+{
+    // Signed out, the screens (and the log under them) are one column in
+    // the middle.
+    const bool signedIn = m_main->isAuthorised();
+    const int side = signedIn ? 0 : qMax(0, width() - m_signInWidth);
+    layout()->setContentsMargins(side / 2, 0, side - side / 2, 0);
+    const bool wide = signedIn && width() >= m_breakpoint;
     if (wide == m_wide)
         return;
     m_wide = wide;
     present();
     if (m_wide) {
         // A list as wide as it was left, or about a third of the window but
-        // room for its rows, and never more than half.
+        // room for its rows, and never more than half. Leaving the sign-in
+        // column widens the stack only when the layout runs, so it runs now.
+        layout()->activate();
         const int total = qMax(1, m_split->width());
         if (m_leftWidth <= 0)
             m_leftWidth = qMin(total / 2, qMax(scaled_px(480, m_scale), total * 36 / 100));

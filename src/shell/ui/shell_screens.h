@@ -26,7 +26,9 @@ class MenuScreen;
 // and the files cache on the right (a hint to pick a chat when none is
 // open). The navigation history is the same in both layouts; only what is
 // hidden differs, so crossing the breakpoint keeps every widget as it is.
-// The viewers cover the whole window in both. The window's keyboard
+// The viewers cover the whole window in both. Until the account is signed
+// in there is nothing to put beside the sign-in form: it stays one column
+// of the phone's width, centred in a wider window. The window's keyboard
 // shortcuts arrive here and leave as requests.
 class ShellScreens : public QWidget
 {
@@ -64,6 +66,8 @@ public:
     void setBreakpoint(int width);
     int breakpoint() const { return m_breakpoint; }
     bool isWide() const { return m_wide; }
+    // Width of the sign-in column (the phone's width in this widget's pixels).
+    void setSignInWidth(int width);
     // The chat list pane's width in the wide layout, as the user left it.
     int leftPaneWidth() const { return m_leftWidth; }
     void setLeftPaneWidth(int width);
@@ -111,6 +115,8 @@ private:
     bool inRightPane(Screen screen) const;
     // Shows the current page in the current layout.
     void present();
+    // Takes the layout the width and the sign-in allow.
+    void updateLayout();
     void addShortcuts();
     void onFindShortcut();
 
@@ -124,6 +130,7 @@ private:
     int m_breakpoint = 760;
     bool m_wide = false;
     int m_leftWidth = 0;
+    int m_signInWidth = 720;
     QPointer<SystemDialog> m_help;
     MainScreen *m_main = nullptr;
     QWidget *m_conversation = nullptr;

@@ -44,6 +44,7 @@ void UiTdlibSpike::connectWindow()
 {
     // The breakpoint in the screen's design pixels at the window's zoom.
     m_screens->setBreakpoint(qCeil(kWideBreakpoint / m_window->baseZoom()));
+    m_screens->setSignInWidth(m_window->designSize().width());
     connect(m_screens, &ShellScreens::screenChanged, this, &UiTdlibSpike::updateChatVisibility);
     connect(m_screens, &ShellScreens::wideChanged, this, &UiTdlibSpike::updateChatVisibility);
     connect(m_session, &ChatSession::chatOpened, this, &UiTdlibSpike::updateChatVisibility);
