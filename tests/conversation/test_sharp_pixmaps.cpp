@@ -25,9 +25,6 @@ void TestSharpPixmaps::shapesAtThePixelRatio_data()
                                                            {"sender_indent", "true"},
                                                            {"sender_show", "true"}}
                                             << "msg_avatar_img";
-    QTest::newRow("video note before its picture")
-        << QVariantMap{{"media_type", "video_note"}, {"media_duration", "7"}}
-        << "msg_video_note_play_surface";
 }
 
 void TestSharpPixmaps::shapesAtThePixelRatio()

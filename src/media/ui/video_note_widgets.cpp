@@ -30,9 +30,13 @@ VideoNoteCircle::VideoNoteCircle(QWidget *parent) : QWidget(parent)
 void VideoNoteCircle::setImage(const QImage &image)
 {
     m_image = image;
-    m_scaled = image.isNull() || size().isEmpty()
-                   ? QImage()
-                   : image.scaled(size(), Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
+    // Scaled to device pixels, so a fractional scale factor does not stretch it.
+    const qreal dpr = devicePixelRatioF();
+    m_scaled =
+        image.isNull() || size().isEmpty()
+            ? QImage()
+            : image.scaled(size() * dpr, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
+    m_scaled.setDevicePixelRatio(dpr);
     update();
 }
 
@@ -59,9 +63,12 @@ void VideoNoteCircle::paintEvent(QPaintEvent *)
         p.setBrush(m_placeholder);
     } else {
         // The picture as the circle's fill, centred.
+        const qreal dpr = m_scaled.devicePixelRatio();
+        const QSizeF logical = QSizeF(m_scaled.size()) / dpr;
         QBrush brush(m_scaled);
-        brush.setTransform(QTransform::fromTranslate((width() - m_scaled.width()) / 2,
-                                                     (height() - m_scaled.height()) / 2));
+        brush.setTransform(QTransform::fromScale(1 / dpr, 1 / dpr) *
+                           QTransform::fromTranslate((width() - logical.width()) / 2,
+                                                     (height() - logical.height()) / 2));
         p.setBrush(brush);
     }
     p.drawEllipse(rect());
