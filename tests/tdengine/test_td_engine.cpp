@@ -1,7 +1,7 @@
 // td_backend's engine choice and its TDLib engine, as real child processes
 // with the real TDLib. The whole test runs in a loopback-only network
 // namespace, with made-up credentials, and TDLib gets either no network or a
-// SOCKS5 proxy on 127.0.0.1 that refuses every connection.
+// proxy on 127.0.0.1 that refuses every connection, or one it refuses itself.
 #include "common/refusing_socks5_proxy.h"
 #include "demo/demo_process.h"
 #include "td_isolation.h"
@@ -24,6 +24,7 @@ private Q_SLOTS:
     void engineChoice_data();
     void engineChoice();
     void signInFormWhileUnreachable();
+    void refusedProxyKeepsTheNetworkOff();
     void secondBackendOnTheDatabaseExitsLocked();
     void orderlyClose_data();
     void orderlyClose();
@@ -127,6 +128,33 @@ void TestTdEngine::signInFormWhileUnreachable()
     QCOMPARE(p.finish(), 0);
 }
 
+// A proxy TDLib refuses leaves it off the network, not connecting directly, and says so.
+void TestTdEngine::refusedProxyKeepsTheNetworkOff()
+{
+    TD_REQUIRE_LIBRARY();
+    QTemporaryDir dir;
+    DemoProcess p(dir.path());
+    // A secret that is not one: TDLib answers addProxy with an error.
+    setEnv(p, td_isolation::fakeCredentials() << "TG_PROXY_TYPE=mtproto"
+                                              << "TG_PROXY_HOST=127.0.0.1"
+                                              << "TG_PROXY_PORT=443"
+                                              << "TG_PROXY_SECRET=not-a-secret");
+    QVERIFY(p.start());
+    QVERIFY(p.waitFor(0, [](const QJsonObject &e) {
+        return ev_type(e) == "td_error" && str(e, "json").contains("\"@extra\":\"proxy\"");
+    }) >= 0);
+    QVERIFY(waitFor([&] { return p.standardOutput().contains("\nPROXY_REFUSED "); }, 30000));
+    QVERIFY(p.waitFor(0, DemoProcess::stateIs("connection_state", "WaitingForNetwork")) >= 0);
+    // A number to sign in with makes TDLib want the network; it stays without.
+    QVERIFY(stdoutHas(p, QStringLiteral("NEED phone")));
+    p.post("phone +15550100");
+    QVERIFY(p.settle() >= 0);
+    for (const QJsonObject &e : p.events())
+        QVERIFY2(ev_type(e) != "connection_state" || str(e, "state") == "WaitingForNetwork",
+                 qPrintable(str(e, "state")));
+    QCOMPARE(p.finish(), 0);
+}
+
 void TestTdEngine::secondBackendOnTheDatabaseExitsLocked()
 {
     TD_REQUIRE_LIBRARY();
@@ -155,7 +183,6 @@ void TestTdEngine::orderlyClose_data()
     QTest::newRow("end of input") << "eof" << false;
     QTest::newRow("SIGTERM") << "term" << false;
     QTest::newRow("service: close") << "close" << true;
-    QTest::newRow("service: SIGTERM") << "term" << true;
 }
 
 void TestTdEngine::orderlyClose()
