@@ -1,8 +1,7 @@
 // td_backend's engine choice and its TDLib engine, as real child processes
 // with the real TDLib. The whole test runs in a loopback-only network
-// namespace, with made-up credentials, and TDLib gets either no network or a
-// proxy on 127.0.0.1 that refuses every connection, or one it refuses itself.
-#include "common/refusing_socks5_proxy.h"
+// namespace, with made-up credentials, and TDLib gets no network or a proxy
+// it refuses. (The sign-in form behind a refusing proxy: test_td_sign_in.)
 #include "demo/demo_process.h"
 #include "td_isolation.h"
 
@@ -23,7 +22,6 @@ private Q_SLOTS:
     void initTestCase() { TD_REQUIRE_ISOLATION(); }
     void engineChoice_data();
     void engineChoice();
-    void signInFormWhileUnreachable();
     void refusedProxyKeepsTheNetworkOff();
     void secondBackendOnTheDatabaseExitsLocked();
     void orderlyClose_data();
@@ -91,41 +89,6 @@ void TestTdEngine::engineChoice()
     const QByteArray log = readAll(p.logPath());
     QVERIFY2(log.startsWith("[backend] ") && log.left(log.indexOf('\n')).contains(engine.toUtf8()),
              log.left(400).constData());
-}
-
-void TestTdEngine::signInFormWhileUnreachable()
-{
-    TD_REQUIRE_LIBRARY();
-    RefusingSocks5Proxy proxy;
-    QVERIFY(proxy.listen());
-    QTemporaryDir dir;
-    DemoProcess p(dir.path());
-    setEnv(p, td_isolation::fakeCredentials()
-                  << QStringLiteral("TG_PROXY_TYPE=socks5")
-                  << QStringLiteral("TG_PROXY_HOST=127.0.0.1")
-                  << QStringLiteral("TG_PROXY_PORT=%1").arg(proxy.port()));
-    QVERIFY(p.start());
-
-    // The sign-in form's state, on standard output and as events.
-    QVERIFY(stdoutHas(p, QStringLiteral("AUTH_STATE WaitPhoneNumber")));
-    QVERIFY(stdoutHas(p, QStringLiteral("NEED phone")));
-    QVERIFY(p.waitFor(0, DemoProcess::stateIs("auth_state", "WaitPhoneNumber")) >= 0);
-    QVERIFY(p.waitFor(0, [](const QJsonObject &e) {
-        return ev_type(e) == "need" && str(e, "what") == "phone";
-    }) >= 0);
-
-    // A (fictional) number is taken while TDLib, going through the proxy, cannot get anywhere.
-    const int sent = p.post("phone +15550100");
-    QVERIFY(waitFor([&] { return proxy.attempts() > 0; }, 60000));
-    const int connecting = p.waitFor(0, [](const QJsonObject &e) {
-        return ev_type(e) == "connection_state" && str(e, "state") != "Ready";
-    });
-    QVERIFY(connecting >= 0);
-    const int pong = p.settle();
-    QVERIFY(pong >= sent);
-    QVERIFY(!hasType(p.between(sent, pong), "td_error"));
-    QVERIFY(!p.standardOutput().contains("AUTH_STATE Ready"));
-    QCOMPARE(p.finish(), 0);
 }
 
 // A proxy TDLib refuses leaves it off the network, not connecting directly, and says so.
