@@ -33,6 +33,9 @@ VoiceRecorder::~VoiceRecorder()
     releaseDevice();
     m_encoder.closeOutput();
     m_encoder.destroyEncoder();
+    // A recording cut by the quit was never sent: it goes like a cancelled one.
+    if (m_voiceRecording && !m_recordingPath.isEmpty())
+        QFile::remove(m_recordingPath);
 }
 
 int VoiceRecorder::voiceDurationSeconds(qint64 recordedSamples)

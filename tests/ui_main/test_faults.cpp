@@ -315,24 +315,75 @@ private Q_SLOTS:
         QCOMPARE(vexa.exitCode(), 0);
     }
 
-    // SIGTERM while an update downloads: the program ends in order and leaves no part of it.
+    // SIGTERM while a long write runs: the program ends in order and leaves no part of it, and
+    // what the user had stays whole.
+    void sigtermMidway_data()
+    {
+        QTest::addColumn<QString>("writing");
+        QTest::addColumn<int>("sent"); // bytes of a 1 MiB package sent before the server stalls
+        QTest::newRow("downloading an update, first bytes in") << "update" << 4096;
+        QTest::newRow("recording a voice note") << "record" << 0;
+        QTest::newRow("converting a voice note to WAV") << "wav" << 0;
+        // The copy runs within one turn of the event loop; it ends whole before the quit.
+        QTest::newRow("copying a download to the shared folder") << "copy" << 0;
+    }
     void sigtermMidway()
     {
-        OneBodyServer package(QByteArray(1 << 20, 'p'), 4096); // stalls after the first page
+        QFETCH(QString, writing);
+        QFETCH(int, sent);
+        QString error;
+        small_fs::unmount(m_small); // room for a whole WAV
+        QVERIFY2(small_fs::mountTmpfs(m_small, 8 << 20, false, &error), qPrintable(error));
+        if (writing == QLatin1String("wav")) {
+            QVERIFY(write_tone_wav(m_dir.filePath("tone.wav"), 440, 30.0, 48000, 1));
+            QVERIFY2(encode_wav_to_voice_ogg(m_opus, m_dir.filePath("tone.wav"), small("voice.ogg"),
+                                             &error),
+                     qPrintable(error));
+        }
+        QVERIFY(writeFile(small("files/report.pdf"), QByteArray(1 << 20, 'r')));
+        QMap<QString, QByteArray> had = filesUnder(m_small);
+        QScopedPointer<QProcess> play;
+        OneBodyServer package(QByteArray(1 << 20, 'p'), sent);
         QVERIFY(package.listen(QHostAddress::LocalHost, 0));
         OneBodyServer manifest("{\"build_id\": 4, \"download_url\": \"http://127.0.0.1:" +
                                QByteArray::number(package.serverPort()) + "/pkg.bar\"}");
         QVERIFY(manifest.listen(QHostAddress::LocalHost, 0));
+        QStringList args{writing};
+        if (writing == QLatin1String("update")) {
+            args << QStringLiteral("http://127.0.0.1:%1").arg(manifest.serverPort())
+                 << small("shared");
+        } else if (writing == QLatin1String("record")) {
+            if (!have_tool("pulseaudio") || !have_tool("paplay"))
+                QSKIP("no pulseaudio to record from");
+            QVERIFY2(m_pulse.start(&error), qPrintable(error));
+            QVERIFY(writeFile(m_dir.filePath("loud.wav"),
+                              wav_bytes(tone(700, 30, 48000, 2, 16000), 48000, 2)));
+            play.reset(m_pulse.startPaplay(m_dir.filePath("loud.wav"), nullptr));
+            args << small("data");
+        } else if (writing == QLatin1String("wav")) {
+            args << small("voice.ogg") << small("cache");
+        } else {
+            args << small("files/report.pdf") << small("shared");
+            had.insert(QStringLiteral("shared/report.pdf"), had.value("files/report.pdf"));
+        }
         QProcess helper;
-        helper.start(
-            QStringLiteral(FAULT_HELPER_PATH),
-            {QStringLiteral("http://127.0.0.1:%1").arg(manifest.serverPort()), small("shared")});
+        helper.start(QStringLiteral(FAULT_HELPER_PATH), args);
         QVERIFY(waitFor([&] { return helper.peek(64).contains("midway"); }, 30000));
-        QVERIFY(!filesUnder(m_small).isEmpty()); // the part written so far
+        if (writing != QLatin1String("copy"))
+            QVERIFY(filesUnder(m_small).size() > had.size()); // the part written so far
         ::kill(pid_t(helper.processId()), SIGTERM);
+        helper.write("go\n");
         QVERIFY(helper.waitForFinished(30000));
+        if (play) {
+            play->kill();
+            play->waitForFinished();
+            m_pulse.stop();
+        }
+        QCOMPARE(helper.exitStatus(), QProcess::NormalExit);
         QCOMPARE(helper.exitCode(), 0);
-        QCOMPARE(filesUnder(m_small).keys(), QStringList());
+        const QMap<QString, QByteArray> now = filesUnder(m_small);
+        QCOMPARE(now.keys(), had.keys());
+        QVERIFY(now == had);
     }
 };
 
