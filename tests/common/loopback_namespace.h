@@ -46,35 +46,29 @@ inline bool bringLoopbackUp(QString *why)
     return ok;
 }
 
+// Unshares `flags` (CLONE_NEW*) as root; unprivileged, inside a user namespace of its own that
+// makes it root there. Must run while the process is one thread.
+inline bool unshareAsRoot(int flags, QString *why)
+{
+    const uid_t uid = ::geteuid();
+    const gid_t gid = ::getegid();
+    const QByteArray uidMap = QByteArray::number(uid) + ' ' + QByteArray::number(uid) + " 1";
+    const QByteArray gidMap = QByteArray::number(gid) + ' ' + QByteArray::number(gid) + " 1";
+    const bool ok = uid == 0 ? ::unshare(flags) == 0
+                             : (::unshare(CLONE_NEWUSER | flags) == 0 &&
+                                writeProcFile("/proc/self/setgroups", "deny") &&
+                                writeProcFile("/proc/self/uid_map", uidMap) &&
+                                writeProcFile("/proc/self/gid_map", gidMap));
+    if (!ok && why)
+        *why = QStringLiteral("unshare: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+    return ok;
+}
+
 // False with the reason when namespaces are unavailable here; the caller's
 // tests then skip rather than run with the machine's network.
 inline bool enterLoopbackOnlyNamespace(QString *why)
 {
-    if (::geteuid() == 0) {
-        if (::unshare(CLONE_NEWNET) != 0) {
-            *why = QStringLiteral("unshare(CLONE_NEWNET): %1")
-                       .arg(QString::fromLocal8Bit(strerror(errno)));
-            return false;
-        }
-        return bringLoopbackUp(why);
-    }
-    // Unprivileged: a user namespace of our own makes us root inside it.
-    const uid_t uid = ::geteuid();
-    const gid_t gid = ::getegid();
-    if (::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
-        *why = QStringLiteral("unshare(CLONE_NEWUSER | CLONE_NEWNET): %1")
-                   .arg(QString::fromLocal8Bit(strerror(errno)));
-        return false;
-    }
-    if (!writeProcFile("/proc/self/setgroups", "deny") ||
-        !writeProcFile("/proc/self/uid_map",
-                       QByteArray::number(uid) + ' ' + QByteArray::number(uid) + " 1") ||
-        !writeProcFile("/proc/self/gid_map",
-                       QByteArray::number(gid) + ' ' + QByteArray::number(gid) + " 1")) {
-        *why = QStringLiteral("cannot write the user namespace's id maps");
-        return false;
-    }
-    return bringLoopbackUp(why);
+    return unshareAsRoot(CLONE_NEWNET, why) && bringLoopbackUp(why);
 }
 
 } // namespace test_netns

@@ -5,6 +5,8 @@
 // mounts a tmpfs of a given size, or read-only, over a folder. Nothing is seen outside the
 // process, and everything goes when it ends.
 
+#include "common/loopback_namespace.h"
+
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
@@ -12,41 +14,21 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
 namespace small_fs {
-
-inline bool writeProcFile(const char *path, const QByteArray &text)
-{
-    const int fd = ::open(path, O_WRONLY | O_CLOEXEC);
-    const bool ok = fd >= 0 && ::write(fd, text.constData(), size_t(text.size())) == text.size();
-    if (fd >= 0)
-        ::close(fd);
-    return ok;
-}
 
 inline bool enterPrivateMounts(QString *why)
 {
     static int state = 0; // 0 not tried, 1 in, -1 refused
     if (state == 0) {
         state = -1;
-        const uid_t uid = ::geteuid();
-        const gid_t gid = ::getegid();
-        if (uid == 0 ? ::unshare(CLONE_NEWNS) == 0
-                     : (::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0 &&
-                        writeProcFile("/proc/self/setgroups", "deny") &&
-                        writeProcFile("/proc/self/uid_map", QByteArray::number(uid) + ' ' +
-                                                                QByteArray::number(uid) + " 1") &&
-                        writeProcFile("/proc/self/gid_map", QByteArray::number(gid) + ' ' +
-                                                                QByteArray::number(gid) + " 1"))) {
-            // Mounts made here must not travel back to the namespace we came from.
-            if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0)
-                state = 1;
-        }
-        if (state != 1 && why)
+        // Mounts made here must not travel back to the namespace we came from.
+        if (test_netns::unshareAsRoot(CLONE_NEWNS, nullptr) &&
+            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0)
+            state = 1;
+        else if (why)
             *why = QStringLiteral("no private mount namespace here (%1)")
                        .arg(QString::fromLocal8Bit(std::strerror(errno)));
     }

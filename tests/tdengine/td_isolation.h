@@ -20,12 +20,6 @@ inline QString &problem()
     return text;
 }
 
-inline void enter()
-{
-    QString why;
-    problem() = test_netns::enterLoopbackOnlyNamespace(&why) ? QString() : why;
-}
-
 // Not a real application's: TDLib only checks that they are set.
 inline QStringList fakeCredentials()
 {
@@ -33,17 +27,12 @@ inline QStringList fakeCredentials()
             QStringLiteral("TG_API_HASH=0123456789abcdef0123456789abcdef")};
 }
 
-inline QString binDir()
-{
-    const QByteArray dir = qgetenv("VEXA_BIN_DIR");
-    return dir.isEmpty() ? QFileInfo(QStringLiteral(TD_BACKEND_PATH)).absolutePath()
-                         : QString::fromLocal8Bit(dir);
-}
-
 // The libtdjson.so the build linked beside td_backend; empty when there is none.
 inline QString library()
 {
-    const QFileInfo lib(QDir(binDir()).filePath(QStringLiteral("libtdjson.so")));
+    const QString dir =
+        qEnvironmentVariable("VEXA_BIN_DIR", QFileInfo(QStringLiteral(TD_BACKEND_PATH)).path());
+    const QFileInfo lib(QDir(dir).filePath(QStringLiteral("libtdjson.so")));
     return lib.exists() ? lib.canonicalFilePath() : QString();
 }
 
@@ -67,7 +56,8 @@ inline QString library()
 #define TD_ISOLATED_TEST_MAIN(AppClass, TestClass)                                                 \
     int main(int argc, char **argv)                                                                \
     {                                                                                              \
-        td_isolation::enter();                                                                     \
+        if (test_netns::enterLoopbackOnlyNamespace(&td_isolation::problem()))                      \
+            td_isolation::problem().clear();                                                       \
         AppClass app(argc, argv);                                                                  \
         TestClass test;                                                                            \
         QTEST_SET_MAIN_SOURCE_PATH                                                                 \

@@ -71,7 +71,7 @@ void TestTdSignIn::credentialsBringTheTdlibSignInForm()
     // A typed (fictional) number goes to TDLib, which cannot get past the proxy.
     QTest::keyClicks(phone, QStringLiteral("+15550100"));
     QTest::keyClick(phone, Qt::Key_Return);
-    QVERIFY(waitFor([&] { return !proxy.attempts().isEmpty(); }, 60000));
+    QVERIFY(waitFor([&] { return proxy.attempts() > 0; }, 60000));
     QVERIFY(waitFor([&] { return seen("connection_state", QString(), QString()); }, 30000));
     QVERIFY(!main->isAuthorised());
     // The form says that TDLib is still trying to connect.
