@@ -11,7 +11,7 @@ PACKAGES=(
   libsqlite3-dev libopus0 libopus-dev libopenal1 libopenal-dev
   gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-pulseaudio gstreamer1.0-alsa
   gstreamer1.0-tools gstreamer1.0-plugins-bad gstreamer1.0-plugins-ugly gstreamer1.0-libav libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
-  pulseaudio pulseaudio-utils opus-tools ffmpeg openssl dbus-daemon npm faketime
+  pulseaudio pulseaudio-utils opus-tools ffmpeg openssl dbus-daemon faketime
   xvfb xauth x11-utils imagemagick fonts-dejavu-core fonts-noto-core fonts-noto-color-emoji fonts-noto-cjk
   clang-14 libclang-rt-14-dev llvm-14
 )
@@ -20,6 +20,8 @@ missing=()
 for p in "${PACKAGES[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
 done
+# npm fetches TDLib; a Node.js from elsewhere may already bring it (and conflict with Debian's).
+command -v npm >/dev/null || missing+=(npm)
 if [ ${#missing[@]} -gt 0 ]; then
   SUDO=""
   [ "$(id -u)" -eq 0 ] || SUDO="sudo"

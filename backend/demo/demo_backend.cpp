@@ -1,5 +1,6 @@
 #include "demo_backend.h"
 
+#include "command_args.h"
 #include "demo_files.h"
 #include "demo_scheduler.h"
 
@@ -59,54 +60,10 @@ QString demo_safe_file_name(const QString &name)
 
 // ---------------------------------------------------------------- parsing
 
-bool demo_parse_id(const QString &text, qint64 *out)
-{
-    if (text.isEmpty() || text.size() > 20)
-        return false;
-    int i = 0;
-    bool neg = false;
-    if (text.at(0) == QLatin1Char('-')) {
-        neg = true;
-        i = 1;
-        if (text.size() == 1)
-            return false;
-    }
-    quint64 v = 0;
-    for (; i < text.size(); ++i) {
-        const QChar c = text.at(i);
-        if (c < QLatin1Char('0') || c > QLatin1Char('9'))
-            return false;
-        v = v * 10 + quint64(c.unicode() - '0');
-        if (v > quint64(Q_INT64_C(9007199254740992))) // beyond exact JSON numbers
-            return false;
-    }
-    *out = neg ? -qint64(v) : qint64(v);
-    return true;
-}
-
-bool demo_decode_base64(const QString &text, QByteArray *out)
-{
-    if (text.isEmpty() || text.size() % 4 != 0)
-        return false;
-    for (const QChar c : text) {
-        const ushort u = c.unicode();
-        const bool ok = (u >= 'A' && u <= 'Z') || (u >= 'a' && u <= 'z') ||
-                        (u >= '0' && u <= '9') || u == '+' || u == '/' || u == '=';
-        if (!ok)
-            return false;
-    }
-    const QByteArray::FromBase64Result r =
-        QByteArray::fromBase64Encoding(text.toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
-    if (!r)
-        return false;
-    *out = r.decoded;
-    return true;
-}
-
 bool DemoBackend::chatArg(const QString &text, int *index) const
 {
     qint64 id = 0;
-    if (!demo_parse_id(text, &id) || id == 0)
+    if (!backend_parse_id(text, &id) || id == 0)
         return false;
     const int ci = m_world.chatIndexById(id);
     if (ci < 0)
@@ -334,7 +291,7 @@ void DemoBackend::refuseUnauthorized(const DemoCommand &c)
     const QString msg = QStringLiteral("Unauthorized");
     qint64 chatId = 0;
     if (!c.args.isEmpty())
-        demo_parse_id(c.args.first(), &chatId);
+        backend_parse_id(c.args.first(), &chatId);
     if (c.verb == QLatin1String("edit64")) {
         emitError(QStringLiteral("edit_error"), 401, msg);
     } else if (c.verb == QLatin1String("delete")) {
@@ -945,7 +902,7 @@ void DemoBackend::cmdChats(const DemoCommand &cmd)
 {
     const QStringList &a = cmd.args;
     qint64 n = 0;
-    if (a.size() != 1 || !demo_parse_id(a.first(), &n) || n < 1 || n > 100000) {
+    if (a.size() != 1 || !backend_parse_id(a.first(), &n) || n < 1 || n > 100000) {
         tdError(QStringLiteral("chats"), 400, QStringLiteral("Invalid chat count"));
         return;
     }
@@ -970,7 +927,7 @@ void DemoBackend::cmdChatInfo(const DemoCommand &cmd)
     int ci = -1;
     qint64 rawId = 0;
     if (a.size() != 1 || !chatArg(a.first(), &ci)) {
-        demo_parse_id(a.value(0), &rawId);
+        backend_parse_id(a.value(0), &rawId);
         emitError(QStringLiteral("chat_info_error"), 400,
                   a.size() == 1 ? QStringLiteral("Chat not found")
                                 : QStringLiteral("Invalid arguments"),
@@ -1002,7 +959,7 @@ void DemoBackend::cmdOpen(const DemoCommand &cmd)
     int ci = -1;
     qint64 anchor = 0;
     if (a.isEmpty() || a.size() > 2 || !chatArg(a.first(), &ci) ||
-        (a.size() == 2 && (!demo_parse_id(a.at(1), &anchor) || anchor < 1))) {
+        (a.size() == 2 && (!backend_parse_id(a.at(1), &anchor) || anchor < 1))) {
         tdError(QStringLiteral("open:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Chat not found"));
         return;
@@ -1044,7 +1001,7 @@ void DemoBackend::cmdHistory(const DemoCommand &cmd)
     const QStringList &a = cmd.args;
     int ci = -1;
     qint64 n = 0;
-    if (a.size() != 2 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &n) || n < 1 ||
+    if (a.size() != 2 || !chatArg(a.first(), &ci) || !backend_parse_id(a.at(1), &n) || n < 1 ||
         n > kMaxPage) {
         tdError(QStringLiteral("history:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid history request"));
@@ -1059,8 +1016,8 @@ void DemoBackend::cmdHistoryMore(const DemoCommand &cmd)
     int ci = -1;
     qint64 from = 0;
     qint64 n = 0;
-    if (a.size() != 3 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &from) || from < 1 ||
-        !demo_parse_id(a.at(2), &n) || n < 1 || n > kMaxPage) {
+    if (a.size() != 3 || !chatArg(a.first(), &ci) || !backend_parse_id(a.at(1), &from) ||
+        from < 1 || !backend_parse_id(a.at(2), &n) || n < 1 || n > kMaxPage) {
         tdError(QStringLiteral("history_more:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid history request"));
         return;
@@ -1075,9 +1032,9 @@ void DemoBackend::cmdHistoryJump(const DemoCommand &cmd)
     qint64 target = 0;
     qint64 before = 0;
     qint64 after = 0;
-    if (a.size() != 4 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &target) ||
-        target < 1 || !demo_parse_id(a.at(2), &before) || before < 0 || before > kMaxPage ||
-        !demo_parse_id(a.at(3), &after) || after < 0 || after > kMaxPage) {
+    if (a.size() != 4 || !chatArg(a.first(), &ci) || !backend_parse_id(a.at(1), &target) ||
+        target < 1 || !backend_parse_id(a.at(2), &before) || before < 0 || before > kMaxPage ||
+        !backend_parse_id(a.at(3), &after) || after < 0 || after > kMaxPage) {
         tdError(QStringLiteral("history_jump:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid history request"));
         return;
@@ -1095,7 +1052,7 @@ void DemoBackend::cmdRead(const DemoCommand &cmd)
     const QStringList &a = cmd.args;
     int ci = -1;
     qint64 id = 0;
-    if (a.size() != 2 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &id) || id < 1) {
+    if (a.size() != 2 || !chatArg(a.first(), &ci) || !backend_parse_id(a.at(1), &id) || id < 1) {
         tdError(QStringLiteral("read:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid read request"));
         return;
@@ -1117,7 +1074,7 @@ void DemoBackend::cmdSend(const DemoCommand &cmd)
     const QStringList &a = cmd.args;
     const QString kind = verb.left(verb.size() - 2); // send, sendfile, sendvoice, sendvideonote
     qint64 chatId = 0;
-    demo_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(0), &chatId);
     const QString tag = QStringLiteral("%1:%2").arg(kind).arg(chatId);
     int ci = -1;
     if (a.isEmpty() || !chatArg(a.first(), &ci)) {
@@ -1133,20 +1090,20 @@ void DemoBackend::cmdSend(const DemoCommand &cmd)
         return;
     }
     qint64 replyTo = 0;
-    if (a.size() == base + 1 && (!demo_parse_id(a.at(1), &replyTo) || replyTo < 0)) {
+    if (a.size() == base + 1 && (!backend_parse_id(a.at(1), &replyTo) || replyTo < 0)) {
         tdError(tag, 400, QStringLiteral("Invalid reply id"));
         return;
     }
     const int payloadIdx = a.size() == base + 1 ? 2 : 1;
     QByteArray payload;
-    if (!demo_decode_base64(a.at(payloadIdx), &payload)) {
+    if (!backend_decode_base64(a.at(payloadIdx), &payload)) {
         tdError(tag, 400, QStringLiteral("Invalid Base64"));
         return;
     }
     const QString text = QString::fromUtf8(payload);
     qint64 duration = 0;
     if (voice &&
-        (!demo_parse_id(a.at(payloadIdx + 1), &duration) || duration < 1 || duration > 36000)) {
+        (!backend_parse_id(a.at(payloadIdx + 1), &duration) || duration < 1 || duration > 36000)) {
         tdError(tag, 400, QStringLiteral("Invalid duration"));
         return;
     }
@@ -1275,14 +1232,14 @@ void DemoBackend::cmdEdit(const DemoCommand &cmd)
     auto fail = [this, &a](int code, const QString &msg) {
         qint64 chatId = 0;
         qint64 mid = 0;
-        demo_parse_id(a.value(0), &chatId);
-        demo_parse_id(a.value(1), &mid);
+        backend_parse_id(a.value(0), &chatId);
+        backend_parse_id(a.value(1), &mid);
         emitError(QStringLiteral("edit_error"), code, msg,
                   {{QStringLiteral("chat_id"), chatId}, {QStringLiteral("id"), mid}});
     };
-    if (a.size() != 3 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &id) || id < 1)
+    if (a.size() != 3 || !chatArg(a.first(), &ci) || !backend_parse_id(a.at(1), &id) || id < 1)
         return fail(400, QStringLiteral("Invalid arguments"));
-    if (!demo_decode_base64(a.at(2), &payload))
+    if (!backend_decode_base64(a.at(2), &payload))
         return fail(400, QStringLiteral("Invalid Base64"));
     const QString text = QString::fromUtf8(payload);
     if (text.trimmed().isEmpty())
@@ -1315,8 +1272,8 @@ void DemoBackend::cmdReact(const DemoCommand &cmd)
     const QStringList &a = cmd.args;
     qint64 chatId = 0;
     qint64 id = 0;
-    demo_parse_id(a.value(0), &chatId);
-    demo_parse_id(a.value(1), &id);
+    backend_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(1), &id);
     const QString mode = a.value(3).left(16);
     auto fail = [&](int code, const QString &msg) {
         emitError(QStringLiteral("reaction_error"), code, msg,
@@ -1382,7 +1339,7 @@ void DemoBackend::cmdForward(const DemoCommand &cmd)
     QList<DemoMessage> msgs;
     for (int i = 2; i < a.size(); ++i) {
         qint64 id = 0;
-        if (!demo_parse_id(a.at(i), &id)) {
+        if (!backend_parse_id(a.at(i), &id)) {
             tdError(tag, 400, QStringLiteral("Invalid message id"));
             return;
         }
@@ -1415,7 +1372,7 @@ void DemoBackend::cmdDelete(const DemoCommand &cmd)
 {
     const QStringList &a = cmd.args;
     qint64 chatId = 0;
-    demo_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(0), &chatId);
     auto fail = [this, chatId](int code, const QString &msg, const QJsonArray &ids) {
         emitError(QStringLiteral("delete_error"), code, msg,
                   {{QStringLiteral("chat_id"), chatId}, {QStringLiteral("message_ids"), ids}});
@@ -1429,7 +1386,7 @@ void DemoBackend::cmdDelete(const DemoCommand &cmd)
     QSet<qint64> seen;
     for (int i = 2; i < a.size(); ++i) {
         qint64 id = 0;
-        if (!demo_parse_id(a.at(i), &id) || id < 1)
+        if (!backend_parse_id(a.at(i), &id) || id < 1)
             return fail(400, QStringLiteral("Invalid message id"), {});
         if (!seen.contains(id)) {
             seen.insert(id);
@@ -1477,8 +1434,8 @@ void DemoBackend::cmdProps(const DemoCommand &cmd)
     const QStringList &a = cmd.args;
     qint64 chatId = 0;
     qint64 id = 0;
-    demo_parse_id(a.value(0), &chatId);
-    demo_parse_id(a.value(1), &id);
+    backend_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(1), &id);
     int ci = -1;
     DemoMessage m;
     if (a.size() != 2 || !chatArg(a.first(), &ci) || id < 1 || !findMessage(ci, id, &m)) {
@@ -1496,8 +1453,8 @@ void DemoBackend::cmdPinnedList(const DemoCommand &cmd)
     const QStringList &a = cmd.args;
     int ci = -1;
     qint64 limit = 0;
-    if (a.size() != 2 || !chatArg(a.first(), &ci) || !demo_parse_id(a.at(1), &limit) || limit < 1 ||
-        limit > 1000) {
+    if (a.size() != 2 || !chatArg(a.first(), &ci) || !backend_parse_id(a.at(1), &limit) ||
+        limit < 1 || limit > 1000) {
         tdError(QStringLiteral("pinned_list:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid arguments"));
         return;
@@ -1522,8 +1479,9 @@ void DemoBackend::cmdSearch(const DemoCommand &cmd)
     qint64 chatId = 0;
     qint64 limit = 0;
     QByteArray query;
-    if (a.size() != 3 || !demo_parse_id(a.at(0), &chatId) || !demo_decode_base64(a.at(1), &query) ||
-        !demo_parse_id(a.at(2), &limit) || limit < 1 || limit > 100) {
+    if (a.size() != 3 || !backend_parse_id(a.at(0), &chatId) ||
+        !backend_decode_base64(a.at(1), &query) || !backend_parse_id(a.at(2), &limit) ||
+        limit < 1 || limit > 100) {
         tdError(QStringLiteral("search:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid search request"));
         return;
@@ -1552,7 +1510,7 @@ void DemoBackend::cmdChatAction(const DemoCommand &cmd)
     const QString &verb = cmd.verb;
     const QStringList &a = cmd.args;
     qint64 chatId = 0;
-    demo_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(0), &chatId);
     auto fail = [this, &verb, chatId](int code, const QString &msg) {
         emitError(QStringLiteral("action_error"), code, msg,
                   {{QStringLiteral("action"), verb}, {QStringLiteral("chat_id"), chatId}});
@@ -1659,7 +1617,7 @@ void DemoBackend::cmdDownload(const DemoCommand &cmd)
 {
     const QStringList &a = cmd.args;
     qint64 fileId = 0;
-    if (a.size() != 1 || !demo_parse_id(a.first(), &fileId) || fileId < 1) {
+    if (a.size() != 1 || !backend_parse_id(a.first(), &fileId) || fileId < 1) {
         tdError(QStringLiteral("download:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid file id"));
         return;

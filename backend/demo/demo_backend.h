@@ -43,10 +43,6 @@ struct DemoCommand
     QStringList args;
 };
 
-// A decimal id within the range JSON numbers carry exactly.
-bool demo_parse_id(const QString &text, qint64 *out);
-// Standard Base64 with padding; anything else is refused.
-bool demo_decode_base64(const QString &text, QByteArray *out);
 // The last part of a name from a message, made safe to use inside a folder.
 QString demo_safe_file_name(const QString &name);
 

@@ -1,5 +1,7 @@
 #include "td_translator.h"
 
+#include "command_args.h"
+
 #include "td_json.h"
 
 #include <QDir>
@@ -94,50 +96,6 @@ void TdOutput::append(const TdOutput &other)
     statusLines += other.statusLines;
     if (other.exitCode >= 0)
         exitCode = other.exitCode;
-}
-
-bool td_parse_id(const QString &text, qint64 *out)
-{
-    if (text.isEmpty() || text.size() > 20)
-        return false;
-    int i = 0;
-    bool neg = false;
-    if (text.at(0) == QLatin1Char('-')) {
-        neg = true;
-        i = 1;
-        if (text.size() == 1)
-            return false;
-    }
-    quint64 v = 0;
-    for (; i < text.size(); ++i) {
-        const QChar c = text.at(i);
-        if (c < QLatin1Char('0') || c > QLatin1Char('9'))
-            return false;
-        v = v * 10 + quint64(c.unicode() - '0');
-        if (v > quint64(Q_INT64_C(9007199254740992))) // beyond exact JSON numbers
-            return false;
-    }
-    *out = neg ? -qint64(v) : qint64(v);
-    return true;
-}
-
-bool td_decode_base64(const QString &text, QByteArray *out)
-{
-    if (text.isEmpty() || text.size() % 4 != 0)
-        return false;
-    for (const QChar c : text) {
-        const ushort u = c.unicode();
-        const bool ok = (u >= 'A' && u <= 'Z') || (u >= 'a' && u <= 'z') ||
-                        (u >= '0' && u <= '9') || u == '+' || u == '/' || u == '=';
-        if (!ok)
-            return false;
-    }
-    const QByteArray::FromBase64Result r =
-        QByteArray::fromBase64Encoding(text.toLatin1(), QByteArray::AbortOnBase64DecodingErrors);
-    if (!r)
-        return false;
-    *out = r.decoded;
-    return true;
 }
 
 QString td_one_line(const QString &text)
@@ -425,7 +383,7 @@ TdOutput TdTranslator::onCommand(const QString &raw)
             // Refused the way the verb's own failures are reported.
             const QString msg = QStringLiteral("Unauthorized");
             qint64 chatId = 0;
-            td_parse_id(args.value(0), &chatId);
+            backend_parse_id(args.value(0), &chatId);
             if (verb == QLatin1String("edit64")) {
                 out.events << errorEvent("edit_error", 401, msg);
             } else if (verb == QLatin1String("delete")) {
@@ -503,7 +461,7 @@ void TdTranslator::cmdResend(const QStringList &, const QString &, TdOutput *out
 void TdTranslator::cmdChats(const QStringList &a, const QString &, TdOutput *out)
 {
     qint64 n = 0;
-    if (a.size() != 1 || !td_parse_id(a.first(), &n) || n < 1 || n > 100000) {
+    if (a.size() != 1 || !backend_parse_id(a.first(), &n) || n < 1 || n > 100000) {
         tdError(out, QStringLiteral("chats"), 400, QStringLiteral("Invalid chat count"));
         return;
     }
@@ -534,7 +492,7 @@ namespace {
 
 bool chatIdArg(const QString &text, qint64 *id)
 {
-    return td_parse_id(text, id) && *id != 0;
+    return backend_parse_id(text, id) && *id != 0;
 }
 
 } // namespace
@@ -544,7 +502,7 @@ void TdTranslator::cmdOpen(const QStringList &a, const QString &, TdOutput *out)
     qint64 chatId = 0;
     qint64 anchor = 0;
     if (a.isEmpty() || a.size() > 2 || !chatIdArg(a.first(), &chatId) ||
-        (a.size() == 2 && (!td_parse_id(a.at(1), &anchor) || anchor < 1))) {
+        (a.size() == 2 && (!backend_parse_id(a.at(1), &anchor) || anchor < 1))) {
         tdError(out, QStringLiteral("open:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Chat not found"));
         return;
@@ -592,8 +550,8 @@ void TdTranslator::cmdHistory(const QStringList &a, const QString &, TdOutput *o
 {
     qint64 chatId = 0;
     qint64 n = 0;
-    if (a.size() != 2 || !chatIdArg(a.first(), &chatId) || !td_parse_id(a.at(1), &n) || n < 1 ||
-        n > kMaxPage) {
+    if (a.size() != 2 || !chatIdArg(a.first(), &chatId) || !backend_parse_id(a.at(1), &n) ||
+        n < 1 || n > kMaxPage) {
         tdError(out, QStringLiteral("history:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid history request"));
         return;
@@ -606,8 +564,8 @@ void TdTranslator::cmdHistoryMore(const QStringList &a, const QString &, TdOutpu
     qint64 chatId = 0;
     qint64 from = 0;
     qint64 n = 0;
-    if (a.size() != 3 || !chatIdArg(a.first(), &chatId) || !td_parse_id(a.at(1), &from) ||
-        from < 1 || !td_parse_id(a.at(2), &n) || n < 1 || n > kMaxPage) {
+    if (a.size() != 3 || !chatIdArg(a.first(), &chatId) || !backend_parse_id(a.at(1), &from) ||
+        from < 1 || !backend_parse_id(a.at(2), &n) || n < 1 || n > kMaxPage) {
         tdError(out, QStringLiteral("history_more:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid history request"));
         return;
@@ -622,9 +580,9 @@ void TdTranslator::cmdHistoryJump(const QStringList &a, const QString &, TdOutpu
     qint64 target = 0;
     qint64 before = 0;
     qint64 after = 0;
-    if (a.size() != 4 || !chatIdArg(a.first(), &chatId) || !td_parse_id(a.at(1), &target) ||
-        target < 1 || !td_parse_id(a.at(2), &before) || before < 0 || before > kMaxPage ||
-        !td_parse_id(a.at(3), &after) || after < 0 || after > kMaxPage) {
+    if (a.size() != 4 || !chatIdArg(a.first(), &chatId) || !backend_parse_id(a.at(1), &target) ||
+        target < 1 || !backend_parse_id(a.at(2), &before) || before < 0 || before > kMaxPage ||
+        !backend_parse_id(a.at(3), &after) || after < 0 || after > kMaxPage) {
         tdError(out, QStringLiteral("history_jump:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid history request"));
         return;
@@ -637,7 +595,8 @@ void TdTranslator::cmdRead(const QStringList &a, const QString &, TdOutput *out)
 {
     qint64 chatId = 0;
     qint64 id = 0;
-    if (a.size() != 2 || !chatIdArg(a.first(), &chatId) || !td_parse_id(a.at(1), &id) || id < 1) {
+    if (a.size() != 2 || !chatIdArg(a.first(), &chatId) || !backend_parse_id(a.at(1), &id) ||
+        id < 1) {
         tdError(out, QStringLiteral("read:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid read request"));
         return;
@@ -654,7 +613,7 @@ void TdTranslator::cmdSend(const QStringList &a, const QString &, TdOutput *out)
 {
     const QString kind = m_verb.left(m_verb.size() - 2); // send, sendfile, sendvoice, sendvideonote
     qint64 chatId = 0;
-    td_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(0), &chatId);
     const QString tag = QStringLiteral("%1:%2").arg(kind).arg(chatId);
     if (a.isEmpty() || chatId == 0) {
         tdError(out, tag, 400, QStringLiteral("Chat not found"));
@@ -669,20 +628,20 @@ void TdTranslator::cmdSend(const QStringList &a, const QString &, TdOutput *out)
         return;
     }
     qint64 replyTo = 0;
-    if (a.size() == base + 1 && (!td_parse_id(a.at(1), &replyTo) || replyTo < 0)) {
+    if (a.size() == base + 1 && (!backend_parse_id(a.at(1), &replyTo) || replyTo < 0)) {
         tdError(out, tag, 400, QStringLiteral("Invalid reply id"));
         return;
     }
     const int payloadIdx = a.size() == base + 1 ? 2 : 1;
     QByteArray payload;
-    if (!td_decode_base64(a.at(payloadIdx), &payload)) {
+    if (!backend_decode_base64(a.at(payloadIdx), &payload)) {
         tdError(out, tag, 400, QStringLiteral("Invalid Base64"));
         return;
     }
     const QString text = QString::fromUtf8(payload);
     qint64 duration = 0;
     if (voice &&
-        (!td_parse_id(a.at(payloadIdx + 1), &duration) || duration < 1 || duration > 36000)) {
+        (!backend_parse_id(a.at(payloadIdx + 1), &duration) || duration < 1 || duration > 36000)) {
         tdError(out, tag, 400, QStringLiteral("Invalid duration"));
         return;
     }
@@ -754,8 +713,8 @@ void TdTranslator::cmdEdit(const QStringList &a, const QString &, TdOutput *out)
 {
     qint64 chatId = 0;
     qint64 id = 0;
-    td_parse_id(a.value(0), &chatId);
-    td_parse_id(a.value(1), &id);
+    backend_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(1), &id);
     auto fail = [&](int code, const QString &msg) {
         QJsonObject e = errorEvent("edit_error", code, msg);
         e.insert(QStringLiteral("chat_id"), chatId);
@@ -765,7 +724,7 @@ void TdTranslator::cmdEdit(const QStringList &a, const QString &, TdOutput *out)
     QByteArray payload;
     if (a.size() != 3 || chatId == 0 || id < 1)
         return fail(400, QStringLiteral("Invalid arguments"));
-    if (!td_decode_base64(a.at(2), &payload))
+    if (!backend_decode_base64(a.at(2), &payload))
         return fail(400, QStringLiteral("Invalid Base64"));
     const QString text = QString::fromUtf8(payload);
     if (text.trimmed().isEmpty())
@@ -785,8 +744,8 @@ void TdTranslator::cmdReact(const QStringList &a, const QString &, TdOutput *out
 {
     qint64 chatId = 0;
     qint64 id = 0;
-    td_parse_id(a.value(0), &chatId);
-    td_parse_id(a.value(1), &id);
+    backend_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(1), &id);
     const QString mode = a.value(3).left(16);
     const QString emoji = a.value(2).left(32);
     if (a.size() != 4 || chatId == 0 || id < 1 ||
@@ -821,7 +780,7 @@ bool idList(const QStringList &a, int skip, QList<qint64> *ids)
 {
     for (int i = skip; i < a.size(); ++i) {
         qint64 id = 0;
-        if (!td_parse_id(a.at(i), &id))
+        if (!backend_parse_id(a.at(i), &id))
             return false;
         if (id >= 1 && !ids->contains(id))
             ids->append(id);
@@ -860,7 +819,7 @@ void TdTranslator::cmdForward(const QStringList &a, const QString &, TdOutput *o
 void TdTranslator::cmdDelete(const QStringList &a, const QString &, TdOutput *out)
 {
     qint64 chatId = 0;
-    td_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(0), &chatId);
     const QString mode = a.value(1);
     QList<qint64> ids;
     if (a.size() < 3 || a.size() > kMaxIds + 2 || chatId == 0 ||
@@ -888,8 +847,8 @@ void TdTranslator::cmdProps(const QStringList &a, const QString &, TdOutput *out
 {
     qint64 chatId = 0;
     qint64 id = 0;
-    td_parse_id(a.value(0), &chatId);
-    td_parse_id(a.value(1), &id);
+    backend_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(1), &id);
     if (a.size() != 2 || chatId == 0 || id < 1) {
         QJsonObject e =
             errorEvent("message_properties_error", 400, QStringLiteral("Invalid arguments"));
@@ -908,7 +867,7 @@ void TdTranslator::cmdPinnedList(const QStringList &a, const QString &, TdOutput
 {
     qint64 chatId = 0;
     qint64 limit = 0;
-    if (a.size() != 2 || !chatIdArg(a.first(), &chatId) || !td_parse_id(a.at(1), &limit) ||
+    if (a.size() != 2 || !chatIdArg(a.first(), &chatId) || !backend_parse_id(a.at(1), &limit) ||
         limit < 1 || limit > 1000) {
         tdError(out, QStringLiteral("pinned_list:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid arguments"));
@@ -929,8 +888,9 @@ void TdTranslator::cmdSearch(const QStringList &a, const QString &, TdOutput *ou
     qint64 chatId = 0;
     qint64 limit = 0;
     QByteArray query;
-    if (a.size() != 3 || !td_parse_id(a.at(0), &chatId) || !td_decode_base64(a.at(1), &query) ||
-        !td_parse_id(a.at(2), &limit) || limit < 1 || limit > 100) {
+    if (a.size() != 3 || !backend_parse_id(a.at(0), &chatId) ||
+        !backend_decode_base64(a.at(1), &query) || !backend_parse_id(a.at(2), &limit) ||
+        limit < 1 || limit > 100) {
         tdError(out, QStringLiteral("search:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid search request"));
         return;
@@ -947,7 +907,7 @@ void TdTranslator::cmdSearch(const QStringList &a, const QString &, TdOutput *ou
 void TdTranslator::cmdChatAction(const QStringList &a, const QString &, TdOutput *out)
 {
     qint64 chatId = 0;
-    td_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(0), &chatId);
     const QString verb = m_verb;
     Pending p{QStringLiteral("action"), chatId, 0, 0, false, 0, verb};
     if (a.size() != 1 || chatId == 0) {
@@ -997,7 +957,7 @@ void TdTranslator::cmdChatAction(const QStringList &a, const QString &, TdOutput
 void TdTranslator::cmdChatInfo(const QStringList &a, const QString &, TdOutput *out)
 {
     qint64 chatId = 0;
-    td_parse_id(a.value(0), &chatId);
+    backend_parse_id(a.value(0), &chatId);
     const auto it = m_chats.constFind(chatId);
     if (a.size() != 1 || it == m_chats.cend()) {
         QJsonObject e = errorEvent("chat_info_error", 400,
@@ -1024,7 +984,7 @@ void TdTranslator::cmdChatInfo(const QStringList &a, const QString &, TdOutput *
 void TdTranslator::cmdDownload(const QStringList &a, const QString &, TdOutput *out)
 {
     qint64 fileId = 0;
-    if (a.size() != 1 || !td_parse_id(a.first(), &fileId) || fileId < 1 || fileId > INT_MAX) {
+    if (a.size() != 1 || !backend_parse_id(a.first(), &fileId) || fileId < 1 || fileId > INT_MAX) {
         tdError(out, QStringLiteral("download:%1").arg(a.value(0).left(24)), 400,
                 QStringLiteral("Invalid file id"));
         return;

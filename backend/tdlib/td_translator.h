@@ -232,10 +232,6 @@ private:
     QString m_connectionState;
 };
 
-// Commands carry ids in decimal; only values JSON numbers hold exactly pass.
-bool td_parse_id(const QString &text, qint64 *out);
-// Standard Base64 with padding; anything else is refused.
-bool td_decode_base64(const QString &text, QByteArray *out);
 // A text with every line break and other control character replaced by a
 // blank, for status lines.
 QString td_one_line(const QString &text);
