@@ -36,7 +36,10 @@ void VideoNoteCircle::setImage(const QImage &image)
         image.isNull() || size().isEmpty()
             ? QImage()
             : image.scaled(size() * dpr, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
-    m_scaled.setDevicePixelRatio(dpr);
+    // The brush maps it to the widget itself (dpr kept aside), so a texture ratio never
+    // scales it a second time.
+    m_scaled.setDevicePixelRatio(1.0);
+    m_scaledRatio = dpr;
     update();
 }
 
@@ -63,7 +66,7 @@ void VideoNoteCircle::paintEvent(QPaintEvent *)
         p.setBrush(m_placeholder);
     } else {
         // The picture as the circle's fill, centred.
-        const qreal dpr = m_scaled.devicePixelRatio();
+        const qreal dpr = m_scaledRatio;
         const QSizeF logical = QSizeF(m_scaled.size()) / dpr;
         QBrush brush(m_scaled);
         brush.setTransform(QTransform::fromScale(1 / dpr, 1 / dpr) *

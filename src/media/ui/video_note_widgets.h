@@ -32,6 +32,7 @@ protected:
 private:
     QImage m_image;
     QImage m_scaled;
+    qreal m_scaledRatio = 1.0;
     QColor m_placeholder = QColor(0x80, 0x80, 0x80);
     QString m_source;
 };
