@@ -1,6 +1,7 @@
 #include "command_args.h"
 
 #include <QByteArray>
+#include <QJsonDocument>
 #include <QString>
 
 bool backend_parse_id(const QString &text, qint64 *out)
@@ -45,4 +46,19 @@ bool backend_decode_base64(const QString &text, QByteArray *out)
         return false;
     *out = r.decoded;
     return true;
+}
+
+QJsonObject backend_td_error_event(const QString &extra, int code, const QString &message)
+{
+    QJsonObject err;
+    err.insert(QStringLiteral("@type"), QStringLiteral("error"));
+    err.insert(QStringLiteral("code"), code);
+    err.insert(QStringLiteral("message"), message);
+    if (!extra.isEmpty())
+        err.insert(QStringLiteral("@extra"), extra);
+    QJsonObject o;
+    o.insert(QStringLiteral("type"), QStringLiteral("td_error"));
+    o.insert(QStringLiteral("json"),
+             QString::fromUtf8(QJsonDocument(err).toJson(QJsonDocument::Compact)));
+    return o;
 }

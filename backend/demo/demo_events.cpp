@@ -1,5 +1,7 @@
 #include "demo_events.h"
 
+#include "command_args.h"
+
 #include <QJsonDocument>
 
 namespace {
@@ -151,16 +153,7 @@ QJsonObject connection_state(const QString &state)
 
 QJsonObject td_error(const QString &extra, int code, const QString &message)
 {
-    QJsonObject err;
-    err.insert(QStringLiteral("@type"), QStringLiteral("error"));
-    err.insert(QStringLiteral("code"), code);
-    err.insert(QStringLiteral("message"), message);
-    if (!extra.isEmpty())
-        err.insert(QStringLiteral("@extra"), extra);
-    QJsonObject o = typed("td_error");
-    o.insert(QStringLiteral("json"),
-             QString::fromUtf8(QJsonDocument(err).toJson(QJsonDocument::Compact)));
-    return o;
+    return backend_td_error_event(extra, code, message);
 }
 
 QJsonObject error(const QString &type, int code, const QString &message, QJsonObject fields)

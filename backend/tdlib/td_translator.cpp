@@ -181,15 +181,7 @@ void TdTranslator::request(TdOutput *out, QJsonObject req, const Pending &pendin
 void TdTranslator::tdError(TdOutput *out, const QString &extra, int code,
                            const QString &message) const
 {
-    QJsonObject err = typed("error");
-    err.insert(QStringLiteral("code"), code);
-    err.insert(QStringLiteral("message"), message);
-    if (!extra.isEmpty())
-        err.insert(QStringLiteral("@extra"), extra);
-    QJsonObject o = event("td_error");
-    o.insert(QStringLiteral("json"),
-             QString::fromUtf8(QJsonDocument(err).toJson(QJsonDocument::Compact)));
-    out->events << o;
+    out->events << backend_td_error_event(extra, code, message);
 }
 
 TdOutput TdTranslator::onTdObject(const QJsonObject &object)
