@@ -116,4 +116,22 @@ inline bool prepareSignedInFolder(const QString &appDir, const QStringList &env,
     return signIn(spike.get(), error);
 }
 
+// The demo backend installed into appDir, its folder signed in, and a later
+// start on it, as a user who signed in before sees it; null with error set.
+inline std::unique_ptr<UiTdlibSpike> startSignedIn(const QString &backendPath,
+                                                   const QString &appDir, const QStringList &env,
+                                                   QString *error)
+{
+    if (!installExecutable(backendPath, appDir)) {
+        *error = QStringLiteral("cannot install the demo backend");
+        return nullptr;
+    }
+    if (!prepareSignedInFolder(appDir, env, error))
+        return nullptr;
+    auto spike = std::make_unique<UiTdlibSpike>(appDir, env);
+    if (!signIn(spike.get(), error))
+        return nullptr;
+    return spike;
+}
+
 } // namespace bench

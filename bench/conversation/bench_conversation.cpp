@@ -103,15 +103,9 @@ int main(int argc, char *argv[])
     const QStringList env =
         bench::demoEnvironment(dir.filePath(QStringLiteral("data")), dir.filePath("shared"));
     QString error;
-    if (!bench::installExecutable(QStringLiteral(DEMO_BACKEND_PATH), appDir) ||
-        !bench::prepareSignedInFolder(appDir, env, &error)) {
-        std::fprintf(stderr, "sign-in failed: %s\n", qPrintable(error));
-        return 2;
-    }
-
-    // A later start on the signed-in folder.
-    auto spike = std::make_unique<UiTdlibSpike>(appDir, env);
-    if (!bench::signIn(spike.get(), &error)) {
+    std::unique_ptr<UiTdlibSpike> spike =
+        bench::startSignedIn(QStringLiteral(DEMO_BACKEND_PATH), appDir, env, &error);
+    if (!spike) {
         std::fprintf(stderr, "start failed: %s\n", qPrintable(error));
         return 2;
     }

@@ -93,13 +93,9 @@ int main(int argc, char *argv[])
         bench::demoEnvironment(dir.filePath(QStringLiteral("data")), dir.filePath("shared"));
     env << QStringLiteral("VEXA_ZOOM=") + zoom;
     QString error;
-    if (!bench::installExecutable(QStringLiteral(DEMO_BACKEND_PATH), appDir) ||
-        !bench::prepareSignedInFolder(appDir, env, &error)) {
-        std::fprintf(stderr, "sign-in failed: %s\n", qPrintable(error));
-        return 2;
-    }
-    auto spike = std::make_unique<UiTdlibSpike>(appDir, env);
-    if (!bench::signIn(spike.get(), &error)) {
+    std::unique_ptr<UiTdlibSpike> spike =
+        bench::startSignedIn(QStringLiteral(DEMO_BACKEND_PATH), appDir, env, &error);
+    if (!spike) {
         std::fprintf(stderr, "start failed: %s\n", qPrintable(error));
         return 2;
     }
