@@ -2,6 +2,7 @@
 #include "chats/chat_list_model.h"
 #include "common/recording_commands.h"
 #include "common/test_util.h"
+#include "conversation/ui/chat_screen.h"
 #include "media/media_downloads.h"
 #include "platform/array_data_model.h"
 #include "platform/ui/list_view.h"
@@ -12,8 +13,12 @@
 #include "shell/ui/shell_screens.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
 
+#include <QAbstractButton>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
 #include <QPointer>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -22,9 +27,10 @@
 
 using namespace test_util;
 
-// The chat search and the files cache through the controller: events go
-// through the real events file and intake, command lines to a recording
-// channel, files are real files in a temporary data folder.
+// The searches, the pinned messages and the files cache through the
+// controller: events go through the real events file and intake, command
+// lines to a recording channel, the user acts on the real widgets, files are
+// real files in a temporary data folder.
 class TestSearchAndCache : public QObject
 {
     Q_OBJECT
@@ -34,6 +40,8 @@ private Q_SLOTS:
 
     void typingFiltersTheListAndOpensAChat();
     void serverSearch();
+    void pinnedBarAndList();
+    void searchInTheChat();
     void clearingSparesSavedCopiesAndOffersDownloadsAgain();
 
 private:
@@ -47,6 +55,11 @@ private:
     QString sharedDir() const { return m_dir->filePath("shared"); }
     // Signs in and loads the chats ("id=1|title=..." each, order by position).
     bool loadChats(const QStringList &chats);
+    // Opens chat 1 and loads messages 1..30; message n says "note n", every
+    // fifth one "lunch n".
+    bool openChat();
+    // The message with this id is on screen.
+    bool shown(qint64 id) const;
 
     std::unique_ptr<QTemporaryDir> m_dir;
     RecordingCommands m_commands;
@@ -84,6 +97,35 @@ bool TestSearchAndCache::loadChats(const QStringList &chats)
     }
     feed(R"({"type":"chats_end"})");
     return waitFor([&] { return m_spike->chatListView()->itemWidget(0) != nullptr; });
+}
+
+bool TestSearchAndCache::openChat()
+{
+    m_spike->window()->show();
+    if (!loadChats({"id=1|title=Ann"}))
+        return false;
+    m_spike->openChatFromRow(m_spike->chatList()->rowAt(0));
+    feed(R"({"type":"history_begin","chat_id":1,"clear":true})");
+    for (int id = 1; id <= 30; ++id)
+        feed(QStringLiteral(R"({"type":"message","chat_id":1,"id":%1,"text":"%2 %1"})")
+                 .arg(id)
+                 .arg(id % 5 == 0 ? QStringLiteral("lunch") : QStringLiteral("note"))
+                 .toUtf8());
+    feed(R"({"type":"history_end","chat_id":1,"clear":true})");
+    return waitFor([&] { return shown(30); });
+}
+
+bool TestSearchAndCache::shown(qint64 id) const
+{
+    ListView *list = m_spike->messageListView();
+    const QList<QVariantMap> &rows = m_spike->messageRows()->rows();
+    for (int row : list->visibleRows()) {
+        const QWidget *item = list->itemWidget(row);
+        if (rows.value(row).value("id").toString().toLongLong() == id && item &&
+            item->geometry().intersects(list->viewport()->rect()))
+            return true;
+    }
+    return false;
 }
 
 void TestSearchAndCache::typingFiltersTheListAndOpensAChat()
@@ -125,6 +167,71 @@ void TestSearchAndCache::serverSearch()
     dialog->setSelectedIndices({0});
     dialog->finishWith(SystemUiResult::ConfirmButtonSelection);
     QCOMPARE(sent("chat_info -1077"), 1);
+}
+
+void TestSearchAndCache::pinnedBarAndList()
+{
+    QVERIFY(openChat());
+    ChatScreen *chat = m_spike->chatScreen();
+    feed(R"({"type":"pinned_message","chat_id":1,"text":"note 25","content_type":"messageText"})");
+    feed(R"({"type":"pinned_list_begin","chat_id":1})");
+    feed(R"({"type":"pinned_list_item","chat_id":1,"id":25,"text":"note 25"})");
+    feed(R"({"type":"pinned_list_item","chat_id":1,"id":2,"text":"note 2"})");
+    feed(R"({"type":"pinned_list_end","chat_id":1})");
+    QVERIFY(chat->isPinnedBarVisible());
+    // The walk's order: test_pinned_messages.
+    Q_EMIT chat->pinnedBarTapped();
+    QVERIFY(waitFor([&] { return shown(25); }));
+
+    // The list draws every pin whole; a tap on a row goes to its message.
+    Q_EMIT chat->pinnedExpandToggled();
+    ListView *pins = m_spike->pinnedListView();
+    QVERIFY(waitFor([&] { return chat->isPinnedListVisible() && pins->itemWidget(1); }));
+    QStringList texts;
+    for (int row = 0; row < 2; ++row) {
+        QWidget *item = pins->itemWidget(row);
+        QVERIFY(pins->viewport()->rect().contains(item->geometry()));
+        for (QLabel *l : item->findChildren<QLabel *>()) {
+            QVERIFY(l->isVisible() && item->rect().contains(l->geometry()));
+            if (!l->text().isEmpty())
+                texts << l->text();
+        }
+    }
+    QCOMPARE(texts, (QStringList{"note 25", "note 2"}));
+    QTest::mouseClick(pins->itemWidget(1), Qt::LeftButton, Qt::NoModifier, QPoint(60, 10));
+    QVERIFY(waitFor([&] { return shown(2); }));
+    QVERIFY(!chat->isPinnedListVisible());
+}
+
+// Through the overflow menu (what its other entries do: test_chat_details).
+void TestSearchAndCache::searchInTheChat()
+{
+    QVERIFY(openChat());
+    ChatScreen *chat = m_spike->chatScreen();
+    chat->findChild<QAbstractButton *>("chat_more_button")->click();
+    QListWidget *menu =
+        m_spike->window()->findChild<SystemListDialog *>("chat_overflow_dialog")->listWidget();
+    QTest::mouseClick(menu->viewport(), Qt::LeftButton, Qt::NoModifier,
+                      menu->visualItemRect(menu->item(0)).center());
+    auto *field = chat->findChild<QLineEdit *>("chat_search_field");
+    QTest::keyClicks(field, QStringLiteral("lunch"));
+    // Enter and Up go back in time, Shift+Enter and Down forward.
+    QTest::keyClick(field, Qt::Key_Return);
+    QTest::keyClick(field, Qt::Key_Up);
+    QCOMPARE(chat->searchStatus(), QStringLiteral("3 of 6"));
+    QVERIFY(waitFor([&] { return shown(20); }));
+    QTest::keyClick(field, Qt::Key_Return, Qt::ShiftModifier);
+    QTest::keyClick(field, Qt::Key_Down);
+    QCOMPARE(chat->searchStatus(), QStringLiteral("1 of 6"));
+    // Past the oldest loaded match it offers an older page.
+    for (int i = 0; i < 6; ++i)
+        QTest::keyClick(field, Qt::Key_Return);
+    auto *older = chat->findChild<QAbstractButton *>("chat_search_older_pages");
+    QVERIFY(older->isVisible());
+    older->click();
+    QCOMPARE(sent("history_more 1 1 50"), 1);
+    QTest::keyClick(field, Qt::Key_Escape);
+    QVERIFY(!chat->isSearchVisible());
 }
 
 void TestSearchAndCache::clearingSparesSavedCopiesAndOffersDownloadsAgain()
