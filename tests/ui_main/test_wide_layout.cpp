@@ -32,7 +32,6 @@ enum class Effect
     MessageSearch,
     OpensRow,
     Scrolls,
-    EditsOwnLast,
     Quits
 };
 Q_DECLARE_METATYPE(Effect)
@@ -252,12 +251,11 @@ void TestWideLayout::shortcuts_data()
     // For scrolling, row is the direction.
     QTest::newRow("Page Up") << "PgUp" << true << true << Effect::Scrolls << -1;
     QTest::newRow("Page Down") << "PgDown" << false << true << Effect::Scrolls << 1;
-    QTest::newRow("Up edits") << "Up" << false << true << Effect::EditsOwnLast << 0;
     QTest::newRow("Ctrl+Q") << "Ctrl+Q" << true << false << Effect::Quits << 0;
 }
 
-// Each shortcut with a chat open (the fourth of the list; a private one
-// where an own message is edited), typed where the keyboard is.
+// Each shortcut with the fourth chat of the list open, typed where the
+// keyboard is (Up in the composer: test_chat_screen).
 void TestWideLayout::shortcuts()
 {
     QFETCH(QString, keys);
@@ -266,25 +264,11 @@ void TestWideLayout::shortcuts()
     QFETCH(Effect, effect);
     QFETCH(int, row);
     setWide(wide);
-    openRow(effect == Effect::EditsOwnLast ? privateRow() : 3);
+    openRow(3);
     ListView *messages = m_spike->messageListView();
     if (effect == Effect::Scrolls && row > 0) {
         messages->scrollToItem({0});
         QTRY_VERIFY(messages->isAtBeginning());
-    }
-    if (effect == Effect::EditsOwnLast) {
-        // A fresh own message, which may still be edited.
-        m_spike->composer()->setText("edit me");
-        m_spike->composer()->onSendMessage();
-        const auto sent = [&] {
-            for (int i = m_spike->messageRows()->size() - 1; i >= 0; --i) {
-                const QVariantMap row = m_spike->messageRows()->value(i);
-                if (row.value("text") == "edit me" && !row.contains("sending_state"))
-                    return true;
-            }
-            return false;
-        };
-        QVERIFY(waitFor(sent, 10000));
     }
     const qint64 before = messages->scrollOffset();
     if (inChat)
@@ -315,10 +299,6 @@ void TestWideLayout::shortcuts()
         break;
     case Effect::Scrolls:
         QTRY_VERIFY((messages->scrollOffset() - before) * row > 0);
-        break;
-    case Effect::EditsOwnLast:
-        QTRY_VERIFY(m_spike->composer()->editingMessageId() != 0);
-        m_spike->composer()->clearEdit(false);
         break;
     case Effect::Quits:
         QVERIFY(!m_spike->window()->isVisible());
