@@ -52,7 +52,6 @@ private:
     }
     int sent(const QString &line) const { return m_commands.count(line); }
     QString dataDir() const { return m_dir->filePath("data"); }
-    QString sharedDir() const { return m_dir->filePath("shared"); }
     // Signs in and loads the chats ("id=1|title=..." each, order by position).
     bool loadChats(const QStringList &chats);
     // Opens chat 1 and loads messages 1..30; message n says "note n", every
@@ -71,9 +70,10 @@ void TestSearchAndCache::init()
     m_dir = std::make_unique<QTemporaryDir>();
     m_commands.clear();
     QVERIFY(QDir().mkpath(m_dir->filePath("app")));
-    const QStringList env = cleanEnvironment() << "VEXA_DATA_DIR=" + dataDir()
-                                               << "VEXA_SHARED_DIR=" + sharedDir() << "VEXA_ZOOM=1"
-                                               << "UI_USE_SERVICE_BACKEND=1";
+    const QStringList env = cleanEnvironment()
+                            << "VEXA_DATA_DIR=" + dataDir()
+                            << "VEXA_SHARED_DIR=" + m_dir->filePath("shared") << "VEXA_ZOOM=1"
+                            << "UI_USE_SERVICE_BACKEND=1";
     m_spike = std::make_unique<UiTdlibSpike>(m_dir->filePath("app"), env, &m_commands);
     m_spike->window()->resize(720, 1280);
 }
@@ -132,16 +132,16 @@ void TestSearchAndCache::typingFiltersTheListAndOpensAChat()
 {
     QVERIFY(loadChats({"id=1|title=Zoe", "id=2|title=Ada"}));
     MainScreen *main = m_spike->screens()->mainScreen();
-    const auto shown = [this] { return m_spike->chatListView()->dataModel()->rowCount(); };
+    const auto rows = [this] { return m_spike->chatListView()->dataModel()->rowCount(); };
     Q_EMIT main->searchRequested();
     // What matches, and rows joining as they change: test_chat_filter.
     Q_EMIT main->searchTextChanged("ada");
-    QCOMPARE(shown(), 1);
+    QCOMPARE(rows(), 1);
     // A tap opens the chat the filtered row shows.
     Q_EMIT m_spike->chatListView()->triggered({0});
     QCOMPARE(sent("chat_info 2"), 1);
     main->closeSearch();
-    QCOMPARE(shown(), 2);
+    QCOMPARE(rows(), 2);
 }
 
 // Stale answers and none: the dispatcher's cases.

@@ -120,8 +120,6 @@ void TestWideLayout::initTestCase()
 
 void TestWideLayout::init()
 {
-    if (!m_spike)
-        return;
     m_spike->window()->show();
     m_spike->window()->activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(m_spike->window()));
