@@ -3,7 +3,6 @@
 #include "common/recording_commands.h"
 #include "common/test_util.h"
 #include "conversation/ui/chat_screen.h"
-#include "media/media_downloads.h"
 #include "platform/array_data_model.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
@@ -42,7 +41,7 @@ private Q_SLOTS:
     void serverSearch();
     void pinnedBarAndList();
     void searchInTheChat();
-    void clearingSparesSavedCopiesAndOffersDownloadsAgain();
+    void clearingOffersDownloadsAgain();
 
 private:
     void feed(const QByteArray &json)
@@ -234,7 +233,8 @@ void TestSearchAndCache::searchInTheChat()
     QVERIFY(!chat->isSearchVisible());
 }
 
-void TestSearchAndCache::clearingSparesSavedCopiesAndOffersDownloadsAgain()
+// What clearing spares: test_files_cache.
+void TestSearchAndCache::clearingOffersDownloadsAgain()
 {
     const QString files = dataDir() + "/cache/tdlib-files";
     QVERIFY(QDir().mkpath(files + "/profile_photos") && QDir().mkpath(files + "/photos"));
@@ -242,30 +242,22 @@ void TestSearchAndCache::clearingSparesSavedCopiesAndOffersDownloadsAgain()
     photo.fill(Qt::red);
     QVERIFY(photo.save(files + "/profile_photos/chat_900.png"));
     QVERIFY(photo.save(files + "/photos/502.png"));
-    QVERIFY(writeFile(files + "/documents/501_a.pdf", QByteArray(3000, 'p')));
     QVERIFY(loadChats({"id=1|title=One|photo_small_id=900"}));
     QVERIFY(waitFor([&] { return sent("download 900") == 1; }));
     feed(QStringLiteral(R"({"type":"file","id":900,"path":"%1/profile_photos/chat_900.png"})")
              .arg(files)
              .toUtf8());
     QVERIFY(m_spike->chatList()->rowAt(0).contains("avatar_path"));
-
     m_spike->openChatFromRow(m_spike->chatList()->rowAt(0));
     feed(R"({"type":"history_begin","chat_id":1,"clear":true})");
-    feed(R"({"type":"message","chat_id":1,"id":10,"content_type":"messageDocument",)"
-         R"("media_type":"file","media_name":"a.pdf","media_size":3000,"media_file_id":501})");
     feed(R"({"type":"message","chat_id":1,"id":11,"content_type":"messagePhoto",)"
          R"("media_type":"photo","media_w":32,"media_h":32,"media_file_id":502})");
     feed(R"({"type":"history_end","chat_id":1,"clear":true})");
-    for (const char *e : {R"({"type":"file","id":501,"path":"%1/documents/501_a.pdf"})",
-                          R"({"type":"file","id":502,"path":"%1/photos/502.png"})"})
-        feed(QString::fromLatin1(e).arg(files).toUtf8());
-    // The document is saved into the shared downloads folder.
-    m_spike->mediaDownloads()->onFileTapped(files + "/documents/501_a.pdf", 501);
+    feed(QStringLiteral(R"({"type":"file","id":502,"path":"%1/photos/502.png"})")
+             .arg(files)
+             .toUtf8());
     ArrayDataModel *rows = m_spike->messageRows();
-    QVERIFY(waitFor([&] { return rows->value(0).contains("file_shared_path"); }));
-    const QString saved = rows->value(0).value("file_shared_path").toString();
-    QVERIFY(rows->value(1).contains("media_path"));
+    QVERIFY(rows->value(0).contains("media_path"));
 
     // Clearing asks first, saying how much goes.
     Q_EMIT m_spike->screens()->menuScreen()->clearCacheRequested();
@@ -276,11 +268,9 @@ void TestSearchAndCache::clearingSparesSavedCopiesAndOffersDownloadsAgain()
     ask->finishWith(SystemUiResult::ConfirmButtonSelection);
     QSignalSpy cleared(m_spike->filesCache(), &FilesCache::cleared);
     QVERIFY(cleared.wait(20000));
-
-    QVERIFY(!QFileInfo::exists(files + "/documents/501_a.pdf"));
-    QCOMPARE(readAll(saved).size(), 3000);
-    // The rows offer their media again and the chat's photo is asked for anew.
-    QVERIFY(!rows->value(1).contains("media_path"));
+    // The row offers its photo again and the chat's photo is asked for anew.
+    QVERIFY(!QFileInfo::exists(files + "/photos/502.png"));
+    QVERIFY(!rows->value(0).contains("media_path"));
     QVERIFY(!m_spike->chatList()->rowAt(0).contains("avatar_path"));
     QVERIFY(waitFor([&] { return sent("download 900") == 2; }));
 }
