@@ -19,9 +19,7 @@ struct Harness : OpenChatModels
 {
     QVariantMap info;
     Composer composer{&session, [this](qint64) { return info; }};
-    QStringList lines;
-    QStringList toasts;
-    QStringList logs;
+    QStringList lines, toasts;
 
     explicit Harness(bool open = true)
     {
@@ -31,8 +29,6 @@ struct Harness : OpenChatModels
                          [this](const QString &l) { lines.append(l); });
         QObject::connect(&composer, &Composer::toastRequested,
                          [this](const QString &t) { toasts.append(t); });
-        QObject::connect(&composer, &Composer::logLine,
-                         [this](const QString &l) { logs.append(l); });
         if (!open)
             return;
         session.openChatFromRow(test_util::kv("id=5 chat_type=private"));
@@ -46,9 +42,9 @@ struct Harness : OpenChatModels
     }
 };
 
-QString decode64(const QString &word)
+QString base64(const QString &text)
 {
-    return QString::fromUtf8(QByteArray::fromBase64(word.toLatin1()));
+    return QString::fromLatin1(text.toUtf8().toBase64());
 }
 
 } // namespace
@@ -69,8 +65,8 @@ private Q_SLOTS:
         };
         row("blank sends nothing", "", " \n ", "", "");
         row("reply id in the middle", "reply 10", "hi", "send64 5 10", "");
-        row("line breaks and other scripts stay in one token", "reply 10",
-            "a\r\nб\n\n👍🏽 " + QString(3000, QLatin1Char('z')), "send64 5 10", "");
+        row("line breaks and other scripts stay in one token", "",
+            "a\r\nб\n\n👍🏽 " + QString(3000, QLatin1Char('z')), "send64 5", "");
         row("edit", "edit 11", "new text", "edit64 5 11", "Editing…");
         row("blank edit", "edit 11", "   ", "", "Message can't be empty");
         row("no chat open", "closed", "hello", "", "");
@@ -100,19 +96,12 @@ private Q_SLOTS:
             QVERIFY2(h.lines.isEmpty(), qPrintable(h.lines.join(QLatin1Char('|'))));
             return;
         }
-        QCOMPARE(h.lines.size(), 1);
-        const QString line = h.lines.first();
-        QVERIFY(!line.contains(QLatin1Char('\n')) && !line.contains(QLatin1Char('\r')));
-        QVERIFY(line.startsWith(expectedStart + QLatin1Char(' ')));
-        const QString word = line.mid(expectedStart.size() + 1);
-        QVERIFY(!word.contains(QLatin1Char(' ')));
-        QCOMPARE(decode64(word), typed.trimmed());
+        QCOMPARE(h.lines, QStringList{expectedStart + QLatin1Char(' ') + base64(typed.trimmed())});
         // After a send the field, the bars and the list are ready for the next.
-        QCOMPARE(h.composer.replyToMessageId(), 0);
-        QCOMPARE(h.composer.editingMessageId(), 0);
-        QCOMPARE(h.composer.text(),
-                 setup.startsWith(QLatin1String("edit")) ? QStringLiteral("draft") : QString());
-        QCOMPARE(scrolled.count(), setup.startsWith(QLatin1String("edit")) ? 0 : 1);
+        const bool edit = setup.startsWith(QLatin1String("edit"));
+        QVERIFY(!h.composer.isReplyBarVisible() && !h.composer.isEditBarVisible());
+        QCOMPARE(h.composer.text(), edit ? QStringLiteral("draft") : QString());
+        QCOMPARE(scrolled.count(), edit ? 0 : 1);
     }
     void barText_data()
     {
@@ -157,7 +146,6 @@ private Q_SLOTS:
         if (!editable) {
             QCOMPARE(h.toasts, QStringList{QStringLiteral("Can't edit this message")});
             QCOMPARE(h.composer.editingMessageId(), 0);
-            QCOMPARE(h.composer.replyToMessageId(), 10);
             return;
         }
         const QString text = h.messages.rowAt(h.messages.findMessageRowIndexById(id))
@@ -214,23 +202,21 @@ private Q_SLOTS:
     {
         Harness h;
         QSignalSpy focus(&h.composer, &Composer::focusRequested);
+        // None or several selected: refused at once.
         h.composer.onSelectionReplyTapped({});
         h.composer.onSelectionReplyTapped({10, 11});
+        QCOMPARE(h.toasts.size(), 2);
+        // Unknown permissions are asked for first; refused by the flag or by an error, no reply.
         h.composer.onSelectionReplyTapped({10});
-        QCOMPARE(h.lines, QStringList{QStringLiteral("props 5 10")});
         h.feed("message_properties chat_id=5 id=10 can_be_replied=false");
-        QCOMPARE(h.composer.replyToMessageId(), 0);
         h.composer.onSelectionReplyTapped({11});
         h.feed("message_properties_error chat_id=5 id=11 code=1");
+        QCOMPARE(h.composer.replyToMessageId(), 0);
         h.composer.onSelectionReplyTapped({14});
         h.feed("message_properties chat_id=5 id=14 can_be_replied=true");
+        QCOMPARE(h.lines, (QStringList{"props 5 10", "props 5 11", "props 5 14"}));
         QCOMPARE(h.composer.replyToMessageId(), 14);
-        QCOMPARE(h.composer.replyBarText(), QStringLiteral("Reply: untyped"));
         QVERIFY(focus.wait());
-        QCOMPARE(h.toasts.size(), 7);
-        QCOMPARE(h.toasts.at(3), h.toasts.at(5)); // refused by the flag and by the error alike
-        QCOMPARE(h.toasts.at(2), h.toasts.at(4)); // waiting for permissions
-        QCOMPARE(h.toasts.at(2), h.toasts.at(6));
         // Deleting the targets clears the bars; a reply does not end an edit.
         h.composer.startEditMessage(11);
         h.composer.setReplyToMessageId(10);
@@ -242,28 +228,23 @@ private Q_SLOTS:
     void attachingAFile()
     {
         QTemporaryDir dir;
-        QVERIFY(dir.isValid());
         const QString path = dir.filePath(QStringLiteral("doc one\n.txt"));
         QVERIFY(test_util::writeFile(path, QByteArray()));
         Harness h;
         QSignalSpy picker(&h.composer, &Composer::filePickerRequested);
         h.composer.onAttachTap();
-        QCOMPARE(picker.count(), 1);
+        // Nothing picked or a missing file: nothing goes; a file URL or a path does.
         h.composer.onAttachFileSelected({});
         h.composer.onAttachFileSelected({dir.filePath(QStringLiteral("missing"))});
         h.composer.onAttachFileSelected({QStringLiteral("file://") + path});
         h.composer.setReplyToMessageId(10);
         h.composer.onAttachFileSelected({path});
-        QCOMPARE(h.lines.size(), 2);
-        QCOMPARE(h.lines.at(0).section(QLatin1Char(' '), 0, 1), QStringLiteral("sendfile64 5"));
-        QCOMPARE(decode64(h.lines.at(0).section(QLatin1Char(' '), 2)), path);
-        QCOMPARE(h.lines.at(1).section(QLatin1Char(' '), 0, 2), QStringLiteral("sendfile64 5 10"));
-        QCOMPARE(decode64(h.lines.at(1).section(QLatin1Char(' '), 3)), path);
-        QCOMPARE(h.logs.size(), 4);
+        QCOMPARE(h.lines,
+                 (QStringList{"sendfile64 5 " + base64(path), "sendfile64 5 10 " + base64(path)}));
+        // No file while editing.
         h.composer.startEditMessage(11);
         h.composer.onAttachTap();
         QCOMPARE(picker.count(), 1);
-        QCOMPARE(h.toasts.size(), 1);
     }
 };
 
