@@ -1,6 +1,4 @@
-#include "chats/chat_list_model.h"
 #include "conversation/chat_actions.h"
-#include "conversation/chat_session.h"
 #include "conversation_test_util.h"
 #include "platform/clipboard.h"
 
@@ -10,8 +8,7 @@ namespace {
 
 using Request = ChatActions::ConfirmRequest;
 
-// Chat 5 of the given type and title open, chat 7 in the list too; the
-// info record is what the test puts in it.
+// Chat 5 of the given type and title open, chat 7 in the list too; info as the test puts it.
 struct Harness : OpenChatModels
 {
     QHash<qint64, QVariantMap> info;
@@ -37,14 +34,6 @@ struct Harness : OpenChatModels
         session.openChatFromRow(chat);
     }
 };
-
-// "key=value key2=value2" with "~" for a blank.
-QVariantMap fields(const QString &text)
-{
-    QVariantMap m = ev(QStringLiteral("x ") + text);
-    m.remove(QStringLiteral("type"));
-    return m;
-}
 
 } // namespace
 
@@ -97,8 +86,7 @@ void TestChatDetails::confirm()
     QCOMPARE(h.lines, QStringList{action + QStringLiteral(" 5")});
 }
 
-// The page's facts in one line; "-" stands for the words saying there is no
-// public link.
+// The page's facts in one line; "-" for the words saying there is no public link.
 static QString describe(const ChatActions::Page &p)
 {
     QStringList out{p.kind, p.notifications};
@@ -156,9 +144,9 @@ void TestChatDetails::page()
 {
     QFETCH(QString, testCase);
     const QStringList f = testCase.split(QLatin1Char('|'));
-    Harness h(f.value(0), QStringLiteral("Ann"), fields(f.value(1)));
+    Harness h(f.value(0), QStringLiteral("Ann"), test_util::kv(f.value(1)));
     if (!f.value(2).isEmpty())
-        h.info.insert(5, fields(f.value(2)));
+        h.info.insert(5, test_util::kv(f.value(2)));
     const ChatActions::Page p = h.actions.updateChatInfoFromModel();
     QCOMPARE(describe(p), f.value(3));
 
@@ -193,10 +181,7 @@ void TestChatDetails::nothingWithoutChat()
 {
     Harness h;
     h.session.onBackToChats();
-    h.actions.onChatInfoClearHistory();
-    h.actions.onChatInfoJoin();
     h.actions.onChatInfoLeave();
-    h.actions.onChatInfoDeleteChat();
     h.actions.onChatInfoToggleNotifications();
     h.actions.onChatInfoCopyLink();
     h.actions.onChatInfoCopyId();
@@ -215,8 +200,7 @@ void TestChatDetails::newerDialogReplacesAndKeepsItsChat()
     Harness h;
     h.actions.onChatInfoLeave();
     h.actions.onChatInfoClearHistory();
-    // The user opens another chat before confirming: the action stays with
-    // the chat it was asked for.
+    // Another chat opened before confirming: the action stays with the chat it was asked for.
     h.session.openChatFromRow(h.chats.chatRowById(7));
     h.actions.onChatActionDialogFinished(h.dialogs.last().properties, 2);
     QCOMPARE(h.lines, QStringList{QStringLiteral("clear_history 5")});

@@ -1,15 +1,12 @@
-#include "chats/chat_list_model.h"
-#include "conversation/chat_session.h"
 #include "conversation/composer.h"
 #include "conversation/message_actions.h"
-#include "conversation/message_row_model.h"
 #include "conversation_test_util.h"
-#include "platform/array_data_model.h"
 #include "platform/clipboard.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
@@ -18,7 +15,8 @@ using Request = MessageActions::DialogRequest;
 
 // Chat 5 ("Ann") open, of the given type, with 10 incoming text "hello",
 // 11 own text "mine", 12 own photo, 13 own text still being sent. Chats 7
-// ("Bob") and 9 (no title) are in the list too.
+// ("Bob") and 9 (no title) are in the list too. The composer's lines and
+// toasts are recorded with the actions'.
 struct Harness : OpenChatModels
 {
     QVariantMap info;
@@ -36,8 +34,10 @@ struct Harness : OpenChatModels
         const auto line = [this](const QString &l) { lines << l; };
         QObject::connect(&messages, &MessageRowModel::sendLineRequested, line);
         QObject::connect(&actions, &MessageActions::sendLineRequested, line);
-        QObject::connect(&actions, &MessageActions::toastRequested,
-                         [this](const QString &t) { toasts << t; });
+        QObject::connect(&composer, &Composer::sendLineRequested, line);
+        const auto toast = [this](const QString &t) { toasts << t; };
+        QObject::connect(&actions, &MessageActions::toastRequested, toast);
+        QObject::connect(&composer, &Composer::toastRequested, toast);
         QObject::connect(&actions, &MessageActions::dialogRequested,
                          [this](const Request &r) { dialogs << r; });
         addChat("id=7|title=Bob|order=20");
@@ -70,19 +70,6 @@ struct Harness : OpenChatModels
         }
     }
     QVariantMap row(qint64 id) const { return messages.rowAt(messages.findMessageIndexById(id)); }
-    // The row's reaction chips as "emoji:count:chosen,…".
-    QString chips(qint64 id) const
-    {
-        QStringList out;
-        for (const QVariant &chip : row(id).value(QStringLiteral("reactions")).toList()) {
-            const QVariantMap m = chip.toMap();
-            out << QStringLiteral("%1:%2:%3")
-                       .arg(m.value(QStringLiteral("emoji")).toString())
-                       .arg(m.value(QStringLiteral("count")).toInt())
-                       .arg(m.value(QStringLiteral("chosen")).toBool() ? 1 : 0);
-        }
-        return out.join(QLatin1Char(','));
-    }
 };
 
 // Long presses on "10 11 12".
@@ -93,6 +80,11 @@ void select(MessageActions &actions, const QString &ids)
 }
 
 const QString kAll = QStringLiteral("rfdaec");
+
+QString base64(const QString &text)
+{
+    return QString::fromLatin1(text.toUtf8().toBase64());
+}
 
 } // namespace
 
@@ -113,6 +105,16 @@ private Q_SLOTS:
     void reactions();
     void editNewest_data();
     void editNewest();
+    // The composer
+    void sending_data();
+    void sending();
+    void barText();
+    void editing_data();
+    void editing();
+    void visibility_data();
+    void visibility();
+    void replyFromSelection();
+    void attachingAFile();
 };
 
 void TestMessageActions::menu_data()
@@ -216,8 +218,7 @@ void TestMessageActions::selection()
     h.props(QStringLiteral("10:rfd"));
     QCOMPARE(header.last(), (QVariantList{true, true, true}));
 
-    // Taps toggle; two messages cannot be replied to together, and one that
-    // may not be forwarded takes the forward action away.
+    // Two messages cannot be replied to together; one not forwardable takes forwarding away.
     h.actions.onMessageSelectionToggleRequested(11);
     h.props(QStringLiteral("11:rd"));
     QCOMPARE(header.last(), (QVariantList{false, false, true}));
@@ -228,8 +229,7 @@ void TestMessageActions::selection()
     h.feed(QStringLiteral("messages_deleted chat_id=5 message_ids=11"));
     QVERIFY(!h.actions.isSelectionMode());
 
-    // Desktop clicks: Ctrl enters selection mode and toggles; Shift adds the
-    // rows between the last clicked one and this one.
+    // Ctrl+click enters selection mode and toggles; Shift+click adds the range since the last.
     h.actions.onMessageSelectClicked(13, false);
     h.actions.onMessageSelectClicked(10, true);
     QCOMPARE(h.actions.selectedIds(), (QList<qint64>{13, 10, 12})); // 11 was deleted
@@ -248,8 +248,7 @@ void TestMessageActions::selection()
 
 void TestMessageActions::forward_data()
 {
-    // "selected/properties (\"later ...\": after the tap)/no chats/toasts/line sent after
-    // picking the second chat"
+    // "selected/properties (\"later\": after the tap)/no chats/toasts/line for the second chat"
     QTest::addColumn<QString>("testCase");
     for (const char *r :
          {"//0/Select messages to forward/", "10 11/10:r 11:d/0/Cannot forward selected messages/",
@@ -278,9 +277,6 @@ void TestMessageActions::forward()
         h.props(props.mid(6));
     QCOMPARE(h.dialogs.size(), line.isEmpty() ? 0 : 1);
     if (!line.isEmpty()) {
-        // Cancelled first: nothing goes.
-        h.actions.onForwardDialogFinished(h.dialogs.first().properties, 3, -1);
-        QVERIFY(h.lines.isEmpty());
         h.actions.onForwardDialogFinished(h.dialogs.first().properties, 2, 1);
         QVERIFY(!h.actions.isSelectionMode());
     }
@@ -290,8 +286,7 @@ void TestMessageActions::forward()
 
 void TestMessageActions::remove_data()
 {
-    // "chat type/title/peer user's name/ids/properties/body/option/lines with the option
-    // ticked/lines without"
+    // "chat type/title/peer user's name/ids/properties/body/option/lines ticked/lines not"
     QTest::addColumn<QString>("testCase");
     for (const char *r :
          {"private/Ann/Ann Lee/11/11:da/Delete this message?/Delete for Ann Lee/"
@@ -360,7 +355,6 @@ void TestMessageActions::reactions_data()
     row("chip: the chat's spelling of the emoji",
         "❤:1:0/❤️/❤//react 5 10 ❤️ add/❤:2:1");
     row("chip: not allowed here", "🔥:1:0/🎉/🔥///🔥:1:0");
-    row("chip: reactions off", "🔥:1:0//🔥///🔥:1:0");
 }
 
 void TestMessageActions::reactions()
@@ -386,8 +380,7 @@ void TestMessageActions::reactions()
         QCOMPARE(r.items.mid(0, items.count(QLatin1Char('|')) + 1).join(QLatin1Char('|')), items);
         QVariantMap props = r.properties, fresh = r.properties;
         const int index = props.value(QStringLiteral("react_emojis")).toStringList().indexOf(pick);
-        // The second finish signal of the same dialog does nothing, nor does an index the
-        // dialog never offered.
+        // A second finish signal of the dialog does nothing, nor does an index never offered.
         for (const char *which : {"finished", "selected"})
             h.actions.handleReactionsDialogFinishedCommon(&props, QLatin1String(which),
                                                           index < 0 ? 3 : 2, index);
@@ -395,7 +388,10 @@ void TestMessageActions::reactions()
     }
     QCOMPARE(h.lines.join(QLatin1Char('|')), line);
     QCOMPARE(h.toasts.size(), line.isEmpty() && items.isEmpty() ? 1 : 0);
-    QCOMPARE(h.chips(10), f.at(5));
+    QCOMPARE(h.row(10).value(QStringLiteral("reactions")).toList(),
+             ev(QStringLiteral("chips reactions=") + f.at(5))
+                 .value(QStringLiteral("reactions"))
+                 .toList());
 }
 
 void TestMessageActions::editNewest_data()
@@ -419,6 +415,188 @@ void TestMessageActions::editNewest()
     QCOMPARE(h.lines, before.isEmpty() ? QStringList{QStringLiteral("props 5 11")} : QStringList());
     h.props(after);
     QCOMPARE(h.composer.editingMessageId(), edits ? qint64(11) : qint64(0));
+}
+
+void TestMessageActions::sending_data()
+{
+    QTest::addColumn<QString>("setup"); // "reply N", "edit N", "closed" or empty
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("expectedStart"); // the line before its text; empty: none
+    QTest::addColumn<QString>("toast");
+    auto row = [](const char *name, const char *setup, const QString &typed, const char *start,
+                  const char *toast) {
+        QTest::newRow(name) << setup << typed << start << QString::fromUtf8(toast);
+    };
+    row("blank sends nothing", "", " \n ", "", "");
+    row("reply id in the middle", "reply 10", "hi", "send64 5 10", "");
+    row("line breaks and other scripts stay in one token", "",
+        "a\r\nб\n\n👍🏽 " + QString(3000, QLatin1Char('z')), "send64 5", "");
+    row("edit", "edit 11", "new text", "edit64 5 11", "Editing…");
+    row("blank edit", "edit 11", "   ", "", "Message can't be empty");
+    row("no chat open", "closed", "hello", "", "");
+}
+
+void TestMessageActions::sending()
+{
+    QFETCH(QString, setup);
+    QFETCH(QString, typed);
+    QFETCH(QString, expectedStart);
+    QFETCH(QString, toast);
+    Harness h;
+    QSignalSpy scrolled(&h.session, &ChatSession::scrollToEndRequested);
+    const qint64 id = setup.section(QLatin1Char(' '), 1).toLongLong();
+    h.composer.setText(QStringLiteral("draft"));
+    if (setup.startsWith(QLatin1String("reply")))
+        h.composer.setReplyToMessageId(id);
+    else if (setup.startsWith(QLatin1String("edit")))
+        h.composer.startEditMessage(id);
+    else if (setup == QLatin1String("closed"))
+        h.session.onBackToChats();
+    h.composer.setText(typed);
+    h.composer.onSendMessage();
+    QCOMPARE(h.toasts.join(QLatin1Char('|')), toast);
+    if (expectedStart.isEmpty()) {
+        QVERIFY2(h.lines.isEmpty(), qPrintable(h.lines.join(QLatin1Char('|'))));
+        return;
+    }
+    QCOMPARE(h.lines, QStringList{expectedStart + QLatin1Char(' ') + base64(typed.trimmed())});
+    // After a send the field, the bars and the list are ready for the next.
+    const bool edit = setup.startsWith(QLatin1String("edit"));
+    QVERIFY(!h.composer.isReplyBarVisible() && !h.composer.isEditBarVisible());
+    QCOMPARE(h.composer.text(), edit ? QStringLiteral("draft") : QString());
+    QCOMPARE(scrolled.count(), edit ? 0 : 1);
+}
+
+void TestMessageActions::barText()
+{
+    // Cut at 90 characters, a surrogate pair counting once.
+    const QString smiles = QString::fromUtf8("😀").repeated(90);
+    Harness h;
+    h.feed("message_new chat_id=5 id=20 text=" + smiles +
+           ";message_new chat_id=5 id=21 text=" + QString(200, QLatin1Char('x')));
+    h.composer.setReplyToMessageId(20);
+    QCOMPARE(h.composer.replyBarText(), QStringLiteral("Reply: ") + smiles);
+    h.composer.setReplyToMessageId(21);
+    QCOMPARE(h.composer.replyBarText(),
+             QStringLiteral("Reply: ") + QString(90, QLatin1Char('x')) + QString::fromUtf8("…"));
+}
+
+void TestMessageActions::editing_data()
+{
+    // Only own texts that have been sent, typed or not, can be edited: 11 and 14.
+    QTest::addColumn<qint64>("id");
+    for (const qint64 id : {10, 11, 12, 13, 14})
+        QTest::addRow("%lld", id) << id;
+}
+
+void TestMessageActions::editing()
+{
+    QFETCH(qint64, id);
+    const bool editable = id == 11 || id == 14;
+    Harness h;
+    h.feed("message_new chat_id=5 id=14 text=~untyped~ outgoing=true");
+    QSignalSpy focus(&h.composer, &Composer::focusRequested);
+    h.composer.setText(QStringLiteral("draft"));
+    h.composer.setReplyToMessageId(10);
+    h.composer.startEditMessage(id);
+    if (!editable) {
+        QCOMPARE(h.toasts, QStringList{QStringLiteral("Can't edit this message")});
+        QCOMPARE(h.composer.editingMessageId(), 0);
+        return;
+    }
+    const QString text = id == 11 ? QStringLiteral("mine") : QStringLiteral(" untyped ");
+    QCOMPARE(h.composer.editingMessageId(), id);
+    QCOMPARE(h.composer.text(), text);
+    QCOMPARE(h.composer.editBarText(), QStringLiteral("Edit: ") + text.trimmed());
+    QCOMPARE(h.composer.replyToMessageId(), 0);
+    QVERIFY(focus.wait());
+    // A second edit keeps the first draft; cancelling puts it back.
+    h.composer.startEditMessage(11);
+    h.composer.clearEdit(true);
+    QCOMPARE(h.composer.text(), QStringLiteral("draft"));
+    QVERIFY(!h.composer.isEditBarVisible());
+}
+
+void TestMessageActions::visibility_data()
+{
+    // "chat type|in the chat list|can_send (none: no chat info yet)|composer shown"
+    QTest::addColumn<QString>("testCase");
+    for (const char *r : {"channel|1||0", "channel|1|true|1", "supergroup|1||1", "basic_group|0||0",
+                          "private|0||1", "private|1|false|0"})
+        QTest::newRow(r) << QString(r);
+}
+
+void TestMessageActions::visibility()
+{
+    QFETCH(QString, testCase);
+    const QStringList f = testCase.split(QLatin1Char('|'));
+    const bool visible = f.at(3) == QLatin1String("1");
+    Harness h;
+    h.session.onBackToChats();
+    QSignalSpy changed(&h.composer, &Composer::composerVisibleChanged);
+    const QVariantMap row = test_util::kv("id=8|order=1|chat_type=" + f.at(0));
+    if (f.at(1) == QLatin1String("1"))
+        h.chats.upsertChatRow(row);
+    h.session.openChatFromRow(row);
+    if (!f.at(2).isEmpty()) {
+        h.info.insert(QStringLiteral("can_send"), f.at(2) == QLatin1String("true"));
+        h.composer.updateComposerVisibilityForCurrentChat();
+    }
+    QCOMPARE(h.composer.isComposerVisible(), visible);
+    QCOMPARE(changed.isEmpty() ? false : changed.last().at(0).toBool(), visible);
+    h.session.onBackToChats();
+    QVERIFY(!h.composer.isComposerVisible());
+}
+
+void TestMessageActions::replyFromSelection()
+{
+    Harness h;
+    h.feed("message_new chat_id=5 id=14 text=~untyped~ outgoing=true");
+    QSignalSpy focus(&h.composer, &Composer::focusRequested);
+    // None or several selected: refused at once.
+    h.composer.onSelectionReplyTapped({});
+    h.composer.onSelectionReplyTapped({10, 11});
+    QCOMPARE(h.toasts.size(), 2);
+    // Unknown permissions are asked for first; refused by the flag or by an error, no reply.
+    h.composer.onSelectionReplyTapped({10});
+    h.feed("message_properties chat_id=5 id=10 can_be_replied=false");
+    h.composer.onSelectionReplyTapped({11});
+    h.feed("message_properties_error chat_id=5 id=11 code=1");
+    QCOMPARE(h.composer.replyToMessageId(), 0);
+    h.composer.onSelectionReplyTapped({14});
+    h.feed("message_properties chat_id=5 id=14 can_be_replied=true");
+    QCOMPARE(h.lines, (QStringList{"props 5 10", "props 5 11", "props 5 14"}));
+    QCOMPARE(h.composer.replyToMessageId(), 14);
+    QVERIFY(focus.wait());
+    // Deleting the targets clears the bars; a reply does not end an edit.
+    h.composer.startEditMessage(11);
+    h.composer.setReplyToMessageId(10);
+    h.feed("messages_deleted chat_id=5 message_ids=12");
+    QVERIFY(h.composer.isEditBarVisible() && h.composer.isReplyBarVisible());
+    h.feed("messages_deleted chat_id=5 message_ids=10,11");
+    QVERIFY(!h.composer.isEditBarVisible() && !h.composer.isReplyBarVisible());
+}
+
+void TestMessageActions::attachingAFile()
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("doc one\n.txt"));
+    QVERIFY(test_util::writeFile(path, QByteArray()));
+    Harness h;
+    QSignalSpy picker(&h.composer, &Composer::filePickerRequested);
+    h.composer.onAttachTap();
+    // Nothing picked or a missing file: nothing goes; a file URL or a path does.
+    h.composer.onAttachFileSelected({});
+    h.composer.onAttachFileSelected({dir.filePath(QStringLiteral("missing"))});
+    h.composer.onAttachFileSelected({QStringLiteral("file://") + path});
+    h.composer.setReplyToMessageId(10);
+    h.composer.onAttachFileSelected({path});
+    QCOMPARE(h.lines,
+             (QStringList{"sendfile64 5 " + base64(path), "sendfile64 5 10 " + base64(path)}));
+    // No file while editing.
+    h.composer.startEditMessage(11);
+    h.composer.onAttachTap();
+    QCOMPARE(picker.count(), 1);
 }
 
 QTEST_MAIN(TestMessageActions)

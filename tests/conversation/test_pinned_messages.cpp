@@ -1,6 +1,5 @@
 #include "conversation/pinned_messages.h"
 #include "conversation_test_util.h"
-#include "platform/array_data_model.h"
 
 #include <QtTest>
 
