@@ -144,18 +144,16 @@ void TestMessageActions::menu()
         h.info.insert(QStringLiteral("available_reactions_all"), false);
         h.info.insert(QStringLiteral("available_reactions"), QVariantList());
     }
-    QSignalSpy shown(&h.actions, &MessageActions::dialogRequested);
     h.actions.showMessageMenu(id);
     // The menu waits for the message's properties.
     QCOMPARE(h.lines, QStringList{QStringLiteral("props 5 %1").arg(id)});
     QVERIFY(h.dialogs.isEmpty());
+    // Without an answer the menu comes from the row after a while.
     if (props == QLatin1String("error"))
         h.feed(QStringLiteral("message_properties_error chat_id=5 id=%1 code=400").arg(id));
-    else if (props == QLatin1String("timeout"))
-        QVERIFY(shown.wait(5000));
-    else
+    else if (props != QLatin1String("timeout"))
         h.props(QStringLiteral("%1:%2").arg(id).arg(props));
-    QCOMPARE(h.dialogs.size(), 1);
+    QTRY_COMPARE(h.dialogs.size(), 1);
     QCOMPARE(h.dialogs.first().items.join(QLatin1Char('|')), items);
     // Asked again, it opens at once from the cache, or asks again after a failure.
     if (props != QLatin1String("timeout")) {
