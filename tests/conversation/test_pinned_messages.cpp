@@ -52,46 +52,69 @@ private Q_SLOTS:
     void bar();
     void walk_data();
     void walk();
+    void expandAsksAgainAndUnpinCloses();
 };
 
 void TestPinnedMessages::bar_data()
 {
-    // "events => bar text (none: hidden), list rows, list requests"; "P" stands for
-    // "pinned_message chat_id=", "I" for "pinned_list_item chat_id=", "B" for
-    // "pinned_list_begin chat_id=".
-    QTest::addColumn<QString>("testCase");
-    for (const char *r :
-         {"P5 text=a\nb\rc => a~b~c 0 1",
-          "P5 text=x;B5;I5 id=3 text=x;pinned_list_end chat_id=5;"
-          "pinned_none chat_id=5 =>  0 1",
-          "P6 text=x;B6;I6 id=3 text=x =>  0 0", "P5 text=x;pinned_none chat_id=6 => x 0 1",
-          "P5 text=x;P5 text=y => y 0 2",
-          "P5 text=x;B5;I5 id=3 text=x;I5 id=3 text=x;I5 id=0 text=z;"
-          "I5 id=9 text=y;pinned_list_end chat_id=5 => x 2 1",
-          "P5 text=x;I5 id=3 text=x;B5 => x 0 1"})
-        QTest::newRow(r) << QString(r);
+    // Events fed in order, then what shows: the bar's text (empty: hidden), the list's rows and
+    // how many times the list was asked for.
+    QTest::addColumn<QString>("events");
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("rows");
+    QTest::addColumn<int>("asked");
+    const QString bar = QStringLiteral("pinned_message chat_id=5 text=");
+    const QString begin = QStringLiteral("pinned_list_begin chat_id=5;");
+    const QString item = QStringLiteral("pinned_list_item chat_id=5 id=");
+    const QString end = QStringLiteral("pinned_list_end chat_id=5");
+    QTest::newRow("line breaks") << bar + "a\nb\rc"
+                                 << "a b c" << 0 << 1;
+    QTest::newRow("unpinned") << bar + "x;" + begin + item + "3 text=x;" + end +
+                                     ";pinned_none chat_id=5"
+                              << "" << 0 << 1;
+    QTest::newRow("other chat") << "pinned_message chat_id=6 text=x;pinned_list_begin chat_id=6;"
+                                   "pinned_list_item chat_id=6 id=3 text=x"
+                                << "" << 0 << 0;
+    QTest::newRow("other chat unpinned") << bar + "x;pinned_none chat_id=6"
+                                         << "x" << 0 << 1;
+    QTest::newRow("replaced") << bar + "x;" + bar + "y"
+                              << "y" << 0 << 2;
+    QTest::newRow("repeats and zero ids")
+        << bar + "x;" + begin + item + "3 text=x;" + item + "3 text=x;" + item + "0 text=z;" +
+               item + "9 text=y;" + end
+        << "x" << 2 << 1;
+    QTest::newRow("item before begin") << bar + "x;" + item + "3 text=x;" + begin << "x" << 0 << 1;
 }
 
 void TestPinnedMessages::bar()
 {
-    QFETCH(QString, testCase);
-    QString events = testCase.section(QStringLiteral(" => "), 0, 0);
-    events.replace(QLatin1String("P"), QLatin1String("pinned_message chat_id="))
-        .replace(QLatin1String("I"), QLatin1String("pinned_list_item chat_id="))
-        .replace(QLatin1String("B"), QLatin1String("pinned_list_begin chat_id="));
-    const QStringList want = testCase.section(QStringLiteral(" => "), 1).split(QLatin1Char(' '));
+    QFETCH(QString, events);
+    QFETCH(QString, text);
+    QFETCH(int, rows);
+    QFETCH(int, asked);
     Pins p;
     p.feed(events);
-    QCOMPARE(p.pinned.barText(), QString(want.at(0)).replace(QLatin1Char('~'), QLatin1Char(' ')));
-    QCOMPARE(p.pinned.isBarVisible(), !want.at(0).isEmpty());
-    QCOMPARE(p.rows.size(), want.at(1).toInt());
-    QCOMPARE(p.lines,
-             QVector<QString>(want.at(2).toInt(), QStringLiteral("pinned_list 5 100")).toList());
+    QCOMPARE(p.pinned.barText(), text);
+    QCOMPARE(p.pinned.isBarVisible(), !text.isEmpty());
+    QCOMPARE(p.rows.size(), rows);
+    QCOMPARE(p.lines, QVector<QString>(asked, QStringLiteral("pinned_list 5 100")).toList());
 
     // Another chat starts with nothing.
     p.pinned.setChatId(7);
     QVERIFY(!p.pinned.isBarVisible());
     QCOMPARE(p.rows.size(), 0);
+}
+
+void TestPinnedMessages::expandAsksAgainAndUnpinCloses()
+{
+    Pins p;
+    p.pin(QStringLiteral("3"));
+    p.lines.clear();
+    p.pinned.onTogglePinnedExpand();
+    QVERIFY(p.pinned.isExpanded());
+    QCOMPARE(p.lines, QStringList{QStringLiteral("pinned_list 5 100")});
+    p.feed(QStringLiteral("pinned_none chat_id=5"));
+    QVERIFY(!p.pinned.isExpanded());
 }
 
 void TestPinnedMessages::walk_data()
