@@ -20,13 +20,6 @@ class TestInstanceChannel : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void serverNameDependsOnDataDir()
-    {
-        const QString a = InstanceChannel::server_name_for("/tmp/a");
-        QCOMPARE(InstanceChannel::server_name_for("/tmp/a/"), a);
-        QVERIFY(a != InstanceChannel::server_name_for("/tmp/b"));
-    }
-
     void urlsFromAnotherProcess_data()
     {
         QTest::addColumn<QString>("url"); // empty: asks for the window only
@@ -70,7 +63,6 @@ private Q_SLOTS:
             QTest::newRow(name) << bytes << raw << QByteArray(expected);
         };
         row("line feed", "tg://a\nquit", false, "line break");
-        row("carriage return", "tg://a\rq", false, "line break");
         row("too long", noBreak, false, "too long");
         row("nobody listening", "tg://x", false, "no running instance");
         row("raw carriage return", "tg://a\rb\n", true, "bad\n");
