@@ -28,7 +28,6 @@ private Q_SLOTS:
         QTest::newRow("insert past end") << "insert" << 5 << "abcd|";
         // Replacing a row with its own map still tells views to redraw it.
         QTest::newRow("replace identical") << "touch" << 1 << "abcd|chg 1-1;chg 1-1;";
-        QTest::newRow("removeAt past end") << "removeAt" << 4 << "abcd|";
         QTest::newRow("removeRange clipped") << "removeRange" << 2 << "ab|rem 2-3;";
         QTest::newRow("move up") << "move" << 30 << "dabc|mov 3>0;";
         QTest::newRow("move to last") << "move" << 3 << "bcda|mov 0>4;";
@@ -71,9 +70,7 @@ private Q_SLOTS:
         else if (op == "touch") {
             m.replace(a, m.value(a));
             m.replace(a, m.value(a));
-        } else if (op == "removeAt")
-            m.removeAt(a);
-        else if (op == "removeRange")
+        } else if (op == "removeRange")
             m.removeRange(a, 10);
         else if (op == "move")
             m.move(a / 10, a % 10); // from, to as two digits

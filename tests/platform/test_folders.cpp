@@ -71,25 +71,6 @@ private Q_SLOTS:
             w = sub(w);
         QCOMPARE(got, want);
     }
-
-    void ensureCreatesFolders()
-    {
-        QTemporaryDir root;
-        QProcessEnvironment env;
-        env.insert("HOME", root.path());
-        env.insert("VEXA_DATA_DIR", root.path() + "/data");
-        env.insert("VEXA_SHARED_DIR", root.path() + "/shared");
-        AppFolders f = resolve_app_folders(QString(), env);
-        QString error;
-        QVERIFY2(ensure_app_folders(f, &error), qPrintable(error));
-        for (const QString &d : {f.dataDir, f.downloadsDir, f.miscDir, f.videosDir})
-            QVERIFY2(QFileInfo(d).isDir(), qPrintable(d));
-        // A file where a folder should be makes it fail with a message.
-        QVERIFY(test_util::writeFile(root.path() + "/blocked", QByteArray()));
-        f.dataDir = root.path() + "/blocked/data";
-        QVERIFY(!ensure_app_folders(f, &error));
-        QVERIFY(error.contains("blocked"));
-    }
 };
 
 QTEST_GUILESS_MAIN(TestFolders)
