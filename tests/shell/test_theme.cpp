@@ -1,4 +1,3 @@
-#include "shell/debug_flags.h"
 #include "shell/theme.h"
 
 #include "common/test_util.h"
@@ -30,25 +29,6 @@ private Q_SLOTS:
         QFile::remove(path);
         QVERIFY(content == "<missing>" || writeFile(path, content));
         QCOMPARE(read_theme_file(path), dark);
-    }
-    void disableBubbles_data()
-    {
-        QTest::addColumn<QByteArray>("fileText");
-        QTest::addColumn<bool>("disabled");
-        // The file's own rules (comments, blanks, repeated keys): test_env_file;
-        // "yes": the controller's test.
-        QTest::newRow("TRUE") << QByteArray("UI_DISABLE_BUBBLES=TRUE\n") << true;
-        QTest::newRow("on, no line end") << QByteArray("UI_DISABLE_BUBBLES=on") << true;
-        QTest::newRow("quoted") << QByteArray("UI_DISABLE_BUBBLES=\"1\"\n") << false;
-    }
-    void disableBubbles()
-    {
-        QFETCH(QByteArray, fileText);
-        QFETCH(bool, disabled);
-        const QString path = td_debug_env_path(m_dir.path());
-        QVERIFY(writeFile(path, fileText));
-        QCOMPARE(read_disable_bubbles(path), disabled);
-        QVERIFY(!read_disable_bubbles(m_dir.path() + "/missing.env"));
     }
 
 private:
