@@ -13,10 +13,8 @@ class TestArrayDataModel : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    // Each operation runs on the model a,b,c,d; the resulting ids and the log
-    // of model notifications are compared. Plain edits are exercised by the
-    // list view's and the chat list's tests; here batches, edges and requests
-    // out of range.
+    // Each operation runs on the model a,b,c,d: the ids and notifications
+    // after it. Plain edits: the list view's and the chat list's tests.
     void operations_data()
     {
         QTest::addColumn<QString>("op");
