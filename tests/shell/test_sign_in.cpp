@@ -20,7 +20,6 @@ private Q_SLOTS:
         row("phone, inner blanks kept", A::SendPhone, "+1 555 0100", "phone +1 555 0100");
         row("phone trailing blanks trimmed", A::SendPhone, "+1555   ", "phone +1555");
         row("empty code is the bare word", A::SendCode, QString(), "code");
-        row("resend ignores field", A::ResendCode, "junk", "resend");
         row("pasted line break", A::SendPassword, "pw\nlogout", "password pw logout");
         row("CR and separators", A::SendCode, "1\r2" + QString(QChar(0x2028)) + "3", "code 1 2 3");
     }

@@ -18,7 +18,6 @@ private Q_SLOTS:
         row("override 5 clamps to 2", "5", phone, 2.0);
         row("override 0.3 clamps to 0.6", "0.3", phone, 0.6);
         row("override 1.5 trimmed", " 1.5 ", phone, 1.5);
-        row("override word falls back", "big", phone, 1.15);
         row("override empty falls back", "", QSize(768, 1280), 1.2);
         row("720x1280", QString(), phone, 1.15);
         row("1440x1440", QString(), QSize(1440, 1440), 1.35);

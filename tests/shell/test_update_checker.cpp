@@ -1,7 +1,3 @@
-// The update checker against real HTTPS and HTTP servers on 127.0.0.1: the
-// manifest, the question, the package download with its checks, the fallback
-// from HTTPS to HTTP and the package file left behind.
-
 #include "backend_link/app_log.h"
 #include "common/recording_toaster.h"
 #include "common/test_util.h"
@@ -171,7 +167,6 @@ private Q_SLOTS:
         const QByteArray offer = R"({"build_id": 4, "version_number": " 1.2 ",
             "download_url": "{HTTPS}/pkg.bar", "download_url_http": "{HTTP}/pkg.bar",
             "size_bytes": {SIZE}, "sha256": "{SHA}"})";
-        const QByteArray pad = QByteArray(UpdateChecker::kMaxManifestBytes, 'x');
         // Toasts "|"-separated, with short names for the common ones.
         const QHash<QString, QString> toast = {{"C", "Checking for updates…"},
                                                {"D", "Downloading update…"},
@@ -200,7 +195,7 @@ private Q_SLOTS:
         row("invalid JSON", R"({"build_id": 4, "download_url": )", "", "", "C|J", "");
         row("manifest too long",
             QByteArray(R"({"build_id": 4, "download_url": "{HTTPS}/pkg.bar", "pad": "{PAD}"})")
-                .replace("{PAD}", pad),
+                .replace("{PAD}", QByteArray(UpdateChecker::kMaxManifestBytes, 'x')),
             "", "", "C|J", "");
         row("missing download_url", R"({"build_id": 4, "download_url_http": "{HTTP}/pkg.bar"})", "",
             "", "C|Update check failed (invalid manifest)", "");
