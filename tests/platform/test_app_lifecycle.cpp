@@ -15,7 +15,6 @@ private Q_SLOTS:
     // startup test; here SIGINT, and the order of what happens.
     void terminationQuitsInOrder()
     {
-        const int sig = SIGINT;
         QProcess child;
         child.start(QCoreApplication::applicationDirPath() + "/platform_helper", {"lifecycle"});
         // QTRY re-evaluates its condition, so the output is collected, not read once.
@@ -24,10 +23,10 @@ private Q_SLOTS:
                                      child.state() == QProcess::NotRunning,
                                  10000);
         QCOMPARE(child.state(), QProcess::Running); // never kill(0, ...)
-        QCOMPARE(::kill(static_cast<pid_t>(child.processId()), sig), 0);
+        QCOMPARE(::kill(static_cast<pid_t>(child.processId()), SIGINT), 0);
         QVERIFY(child.waitForFinished(10000));
         out += child.readAllStandardOutput();
-        QCOMPARE(out, "ready\naboutToQuit signal=" + QByteArray::number(sig) + "\nloop left\n");
+        QCOMPARE(out, "ready\naboutToQuit signal=" + QByteArray::number(SIGINT) + "\nloop left\n");
     }
 };
 

@@ -1,7 +1,6 @@
 #include "common/test_util.h"
 #include "platform/folders.h"
 
-#include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
 

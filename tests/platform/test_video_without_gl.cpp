@@ -12,7 +12,6 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QVideoSurfaceFormat>
 
 namespace {
 

@@ -1,7 +1,6 @@
 #include "platform/osicons.h"
 
 #include <QDir>
-#include <QFile>
 #include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>

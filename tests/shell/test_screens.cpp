@@ -76,8 +76,7 @@ private Q_SLOTS:
                 continue;
             const ShellScreens::Screen before = screens.currentScreen();
             b->click();
-            const bool navigated = screens.currentScreen() != before;
-            QVERIFY2(anyFired() || navigated, qPrintable(b->objectName()));
+            QVERIFY2(anyFired() || screens.currentScreen() != before, qPrintable(b->objectName()));
             screens.showMainScreen();
             anyFired();
         }

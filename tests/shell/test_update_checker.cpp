@@ -5,7 +5,6 @@
 
 #include <QCryptographicHash>
 #include <QDir>
-#include <QFile>
 #include <QHash>
 #include <QPointer>
 #include <QProcess>
@@ -109,7 +108,6 @@ namespace {
 
 const char kManifestPath[] = "/download/latest.json";
 const char kPackagePath[] = "/pkg.bar";
-const int kConfirm = 2;
 
 QByteArray make_package()
 {
@@ -261,7 +259,7 @@ private Q_SLOTS:
         QCOMPARE(asked.size(), question.isEmpty() ? 0 : 1);
         if (!question.isEmpty()) {
             QCOMPARE(asked.first().first().value<UpdateQuestion>().body, question);
-            checker->onUpdateDialogFinished(kConfirm);
+            checker->onUpdateDialogFinished(2); // "Download"
             if (holdPackage) {
                 QSignalSpy held(&secure, &WebServer::requestHeld);
                 QVERIFY(held.wait(30000));
