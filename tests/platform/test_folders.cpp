@@ -1,7 +1,6 @@
 #include "common/test_util.h"
 #include "platform/folders.h"
 
-#include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -38,7 +37,6 @@ private Q_SLOTS:
         QFETCH(QString, data);
         QFETCH(QString, shared);
         QTemporaryDir home;
-        QVERIFY(home.isValid());
         const QString h = home.path();
         auto sub = [&](QString s) { return s.replace(QLatin1Char('@'), h); };
         QProcessEnvironment env;
@@ -71,46 +69,6 @@ private Q_SLOTS:
         for (QString &w : want)
             w = sub(w);
         QCOMPARE(got, want);
-    }
-
-    void userDirsParsing_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("blanks around") << "  XDG_DOWNLOAD_DIR = \"/d/dl\"  " << QString("/d/dl");
-        QTest::newRow("later wins")
-            << "XDG_DOWNLOAD_DIR=\"/a\"\nXDG_DOWNLOAD_DIR=\"/b\"" << QString("/b");
-        QTest::newRow("commented") << "#XDG_DOWNLOAD_DIR=\"/a\"" << QString();
-        QTest::newRow("unquoted") << "XDG_DOWNLOAD_DIR=/a" << QString();
-        QTest::newRow("relative") << "XDG_DOWNLOAD_DIR=\"dl\"" << QString();
-        QTest::newRow("other key") << "XDG_DOWNLOAD_DIRX=\"/a\"" << QString();
-    }
-
-    void userDirsParsing()
-    {
-        QFETCH(QString, text);
-        QFETCH(QString, expected);
-        QCOMPARE(xdg_user_dir_from_text(text, "XDG_DOWNLOAD_DIR", "/h"), expected);
-    }
-
-    void ensureCreatesFolders()
-    {
-        QTemporaryDir root;
-        QVERIFY(root.isValid());
-        QProcessEnvironment env;
-        env.insert("HOME", root.path());
-        env.insert("VEXA_DATA_DIR", root.path() + "/data");
-        env.insert("VEXA_SHARED_DIR", root.path() + "/shared");
-        AppFolders f = resolve_app_folders(QString(), env);
-        QString error;
-        QVERIFY2(ensure_app_folders(f, &error), qPrintable(error));
-        for (const QString &d : {f.dataDir, f.downloadsDir, f.miscDir, f.videosDir})
-            QVERIFY2(QFileInfo(d).isDir(), qPrintable(d));
-        // A file where a folder should be makes it fail with a message.
-        QVERIFY(test_util::writeFile(root.path() + "/blocked", QByteArray()));
-        f.dataDir = root.path() + "/blocked/data";
-        QVERIFY(!ensure_app_folders(f, &error));
-        QVERIFY(error.contains("blocked"));
     }
 };
 

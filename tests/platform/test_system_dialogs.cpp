@@ -1,6 +1,5 @@
 #include "platform/ui/system_dialogs.h"
 
-#include <QCheckBox>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPointer>
@@ -19,17 +18,14 @@ private Q_SLOTS:
     }
 
     // Every way a person answers, for every kind of dialog (the controller's
-    // test answers with finishWith); "window" has no parent and becomes a
-    // window of its own.
+    // test answers with finishWith).
     void answers_data()
     {
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("how");
         QTest::addColumn<int>("result");
-        // The list answers by tap and confirm in listChoice.
-        const QStringList rows{"dialog confirm 2", "dialog cancel 3", "dialog escape 3",
-                               "dialog custom 4",  "prompt enter 2",  "window confirm 2"};
-        for (const QString &r : rows)
+        for (const QString r : {"dialog confirm 2", "dialog cancel 3", "dialog escape 3",
+                                "dialog custom 4", "prompt enter 2"})
             QTest::newRow(qPrintable(r))
                 << r.section(' ', 0, 0) << r.section(' ', 1, 1) << r.section(' ', 2).toInt();
     }
@@ -43,13 +39,8 @@ private Q_SLOTS:
         if (kind == "prompt")
             d = new SystemPrompt(&m_host);
         else
-            d = new SystemDialog("OK", "Cancel", kind == "window" ? nullptr : &m_host);
-        d->setTitle("Update");
-        d->setConfirmLabel("OK");
+            d = new SystemDialog("OK", "Cancel", &m_host);
         d->setCustomLabel("More");
-        // Callers keep their context in properties and delete the dialog
-        // from its own finished handler.
-        d->setProperty("chat_id", 7);
         // A prompt's typed text comes back whole, even in password mode.
         auto *prompt = qobject_cast<SystemPrompt *>(d);
         if (prompt) {
@@ -57,18 +48,15 @@ private Q_SLOTS:
             QCOMPARE(prompt->inputField()->echoMode(), QLineEdit::Password);
             prompt->setInputText("old");
         }
+        // Callers delete the dialog from its own finished handler.
         QList<int> got;
         QString typed;
         connect(d.data(), &SystemUiDialog::finished, this, [&](int r) {
-            got << r << sender()->property("chat_id").toInt();
+            got << r;
             typed = prompt ? prompt->inputText() : QString();
             sender()->deleteLater();
         });
         d->show();
-        QVERIFY(d->isVisible() && d->isOpen());
-        QCOMPARE(d->isWindow(), kind == "window");
-        if (kind == "window")
-            QCOMPARE(d->windowTitle(), QStringLiteral("Update"));
         if (auto *button = d->findChild<QPushButton *>("dialog_" + how))
             QTest::mouseClick(button, Qt::LeftButton);
         else if (how == "escape")
@@ -78,8 +66,8 @@ private Q_SLOTS:
             QTest::keyClicks(prompt->inputField(), "er");
             QTest::keyClick(prompt->inputField(), Qt::Key_Return);
         }
-        QCOMPARE(got, (QList<int>{result, 7}));
-        QCOMPARE(typed, QString(!prompt ? "" : how == "enter" ? "older" : "old"));
+        QCOMPARE(got, QList<int>{result});
+        QCOMPARE(typed, QString(prompt ? "older" : ""));
         QCOMPARE(d->result(), result);
         QVERIFY(!d->isVisible() && !d->isOpen());
         QTRY_VERIFY(d.isNull());
@@ -96,30 +84,18 @@ private Q_SLOTS:
         d.show();
         d.cancel();
         d.finishWith(3);
-        QVERIFY(!d.isVisible());
-        QCOMPARE(fin.count(), 1);
-        QCOMPARE(fin.at(0).at(0).toInt(), 2);
+        QCOMPARE(fin, QList<QVariantList>{{2}});
     }
 
     // A dimmed overlay over the whole host, following its size, with the
-    // panel inside; the check box shows once it has a text.
-    void overlayAndCheckBox()
+    // panel inside.
+    void overlayFollowsHost()
     {
         SystemDialog d("Delete", "Cancel", &m_host);
-        auto *box = d.findChild<QCheckBox *>("dialog_remember");
-        QFrame *panel = d.findChild<QFrame *>("dialog_panel");
-        QVERIFY(box && panel);
         d.show();
-        QCOMPARE(d.geometry(), m_host.rect());
-        QVERIFY(d.rect().contains(panel->geometry()));
-        QVERIFY(!box->isVisible());
-        d.setRememberMeText("Delete for everyone");
-        QVERIFY(box->isVisible() && !d.rememberMeChecked());
-        QTest::mouseClick(box, Qt::LeftButton, Qt::NoModifier, QPoint(5, box->height() / 2));
-        QVERIFY(d.rememberMeChecked());
         m_host.resize(400, 700);
         QCOMPARE(d.geometry(), QRect(0, 0, 400, 700));
-        QVERIFY(d.rect().contains(panel->geometry()));
+        QVERIFY(d.rect().contains(d.findChild<QFrame *>("dialog_panel")->geometry()));
     }
 
     void listChoice_data()
@@ -150,8 +126,7 @@ private Q_SLOTS:
             list->item(3)->setCheckState(Qt::Unchecked);
             QTest::mouseClick(d.findChild<QPushButton *>("dialog_confirm"), Qt::LeftButton);
         }
-        QCOMPARE(fin.count(), 1);
-        QCOMPARE(fin.at(0).at(0).toInt(), 2);
+        QCOMPARE(fin, QList<QVariantList>{{2}});
         QCOMPARE(d.selectedIndices(), (multiple ? QList<int>{0, 1} : QList<int>{2}));
     }
 

@@ -1,7 +1,6 @@
 #include "platform/osicons.h"
 
 #include <QDir>
-#include <QFile>
 #include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -16,14 +15,11 @@ private Q_SLOTS:
     void committedMatchGenerator()
     {
         const QString assets = qEnvironmentVariable("VEXA_SOURCE_DIR") + "/assets/osicons/";
-        QVERIFY2(QFileInfo(assets).isDir(), qPrintable(assets));
         init_osicons();
         QTemporaryDir out;
         QProcess gen;
         gen.start(QStringLiteral(DRAW_ICONS_PATH), {out.path()});
-        QVERIFY(gen.waitForFinished(30000));
-        QCOMPARE(gen.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(gen.exitCode(), 0);
+        QVERIFY(gen.waitForFinished(30000) && gen.exitCode() == 0);
         const QStringList drawn =
             QDir(out.path()).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Name);
         QCOMPARE(QDir(assets).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Name), drawn);
@@ -40,17 +36,13 @@ private Q_SLOTS:
                      qPrintable(
                          n + " differs: re-run tools/icons/regenerate.sh, list it in osicons.qrc"));
             QCOMPARE(img.size(), QSize(96, 96));
-            QVERIFY(img.hasAlphaChannel());
-            int opaque = 0;
-            int transparent = 0;
-            for (int y = 0; y < img.height(); ++y)
-                for (int x = 0; x < img.width(); ++x) {
+            int opaque = 0, transparent = 0;
+            for (int y = 0; y < 96; ++y)
+                for (int x = 0; x < 96; ++x) {
                     const QRgb p = img.pixel(x, y);
-                    if (qAlpha(p) == 255) {
-                        ++opaque;
-                        QCOMPARE(qRed(p) & qGreen(p) & qBlue(p), 255);
-                    }
-                    transparent += qAlpha(p) == 0 ? 1 : 0;
+                    opaque += qAlpha(p) == 255;
+                    transparent += qAlpha(p) == 0;
+                    QVERIFY(qAlpha(p) < 255 || (qRed(p) & qGreen(p) & qBlue(p)) == 255);
                 }
             QVERIFY2(opaque > 200 && transparent > 96 * 96 / 3, qPrintable(n));
         }

@@ -18,13 +18,10 @@ private Q_SLOTS:
         row("override 5 clamps to 2", "5", phone, 2.0);
         row("override 0.3 clamps to 0.6", "0.3", phone, 0.6);
         row("override 1.5 trimmed", " 1.5 ", phone, 1.5);
-        row("override 0.1 falls back", "0.1", phone, 1.15);
-        row("override word falls back", "big", phone, 1.15);
         row("override empty falls back", "", QSize(768, 1280), 1.2);
         row("720x1280", QString(), phone, 1.15);
         row("1440x1440", QString(), QSize(1440, 1440), 1.35);
         row("landscape uses smaller side", QString(), QSize(1280, 720), 1.15);
-        row("719", QString(), QSize(719, 1280), 1.0);
         row("1439", QString(), QSize(1439, 2560), 1.3);
     }
     void scale()
@@ -35,14 +32,13 @@ private Q_SLOTS:
         QString lines;
         const float got = detect_ui_scale(override, display, &lines);
         QVERIFY2(qAbs(double(got) - expected) < 1e-6, qPrintable(QString::number(got)));
-        QVERIFY(lines.endsWith('\n')); // one line, said whichever way the scale was chosen
-        QCOMPARE(lines.count('\n'), 1);
+        // One line, said whichever way the scale was chosen.
+        QVERIFY(lines.endsWith('\n') && lines.count('\n') == 1);
     }
     void scaledPx()
     {
         QCOMPARE(scaled_px(188, 1.15f), 216); // rounds, 216.2
         QCOMPARE(scaled_px(1, 0.6f), 1);      // a hairline never vanishes
-        QCOMPARE(scaled_px(0, 2.0f), 0);
     }
 };
 
