@@ -62,41 +62,37 @@ struct Harness : OpenChatModels
             const QStringList w = step.split(QLatin1Char(' '), Qt::SkipEmptyParts);
             const QString verb = w.value(0);
             auto n = [&w](int i) { return w.value(i).toLongLong(); };
-            if (verb == QLatin1String("tap")) {
+            if (verb == QLatin1String("openat"))
+                session.openChatAtMessage(chats.chatRowById(n(1)), n(2));
+            else if (verb == QLatin1String("open") || verb == QLatin1String("tap"))
                 session.openChatFromRow(chats.chatRowById(n(1)));
-            } else if (verb == QLatin1String("open") || verb == QLatin1String("openat")) {
-                if (verb == QLatin1String("open"))
-                    session.openChatFromRow(chats.chatRowById(n(1)));
-                else
-                    session.openChatAtMessage(chats.chatRowById(n(1)), n(2));
-                QTRY_VERIFY(!session.isOpenTimerActive());
-            } else if (verb == QLatin1String("page")) {
+            else if (verb == QLatin1String("page"))
                 page(int(n(1)), n(2) != 0, n(3), n(4), n(5));
-            } else if (verb == QLatin1String("first")) {
+            else if (verb == QLatin1String("first"))
                 session.onMessagesFirstVisibleItemChanged({int(n(1))});
-                QTRY_VERIFY(!session.isHistoryMoreTimerActive());
-            } else if (verb == QLatin1String("begin")) {
+            else if (verb == QLatin1String("begin"))
                 session.onMessagesAtBeginningChanged(n(1) != 0);
-                QTRY_VERIFY(!session.isHistoryMoreTimerActive());
-            } else if (verb == QLatin1String("end")) {
+            else if (verb == QLatin1String("end"))
                 session.onMessagesAtEndChanged(n(1) != 0);
-            } else if (verb == QLatin1String("serve")) {
-                for (int i = 0; i < n(1) && lines.last().startsWith(QLatin1String("history_more"));
-                     ++i) {
-                    const qint64 from = lines.last().section(QLatin1Char(' '), 2, 2).toLongLong();
-                    page(session.historyGeneration(), false, qMax<qint64>(1, from - 50), from - 1);
-                }
-            } else if (verb == QLatin1String("jump")) {
+            else if (verb == QLatin1String("jump"))
                 session.onReplyPreviewTapped(n(1));
-            } else if (verb == QLatin1String("bottom")) {
+            else if (verb == QLatin1String("bottom"))
                 session.onJumpToBottom();
-            } else if (verb == QLatin1String("refresh")) {
+            else if (verb == QLatin1String("refresh"))
                 session.onRefreshHistory();
-            } else if (verb == QLatin1String("close")) {
+            else if (verb == QLatin1String("close"))
                 session.onBackToChats();
-            } else {
+            else if (verb != QLatin1String("serve"))
                 session.handleMessageEvent(
                     ev(step + QStringLiteral(" chat_id=%1").arg(session.chatId())));
+            if (verb.startsWith(QLatin1String("open")))
+                QTRY_VERIFY(!session.isOpenTimerActive());
+            QTRY_VERIFY(!session.isHistoryMoreTimerActive());
+            for (int i = 0; verb == QLatin1String("serve") && i < n(1) &&
+                            lines.last().startsWith(QLatin1String("history_more"));
+                 ++i) {
+                const qint64 from = lines.last().section(QLatin1Char(' '), 2, 2).toLongLong();
+                page(session.historyGeneration(), false, qMax<qint64>(1, from - 50), from - 1);
             }
         }
     }

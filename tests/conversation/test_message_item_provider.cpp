@@ -295,11 +295,6 @@ private Q_SLOTS:
         QCOMPARE(longPress.takeFirst(), QVariantList{qint64(5)});
         chat.release(p);
         QVERIFY(toggle.isEmpty()); // the release after a long press is no tap
-        // A drag is no touch on the item either.
-        chat.press(p);
-        QTest::mouseMove(chat.view.windowHandle(),
-                         chat.view.viewport()->mapTo(&chat.view, p + QPoint(0, 60)));
-        chat.release(p + QPoint(0, 60));
         // The secondary button asks for the menu at once.
         chat.press(p, Qt::RightButton);
         QCOMPARE(menu.count(), 1);
