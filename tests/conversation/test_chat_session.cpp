@@ -93,7 +93,6 @@ struct Harness : OpenChatModels
         }
     }
 
-    // The rows shown, and the message the list was last moved to.
     QString span() const
     {
         if (messages.isEmpty())

@@ -43,7 +43,6 @@ private Q_SLOTS:
         row("hello", "", "", 13, "1 of 3", false);
         row("hello", "nnn", "", 10, "3 of 3", true);
         row("hello", "nnnp", "", 12, "2 of 3", false);
-        row("hello", "pp", "", 13, "1 of 3", false);
         row("hello", "nna", "", 10, "5 of 5", false);
         row("hello", "nnad", "", 15, "1 of 4", false);
         row("absent", "n", "", 0, "No results", true);

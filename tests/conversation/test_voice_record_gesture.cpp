@@ -1,10 +1,5 @@
-#include "conversation/ui/chat_screen.h"
 #include "conversation/voice_record_gesture.h"
-#include "platform/osicons.h"
 
-#include <QSignalSpy>
-#include <QTemporaryDir>
-#include <QToolButton>
 #include <QtTest>
 
 using Touch = VoiceRecordGesture::Touch;
@@ -13,7 +8,6 @@ class TestVoiceRecordGesture : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase() { qRegisterMetaType<Touch>(); }
     // "steps => calls": "text", "edit" set the composer; "down Y",
     // "move Y", "up Y", "cancel Y" touch at x=10; "hold" waits for the hold
     // timer. Then the calls the recorders saw.
@@ -70,30 +64,7 @@ private Q_SLOTS:
         }
         QCOMPARE(seen.join(' '), steps.section(QStringLiteral(" =>"), 1).trimmed());
     }
-    void buttonReportsTouches()
-    {
-        init_osicons();
-        QTemporaryDir dir;
-        ChatScreen c(1.0f, dir.path());
-        c.resize(720, 1280);
-        c.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&c));
-        auto *action = c.findChild<QToolButton *>(QStringLiteral("composer_action_button"));
-        QSignalSpy touches(&c, &ChatScreen::actionTouched);
-        const QPoint mid = action->rect().center();
-        QTest::mousePress(action, Qt::LeftButton, {}, mid);
-        // A drag as the window system delivers it to the pressed button.
-        QMouseEvent drag(
-            QEvent::MouseMove, mid - QPoint(0, 90), action->mapTo(&c, mid - QPoint(0, 90)),
-            action->mapToGlobal(mid - QPoint(0, 90)), Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(action, &drag);
-        QTest::mouseRelease(action, Qt::LeftButton, {}, mid - QPoint(0, 90));
-        QCOMPARE(touches.size(), 3);
-        QCOMPARE(touches.at(2).at(0).value<Touch>(), Touch::Up);
-        // Window coordinates: the drag up shows as a smaller y.
-        QCOMPARE(touches.at(0).at(1).toPointF().y() - touches.at(2).at(1).toPointF().y(), 90.0);
-    }
 };
 
-QTEST_MAIN(TestVoiceRecordGesture)
+QTEST_GUILESS_MAIN(TestVoiceRecordGesture)
 #include "test_voice_record_gesture.moc"
