@@ -55,63 +55,6 @@ QString valueOf(const QVariantMap &row, const QString &key)
     return row.value(key).toString().replace(QLatin1Char(' '), QLatin1Char('~'));
 }
 
-// Pages in front, new rows at the end, removals, id replacements and writes
-// by others in any order: every id is found where a plain scan finds it.
-void walkIndex(quint32 seed)
-{
-    QRandomGenerator rng(seed);
-    ArrayDataModel rows;
-    MessageRowModel m(&rows, nullptr, nullptr);
-    m.setOpenChat(kChat, QStringLiteral("supergroup"));
-    qint64 oldest = 100000;
-    qint64 newest = 100000;
-    qint64 pendingIds = 1000000;
-    run(&m, QStringLiteral("message_new id=100000 sender_user_id=1"));
-    for (int round = 0; round < 60; ++round) {
-        QString steps;
-        switch (rng.bounded(5)) {
-        case 0:
-            steps = QStringLiteral("begin replace=0");
-            for (qint64 id = oldest - 50; id < oldest; ++id)
-                steps +=
-                    QStringLiteral("; msg id=%1 sender_user_id=%2").arg(id).arg(rng.bounded(3));
-            steps += QStringLiteral("; end");
-            oldest -= 50;
-            break;
-        case 1:
-            steps = QStringLiteral("new id=%1 sender_user_id=2; new id=%2 outgoing=true "
-                                   "sending_state=pending")
-                        .arg(++newest)
-                        .arg(++pendingIds);
-            break;
-        case 2:
-            steps = QStringLiteral("messages_deleted message_ids=");
-            for (int i = 0; i < 5; ++i)
-                steps += QStringLiteral("%1,").arg(m.messageIdAt(rng.bounded(m.size())));
-            break;
-        case 3:
-            steps = QStringLiteral("message_send_succeeded old_id=%1 new_id=%2")
-                        .arg(pendingIds)
-                        .arg(++newest);
-            break;
-        default: {
-            rows.insert(0, QVariantMap{{QStringLiteral("id"), QString::number(--oldest)}});
-            const int at = rng.bounded(rows.size());
-            QVariantMap row = rows.value(at);
-            row.insert(QStringLiteral("id"), QString::number(++newest));
-            rows.replace(at, row);
-        }
-        }
-        run(&m, steps);
-        for (int i = 0; i < m.size(); ++i) {
-            const qint64 id = m.rowAt(i).value(QStringLiteral("id")).toLongLong();
-            QCOMPARE(m.messageIdAt(i), id);
-            QCOMPARE(m.findMessageRowIndexById(id), i);
-        }
-        QCOMPARE(m.findMessageRowIndexById(oldest - 1), -1);
-    }
-}
-
 } // namespace
 
 class TestMessageRowModel : public QObject
@@ -257,10 +200,64 @@ private Q_SLOTS:
         seen.sort();
         QCOMPARE(seen.join(QLatin1Char(',')), touched);
     }
+    // Pages in front, new rows at the end, removals, id replacements and writes
+    // by others in any order: every id is found where a plain scan finds it.
     void indexFollowsEveryChange()
     {
-        for (quint32 seed : {1u, 2u})
-            walkIndex(seed);
+        for (quint32 seed : {1u, 2u}) {
+            QRandomGenerator rng(seed);
+            ArrayDataModel rows;
+            MessageRowModel m(&rows, nullptr, nullptr);
+            m.setOpenChat(kChat, QStringLiteral("supergroup"));
+            qint64 oldest = 100000;
+            qint64 newest = 100000;
+            qint64 pendingIds = 1000000;
+            run(&m, QStringLiteral("message_new id=100000 sender_user_id=1"));
+            for (int round = 0; round < 60; ++round) {
+                QString steps;
+                switch (rng.bounded(5)) {
+                case 0:
+                    steps = QStringLiteral("begin replace=0");
+                    for (qint64 id = oldest - 50; id < oldest; ++id)
+                        steps += QStringLiteral("; msg id=%1 sender_user_id=%2")
+                                     .arg(id)
+                                     .arg(rng.bounded(3));
+                    steps += QStringLiteral("; end");
+                    oldest -= 50;
+                    break;
+                case 1:
+                    steps = QStringLiteral("new id=%1 sender_user_id=2; new id=%2 outgoing=true "
+                                           "sending_state=pending")
+                                .arg(++newest)
+                                .arg(++pendingIds);
+                    break;
+                case 2:
+                    steps = QStringLiteral("messages_deleted message_ids=");
+                    for (int i = 0; i < 5; ++i)
+                        steps += QStringLiteral("%1,").arg(m.messageIdAt(rng.bounded(m.size())));
+                    break;
+                case 3:
+                    steps = QStringLiteral("message_send_succeeded old_id=%1 new_id=%2")
+                                .arg(pendingIds)
+                                .arg(++newest);
+                    break;
+                default: {
+                    rows.insert(0, QVariantMap{{QStringLiteral("id"), QString::number(--oldest)}});
+                    const int at = rng.bounded(rows.size());
+                    QVariantMap row = rows.value(at);
+                    row.insert(QStringLiteral("id"), QString::number(++newest));
+                    rows.replace(at, row);
+                }
+                }
+                run(&m, steps);
+                for (int i = 0; i < m.size(); ++i) {
+                    const qint64 id = m.rowAt(i).value(QStringLiteral("id")).toLongLong();
+                    QCOMPARE(m.messageIdAt(i), id);
+                    QCOMPARE(m.findMessageRowIndexById(id), i);
+                }
+                QCOMPARE(m.findMessageRowIndexById(oldest - 1), -1);
+            }
+        }
     }
     void filePathsAndAvatars()
     {
