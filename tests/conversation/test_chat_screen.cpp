@@ -2,19 +2,26 @@
 #include "platform/osicons.h"
 
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPlainTextEdit>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QToolButton>
 #include <QtTest>
 
 class TestChatScreen : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase() { init_osicons(); }
+    void initTestCase()
+    {
+        init_osicons();
+        qRegisterMetaType<VoiceRecordGesture::Touch>();
+    }
     void header();
     void keyboard_data();
     void keyboard();
+    void actionButtonReportsTouches();
 };
 
 void TestChatScreen::header()
@@ -95,6 +102,32 @@ void TestChatScreen::keyboard()
     qDeleteAll(spies);
     QCOMPARE(fired, signal.isEmpty() ? QStringList() : QStringList{signal});
     QCOMPARE(c.composerText(), text);
+}
+
+// The hold-to-record gesture reads these: a press, a drag and a release on the
+// action button arrive as touches in window coordinates.
+void TestChatScreen::actionButtonReportsTouches()
+{
+    QTemporaryDir dir;
+    ChatScreen c(1.0f, dir.path());
+    c.resize(720, 1280);
+    c.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&c));
+    auto *action = c.findChild<QToolButton *>(QStringLiteral("composer_action_button"));
+    QSignalSpy touches(&c, &ChatScreen::actionTouched);
+    const QPoint mid = action->rect().center();
+    const QPoint up = mid - QPoint(0, 90);
+    QTest::mousePress(action, Qt::LeftButton, {}, mid);
+    // A drag as the window system delivers it to the pressed button.
+    QMouseEvent drag(QEvent::MouseMove, up, action->mapTo(&c, up), action->mapToGlobal(up),
+                     Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(action, &drag);
+    QTest::mouseRelease(action, Qt::LeftButton, {}, up);
+    QCOMPARE(touches.size(), 3);
+    using Touch = VoiceRecordGesture::Touch;
+    QCOMPARE(touches.at(0).at(0).value<Touch>(), Touch::Down);
+    QCOMPARE(touches.at(2).at(0).value<Touch>(), Touch::Up);
+    QCOMPARE(touches.at(0).at(1).toPointF().y() - touches.at(2).at(1).toPointF().y(), 90.0);
 }
 
 QTEST_MAIN(TestChatScreen)
