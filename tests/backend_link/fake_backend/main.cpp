@@ -13,9 +13,8 @@
 // it exit with that code right after start.
 //
 // Commands, one per line on standard input: "emit <base64>" appends the decoded bytes to the
-// events file, plus "\n" if missing; "emitraw <base64>" appends them as they are; "say <base64>"
-// writes them to standard output; "exit <n>"; "crash" dies from SIGKILL. Anything else is only
-// recorded. End of input: exit 0.
+// events file, plus "\n" if missing; "say <base64>" writes them to standard output; "exit <n>".
+// Anything else is only recorded. End of input: exit 0.
 
 #include <QByteArray>
 #include <QDir>
@@ -23,7 +22,6 @@
 #include <QProcessEnvironment>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <unistd.h>
 
@@ -84,14 +82,10 @@ int main()
             const QByteArray arg = QByteArray::fromBase64(sp < 0 ? QByteArray() : line.mid(sp + 1));
             if (verb == "emit")
                 append_file(events, arg.endsWith('\n') ? arg : arg + '\n');
-            else if (verb == "emitraw")
-                append_file(events, arg);
             else if (verb == "say")
                 write_out(stdout, arg);
             else if (verb == "exit")
                 return line.mid(sp + 1).toInt();
-            else if (verb == "crash")
-                ::kill(::getpid(), SIGKILL);
         }
     }
 }
