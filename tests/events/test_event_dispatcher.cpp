@@ -68,7 +68,6 @@ struct Fixture
 
     void startRecording()
     {
-        log.clear();
         toaster.clear();
         sent.clear();
         const QMetaObject &mo = EventDispatcher::staticMetaObject;
@@ -118,8 +117,6 @@ struct Fixture
         const QString &what = p.at(0);
         if (what == QLatin1String("ids"))
             return ids();
-        if (what == QLatin1String("status"))
-            return dispatcher->statusText();
         if (what == QLatin1String("requested"))
             return avatars.wasRequested(value.toLongLong()) ? value : QStringLiteral("none");
         if (what == QLatin1String("pending"))
