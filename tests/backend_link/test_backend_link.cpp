@@ -2,7 +2,6 @@
 #include "backend_link/backend_link.h"
 #include "backend_link/env_file.h"
 #include "backend_link/event_intake.h"
-#include "platform/invoker.h"
 
 #include "common/test_util.h"
 
@@ -14,7 +13,6 @@
 #include <QtTest>
 
 #include <memory>
-#include <sys/resource.h>
 
 using namespace test_util;
 
@@ -141,39 +139,6 @@ private Q_SLOTS:
         QVERIFY(uiLog.contains(" react: sendLine abort backend_state=0\n"));
         QVERIFY(!uiLog.contains("chats 60") && !uiLog.contains("left over"));
     }
-    void sendLine_serviceSocketFailureRetried()
-    {
-        // The first datagram finds no free descriptor; the next one makes the socket.
-        QVERIFY(bindCommandPort());
-        makeLink({"UI_USE_SERVICE_BACKEND=1"}, false);
-        struct rlimit saved;
-        QCOMPARE(getrlimit(RLIMIT_NOFILE, &saved), 0);
-        struct rlimit none = saved;
-        none.rlim_cur = 0;
-        QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
-        f->link->sendLine(QStringLiteral("first"));
-        QCOMPARE(setrlimit(RLIMIT_NOFILE, &saved), 0);
-        f->link->sendLine(QStringLiteral("second"));
-        QCOMPARE(datagramsUntil("second"), QList<QByteArray>{"second"});
-    }
-    void initNotifications()
-    {
-        // The headless service is asked to start (no reply here); in service mode "state" follows
-        // after a pause.
-        QVERIFY(bindCommandPort());
-        makeLink({"UI_USE_SERVICE_BACKEND=1"}, false);
-        QElapsedTimer t;
-        t.start();
-        f->link->onInitNotifications();
-        QCOMPARE(f->invoker.requests().size(), 1);
-        const RecordingInvoker::Request r = f->invoker.requests().first();
-        QCOMPARE(r.kind, RecordingInvoker::Request::InvokeService);
-        QCOMPARE(
-            r.target + " " + r.action + " " + r.mimeType,
-            QStringLiteral("com.vexa.quillo.service com.vexa.quillo.service.START text/plain"));
-        QCOMPARE(datagramsUntil("state"), QList<QByteArray>{"state"});
-        QVERIFY(t.elapsed() >= 750);
-    }
     void childOutputAndEvents()
     {
         // The child's two output streams and the events file reach the intake (its line rules:
@@ -244,10 +209,9 @@ private Q_SLOTS:
         QCOMPARE(seen, expected);
         QCOMPARE(readAll(record(".starts")).count('\n'), 11);
     }
-    void runningMarker()
+    void runningMarker_staleInBackground()
     {
-        // In the background ticks leave the marker to go stale; back in front the timer keeps
-        // rewriting it.
+        // Its refresh in front and its removal on quit: the controller's and the startup tests.
         makeLink({}, false);
         const QString marker = f->data + "/ui_running.txt";
         f->link->startRunningMarker();
@@ -255,11 +219,6 @@ private Q_SLOTS:
         QVERIFY(writeFile(marker, "old\n"));
         f->link->onUiRunningMarkerTick();
         QCOMPARE(readAll(marker), QByteArray("old\n"));
-        f->link->onAppFullscreen();
-        QVERIFY(writeFile(marker, "old\n"));
-        QTRY_VERIFY_WITH_TIMEOUT(readAll(marker) != "old\n", 7000);
-        f->link->onAppAboutToQuit();
-        QVERIFY(!QFile::exists(marker));
     }
 
 private:
@@ -271,8 +230,8 @@ private:
         folders.appDir = f->app;
         folders.dataDir = f->data;
         folders.miscDir = f->misc;
-        f->link.reset(new BackendLink(folders, &f->log, &f->intake, &f->invoker,
-                                      cleanEnvironment() + extraEnv));
+        f->link.reset(
+            new BackendLink(folders, &f->log, &f->intake, nullptr, cleanEnvironment() + extraEnv));
     }
     void installBackend() { QVERIFY(installExecutable(FAKE_BACKEND_PATH, f->app + "/td_backend")); }
     QString record(const char *suffix) const { return f->data + "/backend_events.jsonl" + suffix; }
@@ -307,7 +266,6 @@ private:
         QString misc = root.filePath("misc");
         AppLog log;
         EventIntake intake{&log};
-        RecordingInvoker invoker;
         std::unique_ptr<BackendLink> link;
         QUdpSocket port;
     };

@@ -67,6 +67,7 @@ chat_read_outbox current ::  :: {"type":"chat_read_outbox","chat_id":100,"last_r
 chat_notify ::  :: {"type":"chat_notify","chat_id":200,"muted_known":true,"muted":true} :: sig=chatInfoChanged;row:200:muted=true;row:200:muted_known=true
 chat_info current :: {"type":"user","id":43,"status_type":"last_week"} :: {"type":"chat_info","chat_id":100,"user_id":43,"about":"hi","member_count":0} :: sig=chatHeaderSubtitleChanged,chatInfoChanged;info:100:peer_user_id=43;info:100:about=hi;arg:chatHeaderSubtitleChanged:0=last seen within a week
 chat_info channel :: current:200:channel :: {"type":"chat_info","chat_id":200,"member_count":1500} :: sig=chatHeaderSubtitleChanged,chatInfoChanged;arg:chatHeaderSubtitleChanged:0=1500 subscribers
+chat_info group, nobody online :: current:200:basic_group :: {"type":"chat_info","chat_id":200,"member_count":12} :: sig=chatHeaderSubtitleChanged,chatInfoChanged;arg:chatHeaderSubtitleChanged:0=12 members
 chat_info_error ::  :: {"type":"chat_info_error","chat_id":1,"code":400} :: toast=Chat info failed (400)
 chat_info_error message ::  :: {"type":"chat_info_error","chat_id":1,"code":400,"message":"gone"} :: toast=gone
 chat_mute_toggled ::  :: {"type":"chat_mute_toggled","chat_id":100,"muted":true} :: toast=Muted;sig=chatInfoChanged;row:100:muted=true;row:100:muted_known=true
