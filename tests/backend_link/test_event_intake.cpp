@@ -144,37 +144,6 @@ private Q_SLOTS:
         }
         QCOMPARE(got, expected);
     }
-    void poll_fileChangeReadAtOnce_data()
-    {
-        // What the file holds before polling starts (no file when empty), and whether the backend
-        // then replaces it instead of appending.
-        QTest::addColumn<QByteArray>("before");
-        QTest::addColumn<bool>("replace");
-        const QByteArray old = "{\"type\":\"old\",\"pad\":\"" + QByteArray(64, 'x') + "\"}\n";
-        QTest::newRow("appended") << old << false;
-        QTest::newRow("created after the start") << QByteArray() << false;
-        QTest::newRow("replaced by a new file") << old << true;
-    }
-    void poll_fileChangeReadAtOnce()
-    {
-        QFETCH(QByteArray, before);
-        QFETCH(bool, replace);
-        if (!before.isEmpty())
-            QVERIFY(writeFile(f->events, before));
-        // The timer would not fire within the hour: only the file watch can deliver.
-        f->intake.setPollIntervals(3600 * 1000, 3600 * 1000);
-        f->intake.startPolling();
-        QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
-        if (replace)
-            QVERIFY(QFile::remove(f->events));
-        QVERIFY(writeFile(f->events, "{\"type\":\"new\"}\n", !replace));
-        QTRY_VERIFY_WITH_TIMEOUT(texts(spy).contains("new"), 10000);
-        // The watch follows the file as it is now.
-        QVERIFY(writeFile(f->events, "{\"type\":\"later\"}\n", true));
-        QTRY_VERIFY_WITH_TIMEOUT(texts(spy).contains("later"), 10000);
-        QCOMPARE(f->intake.currentPollInterval(), 3600 * 1000);
-    }
-
     void statusLines_fromOutput()
     {
         // In the chunks the child's output arrives in: blanks and CR trimmed; JSON, lower case and

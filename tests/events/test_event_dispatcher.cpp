@@ -107,19 +107,15 @@ struct Fixture
         return QStringLiteral("<no such argument>");
     }
 
-    QString ids() const
-    {
-        QStringList out;
-        for (int i = 0; i < chats.size(); ++i)
-            out << chats.rowAt(i).value(QStringLiteral("id")).toString();
-        return out.join(QLatin1Char(','));
-    }
     // The value a fact names ("ids", "row:<id>:<key>", ...), "<unknown fact>" else.
     QString observe(const QStringList &p, const QString &value) const
     {
         const QString &what = p.at(0);
+        QStringList ids;
+        for (int i = 0; i < chats.size(); ++i)
+            ids << chats.rowAt(i).value(QStringLiteral("id")).toString();
         if (what == QLatin1String("ids"))
-            return ids();
+            return ids.join(QLatin1Char(','));
         if (what == QLatin1String("requested"))
             return avatars.wasRequested(value.toLongLong()) ? value : QStringLiteral("none");
         if (what == QLatin1String("pending"))

@@ -19,9 +19,9 @@
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
+#include <QList>
 #include <QProcessEnvironment>
 
-#include <cerrno>
 #include <cstdio>
 #include <unistd.h>
 
@@ -63,29 +63,20 @@ int main()
         return env.value(QStringLiteral("FAKE_BACKEND_EXIT_CODE")).toInt();
 
     const QString received = events.isEmpty() ? QString() : events + ".received";
-    QByteArray pending;
-    char buf[65536];
-    for (;;) {
-        const ssize_t n = ::read(STDIN_FILENO, buf, sizeof(buf));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return 0;
-        append_file(received, QByteArray(buf, int(n)));
-        pending.append(buf, int(n));
-        int nl;
-        while ((nl = pending.indexOf('\n')) >= 0) {
-            const QByteArray line = pending.left(nl).trimmed();
-            pending.remove(0, nl + 1);
-            const int sp = line.indexOf(' ');
-            const QByteArray verb = line.left(sp < 0 ? line.size() : sp);
-            const QByteArray arg = QByteArray::fromBase64(sp < 0 ? QByteArray() : line.mid(sp + 1));
-            if (verb == "emit")
-                append_file(events, arg.endsWith('\n') ? arg : arg + '\n');
-            else if (verb == "say")
-                write_out(stdout, arg);
-            else if (verb == "exit")
-                return line.mid(sp + 1).toInt();
-        }
+    char *buf = nullptr;
+    size_t cap = 0;
+    ssize_t n;
+    while ((n = getline(&buf, &cap, stdin)) > 0) {
+        const QByteArray line(buf, int(n));
+        append_file(received, line);
+        const QList<QByteArray> words = line.trimmed().split(' ');
+        const QByteArray arg = QByteArray::fromBase64(words.value(1));
+        if (words.at(0) == "emit")
+            append_file(events, arg.endsWith('\n') ? arg : arg + '\n');
+        else if (words.at(0) == "say")
+            write_out(stdout, arg);
+        else if (words.at(0) == "exit")
+            return words.value(1).toInt();
     }
+    return 0;
 }
