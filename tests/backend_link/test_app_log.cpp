@@ -14,7 +14,6 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("before");
         QTest::addColumn<int>("appended");
-        QTest::newRow("exactly at limit") << 11000 << 1000;
         QTest::newRow("full buffer plus 500") << 12000 << 500;
         QTest::newRow("one chunk larger than limit") << 10 << 20000;
     }

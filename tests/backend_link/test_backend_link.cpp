@@ -42,7 +42,6 @@ private Q_SLOTS:
         };
         row("working folder", "#cwd", {"-", "-", "-", "-"}, "$APP");
         row("fixed entries over inherited", "TDLIB_LOG_VERBOSITY", {"7", "-", "-", "-"}, "2");
-        row("library path replaced", "LD_LIBRARY_PATH", {"/x", "-", "-", "-"}, "$APP");
         row("tg_api over fixed entries", "TG_AUTO_SEND_PHONE", {"-", "1", "-", "-"}, "1");
         row("tg_login over tg_api, UTF-8", "TG_API_ID", {"-", "111", "Zoë Ђорђе", "-"},
             "Zoë Ђорђе");
@@ -159,55 +158,49 @@ private Q_SLOTS:
         f->link->sendLine(QString("emit " + QByteArray("{\"type\":\"auth_state\"}").toBase64()));
         QTRY_COMPARE_WITH_TIMEOUT(texts(events), QStringList{"auth_state"}, 5000);
     }
-    void retry_onlyMissingBackend_data()
+    void retries_data()
     {
-        // What lies at the program's path; only a missing program is waited for, whatever
-        // language the start error comes in.
-        QTest::addColumn<QByteArray>("content"); // empty: no file
-        QTest::newRow("missing") << QByteArray();
-        QTest::newRow("not executable") << QByteArray("#!/bin/sh\n");
+        // What lies at the program's path, and the retry statuses that follow. Only a missing
+        // program is waited for, whatever language the start error comes in. One that appears
+        // at the third retry but finds its database locked on every start has had its count
+        // reset by the start, so ten lock retries follow, and the eleventh lock exit ends it.
+        QTest::addColumn<QByteArray>("program"); // empty: none; "later": the stand-in appears
+        QTest::addColumn<QStringList>("statuses");
+        QStringList missing, locked;
+        for (int i = 1; i <= 5; ++i)
+            missing << QStringLiteral("Backend retry %1/5").arg(i);
+        locked = missing.mid(0, 3);
+        for (int i = 1; i <= 10; ++i)
+            locked << QStringLiteral("Backend waiting for TDLib lock %1/10").arg(i);
+        QTest::newRow("missing") << QByteArray() << missing;
+        QTest::newRow("not executable") << QByteArray("#!/bin/sh\n") << QStringList();
+        QTest::newRow("appears, locked") << QByteArray("later") << (locked << "Backend finished");
     }
-    void retry_onlyMissingBackend()
+    void retries()
     {
-        QFETCH(QByteArray, content);
-        QVERIFY(content.isEmpty() || writeFile(f->app + "/td_backend", content));
-        makeLink({}, false);
+        QFETCH(QByteArray, program);
+        QFETCH(QStringList, statuses);
+        QVERIFY(!program.startsWith("#!") || writeFile(f->app + "/td_backend", program));
+        makeLink({"FAKE_BACKEND_EXIT_CODE=9"}, false);
         QSignalSpy status(f->link.get(), &BackendLink::statusTextChanged);
+        connect(f->link.get(), &BackendLink::statusTextChanged, this, [&](const QString &s) {
+            if (program == "later" && s == QLatin1String("Backend retry 3/5"))
+                installBackend();
+        });
+        const auto seen = [&status] {
+            QStringList out = texts(status);
+            for (const char *s : {"Backend started", "Backend failed to start", "Backend error"})
+                out.removeAll(s);
+            return out;
+        };
         QElapsedTimer t;
         t.start();
         f->link->startBackendAttempt();
-        QTRY_VERIFY_WITH_TIMEOUT(!f->link->isRetryPending(), 10000);
-        QStringList expected;
-        for (int i = 1; i <= (content.isEmpty() ? 5 : 0); ++i)
-            expected << "Backend failed to start" << QStringLiteral("Backend retry %1/5").arg(i);
-        expected << "Backend failed to start";
-        QStringList seen = texts(status);
-        seen.removeAll("Backend error"); // the process error that comes with each failed start
-        QCOMPARE(seen, expected);
-        QVERIFY(t.elapsed() >= (content.isEmpty() ? 250 + 500 + 750 + 1000 + 1250 : 0));
-    }
-    void retry_sharedCounterMissingThenLocked()
-    {
-        // Three missing-file retries, then the backend appears but finds its database locked on
-        // every start: the successful start resets the count, so ten lock retries follow and the
-        // eleventh lock exit ends supervision.
-        makeLink({"FAKE_BACKEND_EXIT_CODE=9"}, false);
-        QSignalSpy status(f->link.get(), &BackendLink::statusTextChanged);
-        connect(f->link.get(), &BackendLink::statusTextChanged, this, [this](const QString &s) {
-            if (s == QLatin1String("Backend retry 3/5"))
-                installBackend();
-        });
-        f->link->startBackendAttempt();
-        QTRY_VERIFY_WITH_TIMEOUT(f->link->statusText() == "Backend finished", 30000);
-        QStringList expected{"Backend retry 1/5", "Backend retry 2/5", "Backend retry 3/5"};
-        for (int i = 1; i <= 10; ++i)
-            expected << QStringLiteral("Backend waiting for TDLib lock %1/10").arg(i);
-        expected << "Backend finished";
-        QStringList seen = texts(status);
-        for (const char *s : {"Backend started", "Backend failed to start", "Backend error"})
-            seen.removeAll(s);
-        QCOMPARE(seen, expected);
-        QCOMPARE(readAll(record(".starts")).count('\n'), 11);
+        QTRY_COMPARE_WITH_TIMEOUT(seen(), statuses, 30000);
+        QTRY_VERIFY(!f->link->isRetryPending());
+        QCOMPARE(seen(), statuses);
+        QCOMPARE(readAll(record(".starts")).count('\n'), program == "later" ? 11 : 0);
+        QVERIFY(t.elapsed() >= (program.isEmpty() ? 250 + 500 + 750 + 1000 + 1250 : 0));
     }
     void runningMarker_staleInBackground()
     {

@@ -107,8 +107,6 @@ private Q_SLOTS:
                     row.insert(QStringLiteral("last_date"), QString::number(rng.bounded(7) - 2));
                 if (rng.bounded(3) == 0)
                     row.insert(QStringLiteral("unread_count"), some(3));
-                if (rng.bounded(5) == 0)
-                    row.insert(QStringLiteral("photo_small_id"), some(5));
                 model.upsertChatRow(row);
                 ref.upsert(row);
             }
@@ -120,12 +118,6 @@ private Q_SLOTS:
         QCOMPARE(scrolls, ref.scrollRequests);
         for (qint64 id = 0; id <= idSpace; ++id)
             QCOMPARE(model.findChatIndexById(id), ref.find(id));
-        for (qint64 photo = 1; photo < 5; ++photo) {
-            bool used = false;
-            for (const QVariantMap &r : ref.rows)
-                used = used || r.value(QStringLiteral("photo_small_id")).toLongLong() == photo;
-            QCOMPARE(model.isAvatarFileIdUsed(photo), used);
-        }
     }
     void previewText()
     {

@@ -43,7 +43,6 @@ chat new ::  :: {"type":"chat","id":300,"title":"Gamma","chat_type":"channel","o
 chat order 0 not written ::  :: {"type":"chat","id":301,"title":"Delta","order":0} :: sig=hubOpenRequestCheckRequested;ids=100,200,301;row:301:order=-;row:301:photo_small_id=-
 chat current read outbox ::  :: {"type":"chat","id":100,"last_read_outbox_message_id":9} :: sig=currentChatReadOutboxChanged,hubOpenRequestCheckRequested;arg:currentChatReadOutboxChanged:0=3;arg:currentChatReadOutboxChanged:1=9;arg:currentChatReadOutboxChanged:2=false;row:100:last_read_outbox_message_id=9
 tg_resolve_error :: pending:Durov :: {"type":"tg_resolve_error","username":"durov","code":400,"message":"not found"} :: toast=Can't open @durov: not found;pending=
-tg_resolve_error other name :: pending:alice :: {"type":"tg_resolve_error","username":"bob","code":400} :: toast=Can't open @bob;pending=alice
 tg_resolve_error no name ::  :: {"type":"tg_resolve_error","code":400,"message":"x"} :: toast=Can't open Telegram link
 tg_resolve :: pending:NEWS :: {"type":"tg_resolve","username":"news","chat_id":555,"chat_type":"channel","photo_small_id":77} :: sig=openChatRequested;pending=;requested=77;arg:openChatRequested:0={"chat_type":"channel","id":"555","photo_small_id":"77","title":"@news"}
 tg_resolve titled ::  :: {"type":"tg_resolve","chat_id":556,"title":"Town"} :: sig=openChatRequested;arg:openChatRequested:0={"chat_type":"","id":"556","photo_small_id":"0","title":"Town"}
@@ -56,11 +55,9 @@ file own photo ::  :: {"type":"file","id":900,"path":"$DATA/src.png"} :: sig=ava
 file other ::  :: {"type":"file","id":12345,"path":"$DATA/src.png"} :: sig=fileEvent;row:100:avatar_path=-
 chat_title current ::  :: {"type":"chat_title","chat_id":100,"title":"Renamed"} :: sig=currentChatTitleChanged;row:100:title=Renamed;arg:currentChatTitleChanged:0=Renamed
 chat_last_message ::  :: {"type":"chat_last_message","chat_id":200,"message_id":77,"date":1700000000,"content_type":"text","text":"x\ry","outgoing":true} :: ids=100,200;row:200:last_text=x y;row:200:last_message_id=77;row:200:last_date=1700000000;row:200:last_outgoing=true;row:200:last_content_type=text
-chat_last_message no date ::  :: {"type":"chat_last_message","chat_id":200,"message_id":78,"text":"t"} :: row:200:last_date=-;row:200:last_outgoing=false
 chat_last_message unknown chat ::  :: {"type":"chat_last_message","chat_id":999,"message_id":78,"text":"t"} :: ids=100,200
 chat_position moves ::  :: {"type":"chat_position","chat_id":200,"order":"99","pinned":true} :: ids=200,100;row:200:pinned=true;row:200:order=99
 chat_position order 0 removes ::  :: {"type":"chat_position","chat_id":100,"order":0} :: ids=200
-chat_position unknown ::  :: {"type":"chat_position","chat_id":999,"order":5} :: ids=100,200
 chat_unread ::  :: {"type":"chat_unread","chat_id":100,"unread_count":4} :: row:100:unread_count=4
 chat_online_count current group :: {"type":"chat_info","chat_id":200,"member_count":12}|current:200:supergroup :: {"type":"chat_online_count","chat_id":200,"count":3} :: sig=chatHeaderSubtitleChanged,chatInfoChanged;info:200:online_count=3;arg:chatHeaderSubtitleChanged:0=12 members, 3 online
 chat_read_outbox current ::  :: {"type":"chat_read_outbox","chat_id":100,"last_read_outbox_message_id":11} :: sig=currentChatReadOutboxChanged;row:100:last_read_outbox_message_id=11;arg:currentChatReadOutboxChanged:0=3;arg:currentChatReadOutboxChanged:1=11;arg:currentChatReadOutboxChanged:2=true
@@ -68,7 +65,6 @@ chat_notify ::  :: {"type":"chat_notify","chat_id":200,"muted_known":true,"muted
 chat_info current :: {"type":"user","id":43,"status_type":"last_week"} :: {"type":"chat_info","chat_id":100,"user_id":43,"about":"hi","member_count":0} :: sig=chatHeaderSubtitleChanged,chatInfoChanged;info:100:peer_user_id=43;info:100:about=hi;arg:chatHeaderSubtitleChanged:0=last seen within a week
 chat_info channel :: current:200:channel :: {"type":"chat_info","chat_id":200,"member_count":1500} :: sig=chatHeaderSubtitleChanged,chatInfoChanged;arg:chatHeaderSubtitleChanged:0=1500 subscribers
 chat_info group, nobody online :: current:200:basic_group :: {"type":"chat_info","chat_id":200,"member_count":12} :: sig=chatHeaderSubtitleChanged,chatInfoChanged;arg:chatHeaderSubtitleChanged:0=12 members
-chat_info_error ::  :: {"type":"chat_info_error","chat_id":1,"code":400} :: toast=Chat info failed (400)
 chat_info_error message ::  :: {"type":"chat_info_error","chat_id":1,"code":400,"message":"gone"} :: toast=gone
 chat_mute_toggled ::  :: {"type":"chat_mute_toggled","chat_id":100,"muted":true} :: toast=Muted;sig=chatInfoChanged;row:100:muted=true;row:100:muted_known=true
 history_cleared current ::  :: {"type":"history_cleared","chat_id":100} :: toast=History cleared;sent=history 100 30
@@ -82,7 +78,6 @@ search_chat stale :: search:5 :: {"type":"search_chat","req":6,"id":8} :: search
 search_end empty :: search:5 :: {"type":"search_end","req":5} :: toast=No matches
 search_end rows :: search:5|{"type":"search_chat","req":5,"id":1,"title":"a"} :: {"type":"search_end","req":5} :: sig=chatSearchResultsReady
 connection_state ::  :: {"type":"connection_state","state":"ready"} :: sig=connectionStateChanged;arg:connectionStateChanged:0=ready
-connection_state empty ::  :: {"type":"connection_state"} :: sig=connectionStateChanged;arg:connectionStateChanged:0=unknown
 chats_end :: {"type":"chats_begin"}|{"type":"chat","id":300,"order":1}|{"type":"chat","id":400,"order":90} :: {"type":"chats_end"} :: sig=hubOpenRequestCheckRequested;ids=400,300
 message_update last message ::  :: {"type":"message_update","chat_id":100,"id":5,"text":"edited\nnow"} :: sig=messageEvent;row:100:last_text=edited now
 message_update older message ::  :: {"type":"message_update","chat_id":100,"id":4,"text":"edited"} :: sig=messageEvent;row:100:last_text=-

@@ -228,16 +228,13 @@ private Q_SLOTS:
         // photo 700, the first chat's, is drawn round before.
         QTest::addColumn<QString>("user");
         QTest::addColumn<QString>("after"); // name|photo id|whether the round photo is set
-        QTest::newRow("new name") << R"("id":42,"name":"Neo")"
-                                  << "Neo|5|0";
-        QTest::newRow("empty name, same photo") << R"("id":42,"name":"","photo_small_id":5)"
-                                                << "Old|5|0";
-        QTest::newRow("new photo drawn round") << R"("id":42,"photo_small_id":700)"
-                                               << "Old|700|1";
-        QTest::newRow("new photo not drawn yet") << R"("id":42,"photo_small_id":67)"
-                                                 << "Old|67|0";
-        QTest::newRow("other user") << R"("id":44,"name":"Neo","photo_small_id":700)"
-                                    << "Old|5|0";
+        const auto row = [](const char *name, const char *user, const char *after) {
+            QTest::newRow(name) << user << after;
+        };
+        row("new name", R"("id":42,"name":"Neo")", "Neo|5|0");
+        row("empty name, same photo", R"("id":42,"name":"","photo_small_id":5)", "Old|5|0");
+        row("new photo drawn round", R"("id":42,"photo_small_id":700)", "Old|700|1");
+        row("other user", R"("id":44,"name":"Neo","photo_small_id":700)", "Old|5|0");
     }
     void senderInfoFromUserEvent()
     {
