@@ -21,16 +21,13 @@ private Q_SLOTS:
     {
         QFETCH(int, before);
         QFETCH(int, appended);
-        const auto text = [](int n, char first) {
-            QString s;
-            for (int i = 0; i < n; ++i)
-                s += QChar(first + i % 26);
-            return s;
-        };
+        const auto text = [](int n, const char *abc) { return QString(abc).repeated(n).left(n); };
         AppLog log;
-        log.appendLog(text(before, 'a'));
-        log.appendLog(text(appended, 'A'));
-        QCOMPARE(log.buffer(), QString(text(before, 'a') + text(appended, 'A')).right(12000));
+        const QString a = text(before, "abcdefghijklmnopqrstuvwxyz");
+        const QString b = text(appended, "ABCDEFGHIJKLMNOPQRSTUVWXYZ");
+        log.appendLog(a);
+        log.appendLog(b);
+        QCOMPARE(log.buffer(), QString(a + b).right(12000));
     }
     void view_visibleHiddenStaleAndClear()
     {

@@ -93,11 +93,9 @@ private Q_SLOTS:
         // whole, and the dead half line, ended by it, is reported and dropped.
         spy.clear();
         QProcess next;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("VEXA_DATA_DIR"), dir.path());
-        env.insert(QStringLiteral("BACKEND_EVENTS_FILE"), events);
-        env.insert(QStringLiteral("DEMO_SPEED"), QStringLiteral("0"));
-        next.setProcessEnvironment(env);
+        next.setEnvironment(cleanEnvironment()
+                            << "VEXA_DATA_DIR=" + dir.path() << "BACKEND_EVENTS_FILE=" + events
+                            << "DEMO_SPEED=0");
         next.start(QStringLiteral(TD_BACKEND_PATH), QStringList());
         next.closeWriteChannel(); // it answers what is pending and ends
         QVERIFY(next.waitForFinished(30000));

@@ -121,11 +121,9 @@ private Q_SLOTS:
     }
     void previewText()
     {
-        const QString x239(239, QLatin1Char('x'));
-        QCOMPARE(chat_list_preview_text("  x\t "), QStringLiteral("  x\t "));
-        QCOMPARE(chat_list_preview_text("a\r\nb\rc\nd"), QStringLiteral("a  b c d"));
-        // Line breaks count before the cut.
-        QCOMPARE(chat_list_preview_text(x239 + "\n\nz"), QString(x239 + " ..."));
+        // Line breaks become blanks (a CR LF two of them) and count before the cut.
+        const QString x238(238, QLatin1Char('x'));
+        QCOMPARE(chat_list_preview_text(x238 + "\r\nz"), QString(x238 + "  ..."));
     }
     void textCuts_data()
     {

@@ -232,7 +232,6 @@ private Q_SLOTS:
             QTest::newRow(name) << user << after;
         };
         row("new name", R"("id":42,"name":"Neo")", "Neo|5|0");
-        row("empty name, same photo", R"("id":42,"name":"","photo_small_id":5)", "Old|5|0");
         row("new photo drawn round", R"("id":42,"photo_small_id":700)", "Old|700|1");
         row("other user", R"("id":44,"name":"Neo","photo_small_id":700)", "Old|5|0");
     }

@@ -21,7 +21,6 @@ private Q_SLOTS:
             QTest::newRow(*text ? text : type) << type << at << text;
         };
         row("  Online ", 0, "online");
-        row("recently", 0, "last seen recently");
         row("LAST_MONTH", 0, "last seen within a month");
         row("empty", 0, "last seen long ago");
         row("offline", 0, "offline");

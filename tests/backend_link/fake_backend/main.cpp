@@ -3,14 +3,14 @@
 // child process.
 //
 // Records, beside $BACKEND_EVENTS_FILE (nothing when it is unset):
-//   <events>.env       written at start: "#cwd=<working folder>", then one KEY=VALUE line per
+//   <events>.env       appended at start: "#cwd=<working folder>", then one KEY=VALUE line per
 //                      entry of the environment.
 //   <events>.starts    one line "start <pid>" appended per start.
 //   <events>.received  every byte read from standard input, appended as received.
 //
-// Environment: FAKE_BACKEND_STDOUT / FAKE_BACKEND_STDERR are written at start to standard
-// output / error (the two characters "\n" stand for a line feed); FAKE_BACKEND_EXIT_CODE makes
-// it exit with that code right after start.
+// Environment: FAKE_BACKEND_STDERR is written at start to standard error (the two characters
+// "\n" stand for a line feed); FAKE_BACKEND_EXIT_CODE makes it exit with that code right after
+// start.
 //
 // Commands, one per line on standard input: "emit <base64>" appends the decoded bytes to the
 // events file, plus "\n" if missing; "say <base64>" writes them to standard output; "exit <n>".
@@ -47,16 +47,12 @@ int main()
     const QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     const QString events = env.value(QStringLiteral("BACKEND_EVENTS_FILE"));
     if (!events.isEmpty()) {
-        QFile envFile(events + ".env");
-        if (envFile.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-            envFile.write("#cwd=" + QDir::currentPath().toUtf8() + "\n");
-            for (const QString &entry : env.toStringList())
-                envFile.write(entry.toUtf8() + "\n");
-        }
+        QByteArray dump = "#cwd=" + QDir::currentPath().toUtf8() + "\n";
+        for (const QString &entry : env.toStringList())
+            dump += entry.toUtf8() + "\n";
+        append_file(events + ".env", dump);
         append_file(events + ".starts", "start " + QByteArray::number(qint64(getpid())) + "\n");
     }
-    write_out(stdout,
-              env.value(QStringLiteral("FAKE_BACKEND_STDOUT")).toUtf8().replace("\\n", "\n"));
     write_out(stderr,
               env.value(QStringLiteral("FAKE_BACKEND_STDERR")).toUtf8().replace("\\n", "\n"));
     if (env.contains(QStringLiteral("FAKE_BACKEND_EXIT_CODE")))
