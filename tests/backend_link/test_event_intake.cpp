@@ -38,16 +38,14 @@ private Q_SLOTS:
         const auto row = [](const char *name, const QList<QByteArray> &w, const QString &t, int e) {
             QTest::newRow(name) << w << t << e;
         };
-        row("burst in file order in one poll",
-            {"{\"type\":\"a\"}\n{\"type\":\"b\"}\n{\"type\":\"c\"}\n"}, "abc", 0);
         row("partial line later, whole",
             {"{\"type\":\"a\"}\n{\"type\":\"b\",", "\"n\":1}", "\n", ""}, "a,,b,", 0);
-        row("blank lines skipped silently", {"\n   \n\t\r\n{\"type\":\"x\"}\r\n\n"}, "x", 0);
-        row("parse error logged, later lines go on",
-            {"{\"type\":\"a\"}\n{broken\n{\"type\":\"b\"}\n"}, "ab", 1);
-        row("non-object values dropped silently",
-            {"[1,2]\n42\n\"text\"\nnull\ntrue\n{\"type\":\"o\"}\n"}, "o", 0);
-        row("garbage after a value", {"42 43\n{\"type\":\"o\"} x\n"}, "", 2);
+        row("blanks and non-objects skipped silently",
+            {"\n   \n\t\r\n[1,2]\n42\n\"text\"\nnull\n{\"type\":\"x\"}\r\n"}, "x", 0);
+        row("parse errors logged, later lines go on",
+            {"{\"type\":\"a\"}\n{broken\n42 43\n{\"type\":\"b\"} x\n{\"type\":\"c\"}\n"}, "ac", 3);
+        row("repeated key dropped",
+            {"{\"type\":\"chat\",\"id\":{\"x\":1},\"id\":5}\n{\"type\":\"end\"}\n"}, "end", 0);
         row("character split across polls", {"{\"type\":\"\xc3", "\xa9\"}\n"}, QStringLiteral(",é"),
             0);
         row("invalid UTF-8 replaced, not dropped",
@@ -64,8 +62,6 @@ private Q_SLOTS:
         QFETCH(QString, types);
         QFETCH(int, parseErrors);
         QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
-        f->intake.onPoll(); // no file yet: nothing, and no message
-        QCOMPARE(f->log.buffer(), QString());
         QVERIFY(writeFile(f->events, "{\"type\":\"old\"}\n"));
         f->intake.resetOffsets();
         QStringList polls;
@@ -83,15 +79,9 @@ private Q_SLOTS:
         QCOMPARE(polls.join(","), types);
         QCOMPARE(f->log.buffer().count(QStringLiteral("[event] json parse error\n")), parseErrors);
     }
-    void poll_overlongLineDropped_data()
-    {
-        QTest::addColumn<int>("pieces"); // the long line is written in this many polls
-        QTest::newRow("one write") << 1;
-        QTest::newRow("spread over three polls") << 3;
-    }
     void poll_overlongLineDropped()
     {
-        QFETCH(int, pieces);
+        const int pieces = 3; // the long line reaches the limit over several polls
         const QByteArray longLine =
             "{\"type\":\"big\",\"pad\":\"" + QByteArray(17 << 20, 'x') + "\"}";
         QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
@@ -100,155 +90,26 @@ private Q_SLOTS:
         for (int i = 0; i < pieces; ++i) {
             QVERIFY(writeFile(f->events, longLine.mid(i * step, step), true));
             f->intake.onPoll();
-            QCOMPARE(f->intake.eventsFileOffset(), QFileInfo(f->events).size());
         }
         QVERIFY(writeFile(f->events, "\n{\"type\":\"after\"}\n", true));
         f->intake.onPoll();
         QCOMPARE(texts(spy), (QStringList{"before", "after"}));
         QCOMPARE(f->log.buffer(), QStringLiteral("[event] line too long\n"));
     }
-    void poll_suspendedReadsNothing()
+    void statusLines_fromOutput()
     {
-        QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
-        f->intake.setPollingSuspended(true);
-        QVERIFY(writeFile(f->events, "{\"type\":\"a\"}\n", true));
-        f->intake.onPoll();
-        f->intake.onLowMemory();
-        QCOMPARE(spy.count(), 0);
-        QCOMPARE(f->intake.currentPollInterval(), int(EventIntake::kIdlePollMs));
-        f->intake.onAppFullscreen(); // clears the suspension
-        f->intake.onPoll();
-        QCOMPARE(texts(spy), QStringList{"a"});
-    }
-    void poll_adaptiveInterval_data()
-    {
-        // Steps: A = an event arrives before the poll, - = an idle poll, T = thumbnailed,
-        // F = fullscreen, L = low memory. One expected interval per step ("200*9": nine times).
-        QTest::addColumn<QString>("steps");
-        QTest::addColumn<QString>("intervals");
-        const auto row = [](const char *name, const char *steps, const char *intervals) {
-            QTest::newRow(name) << steps << intervals;
-        };
-        row("activity then ten polls fast, then idle", "-A----------", "1000 200*10 1000");
-        row("new activity refills the ticks", "A--A---", "200*7");
-        row("background: 2500 idle, 800 active", "T-A----------", "2500 2500 800*10 2500");
-        row("fullscreen: idle interval, then fast polls", "TF----------", "2500 1000 200*9 1000");
-        row("low memory: 2000, no fast polls", "AL--", "200 2000 1000 1000");
-    }
-    void poll_adaptiveInterval()
-    {
-        QFETCH(QString, steps);
-        QFETCH(QString, intervals);
-        QStringList expected;
-        for (const QString &part : intervals.split(' '))
-            for (int n = qMax(1, part.section('*', 1).toInt()); n > 0; --n)
-                expected << part.section('*', 0, 0);
-        QCOMPARE(expected.size(), steps.size());
-        f->intake.startPolling();
-        QStringList got;
-        for (const QChar step : steps) {
-            if (step == 'A')
-                QVERIFY(writeFile(f->events, "{\"type\":\"tick\"}\n", true));
-            if (step == 'A' || step == '-')
-                f->intake.onPoll();
-            else if (step == 'T')
-                f->intake.onAppThumbnailed();
-            else if (step == 'F')
-                f->intake.onAppFullscreen();
-            else if (step == 'L')
-                f->intake.onLowMemory();
-            got << QString::number(f->intake.currentPollInterval());
-            QVERIFY(f->intake.isPollTimerActive());
-        }
-        QCOMPARE(got, expected);
-    }
-    void poll_fileChangeReadAtOnce_data()
-    {
-        // What the file holds before polling starts (no file when empty), and whether the backend
-        // then replaces it instead of appending.
-        QTest::addColumn<QByteArray>("before");
-        QTest::addColumn<bool>("replace");
-        const QByteArray old = "{\"type\":\"old\",\"pad\":\"" + QByteArray(64, 'x') + "\"}\n";
-        QTest::newRow("appended") << old << false;
-        QTest::newRow("created after the start") << QByteArray() << false;
-        QTest::newRow("replaced by a new file") << old << true;
-    }
-    void poll_fileChangeReadAtOnce()
-    {
-        QFETCH(QByteArray, before);
-        QFETCH(bool, replace);
-        if (!before.isEmpty())
-            QVERIFY(writeFile(f->events, before));
-        // The timer would not fire within the hour: only the file watch can deliver.
-        f->intake.setPollIntervals(3600 * 1000, 3600 * 1000);
-        f->intake.startPolling();
-        QSignalSpy spy(&f->intake, &EventIntake::eventReceived);
-        if (replace)
-            QVERIFY(QFile::remove(f->events));
-        QVERIFY(writeFile(f->events, "{\"type\":\"new\"}\n", !replace));
-        QTRY_VERIFY_WITH_TIMEOUT(texts(spy).contains("new"), 10000);
-        // The watch follows the file as it is now.
-        QVERIFY(writeFile(f->events, "{\"type\":\"later\"}\n", true));
-        QTRY_VERIFY_WITH_TIMEOUT(texts(spy).contains("later"), 10000);
-        QCOMPARE(f->intake.currentPollInterval(), 3600 * 1000);
-    }
-
-    void statusLines_data()
-    {
-        // Status lines from the child's output, in the chunks it arrives in, or from the tail of
-        // the TDLib log; the statuses shown and what lands in the in-app log ("*": all of it).
-        QTest::addColumn<bool>("fromLog");
-        QTest::addColumn<QStringList>("chunks");
-        QTest::addColumn<QStringList>("statuses");
-        QTest::addColumn<QString>("log");
-        const auto out = [](const char *name, const QStringList &c, const QStringList &st,
-                            const char *log = "") {
-            QTest::newRow(name) << false << c << st << log;
-        };
-        const auto tail = [](const char *name, const char *w, const QStringList &st, bool log) {
-            QTest::newRow(name) << true << QStringList{w} << st << (log ? "*" : "");
-        };
-        out("auth, need, me, in order", {"AUTH_STATE WaitPhone\nNEED code\nME 42 Ann Lee\n"},
-            {"Auth: WaitPhone", "Need: code", "ME 42 Ann Lee"});
-        out("ready with text", {"BACKEND_READY v1\n"}, {"Backend ready"});
-        out("bare ready ignored, blanks too", {"BACKEND_READY\nBACKEND_READY   \n"}, {});
-        out("fatal logs and shows", {"FATAL db broken\n"}, {"FATAL db broken"},
-            "FATAL db broken\n");
-        out("surrounding blanks and CR trimmed", {"   AUTH_STATE Ready  \r\n"}, {"Auth: Ready"});
-        out("json, blank, lower-case ignored", {"{\"type\":\"x\"}\n\n  \nauth_state Ready\n"}, {});
-        out("line split across chunks", {"AUTH_ST", "ATE Rea", "dy\n"}, {"Auth: Ready"});
-        out("unterminated line waits", {"NEED code"}, {});
-        tail("log: auth, need, indented me",
-             "[backend] AUTH_STATE Ready\n[backend] NEED password\n[backend]   ME 7 Bo\n",
-             {"Auth: Ready", "Need: password", "ME 7 Bo"}, true);
-        tail("log: bare ready counts here", "[backend] BACKEND_READY\n", {"Backend ready"}, true);
-        tail("log: ready with trailing text does not", "[backend] BACKEND_READY now\n", {}, true);
-        tail("log: fatal shows the rest", "[backend]FATAL disk\n", {"FATAL disk"}, true);
-        tail("log: other tagged line only logged", "[backend] hello\n", {}, true);
-        tail("log: untagged skipped", "[ 1][t 2] td\n [backend] AUTH_STATE X\nplain\n", {}, false);
-        tail("log: unterminated line waits", "[backend] NEED code", {}, false);
-    }
-    void statusLines()
-    {
-        QFETCH(bool, fromLog);
-        QFETCH(QStringList, chunks);
-        QFETCH(QStringList, statuses);
-        QFETCH(QString, log);
-        if (fromLog) {
-            QVERIFY(!f->intake.tailTdlibLog()); // missing file
-            QVERIFY(writeFile(f->tdlib, "[backend] AUTH_STATE Old\n", true));
-            f->intake.resetOffsets();
-            QVERIFY(!f->intake.tailTdlibLog()); // nothing new
-        }
+        // In the chunks the child's output arrives in: blanks and CR trimmed; JSON, lower case and
+        // a bare ready ignored; a split line joined, an unterminated one kept waiting.
         QSignalSpy spy(&f->intake, &EventIntake::statusTextChanged);
-        for (const QString &c : chunks) {
-            if (fromLog)
-                QVERIFY(writeFile(f->tdlib, c.toUtf8(), true) && f->intake.tailTdlibLog());
-            else
-                f->intake.handleOutput(c);
-        }
-        QCOMPARE(texts(spy), statuses);
-        QCOMPARE(f->log.buffer(), log == QLatin1String("*") ? chunks.join(QString()) : log);
+        for (const char *chunk :
+             {"AUTH_STATE WaitPhone\n{\"type\":\"x\"}\n\n  \nauth_state Ready\nNEED code\n"
+              "   ME 42 Ann Lee  \r\nBACKEND_READY\nBACKEND_READY   \nBACKEND_READY v1\n"
+              "FATAL db broken\nAUTH_ST",
+              "ATE Rea", "dy\nNEED x"})
+            f->intake.handleOutput(QString::fromUtf8(chunk));
+        QCOMPARE(texts(spy), (QStringList{"Auth: WaitPhone", "Need: code", "ME 42 Ann Lee",
+                                          "Backend ready", "FATAL db broken", "Auth: Ready"}));
+        QCOMPARE(f->log.buffer(), QStringLiteral("FATAL db broken\n"));
     }
     void handleOutput_overlongLineDropped()
     {
@@ -262,22 +123,27 @@ private Q_SLOTS:
         QCOMPARE(f->log.buffer(), QStringLiteral("backend: output line too long\n"));
     }
 
-    void poll_tailsTdlibLogOnlyWhileViewVisible()
+    void statusLines_fromTdlibLog()
     {
+        // Only while the log view shows, from the moment it is shown, and only the tagged lines,
+        // each logged whole; here a bare ready counts.
         QSignalSpy spy(&f->intake, &EventIntake::statusTextChanged);
-        QVERIFY(writeFile(f->tdlib, "[backend] NEED hidden\n", true));
+        QVERIFY(writeFile(f->tdlib, "[backend] NEED hidden\n"));
         f->intake.onPoll();
         QVERIFY(writeFile(f->tdlib, "[backend] NEED still_hidden\n", true));
-        f->intake.onToggleDebugLog(); // show: tail only from now on, poll fast
-        QVERIFY(f->log.isViewVisible());
-        QVERIFY(writeFile(f->tdlib, "[backend] NEED shown\n", true));
+        f->intake.onToggleDebugLog(); // shown: polls run fast
+        const QByteArray tagged = "[backend] AUTH_STATE Ready\n[backend] NEED password\n"
+                                  "[backend]   ME 7 Bo\n[backend] hello\n[backend] BACKEND_READY\n"
+                                  "[backend] BACKEND_READY now\n[backend]FATAL disk\n";
+        QVERIFY(writeFile(f->tdlib, tagged + "[ 1] td\n [backend] NEED x\n[backend] NEED y", true));
         f->intake.onPoll();
         QCOMPARE(f->intake.currentPollInterval(), 200);
-        f->intake.onToggleDebugLog(); // hide again
-        QVERIFY(!f->log.isViewVisible());
-        QVERIFY(writeFile(f->tdlib, "[backend] NEED hidden_again\n", true));
+        f->intake.onToggleDebugLog();
+        QVERIFY(writeFile(f->tdlib, "\n[backend] NEED hidden_again\n", true));
         f->intake.onPoll();
-        QCOMPARE(texts(spy), QStringList{"Need: shown"});
+        QCOMPARE(texts(spy), (QStringList{"Auth: Ready", "Need: password", "ME 7 Bo",
+                                          "Backend ready", "FATAL disk"}));
+        QCOMPARE(f->log.buffer(), QString::fromUtf8(tagged));
     }
 
 private:

@@ -1,14 +1,9 @@
 // JSON text that repeats a key: Qt's reader would lose the first value when it
 // is an object or an array (found by fuzzing the event lines), so the intake
-// drops such a line.
+// drops such a line (test_event_intake).
 
-#include "backend_link/app_log.h"
-#include "backend_link/event_intake.h"
 #include "backend_link/json_keys.h"
 
-#include <QFile>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QtTest>
 
 class TstJsonKeys : public QObject
@@ -35,23 +30,6 @@ private Q_SLOTS:
         QFETCH(QByteArray, text);
         QFETCH(bool, repeats);
         QCOMPARE(json_repeats_key(text), repeats);
-    }
-
-    void intakeDropsTheLine()
-    {
-        QTemporaryDir dir;
-        QFile file(dir.filePath(QStringLiteral("backend_events.jsonl")));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("{\"type\":\"chat\",\"id\":{\"x\":1},\"id\":5}\n{\"type\":\"chats_end\"}\n");
-        file.close();
-        AppLog log;
-        EventIntake intake(&log);
-        intake.setEventsFilePath(file.fileName());
-        QSignalSpy events(&intake, &EventIntake::eventReceived);
-        intake.onPoll();
-        QCOMPARE(events.count(), 1);
-        QCOMPARE(events.at(0).at(0).toMap().value(QStringLiteral("type")).toString(),
-                 QStringLiteral("chats_end"));
     }
 };
 

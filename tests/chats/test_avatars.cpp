@@ -2,13 +2,12 @@
 #include "chats/avatars.h"
 #include "common/test_util.h"
 
-using namespace test_util;
-
 #include <QElapsedTimer>
-#include <QFile>
 #include <QImage>
 #include <QTemporaryDir>
 #include <QtTest>
+
+using namespace test_util;
 
 namespace {
 
@@ -52,7 +51,6 @@ private Q_SLOTS:
         QTest::newRow("none") << qint64(0) << "";
         QTest::newRow("today: hours and minutes, no seconds")
             << localSecs(2026, 3, 15, 9, 37) + 45 << "~37";
-        QTest::newRow("yesterday") << localSecs(2026, 3, 14, 23, 59) << "Sat";
         QTest::newRow("seven days shows today's weekday") << localSecs(2026, 3, 8) << "Sun";
         QTest::newRow("eight days") << localSecs(2026, 3, 7) << "7 Mar";
         QTest::newRow("exactly a year") << localSecs(2025, 3, 15) << "15 Mar";
@@ -73,68 +71,30 @@ private Q_SLOTS:
             QCOMPARE(text, expected);
         }
     }
-    void roundedAvatar_data()
-    {
-        QTest::addColumn<int>("width");
-        QTest::addColumn<int>("height");
-        QTest::newRow("wide") << 300 << 200;
-        QTest::newRow("tall, small") << 50 << 100;
-    }
     void roundedAvatar()
     {
-        QFETCH(int, width);
-        QFETCH(int, height);
         QTemporaryDir dir;
         const QString source = dir.filePath(QStringLiteral("photo.png"));
-        QVERIFY(writeImage(source, width, height, QColor(200, 30, 40)));
-
+        QVERIFY(writeImage(source, 300, 200, QColor(200, 30, 40)));
         // The round shape itself is checked on the demo's photos.
-        const QString out = ensureRoundedAvatarPng(5, source, dir.path());
-        QCOMPARE(out, rounded_avatar_cache_path(source, dir.path()));
+        const QString out = ensureRoundedAvatarPng(9, source, dir.path());
         const QImage img(out);
         QCOMPARE(img.size(), QSize(144, 144));
         QCOMPARE(qAlpha(img.pixel(0, 0)), 0);
-        const QColor centre = img.pixelColor(72, 72);
-        QVERIFY(qAbs(centre.red() - 200) <= 2 && qAbs(centre.green() - 30) <= 2);
-    }
-    // Unusable input comes back as it is and nothing is cached: "fileId name",
-    // the name relative to the temporary folder ("-": an empty path).
-    void roundedAvatarUnusableInput_data()
-    {
-        QTest::addColumn<QString>("input");
-        for (const char *r : {"0 photo.png", "4 -", "4 missing.png", "4 sub", "4 notes.txt"})
-            QTest::newRow(r) << QString(r);
-    }
-    void roundedAvatarUnusableInput()
-    {
-        QFETCH(QString, input);
-        QTemporaryDir dir;
-        QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("sub")));
-        QVERIFY(writeImage(dir.filePath(QStringLiteral("photo.png")), 20, 20, Qt::blue));
-        QVERIFY(writeFile(dir.filePath(QStringLiteral("notes.txt")), "not a picture"));
-        const QString name = input.section(' ', 1);
-        const QString path = name == "-" ? QString() : dir.filePath(name);
-        QCOMPARE(ensureRoundedAvatarPng(input.section(' ', 0, 0).toLongLong(), path, dir.path()),
-                 path);
-        QVERIFY(!QFileInfo::exists(rounded_avatar_cache_path(path, dir.path())));
-    }
-    void roundedAvatarCacheFreshness()
-    {
-        QTemporaryDir dir;
-        const QString source = dir.filePath(QStringLiteral("p.png"));
-        QVERIFY(writeImage(source, 200, 200, QColor(0, 0, 255)));
-        const QString out = ensureRoundedAvatarPng(9, source, dir.path());
-        QVERIFY(out != source);
-        // A fresh cache file is reused as it is: a planted marker, newer than
-        // the source, stays.
+        QVERIFY(qAbs(img.pixelColor(72, 72).red() - 200) <= 2);
+        // A fresh cache file is reused as it is: a planted marker, newer than the source, stays.
         QVERIFY(writeImage(out, 144, 144, QColor(0, 255, 0)) && touch(out, 60));
         QCOMPARE(ensureRoundedAvatarPng(9, source, dir.path()), out);
         QCOMPARE(QImage(out).pixelColor(72, 72), QColor(0, 255, 0));
         // A source newer than the cache (a new download) is drawn again.
-        QVERIFY(writeImage(source, 200, 200, QColor(255, 0, 0)) && touch(source, 120));
+        QVERIFY(writeImage(source, 200, 200, QColor(0, 0, 255)) && touch(source, 120));
         QCOMPARE(ensureRoundedAvatarPng(9, source, dir.path()), out);
-        const QColor centre = QImage(out).pixelColor(72, 72);
-        QVERIFY(centre.red() > 250 && centre.green() < 5);
+        QVERIFY(QImage(out).pixelColor(72, 72).blue() > 250);
+        // A file that is no picture comes back as it is, and nothing is cached for it.
+        const QString notes = dir.filePath(QStringLiteral("notes.txt"));
+        QVERIFY(writeFile(notes, "not a picture"));
+        QCOMPARE(ensureRoundedAvatarPng(4, notes, dir.path()), notes);
+        QVERIFY(!QFileInfo::exists(rounded_avatar_cache_path(notes, dir.path())));
     }
     // "w h r argb": a cached tile, or none for an unusable size.
     void bubbleBackground_data()
@@ -144,8 +104,6 @@ private Q_SLOTS:
         QTest::newRow("avatar tile") << "144 144 24 ff2b7cff" << true;
         QTest::newRow("translucent, small components") << "10 2048 1 8001020a" << true;
         QTest::newRow("too wide") << "2049 80 12 ffffffff" << false;
-        QTest::newRow("zero height") << "20 0 12 ffffffff" << false;
-        QTest::newRow("zero radius") << "20 20 0 ffffffff" << false;
     }
     void bubbleBackground()
     {
@@ -160,10 +118,8 @@ private Q_SLOTS:
         const QString path = ensure_bubble_bg_png(w, h, r, color, cache, &image);
         if (!drawn) {
             QVERIFY(path.isEmpty() && image.isNull());
-            QVERIFY(!QFileInfo::exists(cache) || QDir(cache).isEmpty());
             return;
         }
-        QCOMPARE(QFileInfo(path).path(), cache);
         // Colours whose digits would run together unpadded get files of their own.
         QVERIFY(ensure_bubble_bg_png(w, h, r, QColor(1, 0x2a, 3), cache, nullptr) !=
                 ensure_bubble_bg_png(w, h, r, QColor(0x12, 0x0a, 3), cache, nullptr));
@@ -175,24 +131,15 @@ private Q_SLOTS:
         // The image handed back is the one in the file.
         QCOMPARE(image.convertToFormat(QImage::Format_ARGB32),
                  img.convertToFormat(QImage::Format_ARGB32));
-        // The second request reuses the file and draws nothing.
-        image = QImage();
-        const QDateTime made = QFileInfo(path).lastModified();
-        QCOMPARE(ensure_bubble_bg_png(w, h, r, color, cache, &image), path);
-        QVERIFY(image.isNull());
-        QCOMPARE(QFileInfo(path).lastModified(), made);
     }
     void unreadBadge()
     {
-        QTemporaryDir dir;
-        const QString cache = dir.filePath(QStringLiteral("ui-cache"));
-        const QString path = ensure_unread_badge_png(cache);
-        QCOMPARE(QFileInfo(path).path(), cache);
-        QVERIFY(!QImage(path).isNull());
         // Drawn again when the cache folder was emptied meanwhile.
+        QTemporaryDir dir;
+        const QString path = ensure_unread_badge_png(dir.path());
         QVERIFY(QFile::remove(path));
-        QCOMPARE(ensure_unread_badge_png(cache), path);
-        QVERIFY(QFileInfo::exists(path));
+        QCOMPARE(ensure_unread_badge_png(dir.path()), path);
+        QVERIFY(!QImage(path).isNull());
     }
     void downloadQueue()
     {

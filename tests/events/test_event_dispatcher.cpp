@@ -42,6 +42,9 @@ struct Fixture
         deps.sendLine = [this](const QString &l) { sent.append(l); };
         deps.dataDir = dir.path();
         dispatcher = std::make_unique<EventDispatcher>(deps);
+        QImage photo(160, 120, QImage::Format_RGB32); // what the "file" events point at
+        photo.fill(QColor(10, 200, 30));
+        photo.save(dir.filePath(QStringLiteral("src.png")));
     }
 
     void feed(QString json)
@@ -68,7 +71,6 @@ struct Fixture
 
     void startRecording()
     {
-        log.clear();
         toaster.clear();
         sent.clear();
         const QMetaObject &mo = EventDispatcher::staticMetaObject;
@@ -105,21 +107,15 @@ struct Fixture
         return QStringLiteral("<no such argument>");
     }
 
-    QString ids() const
-    {
-        QStringList out;
-        for (int i = 0; i < chats.size(); ++i)
-            out << chats.rowAt(i).value(QStringLiteral("id")).toString();
-        return out.join(QLatin1Char(','));
-    }
     // The value a fact names ("ids", "row:<id>:<key>", ...), "<unknown fact>" else.
     QString observe(const QStringList &p, const QString &value) const
     {
         const QString &what = p.at(0);
+        QStringList ids;
+        for (int i = 0; i < chats.size(); ++i)
+            ids << chats.rowAt(i).value(QStringLiteral("id")).toString();
         if (what == QLatin1String("ids"))
-            return ids();
-        if (what == QLatin1String("status"))
-            return dispatcher->statusText();
+            return ids.join(QLatin1Char(','));
         if (what == QLatin1String("requested"))
             return avatars.wasRequested(value.toLongLong()) ? value : QStringLiteral("none");
         if (what == QLatin1String("pending"))
@@ -180,9 +176,6 @@ private Q_SLOTS:
         QFETCH(QString, event);
         QFETCH(QString, facts);
         Fixture f;
-        QImage photo(160, 120, QImage::Format_RGB32);
-        photo.fill(QColor(10, 200, 30));
-        QVERIFY(photo.save(f.dir.filePath(QStringLiteral("src.png"))));
         f.seed();
         for (const QString &step : setup.split(QLatin1Char('|'), Qt::SkipEmptyParts)) {
             const QStringList p = step.split(QLatin1Char(':'));
@@ -229,19 +222,39 @@ private Q_SLOTS:
         fired.sort();
         QCOMPARE(f.firedSignals(), fired);
     }
+    void senderInfoFromUserEvent_data()
+    {
+        // The open chat's message row, shown and buffered, is user 42's, "Old" with photo 5;
+        // photo 700, the first chat's, is drawn round before.
+        QTest::addColumn<QString>("user");
+        QTest::addColumn<QString>("after"); // name|photo id|whether the round photo is set
+        const auto row = [](const char *name, const char *user, const char *after) {
+            QTest::newRow(name) << user << after;
+        };
+        row("new name", R"("id":42,"name":"Neo")", "Neo|5|0");
+        row("new photo drawn round", R"("id":42,"photo_small_id":700)", "Old|700|1");
+        row("other user", R"("id":44,"name":"Neo","photo_small_id":700)", "Old|5|0");
+    }
     void senderInfoFromUserEvent()
     {
-        // A "user" event reaches the open chat's message rows, shown and
-        // buffered, through the presence book (its rules: test_presence).
+        QFETCH(QString, user);
+        QFETCH(QString, after);
         Fixture f;
+        f.seed();
+        f.feed(R"({"type":"file","id":700,"path":"$DATA/src.png"})");
         ArrayDataModel messages;
-        messages.append(QVariantMap{{"id", "1"}, {"sender_user_id", "42"}, {"sender_name", "Old"}});
-        QList<QVariantMap> buffered{messages.value(0)};
+        QVariantMap mine{{"id", "1"}, {"sender_user_id", "42"}, {"sender_name", "Old"}};
+        mine.insert(QStringLiteral("sender_photo_small_id"), QStringLiteral("5"));
+        messages.append(mine);
+        QList<QVariantMap> buffered{mine};
         f.dispatcher->setMessageRows(&messages, &buffered);
-        f.feed(R"({"type":"user","id":42,"name":"New","status_type":"online"})");
-        QCOMPARE(messages.value(0).value(QStringLiteral("sender_name")).toString(),
-                 QStringLiteral("New"));
-        QCOMPARE(buffered.at(0), messages.value(0));
+        f.feed(R"({"type":"user",)" + user + "}");
+        const QVariantMap row = messages.value(0);
+        QCOMPARE(row.value("sender_name").toString() + "|" +
+                     row.value("sender_photo_small_id").toString() + "|" +
+                     QString::number(row.contains("sender_avatar_path")),
+                 after);
+        QCOMPARE(buffered.at(0), row);
     }
 };
 

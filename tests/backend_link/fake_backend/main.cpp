@@ -3,27 +3,25 @@
 // child process.
 //
 // Records, beside $BACKEND_EVENTS_FILE (nothing when it is unset):
-//   <events>.env       written at start: "#cwd=<working folder>", then one KEY=VALUE line per
+//   <events>.env       appended at start: "#cwd=<working folder>", then one KEY=VALUE line per
 //                      entry of the environment.
 //   <events>.starts    one line "start <pid>" appended per start.
 //   <events>.received  every byte read from standard input, appended as received.
 //
-// Environment: FAKE_BACKEND_STDOUT / FAKE_BACKEND_STDERR are written at start to standard
-// output / error (the two characters "\n" stand for a line feed); FAKE_BACKEND_EXIT_CODE makes
-// it exit with that code right after start.
+// Environment: FAKE_BACKEND_STDERR is written at start to standard error (the two characters
+// "\n" stand for a line feed); FAKE_BACKEND_EXIT_CODE makes it exit with that code right after
+// start.
 //
 // Commands, one per line on standard input: "emit <base64>" appends the decoded bytes to the
-// events file, plus "\n" if missing; "emitraw <base64>" appends them as they are; "say <base64>"
-// writes them to standard output; "exit <n>"; "crash" dies from SIGKILL. Anything else is only
-// recorded. End of input: exit 0.
+// events file, plus "\n" if missing; "say <base64>" writes them to standard output; "exit <n>".
+// Anything else is only recorded. End of input: exit 0.
 
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
+#include <QList>
 #include <QProcessEnvironment>
 
-#include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <unistd.h>
 
@@ -49,49 +47,32 @@ int main()
     const QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     const QString events = env.value(QStringLiteral("BACKEND_EVENTS_FILE"));
     if (!events.isEmpty()) {
-        QFile envFile(events + ".env");
-        if (envFile.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-            envFile.write("#cwd=" + QDir::currentPath().toUtf8() + "\n");
-            for (const QString &entry : env.toStringList())
-                envFile.write(entry.toUtf8() + "\n");
-        }
+        QByteArray dump = "#cwd=" + QDir::currentPath().toUtf8() + "\n";
+        for (const QString &entry : env.toStringList())
+            dump += entry.toUtf8() + "\n";
+        append_file(events + ".env", dump);
         append_file(events + ".starts", "start " + QByteArray::number(qint64(getpid())) + "\n");
     }
-    write_out(stdout,
-              env.value(QStringLiteral("FAKE_BACKEND_STDOUT")).toUtf8().replace("\\n", "\n"));
     write_out(stderr,
               env.value(QStringLiteral("FAKE_BACKEND_STDERR")).toUtf8().replace("\\n", "\n"));
     if (env.contains(QStringLiteral("FAKE_BACKEND_EXIT_CODE")))
         return env.value(QStringLiteral("FAKE_BACKEND_EXIT_CODE")).toInt();
 
     const QString received = events.isEmpty() ? QString() : events + ".received";
-    QByteArray pending;
-    char buf[65536];
-    for (;;) {
-        const ssize_t n = ::read(STDIN_FILENO, buf, sizeof(buf));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return 0;
-        append_file(received, QByteArray(buf, int(n)));
-        pending.append(buf, int(n));
-        int nl;
-        while ((nl = pending.indexOf('\n')) >= 0) {
-            const QByteArray line = pending.left(nl).trimmed();
-            pending.remove(0, nl + 1);
-            const int sp = line.indexOf(' ');
-            const QByteArray verb = line.left(sp < 0 ? line.size() : sp);
-            const QByteArray arg = QByteArray::fromBase64(sp < 0 ? QByteArray() : line.mid(sp + 1));
-            if (verb == "emit")
-                append_file(events, arg.endsWith('\n') ? arg : arg + '\n');
-            else if (verb == "emitraw")
-                append_file(events, arg);
-            else if (verb == "say")
-                write_out(stdout, arg);
-            else if (verb == "exit")
-                return line.mid(sp + 1).toInt();
-            else if (verb == "crash")
-                ::kill(::getpid(), SIGKILL);
-        }
+    char *buf = nullptr;
+    size_t cap = 0;
+    ssize_t n;
+    while ((n = getline(&buf, &cap, stdin)) > 0) {
+        const QByteArray line(buf, int(n));
+        append_file(received, line);
+        const QList<QByteArray> words = line.trimmed().split(' ');
+        const QByteArray arg = QByteArray::fromBase64(words.value(1));
+        if (words.at(0) == "emit")
+            append_file(events, arg.endsWith('\n') ? arg : arg + '\n');
+        else if (words.at(0) == "say")
+            write_out(stdout, arg);
+        else if (words.at(0) == "exit")
+            return words.value(1).toInt();
     }
+    return 0;
 }
