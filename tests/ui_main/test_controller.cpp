@@ -13,7 +13,6 @@
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
 #include "platform/ui/system_dialogs.h"
-#include "platform/ui/toast_overlay.h"
 #include "shell/ui/screens.h"
 #include "shell/ui/shell_screens.h"
 #include "shell/update_checker.h"
@@ -152,12 +151,11 @@ void TestController::startsChildAndFillsPhone()
     QVERIFY(waitFor([&] { return readAll(received) == "ping\nphone +15550123\n"; }));
 
     // The chat the env files ask for opens once the chat list is complete.
-    for (const QByteArray &e : {QByteArray(R"({"type":"auth_state","state":"Ready"})"),
-                                QByteArray(R"({"type":"chats_begin"})"),
-                                QByteArray(R"({"type":"chat","id":1,"title":"One","order":"2"})"),
-                                QByteArray(R"({"type":"chat","id":2,"title":"Two","order":"1"})"),
-                                QByteArray(R"({"type":"chats_end"})")})
-        m_spike->sendLine(QString("emit " + e.toBase64()));
+    feed(R"({"type":"auth_state","state":"Ready"})");
+    feed(R"({"type":"chats_begin"})");
+    feed(R"({"type":"chat","id":1,"title":"One","order":"2"})");
+    feed(R"({"type":"chat","id":2,"title":"Two","order":"1"})");
+    feed(R"({"type":"chats_end"})");
     QVERIFY(waitFor([&] { return readAll(received).contains("chat_info 2\n"); }));
     QCOMPARE(m_spike->chatScreen()->title(), QStringLiteral("Two"));
 }
@@ -200,32 +198,27 @@ void TestController::chatRisingToTheTop()
     QVERIFY(loadChats(40));
     ListView *list = m_spike->chatListView();
     QVERIFY(QTest::qWaitForWindowExposed(m_spike->window()));
-    list->layoutNow();
-    if (scrolledDown) {
+    if (scrolledDown)
         list->scrollToItem({15});
+    list->layoutNow();
+    // Where a chat is drawn in the viewport, or -1 when it is not.
+    const auto yOf = [&](qint64 id) {
         list->layoutNow();
-    }
+        QWidget *item = list->itemWidget(m_spike->chatList()->findChatIndexById(id));
+        return item ? item->y() : -1;
+    };
     const int firstRow = list->visibleRows().first();
     const qint64 firstId = m_spike->chatList()->rowAt(firstRow).value("id").toLongLong();
-    const int firstY = list->itemWidget(firstRow)->y();
+    const int firstY = yOf(firstId);
 
-    // Chat 3 gets the greatest order and moves to the top.
+    // Chat 3 gets the greatest order and moves to the top: at the beginning it comes into view
+    // there, scrolled down the chat the user saw first stays where it was.
     feed(R"({"type":"chat","id":3,"order":"1000"})");
     QVERIFY(waitFor([&] { return m_spike->chatList()->findChatIndexById(3) == 0; }));
-    if (!scrolledDown) {
-        QVERIFY(waitFor([&] {
-            list->layoutNow();
-            return list->scrollOffset() == 0 && list->itemWidget(0) &&
-                   list->itemWidget(0)->y() == 0;
-        }));
-        QVERIFY(textsIn(list->itemWidget(0)).contains("Chat 3"));
-        return;
-    }
-    list->layoutNow();
-    const int nowRow = m_spike->chatList()->findChatIndexById(firstId);
-    QCOMPARE(nowRow, firstRow + 1);
-    QVERIFY(list->itemWidget(nowRow));
-    QCOMPARE(list->itemWidget(nowRow)->y(), firstY);
+    if (scrolledDown)
+        QCOMPARE(yOf(firstId), firstY);
+    else
+        QVERIFY(waitFor([&] { return yOf(3) == 0; }));
 }
 
 void TestController::conversationRoundTrip()
@@ -249,28 +242,17 @@ void TestController::conversationRoundTrip()
 
 void TestController::messageActionsThroughDialogs()
 {
-    // The pointer reaches the actions: a held finger selects, a right click opens the menu.
-    // What the selection and the menu do: test_message_actions.
+    // The bubbles' requests reach the actions: a long press selects, the menu is a dialog.
+    // The pointer: test_message_item_provider; what the choices do: test_message_actions.
     QVERIFY(loadChats(1));
     m_spike->openChatFromRow(m_spike->chatList()->rowAt(0));
     QVERIFY(showHistory());
-    ListView *list = m_spike->messageListView();
-    const auto centreOf = [list](int row) {
-        QWidget *item = list->itemWidget(row);
-        return item->mapTo(list->viewport(), item->rect().center());
-    };
-    QSignalSpy longPressed(m_spike->messageItems(), &MessageItemProvider::messageLongPressed);
-    QTest::mousePress(list->viewport(), Qt::LeftButton, {}, centreOf(0));
-    QVERIFY(longPressed.wait(5000));
-    QTest::mouseRelease(list->viewport(), Qt::LeftButton, {}, centreOf(0));
-    QCOMPARE(longPressed.first().first().toLongLong(), 10LL);
-    QVERIFY(list->property("ui_selection_mode").toBool());
+    Q_EMIT m_spike->messageItems()->messageLongPressed(10);
+    QVERIFY(m_spike->messageListView()->property("ui_selection_mode").toBool());
     QCOMPARE(sent("props 1 10"), 1);
-
-    feed(R"({"type":"message_properties","chat_id":1,"id":11,"can_be_replied":true,)"
-         R"("can_be_forwarded":true,"can_be_deleted_only_for_self":true,"can_be_copied":true})");
+    feed(R"({"type":"message_properties","chat_id":1,"id":11,"can_be_copied":true})");
     QVERIFY(waitFor([&] { return !m_spike->messages()->messagePropertiesForId(11).isEmpty(); }));
-    QTest::mousePress(list->viewport(), Qt::RightButton, {}, centreOf(1));
+    Q_EMIT m_spike->messageItems()->messageMenuRequested(11);
     const auto dialogs = m_spike->window()->findChildren<SystemListDialog *>();
     QVERIFY(std::any_of(dialogs.begin(), dialogs.end(), [](auto *d) { return d->isOpen(); }));
 }
@@ -293,12 +275,8 @@ void TestController::chatInfoPageAndActions()
 
 void TestController::updateCheckFromTheMenu()
 {
-    // No update server is configured: the check ends at once with a toast.
     makeController();
     UpdateChecker *updates = m_spike->updateChecker();
-    Q_EMIT m_spike->screens()->menuScreen()->checkUpdatesRequested();
-    QTRY_VERIFY(!static_cast<ToastOverlay *>(m_spike->toaster())->currentText().isEmpty());
-    QVERIFY(!updates->isBusy());
     // A question becomes a dialog over the phone screen; a newer one
     // replaces it, and a withdrawn one goes away unanswered.
     const auto dialogs = [this] {
@@ -380,17 +358,14 @@ void TestController::everySignalHasAReceiver()
     const QSet<QString> forMeasurement = {"VideoNoteRecorder::frameEncoded",
                                           "VideoNoteRecorder::sent"};
     makeController();
-    // Every object of ours the controller owns, the widgets of its window too.
-    QObjectList subsystems;
-    QObjectList all =
-        m_spike->findChildren<QObject *>() + m_spike->window()->findChildren<QObject *>();
-    for (QObject *o : all)
-        if (!QByteArray(o->metaObject()->className()).startsWith('Q'))
-            subsystems << o;
     QStringList unheard;
     QSet<QString> heardLater, unheardLater;
-    for (QObject *o : subsystems) {
+    // Every object of ours the controller owns, the widgets of its window too.
+    for (QObject *o :
+         m_spike->findChildren<QObject *>() + m_spike->window()->findChildren<QObject *>()) {
         const QMetaObject *mo = o->metaObject();
+        if (QByteArray(mo->className()).startsWith('Q'))
+            continue;
         for (int i = mo->methodOffset(); i < mo->methodCount(); ++i) {
             const QMetaMethod m = mo->method(i);
             if (m.methodType() != QMetaMethod::Signal)
