@@ -29,10 +29,9 @@ void TestDemoSession::signInAndBrowse()
 {
     QTemporaryDir dir;
     const QString appDir = dir.filePath("app");
-    const QString dataDir = dir.filePath("data");
     QVERIFY(QDir().mkpath(appDir) && installExecutable(DEMO_BACKEND_PATH, appDir + "/td_backend"));
     QStringList env = cleanEnvironment();
-    env << "VEXA_DATA_DIR=" + dataDir << "VEXA_SHARED_DIR=" + dir.filePath("shared");
+    env << "VEXA_DATA_DIR=" + dir.filePath("data") << "VEXA_SHARED_DIR=" + dir.filePath("shared");
     env << QStringList{"VEXA_ZOOM=1", "DEMO_SEED=7", "DEMO_SPEED=0.05"};
     UiTdlibSpike spike(appDir, env);
     spike.window()->show();

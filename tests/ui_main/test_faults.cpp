@@ -89,7 +89,7 @@ class TestFaults : public QObject
 {
     Q_OBJECT
     QTemporaryDir m_dir;
-    QString m_small;
+    QString m_small = m_dir.filePath(QStringLiteral("small"));
     PulseFixture m_pulse;
     OpusLib m_opus;
     OpenAlLib m_openal;
@@ -127,7 +127,6 @@ private Q_SLOTS:
         QString why;
         if (!small_fs::enterPrivateMounts(&why))
             QSKIP(qPrintable(why));
-        m_small = m_dir.filePath(QStringLiteral("small"));
     }
     void init()
     {
@@ -167,12 +166,10 @@ private Q_SLOTS:
         QFETCH(int, free);
         // What the user already has on the small disk.
         QString error;
-        if (writing == QLatin1String("wav")) {
-            QVERIFY(write_tone_wav(m_dir.filePath("tone.wav"), 440, 3.0, 48000, 1));
-            QVERIFY2(encode_wav_to_voice_ogg(m_opus, m_dir.filePath("tone.wav"), small("voice.ogg"),
-                                             &error),
-                     qPrintable(error));
-        }
+        QVERIFY(write_tone_wav(m_dir.filePath("tone.wav"), 440, 3.0, 48000, 1));
+        QVERIFY2(
+            encode_wav_to_voice_ogg(m_opus, m_dir.filePath("tone.wav"), small("voice.ogg"), &error),
+            qPrintable(error));
         QVERIFY(writeFile(small("files/report.pdf"), QByteArray(100 * 1024, 'r')));
         QVERIFY(writeFile(small("ui_theme.txt"), "dark\n"));
         QVERIFY(QDir().mkpath(small("data/cache/voice-out")));
@@ -252,7 +249,6 @@ private Q_SLOTS:
         connect(&vexa, &QProcess::readyReadStandardError, this,
                 [&] { err += vexa.readAllStandardError(); });
         startVexa(vexa, data, shared);
-        const QString marker = small(data + "/ui_running.txt");
         if (complains)
             QVERIFY(waitFor([&] { return err.contains("vexa: cannot"); }, 30000));
         if (data == QLatin1String("data")) // the backend started and wrote its first events
@@ -264,7 +260,7 @@ private Q_SLOTS:
         QVERIFY(vexa.waitForFinished(30000));
         QCOMPARE(vexa.exitStatus(), QProcess::NormalExit);
         QCOMPARE(vexa.exitCode(), 0);
-        QVERIFY(!QFileInfo::exists(marker));
+        QVERIFY(!QFileInfo::exists(small(data + "/ui_running.txt")));
         small_fs::unmount(small("ro"));
     }
 
@@ -273,14 +269,12 @@ private Q_SLOTS:
     // running marker still refreshed, so no timer paces itself by the wall clock.
     void clockJumps_data()
     {
-        QTest::addColumn<QByteArray>("jump");
         QTest::addColumn<int>("days");
-        QTest::newRow("back a day") << QByteArray("-1d") << -1;
-        QTest::newRow("forward a year") << QByteArray("+365d") << 365;
+        QTest::newRow("back a day") << -1;
+        QTest::newRow("forward a year") << 365;
     }
     void clockJumps()
     {
-        QFETCH(QByteArray, jump);
         QFETCH(int, days);
         QString lib;
         for (const QFileInfo &d : QDir("/usr/lib").entryInfoList({"*-linux-gnu*"}, QDir::Dirs))
@@ -303,7 +297,7 @@ private Q_SLOTS:
         const QString events = small("data/backend_events.jsonl");
         QVERIFY(waitFor([&] { return !readAll(events).isEmpty(); }, 30000));
 
-        QVERIFY(writeFile(offset, jump));
+        QVERIFY(writeFile(offset, (days > 0 ? "+" : "") + QByteArray::number(days) + 'd'));
         const qint64 jumpedMs = QDateTime::currentMSecsSinceEpoch() + days * 86400000LL;
         QVERIFY(writeFile(events, "{\"type\":\"reaction_ok\",\"chat_id\":1,\"id\":7}\n", true));
         // The line that reading the event logs carries the jumped date.
@@ -342,12 +336,10 @@ private Q_SLOTS:
         QString error;
         small_fs::unmount(m_small); // room for a whole WAV
         QVERIFY2(small_fs::mountTmpfs(m_small, 8 << 20, false, &error), qPrintable(error));
-        if (writing == QLatin1String("wav")) {
-            QVERIFY(write_tone_wav(m_dir.filePath("tone.wav"), 440, 30.0, 48000, 1));
-            QVERIFY2(encode_wav_to_voice_ogg(m_opus, m_dir.filePath("tone.wav"), small("voice.ogg"),
-                                             &error),
-                     qPrintable(error));
-        }
+        QVERIFY(write_tone_wav(m_dir.filePath("tone.wav"), 440, 30.0, 48000, 1));
+        QVERIFY2(
+            encode_wav_to_voice_ogg(m_opus, m_dir.filePath("tone.wav"), small("voice.ogg"), &error),
+            qPrintable(error));
         QVERIFY(writeFile(small("files/report.pdf"), QByteArray(1 << 20, 'r')));
         QMap<QString, QByteArray> had = filesUnder(m_small);
         UpdateServer server(1 << 20, 4096); // stalls after the first bytes
