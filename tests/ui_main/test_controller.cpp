@@ -23,6 +23,7 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <algorithm>
 #include <memory>
 
 using namespace test_util;
@@ -56,11 +57,11 @@ private Q_SLOTS:
     void chatRisingToTheTop_data();
     void chatRisingToTheTop();
     void conversationRoundTrip();
-    void messageActionsThroughDialogs();
-    void chatInfoPageAndActions();
+    void bubbleRequestsReachTheActions();
+    void chatInfoPageTakesTheRecord();
     void lifecycleKeepsVoiceOnFocusLoss();
     void menuAndDebugLineFollowOwnProfile();
-    void updateCheckFromTheMenu();
+    void updateQuestionsBecomeDialogs();
     void everySignalHasAReceiver();
 
 private:
@@ -238,7 +239,7 @@ void TestController::conversationRoundTrip()
     QCOMPARE(m_spike->screens()->currentScreen(), ShellScreens::Screen::Main);
 }
 
-void TestController::messageActionsThroughDialogs()
+void TestController::bubbleRequestsReachTheActions()
 {
     // The bubbles' requests reach the actions: a long press selects, the menu is a dialog.
     // The pointer: test_message_item_provider; what the choices do: test_message_actions.
@@ -255,7 +256,7 @@ void TestController::messageActionsThroughDialogs()
     QVERIFY(std::any_of(dialogs.begin(), dialogs.end(), [](auto *d) { return d->isOpen(); }));
 }
 
-void TestController::chatInfoPageAndActions()
+void TestController::chatInfoPageTakesTheRecord()
 {
     // The info page opens from the conversation and takes the backend's record. What each
     // control does, and a second question replacing the first: test_chat_details.
@@ -270,7 +271,7 @@ void TestController::chatInfoPageAndActions()
     QVERIFY(textsIn(info).contains("900"));
 }
 
-void TestController::updateCheckFromTheMenu()
+void TestController::updateQuestionsBecomeDialogs()
 {
     makeController();
     UpdateChecker *updates = m_spike->updateChecker();
