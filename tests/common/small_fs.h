@@ -1,9 +1,7 @@
 #pragma once
 
-// Small file systems for fault tests: this process moves into a mount namespace of its own (as
-// root; otherwise inside a user namespace of its own too, while it is still one thread) and
-// mounts a tmpfs of a given size, or read-only, over a folder. Nothing is seen outside the
-// process, and everything goes when it ends.
+// Small file systems for fault tests: tmpfs mounts in a mount namespace of this process's own
+// (inside a user namespace too when not root), seen by nothing outside and gone when it ends.
 
 #include "common/loopback_namespace.h"
 
@@ -21,18 +19,12 @@ namespace small_fs {
 
 inline bool enterPrivateMounts(QString *why)
 {
-    static int state = 0; // 0 not tried, 1 in, -1 refused
-    if (state == 0) {
-        state = -1;
-        // Mounts made here must not travel back to the namespace we came from.
-        if (test_netns::unshareAsRoot(CLONE_NEWNS, nullptr) &&
-            ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0)
-            state = 1;
-        else if (why)
-            *why = QStringLiteral("no private mount namespace here (%1)")
-                       .arg(QString::fromLocal8Bit(std::strerror(errno)));
-    }
-    return state == 1;
+    // Mounts made here must not travel back to the namespace we came from.
+    static const bool in = test_netns::unshareAsRoot(CLONE_NEWNS, nullptr) &&
+                           ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    if (!in && why)
+        *why = QStringLiteral("no private mount namespace here");
+    return in;
 }
 
 // A tmpfs of `bytes` over dir (created when missing), readOnly mounted so.

@@ -1,39 +1,17 @@
-#include "backend_link/app_log.h"
-#include "backend_link/backend_link.h"
 #include "backend_link/event_intake.h"
-#include "chats/chat_filter.h"
 #include "chats/chat_list_model.h"
 #include "common/audio.h"
 #include "common/recording_commands.h"
 #include "common/test_util.h"
-#include "conversation/chat_actions.h"
-#include "conversation/chat_session.h"
-#include "conversation/composer.h"
-#include "conversation/message_actions.h"
 #include "conversation/message_row_model.h"
-#include "conversation/message_search.h"
-#include "conversation/pinned_messages.h"
 #include "conversation/ui/chat_screen.h"
 #include "conversation/ui/message_item_provider.h"
-#include "conversation/voice_record_gesture.h"
-#include "events/event_dispatcher.h"
 #include "media/media_downloads.h"
-#include "media/ui/video_note_widgets.h"
-#include "media/video_note_player.h"
-#include "media/video_note_recorder.h"
 #include "media/voice_player.h"
-#include "media/voice_recorder.h"
 #include "platform/app_lifecycle.h"
-#include "platform/array_data_model.h"
-#include "platform/desktop_notifications.h"
-#include "platform/ui/file_picker.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
 #include "platform/ui/system_dialogs.h"
-#include "platform/ui/toast_overlay.h"
-#include "shell/files_cache.h"
-#include "shell/links.h"
-#include "shell/message_notifier.h"
 #include "shell/ui/screens.h"
 #include "shell/ui/shell_screens.h"
 #include "shell/update_checker.h"
@@ -42,11 +20,10 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMetaMethod>
-#include <QPointer>
-#include <QPushButton>
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <algorithm>
 #include <memory>
 
 using namespace test_util;
@@ -80,11 +57,11 @@ private Q_SLOTS:
     void chatRisingToTheTop_data();
     void chatRisingToTheTop();
     void conversationRoundTrip();
-    void messageActionsThroughDialogs();
-    void chatInfoPageAndActions();
+    void bubbleRequestsReachTheActions();
+    void chatInfoPageTakesTheRecord();
     void lifecycleKeepsVoiceOnFocusLoss();
     void menuAndDebugLineFollowOwnProfile();
-    void updateCheckFromTheMenu();
+    void updateQuestionsBecomeDialogs();
     void everySignalHasAReceiver();
 
 private:
@@ -98,7 +75,6 @@ private:
         m_spike->eventIntake()->onPoll();
     }
     int sent(const QString &line) const { return m_commands.count(line); }
-    QString status() const { return m_spike->screens()->mainScreen()->statusText(); }
     QString dataDir() const { return m_dir->filePath("data"); }
     QString miscDir() const { return m_dir->filePath("shared/misc/marlinde"); }
     // Signs in and loads a list of count chats whose order is their id.
@@ -169,23 +145,19 @@ void TestController::startsChildAndFillsPhone()
     QVERIFY(writeFile(miscDir() + "/td_debug.env", "UI_AUTO_OPEN_CHAT_ID=2\n"));
     makeController({}, false);
     const QString received = dataDir() + "/backend_events.jsonl.received";
-    QVERIFY(waitFor([&] { return readAll(received) == "ping\n"; }));
-    QCOMPARE(status(), QStringLiteral("Backend started"));
     MainScreen *main = m_spike->screens()->mainScreen();
     QCOMPARE(main->findChildren<QLineEdit *>().value(0)->text(), QStringLiteral("+15550123"));
     Q_EMIT main->phoneSubmitted("+15550123");
     QVERIFY(waitFor([&] { return readAll(received) == "ping\nphone +15550123\n"; }));
 
     // The chat the env files ask for opens once the chat list is complete.
-    for (const QByteArray &e : {QByteArray(R"({"type":"auth_state","state":"Ready"})"),
-                                QByteArray(R"({"type":"chats_begin"})"),
-                                QByteArray(R"({"type":"chat","id":1,"title":"One","order":"2"})"),
-                                QByteArray(R"({"type":"chat","id":2,"title":"Two","order":"1"})"),
-                                QByteArray(R"({"type":"chats_end"})")})
-        m_spike->sendLine(QString("emit " + e.toBase64()));
+    feed(R"({"type":"auth_state","state":"Ready"})");
+    feed(R"({"type":"chats_begin"})");
+    feed(R"({"type":"chat","id":1,"title":"One","order":"2"})");
+    feed(R"({"type":"chat","id":2,"title":"Two","order":"1"})");
+    feed(R"({"type":"chats_end"})");
     QVERIFY(waitFor([&] { return readAll(received).contains("chat_info 2\n"); }));
     QCOMPARE(m_spike->chatScreen()->title(), QStringLiteral("Two"));
-    QCOMPARE(m_spike->screens()->currentScreen(), ShellScreens::Screen::Conversation);
 }
 
 void TestController::signInIntentsAndTheme()
@@ -207,9 +179,7 @@ void TestController::signInIntentsAndTheme()
              (QStringList{"phone +1 555 0100", "code 24680", "resend", "password a chats 60",
                           "chats 60"}));
     // The theme toggles, kept in its file and followed by the lists and the screens.
-    QVERIFY(m_spike->darkTheme());
-    MenuScreen *menu = m_spike->screens()->menuScreen();
-    Q_EMIT menu->themeToggleRequested();
+    Q_EMIT m_spike->screens()->menuScreen()->themeToggleRequested();
     QCOMPARE(readAll(themeFile), QByteArray("bright\n"));
     QCOMPARE(m_spike->chatListView()->property("ui_dark_theme"), QVariant(false));
     QVERIFY(!m_spike->screens()->darkTheme());
@@ -228,42 +198,34 @@ void TestController::chatRisingToTheTop()
     QVERIFY(loadChats(40));
     ListView *list = m_spike->chatListView();
     QVERIFY(QTest::qWaitForWindowExposed(m_spike->window()));
-    list->layoutNow();
-    QVERIFY(list->isAtBeginning());
-    if (scrolledDown) {
+    if (scrolledDown)
         list->scrollToItem({15});
+    list->layoutNow();
+    // Where a chat is drawn in the viewport, or -1 when it is not.
+    const auto yOf = [&](qint64 id) {
         list->layoutNow();
-        QVERIFY(!list->isAtBeginning());
-    }
-    const int firstRow = list->visibleRows().first();
-    const qint64 firstId = m_spike->chatList()->rowAt(firstRow).value("id").toLongLong();
-    const int firstY = list->itemWidget(firstRow)->y();
+        QWidget *item = list->itemWidget(m_spike->chatList()->findChatIndexById(id));
+        return item ? item->y() : -1;
+    };
+    const qint64 firstId =
+        m_spike->chatList()->rowAt(list->visibleRows().first()).value("id").toLongLong();
+    const int firstY = yOf(firstId);
 
-    // Chat 3 gets the greatest order and moves to the top.
+    // Chat 3 gets the greatest order and moves to the top: at the beginning it comes into view
+    // there, scrolled down the chat the user saw first stays where it was.
     feed(R"({"type":"chat","id":3,"order":"1000"})");
     QVERIFY(waitFor([&] { return m_spike->chatList()->findChatIndexById(3) == 0; }));
-    if (!scrolledDown) {
-        QVERIFY(waitFor([&] {
-            list->layoutNow();
-            return list->scrollOffset() == 0 && list->itemWidget(0) &&
-                   list->itemWidget(0)->y() == 0;
-        }));
-        QVERIFY(textsIn(list->itemWidget(0)).contains("Chat 3"));
-        return;
-    }
-    list->layoutNow();
-    const int nowRow = m_spike->chatList()->findChatIndexById(firstId);
-    QCOMPARE(nowRow, firstRow + 1);
-    QVERIFY(list->itemWidget(nowRow));
-    QCOMPARE(list->itemWidget(nowRow)->y(), firstY);
-    QVERIFY(!list->isAtBeginning());
+    if (scrolledDown)
+        QCOMPARE(yOf(firstId), firstY);
+    else
+        QVERIFY(waitFor([&] { return yOf(3) == 0; }));
 }
 
 void TestController::conversationRoundTrip()
 {
-    QVERIFY(loadChats(1));
     // Tapping the row opens the conversation under the chat's title: its info at once, its
-    // history after the open delay.
+    // history after the open delay; Back closes it. Sending: test_composer.
+    QVERIFY(loadChats(1));
     ListView *chats = m_spike->chatListView();
     QTest::mouseClick(chats->viewport(), Qt::LeftButton, {},
                       chats->itemWidget(0)->geometry().center());
@@ -272,137 +234,49 @@ void TestController::conversationRoundTrip()
     QCOMPARE(m_spike->chatScreen()->title(), QStringLiteral("Chat 1"));
     QCOMPARE(sent("chat_info 1"), 1);
     QVERIFY(showHistory());
-    QCOMPARE(m_spike->messageRows()->size(), 2);
-    // At the end of the history the newest incoming message is read.
-    QVERIFY(waitFor([&] { return sent("read 1 10") == 1; }));
-
-    // Typing and Enter send the text as one Base64 token, even with a line break.
-    ChatScreen *chat = m_spike->chatScreen();
-    Q_EMIT chat->composerTextChanged(QStringLiteral(" two\nlines "));
-    Q_EMIT chat->sendRequested();
-    QCOMPARE(sent("send64 1 " + QString::fromLatin1(QByteArray("two\nlines").toBase64())), 1);
-    QCOMPARE(chat->composerText(), QString());
-    // Back closes the chat and returns to the list.
-    Q_EMIT chat->backRequested();
+    Q_EMIT m_spike->chatScreen()->backRequested();
     QCOMPARE(sent("close 1"), 1);
     QCOMPARE(m_spike->screens()->currentScreen(), ShellScreens::Screen::Main);
-    QCOMPARE(m_spike->messageRows()->size(), 0);
 }
 
-void TestController::messageActionsThroughDialogs()
+void TestController::bubbleRequestsReachTheActions()
 {
-    QVERIFY(loadChats(2));
-    m_spike->openChatFromRow(m_spike->chatList()->rowAt(1));
-    QVERIFY(showHistory());
-    ListView *list = m_spike->messageListView();
-    const auto centreOf = [list](int row) {
-        QWidget *item = list->itemWidget(row);
-        return item->mapTo(list->viewport(), item->rect().center());
-    };
-    const auto openDialog = [this](const char *name) -> SystemUiDialog * {
-        auto *d = m_spike->window()->findChild<SystemUiDialog *>(QLatin1String(name));
-        return d && d->isOpen() ? d : nullptr;
-    };
-
-    // Holding a finger on the first bubble selects it.
-    QSignalSpy longPressed(m_spike->messageItems(), &MessageItemProvider::messageLongPressed);
-    QTest::mousePress(list->viewport(), Qt::LeftButton, {}, centreOf(0));
-    QVERIFY(longPressed.wait(5000));
-    QTest::mouseRelease(list->viewport(), Qt::LeftButton, {}, centreOf(0));
-    QCOMPARE(longPressed.first().first().toLongLong(), 10LL);
-    QVERIFY(list->property("ui_selection_mode").toBool());
-    QVERIFY(textsIn(m_spike->chatScreen()).contains("1 selected"));
-    QCOMPARE(sent("props 1 10"), 1);
-
-    // Deleted for everyone through the selection bar and its dialog.
-    feed(R"({"type":"message_properties","chat_id":1,"id":10,"can_be_replied":true,)"
-         R"("can_be_forwarded":true,"can_be_deleted_only_for_self":true,)"
-         R"("can_be_deleted_for_all_users":true})");
-    QVERIFY(waitFor([&] { return !m_spike->messages()->messagePropertiesForId(10).isEmpty(); }));
-    Q_EMIT m_spike->chatScreen()->selectionDeleteRequested();
-    auto *remove = qobject_cast<SystemDialog *>(openDialog("delete_dialog"));
-    QVERIFY(remove);
-    remove->setRememberMeChecked(true);
-    remove->finishWith(SystemUiResult::ConfirmButtonSelection);
-    QCOMPARE(sent("delete 1 all 10"), 1);
-    QVERIFY(!list->property("ui_selection_mode").toBool());
-
-    // A right click on the own message opens its menu; Forward, then a chat.
-    feed(R"({"type":"message_properties","chat_id":1,"id":11,"can_be_replied":true,)"
-         R"("can_be_forwarded":true,"can_be_deleted_only_for_self":true,"can_be_copied":true})");
-    QVERIFY(waitFor([&] { return !m_spike->messages()->messagePropertiesForId(11).isEmpty(); }));
-    QTest::mousePress(list->viewport(), Qt::RightButton, {}, centreOf(1));
-    auto *menu = qobject_cast<SystemListDialog *>(openDialog("message_menu_dialog"));
-    QVERIFY(menu);
-    menu->setSelectedIndices({int(menu->items().indexOf("Forward"))});
-    menu->finishWith(SystemUiResult::ConfirmButtonSelection);
-    auto *picker = qobject_cast<SystemListDialog *>(openDialog("forward_dialog"));
-    QVERIFY(picker);
-    picker->setSelectedIndices({0});
-    picker->finishWith(SystemUiResult::ConfirmButtonSelection);
-    QCOMPARE(sent("forward 2 1 11"), 1);
-    QTRY_COMPARE(static_cast<ToastOverlay *>(m_spike->toaster())->currentText(),
-                 QStringLiteral("Forwarded"));
-}
-
-void TestController::chatInfoPageAndActions()
-{
+    // The bubbles' requests reach the actions: a long press selects, the menu is a dialog.
+    // The pointer: test_message_item_provider; what the choices do: test_message_actions.
     QVERIFY(loadChats(1));
-    feed(R"({"type":"chat","id":1,"title":"News","chat_type":"channel","order":"1"})");
-    QVERIFY(waitFor([&] {
-        return m_spike->chatList()->chatRowById(1).value("chat_type") == QLatin1String("channel");
-    }));
+    m_spike->openChatFromRow(m_spike->chatList()->rowAt(0));
+    QVERIFY(showHistory());
+    Q_EMIT m_spike->messageItems()->messageLongPressed(10);
+    QVERIFY(m_spike->messageListView()->property("ui_selection_mode").toBool());
+    QCOMPARE(sent("props 1 10"), 1);
+    feed(R"({"type":"message_properties","chat_id":1,"id":11,"can_be_copied":true})");
+    QVERIFY(waitFor([&] { return !m_spike->messages()->messagePropertiesForId(11).isEmpty(); }));
+    Q_EMIT m_spike->messageItems()->messageMenuRequested(11);
+    const auto dialogs = m_spike->window()->findChildren<SystemListDialog *>();
+    QVERIFY(std::any_of(dialogs.begin(), dialogs.end(), [](auto *d) { return d->isOpen(); }));
+}
+
+void TestController::chatInfoPageTakesTheRecord()
+{
+    // The info page opens from the conversation and takes the backend's record. What each
+    // control does, and a second question replacing the first: test_chat_details.
+    QVERIFY(loadChats(1));
     m_spike->openChatFromRow(m_spike->chatList()->rowAt(0));
     Q_EMIT m_spike->chatScreen()->infoRequested();
-    ShellScreens *screens = m_spike->screens();
-    QCOMPARE(screens->currentScreen(), ShellScreens::Screen::ChatInfo);
-    ChatInfoScreen *info = screens->chatInfoScreen();
-    QVERIFY(textsIn(info).contains("Channel") && textsIn(info).contains("Unknown"));
-    // The backend's record fills in the link and the membership.
+    QCOMPARE(m_spike->screens()->currentScreen(), ShellScreens::Screen::ChatInfo);
     feed(R"({"type":"chat_info","chat_id":1,"username":"news","member_count":900,)"
          R"("is_member":true})");
+    ChatInfoScreen *info = m_spike->screens()->chatInfoScreen();
     QVERIFY(waitFor([&] { return textsIn(info).contains("t.me/news"); }));
     QVERIFY(textsIn(info).contains("900"));
-    const auto shown = [info](const QString &text) {
-        for (auto *b : info->findChildren<QPushButton *>())
-            if (b->text() == text)
-                return b->isVisibleTo(info);
-        return false;
-    };
-    QVERIFY(shown("Leave") && !shown("Join"));
-
-    // What each control does: test_chat_details.
-    // A second question replaces the first, which then never answers.
-    const auto openDialog = [this]() -> SystemDialog * {
-        for (auto *d : m_spike->window()->findChildren<SystemDialog *>())
-            if (d->isOpen())
-                return d;
-        return nullptr;
-    };
-    Q_EMIT info->clearHistoryRequested();
-    QPointer<SystemDialog> first = openDialog();
-    QVERIFY(first);
-    Q_EMIT info->leaveRequested();
-    SystemDialog *second = openDialog();
-    QVERIFY(second && second != first);
-    QVERIFY(!first || !first->isOpen());
-    second->finishWith(SystemUiResult::ConfirmButtonSelection);
-    QCOMPARE(sent("leave 1"), 1);
-    QCOMPARE(sent("clear_history 1"), 0);
 }
 
-void TestController::updateCheckFromTheMenu()
+void TestController::updateQuestionsBecomeDialogs()
 {
-    // No update server is configured: the check ends at once with a toast.
     makeController();
-    auto *toasts = static_cast<ToastOverlay *>(m_spike->toaster());
-    MenuScreen *menu = m_spike->screens()->menuScreen();
-    Q_EMIT menu->checkUpdatesRequested();
-    QTRY_COMPARE(toasts->currentText(), QStringLiteral("Update check failed"));
-    QVERIFY(!m_spike->updateChecker()->isBusy());
+    UpdateChecker *updates = m_spike->updateChecker();
     // A question becomes a dialog over the phone screen; a newer one
     // replaces it, and a withdrawn one goes away unanswered.
-    UpdateChecker *updates = m_spike->updateChecker();
     const auto dialogs = [this] {
         QList<SystemUiDialog *> open;
         for (auto *d : m_spike->window()->findChildren<SystemUiDialog *>())
@@ -416,48 +290,27 @@ void TestController::updateCheckFromTheMenu()
     QCOMPARE(dialogs().first()->body(), QStringLiteral("Version 3"));
     Q_EMIT updates->updateQuestionWithdrawn();
     QVERIFY(dialogs().isEmpty());
-    // Progress reads as a line under "Check updates", gone when idle again.
-    Q_EMIT updates->downloadProgress(1024, 4096, 25);
-    QVERIFY(textsIn(menu).contains(QStringLiteral("Downloading update: 25% (1.0 KB of 4.0 KB)")));
-    Q_EMIT updates->busyChanged(false);
-    QVERIFY(!textsIn(menu).join('|').contains(QStringLiteral("Downloading")));
 }
 
 void TestController::lifecycleKeepsVoiceOnFocusLoss()
 {
-    QVERIFY(writeFile(miscDir() + "/td_debug.env", "UI_DISABLE_BUBBLES=yes\n"));
-    makeController({"UI_USE_SERVICE_BACKEND=1", "QUILLO_UI_SCALE=1.7"});
-    QCOMPARE(m_spike->uiScale(), 1.7f);
-    QVERIFY(m_spike->disableBubbles());
-    const QString marker = dataDir() + "/ui_running.txt";
+    makeController();
     const QString wav = m_dir->filePath("note.wav");
     QVERIFY(writeFile(wav, testaudio::wav_bytes(testaudio::tone(440, 1, 48000, 1), 48000, 1)));
     m_spike->voicePlayer()->startVoicePlayback(31, wav);
-    QCOMPARE(m_spike->voicePlayer()->playingFileId(), 31LL);
 
     // Another window takes the focus: polling slows, the voice note goes on.
     m_spike->lifecycle()->onApplicationStateChanged(Qt::ApplicationInactive);
     QCOMPARE(m_spike->eventIntake()->currentPollInterval(), 2500);
-    QVERIFY(!m_spike->isAppActive());
     QCOMPARE(m_spike->voicePlayer()->playingFileId(), 31LL);
-    QVERIFY(QFile::remove(marker));
     m_spike->lifecycle()->onApplicationStateChanged(Qt::ApplicationActive);
-    QVERIFY(QFile::exists(marker));
     QCOMPARE(m_spike->eventIntake()->currentPollInterval(), 1000);
 
-    m_spike->mediaDownloads()->setFilePendingFileId(77);
+    // Short of memory: the download queue and the voice note go.
     m_spike->mediaDownloads()->enqueueMediaDownload(77, true);
     m_spike->onLowMemory(2);
-    QCOMPARE(m_spike->eventIntake()->currentPollInterval(), 2000);
     QVERIFY(m_spike->mediaDownloads()->queue().isEmpty());
-    QCOMPARE(m_spike->mediaDownloads()->filePendingFileId(), 0LL);
     QCOMPARE(m_spike->voicePlayer()->playingFileId(), 0LL);
-    QVERIFY(m_spike->appLog()->buffer().isEmpty());
-
-    m_spike->voicePlayer()->startVoicePlayback(32, wav);
-    m_spike->onAppAboutToQuit();
-    QCOMPARE(m_spike->voicePlayer()->playingFileId(), 0LL);
-    QVERIFY(!QFile::exists(marker));
 }
 
 void TestController::menuAndDebugLineFollowOwnProfile()
@@ -471,25 +324,9 @@ void TestController::menuAndDebugLineFollowOwnProfile()
     QVERIFY(waitFor([&] { return textsIn(menu).contains("Ada Lovelace"); }));
     QVERIFY(textsIn(main).contains("ME id=4242"));
     QVERIFY(waitFor([&] { return sent("download 9001") == 1; }));
-    // The own photo arrives as a downloaded file.
-    const QString photo = m_dir->filePath("me.png");
-    QImage img(320, 320, QImage::Format_RGB32);
-    img.fill(Qt::green);
-    QVERIFY(img.save(photo));
-    feed(QStringLiteral(R"({"type":"file","id":9001,"path":"%1"})").arg(photo).toUtf8());
-    auto shownPhoto = [menu] {
-        for (auto *l : menu->findChildren<QLabel *>())
-            if (!l->pixmap(Qt::ReturnByValue).isNull())
-                return l->property("image_path").toString();
-        return QString();
-    };
-    QVERIFY(waitFor([&] { return !shownPhoto().isEmpty(); }));
-    QVERIFY(shownPhoto().startsWith(dataDir() + "/avatar-cache/"));
-
     // Signed out: the card keeps nothing of the profile.
     feed(R"({"type":"auth_state","state":"WaitPhoneNumber"})");
     QVERIFY(waitFor([&] { return !textsIn(menu).contains("Ada Lovelace"); }));
-    QVERIFY(shownPhoto().isEmpty());
 }
 
 namespace {
@@ -519,47 +356,14 @@ void TestController::everySignalHasAReceiver()
     const QSet<QString> forMeasurement = {"VideoNoteRecorder::frameEncoded",
                                           "VideoNoteRecorder::sent"};
     makeController();
-    const QList<QObject *> parts = {m_spike->backendLink(),
-                                    m_spike->eventIntake(),
-                                    m_spike->appLog(),
-                                    m_spike->dispatcher(),
-                                    m_spike->chatList(),
-                                    m_spike->lifecycle(),
-                                    m_spike->mediaDownloads(),
-                                    m_spike->voicePlayer(),
-                                    m_spike->voiceRecorder(),
-                                    m_spike->screens(),
-                                    m_spike->chatListView(),
-                                    m_spike->updateChecker(),
-                                    m_spike->chatSession(),
-                                    m_spike->composer(),
-                                    m_spike->messages(),
-                                    m_spike->messageItems(),
-                                    m_spike->filePicker(),
-                                    m_spike->messageActions(),
-                                    m_spike->chatActions(),
-                                    m_spike->links(),
-                                    m_spike->messageNotifier(),
-                                    m_spike->desktopNotifications(),
-                                    m_spike->chatScreen(),
-                                    m_spike->messageListView(),
-                                    m_spike->pinnedMessages(),
-                                    m_spike->pinnedListView(),
-                                    m_spike->messageSearch(),
-                                    m_spike->voiceGesture(),
-                                    m_spike->videoNoteRecorder(),
-                                    m_spike->videoNotePlayer(),
-                                    m_spike->videoNotePreview(),
-                                    m_spike->chatFilter(),
-                                    m_spike->filesCache()};
-    QObjectList subsystems = parts;
-    for (QWidget *w : m_spike->screens()->findChildren<QWidget *>())
-        if (!QByteArray(w->metaObject()->className()).startsWith('Q'))
-            subsystems << w;
     QStringList unheard;
     QSet<QString> heardLater, unheardLater;
-    for (QObject *o : subsystems) {
+    // Every object of ours the controller owns, the widgets of its window too.
+    for (QObject *o :
+         m_spike->findChildren<QObject *>() + m_spike->window()->findChildren<QObject *>()) {
         const QMetaObject *mo = o->metaObject();
+        if (QByteArray(mo->className()).startsWith('Q'))
+            continue;
         for (int i = mo->methodOffset(); i < mo->methodCount(); ++i) {
             const QMetaMethod m = mo->method(i);
             if (m.methodType() != QMetaMethod::Signal)

@@ -1,11 +1,7 @@
-// Runs one long write the way the program does, until SIGTERM ends it the way the program ends:
-//   fault_helper update MANIFEST_BASE_URL DOWNLOADS_DIR   download an update package
-//   fault_helper record DATA_DIR                          record a voice note
-//   fault_helper wav VOICE_OGG CACHE_DIR                  convert a voice note to WAV
-//   fault_helper copy FILE SHARED_DIR                     copy a download to the shared folder
-// Prints "midway" once part of the write is done (for "copy", which runs within one turn of the
-// event loop, just before it starts). All but "update" then wait for a line on standard input,
-// so that a signal sent before that line is already pending while the write goes on.
+// Runs one long write the way the program does (update MANIFEST_BASE_URL DOWNLOADS_DIR,
+// record DATA_DIR, wav VOICE_OGG CACHE_DIR, copy FILE SHARED_DIR) until SIGTERM ends it the way
+// the program ends. Prints "midway" once part of the write is done; all but "update" then wait
+// for a line on standard input, so that a signal sent before it is pending while the write goes on.
 
 #include "media/audio_libs.h"
 #include "media/media_downloads.h"
@@ -21,17 +17,17 @@
 
 namespace {
 
-void tellMidway()
+// Says "midway" the first time only; with wait, then waits for a line.
+void tellMidway(bool wait)
 {
+    static bool told = false;
+    if (told)
+        return;
+    told = true;
     std::puts("midway");
     std::fflush(stdout);
-}
-
-void tellMidwayAndWait()
-{
-    tellMidway();
     char line[16];
-    if (!std::fgets(line, sizeof line, stdin))
+    if (wait && !std::fgets(line, sizeof line, stdin))
         std::exit(4);
 }
 
@@ -41,9 +37,7 @@ int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     const QStringList args = app.arguments().mid(1);
-    if (args.size() < 2)
-        return 2;
-    const QString mode = args.at(0);
+    const QString mode = args.value(0);
     AppLifecycle lifecycle;
     if (!lifecycle.installSignalHandlers(nullptr))
         return 3;
@@ -59,12 +53,9 @@ int main(int argc, char *argv[])
         UpdateChecker checker(config, nullptr, nullptr);
         QObject::connect(&checker, &UpdateChecker::updateQuestionAsked, &checker,
                          [&checker] { checker.onUpdateDialogFinished(2); });
-        bool told = false;
-        QObject::connect(&checker, &UpdateChecker::downloadProgress, &checker, [&told](qint64 got) {
-            if (got > 0 && !told) {
-                told = true;
-                tellMidway();
-            }
+        QObject::connect(&checker, &UpdateChecker::downloadProgress, &checker, [](qint64 got) {
+            if (got > 0)
+                tellMidway(false);
         });
         checker.onCheckUpdates();
         return QCoreApplication::exec();
@@ -72,14 +63,10 @@ int main(int argc, char *argv[])
     if (mode == QLatin1String("record") && args.size() == 2) {
         VoiceRecorder recorder(opus, openal, args.at(1), services);
         recorder.setChatId(1);
-        bool told = false;
-        QObject::connect(&recorder, &VoiceRecorder::inputLevelChanged, &recorder,
-                         [&told](qreal level) {
-                             if (level > 0 && !told) {
-                                 told = true;
-                                 tellMidwayAndWait();
-                             }
-                         });
+        QObject::connect(&recorder, &VoiceRecorder::inputLevelChanged, &recorder, [](qreal level) {
+            if (level > 0)
+                tellMidway(true);
+        });
         recorder.startVoiceRecording();
         if (!recorder.voiceRecording())
             return 5;
@@ -87,17 +74,16 @@ int main(int argc, char *argv[])
     }
     if (mode == QLatin1String("wav") && args.size() == 3) {
         VoicePlayer player(opus, nullptr, args.at(2), services, nullptr);
-        // The head is written at once, the rest a slice per turn of the event loop.
         if (!player.startWavForVoiceFile(5, args.at(1)).endsWith(QLatin1String(".part")))
             return 5;
-        tellMidwayAndWait();
+        tellMidway(true);
         return QCoreApplication::exec();
     }
     if (mode == QLatin1String("copy") && args.size() == 3) {
         MediaDownloads downloads(services, args.at(2), args.at(2) + QLatin1Char('/'), nullptr);
-        // The copy runs within one turn of the event loop: the signal is pending all along.
+        // The copy runs within one turn of the event loop: tell before it starts.
         QTimer::singleShot(0, &downloads, [&downloads, &args] {
-            tellMidwayAndWait();
+            tellMidway(true);
             downloads.onFileTapped(args.at(1), 7);
         });
         return QCoreApplication::exec();
