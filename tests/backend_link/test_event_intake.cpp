@@ -96,6 +96,48 @@ private Q_SLOTS:
         QCOMPARE(texts(spy), (QStringList{"before", "after"}));
         QCOMPARE(f->log.buffer(), QStringLiteral("[event] line too long\n"));
     }
+    void poll_adaptiveInterval_data()
+    {
+        // Steps: A = an event arrives before the poll, - = an idle poll, T = thumbnailed,
+        // F = fullscreen, L = low memory. One expected interval per step ("200*9": nine times).
+        QTest::addColumn<QString>("steps");
+        QTest::addColumn<QString>("intervals");
+        const auto row = [](const char *name, const char *steps, const char *intervals) {
+            QTest::newRow(name) << steps << intervals;
+        };
+        row("activity then ten polls fast, then idle", "-A----------", "1000 200*10 1000");
+        row("new activity refills the ticks", "A--A---", "200*7");
+        row("background: 2500 idle, 800 active", "T-A----------", "2500 2500 800*10 2500");
+        row("fullscreen: idle interval, then fast polls", "TF----------", "2500 1000 200*9 1000");
+        row("low memory: 2000, no fast polls", "AL--", "200 2000 1000 1000");
+    }
+    void poll_adaptiveInterval()
+    {
+        QFETCH(QString, steps);
+        QFETCH(QString, intervals);
+        QStringList expected;
+        for (const QString &part : intervals.split(' '))
+            for (int n = qMax(1, part.section('*', 1).toInt()); n > 0; --n)
+                expected << part.section('*', 0, 0);
+        QCOMPARE(expected.size(), steps.size());
+        f->intake.startPolling();
+        QStringList got;
+        for (const QChar step : steps) {
+            if (step == 'A')
+                QVERIFY(writeFile(f->events, "{\"type\":\"tick\"}\n", true));
+            if (step == 'A' || step == '-')
+                f->intake.onPoll();
+            else if (step == 'T')
+                f->intake.onAppThumbnailed();
+            else if (step == 'F')
+                f->intake.onAppFullscreen();
+            else if (step == 'L')
+                f->intake.onLowMemory();
+            got << QString::number(f->intake.currentPollInterval());
+            QVERIFY(f->intake.isPollTimerActive());
+        }
+        QCOMPARE(got, expected);
+    }
     void statusLines_fromOutput()
     {
         // In the chunks the child's output arrives in: blanks and CR trimmed; JSON, lower case and

@@ -309,6 +309,7 @@ void TestController::lifecycleKeepsVoiceOnFocusLoss()
     // Short of memory: the download queue and the voice note go.
     m_spike->mediaDownloads()->enqueueMediaDownload(77, true);
     m_spike->onLowMemory(2);
+    QCOMPARE(m_spike->eventIntake()->currentPollInterval(), 2000);
     QVERIFY(m_spike->mediaDownloads()->queue().isEmpty());
     QCOMPARE(m_spike->voicePlayer()->playingFileId(), 0LL);
 }
