@@ -241,19 +241,41 @@ void TestController::conversationRoundTrip()
 
 void TestController::bubbleRequestsReachTheActions()
 {
-    // The bubbles' requests reach the actions: a long press selects, the menu is a dialog.
-    // The pointer: test_message_item_provider; what the choices do: test_message_actions.
-    QVERIFY(loadChats(1));
-    m_spike->openChatFromRow(m_spike->chatList()->rowAt(0));
+    // The bubbles' requests reach the actions and the actions' questions become dialogs whose
+    // answers come back: the delete option, the chosen menu entry and the chosen chat. The
+    // pointer: test_message_item_provider; what each choice does: test_message_actions.
+    QVERIFY(loadChats(2));
+    m_spike->openChatFromRow(m_spike->chatList()->rowAt(1));
     QVERIFY(showHistory());
+    const auto openDialog = [this](const char *name) -> SystemUiDialog * {
+        auto *d = m_spike->window()->findChild<SystemUiDialog *>(QLatin1String(name));
+        return d && d->isOpen() ? d : nullptr;
+    };
     Q_EMIT m_spike->messageItems()->messageLongPressed(10);
     QVERIFY(m_spike->messageListView()->property("ui_selection_mode").toBool());
     QCOMPARE(sent("props 1 10"), 1);
-    feed(R"({"type":"message_properties","chat_id":1,"id":11,"can_be_copied":true})");
+    feed(R"({"type":"message_properties","chat_id":1,"id":10,"can_be_forwarded":true,)"
+         R"("can_be_deleted_only_for_self":true,"can_be_deleted_for_all_users":true})");
+    QVERIFY(waitFor([&] { return !m_spike->messages()->messagePropertiesForId(10).isEmpty(); }));
+    Q_EMIT m_spike->chatScreen()->selectionDeleteRequested();
+    auto *remove = qobject_cast<SystemDialog *>(openDialog("delete_dialog"));
+    QVERIFY(remove);
+    remove->setRememberMeChecked(true);
+    remove->finishWith(SystemUiResult::ConfirmButtonSelection);
+    QCOMPARE(sent("delete 1 all 10"), 1);
+
+    feed(R"({"type":"message_properties","chat_id":1,"id":11,"can_be_forwarded":true})");
     QVERIFY(waitFor([&] { return !m_spike->messages()->messagePropertiesForId(11).isEmpty(); }));
     Q_EMIT m_spike->messageItems()->messageMenuRequested(11);
-    const auto dialogs = m_spike->window()->findChildren<SystemListDialog *>();
-    QVERIFY(std::any_of(dialogs.begin(), dialogs.end(), [](auto *d) { return d->isOpen(); }));
+    auto *menu = qobject_cast<SystemListDialog *>(openDialog("message_menu_dialog"));
+    QVERIFY(menu);
+    menu->setSelectedIndices({int(menu->items().indexOf("Forward"))});
+    menu->finishWith(SystemUiResult::ConfirmButtonSelection);
+    auto *picker = qobject_cast<SystemListDialog *>(openDialog("forward_dialog"));
+    QVERIFY(picker);
+    picker->setSelectedIndices({0});
+    picker->finishWith(SystemUiResult::ConfirmButtonSelection);
+    QCOMPARE(sent("forward 2 1 11"), 1);
 }
 
 void TestController::chatInfoPageTakesTheRecord()
