@@ -1,53 +1,95 @@
-// td_backend's engine choice and its TDLib engine, as real child processes
-// with the real TDLib. The whole test runs in a loopback-only network
-// namespace, with made-up credentials, and TDLib gets no network or a proxy
-// it refuses. (The sign-in form behind a refusing proxy: test_td_sign_in.)
+// td_backend's engine choice and its TDLib engine with the real TDLib: as
+// child processes, behind the client's sign-in form, and in this process.
+// main() moves the whole test into a loopback-only network namespace before
+// anything runs; credentials are made up, and TDLib gets no network or a
+// proxy that refuses.
+#include "backend_link/event_intake.h"
+#include "backend_output.h"
+#include "common/loopback_namespace.h"
+#include "common/refusing_socks5_proxy.h"
 #include "demo/demo_process.h"
-#include "td_isolation.h"
+#include "platform/ui/phone_window.h"
+#include "shell/ui/screens.h"
+#include "shell/ui/shell_screens.h"
+#include "td_engine.h"
+#include "td_json_library.h"
+#include "ui_main/ui/ui_tdlib_spike.h"
 
-#include <QCoreApplication>
+#include <QApplication>
+#include <QLabel>
+#include <QLineEdit>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QUdpSocket>
 #include <QtTest>
 
 #include <csignal>
+#include <memory>
 
 using namespace test_util;
+
+namespace {
+
+QString g_isolation = QStringLiteral("not entered"); // empty once inside the namespace
+
+// Not a real application's: TDLib only checks that they are set.
+const QStringList kCredentials{QStringLiteral("TG_API_ID=1"),
+                               QStringLiteral("TG_API_HASH=0123456789abcdef0123456789abcdef")};
+
+// The libtdjson.so the build linked beside td_backend; empty when there is none.
+QString tdLibrary()
+{
+    const QString dir =
+        qEnvironmentVariable("VEXA_BIN_DIR", QFileInfo(QStringLiteral(TD_BACKEND_PATH)).path());
+    const QFileInfo lib(QDir(dir).filePath(QStringLiteral("libtdjson.so")));
+    return lib.exists() ? lib.canonicalFilePath() : QString();
+}
+
+void setEnv(DemoProcess &p, const QStringList &pairs)
+{
+    for (const QString &kv : pairs)
+        p.setEnv(kv.section(QLatin1Char('='), 0, 0), kv.section(QLatin1Char('='), 1));
+}
+
+bool stdoutHas(DemoProcess &p, const QString &line)
+{
+    return waitFor([&] { return QString::fromUtf8(p.standardOutput()).split('\n').contains(line); },
+                   30000);
+}
+
+// A TDLib engine with no network; true once it asks for a phone number.
+bool startTdlib(DemoProcess &p, const QStringList &args = {})
+{
+    setEnv(p, kCredentials + QStringList{QStringLiteral("TDLIB_NETWORK_NONE=1")});
+    return p.start(args) && stdoutHas(p, QStringLiteral("NEED phone"));
+}
+
+} // namespace
+
+#define REQUIRE_TDLIB()                                                                            \
+    if (tdLibrary().isEmpty())                                                                     \
+    QSKIP("no libtdjson.so beside td_backend: scripts/fetch_tdlib.sh fetches it")
 
 class TestTdEngine : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase() { TD_REQUIRE_ISOLATION(); }
+    void initTestCase()
+    {
+        if (!g_isolation.isEmpty())
+            QSKIP(qPrintable(QStringLiteral("no loopback-only network namespace here (%1); "
+                                            "TDLib is never run outside one")
+                                 .arg(g_isolation)));
+    }
     void engineChoice_data();
     void engineChoice();
     void refusedProxyKeepsTheNetworkOff();
     void secondBackendOnTheDatabaseExitsLocked();
     void orderlyClose_data();
     void orderlyClose();
-
-private:
-    // A TDLib engine with no network; true once it asks for a phone number.
-    static bool startTdlib(DemoProcess &p, const QStringList &args = {});
-    static void setEnv(DemoProcess &p, const QStringList &pairs)
-    {
-        for (const QString &kv : pairs)
-            p.setEnv(kv.section(QLatin1Char('='), 0, 0), kv.section(QLatin1Char('='), 1));
-    }
-    static bool stdoutHas(DemoProcess &p, const QString &line, int timeoutMs = 30000)
-    {
-        return waitFor(
-            [&] { return QString::fromUtf8(p.standardOutput()).split('\n').contains(line); },
-            timeoutMs);
-    }
+    void credentialsBringTheTdlibSignInForm();
+    void logOutBringsTheFormBack();
 };
-
-bool TestTdEngine::startTdlib(DemoProcess &p, const QStringList &args)
-{
-    setEnv(p, td_isolation::fakeCredentials() << QStringLiteral("TDLIB_NETWORK_NONE=1"));
-    return p.start(args) && stdoutHas(p, QStringLiteral("NEED phone"));
-}
 
 void TestTdEngine::engineChoice_data()
 {
@@ -68,15 +110,15 @@ void TestTdEngine::engineChoice()
     QFETCH(bool, library);
     QFETCH(QString, engine);
     if (library)
-        TD_REQUIRE_LIBRARY();
+        REQUIRE_TDLIB();
     QTemporaryDir dir;
     DemoProcess p(dir.path());
     const QString missing = dir.filePath(QStringLiteral("nowhere/libtdjson.so"));
     setEnv(p, {QStringLiteral("TG_API_ID="), QStringLiteral("TG_API_HASH="),
                QStringLiteral("TDLIB_NETWORK_NONE=1"),
-               QStringLiteral("VEXA_TDJSON=") + (library ? td_isolation::library() : missing)});
+               QStringLiteral("VEXA_TDJSON=") + (library ? tdLibrary() : missing)});
     if (credentials)
-        setEnv(p, td_isolation::fakeCredentials());
+        setEnv(p, kCredentials);
     QVERIFY(p.start(args));
     QVERIFY(waitFor([&] { return p.standardOutput().contains('\n'); }, 30000));
     QCOMPARE(p.standardOutput().left(p.standardOutput().indexOf('\n')),
@@ -94,45 +136,35 @@ void TestTdEngine::engineChoice()
 // A proxy TDLib refuses leaves it off the network, not connecting directly, and says so.
 void TestTdEngine::refusedProxyKeepsTheNetworkOff()
 {
-    TD_REQUIRE_LIBRARY();
+    REQUIRE_TDLIB();
     QTemporaryDir dir;
     DemoProcess p(dir.path());
     // A secret that is not one: TDLib answers addProxy with an error.
-    setEnv(p, td_isolation::fakeCredentials() << "TG_PROXY_TYPE=mtproto"
-                                              << "TG_PROXY_HOST=127.0.0.1"
-                                              << "TG_PROXY_PORT=443"
-                                              << "TG_PROXY_SECRET=not-a-secret");
+    setEnv(p, kCredentials + QStringList{"TG_PROXY_TYPE=mtproto", "TG_PROXY_HOST=127.0.0.1",
+                                         "TG_PROXY_PORT=443", "TG_PROXY_SECRET=not-a-secret"});
     QVERIFY(p.start());
-    QVERIFY(p.waitFor(0, [](const QJsonObject &e) {
-        return ev_type(e) == "td_error" && str(e, "json").contains("\"@extra\":\"proxy\"");
-    }) >= 0);
     QVERIFY(waitFor([&] { return p.standardOutput().contains("\nPROXY_REFUSED "); }, 30000));
     QVERIFY(p.waitFor(0, DemoProcess::stateIs("connection_state", "WaitingForNetwork")) >= 0);
     // A number to sign in with makes TDLib want the network; it stays without.
     QVERIFY(stdoutHas(p, QStringLiteral("NEED phone")));
     p.post("phone +15550100");
     QVERIFY(p.settle() >= 0);
-    for (const QJsonObject &e : p.events())
-        QVERIFY2(ev_type(e) != "connection_state" || str(e, "state") == "WaitingForNetwork",
-                 qPrintable(str(e, "state")));
+    for (const QJsonObject &e : ofType(p.events(), "connection_state"))
+        QCOMPARE(str(e, "state"), QStringLiteral("WaitingForNetwork"));
     QCOMPARE(p.finish(), 0);
 }
 
 void TestTdEngine::secondBackendOnTheDatabaseExitsLocked()
 {
-    TD_REQUIRE_LIBRARY();
+    REQUIRE_TDLIB();
     QTemporaryDir dir;
-    DemoProcess first(dir.path());
+    DemoProcess first(dir.path()), second(dir.path());
     QVERIFY(startTdlib(first));
-
-    DemoProcess second(dir.path());
-    setEnv(second, td_isolation::fakeCredentials() << QStringLiteral("TDLIB_NETWORK_NONE=1"));
+    setEnv(second, kCredentials + QStringList{QStringLiteral("TDLIB_NETWORK_NONE=1")});
     QVERIFY(second.start());
     QVERIFY(second.process().waitForFinished(20000));
-    QCOMPARE(second.process().exitStatus(), QProcess::NormalExit);
     QCOMPARE(second.process().exitCode(), 9);
     QVERIFY(second.standardOutput().startsWith("FATAL "));
-
     // The first goes on unharmed.
     QVERIFY(first.settle() >= 0);
     QCOMPARE(first.finish(), 0);
@@ -141,24 +173,23 @@ void TestTdEngine::secondBackendOnTheDatabaseExitsLocked()
 void TestTdEngine::orderlyClose_data()
 {
     QTest::addColumn<QString>("how");
-    QTest::addColumn<bool>("service");
-    QTest::newRow("close") << "close" << false;
-    QTest::newRow("end of input") << "eof" << false;
-    QTest::newRow("SIGTERM") << "term" << false;
-    QTest::newRow("service: close") << "close" << true;
+    QTest::newRow("end of input") << "eof";
+    QTest::newRow("SIGTERM") << "term";
+    QTest::newRow("service: close") << "close";
 }
 
+// Ended in any of the ways it can be, TDLib goes through closing to closed,
+// and that is the last word.
 void TestTdEngine::orderlyClose()
 {
     QFETCH(QString, how);
-    QFETCH(bool, service);
-    TD_REQUIRE_LIBRARY();
+    REQUIRE_TDLIB();
     QTemporaryDir dir;
     DemoProcess p(dir.path());
-    if (service)
-        p.setEnv(QStringLiteral("DEMO_SERVICE_PORT"), QStringLiteral("47010"));
-    QVERIFY(startTdlib(p, service ? QStringList{"--service"} : QStringList()));
+    const bool service = how == "close";
     // The service port is this namespace's own, whatever else runs on the machine.
+    p.setEnv(QStringLiteral("DEMO_SERVICE_PORT"), QStringLiteral("47010"));
+    QVERIFY(startTdlib(p, service ? QStringList{"--service"} : QStringList()));
     QUdpSocket udp;
     const auto command = [&](const QByteArray &line) {
         if (service)
@@ -169,22 +200,144 @@ void TestTdEngine::orderlyClose()
     const int from = p.mark();
     command("ping");
     QVERIFY(p.waitFor(from, [](const QJsonObject &e) { return flag(e, "pong"); }) >= 0);
-    if (how == QLatin1String("close"))
+    if (service)
         command("close");
-    else if (how == QLatin1String("eof"))
+    else if (how == "eof")
         p.process().closeWriteChannel();
     else
         ::kill(pid_t(p.process().processId()), SIGTERM);
     QVERIFY(p.process().waitForFinished(30000));
     QCOMPARE(p.process().exitStatus(), QProcess::NormalExit);
     QCOMPARE(p.process().exitCode(), 0);
-    // TDLib went through closing to closed, and that was the last word.
     const int closing = p.waitFor(from, DemoProcess::stateIs("auth_state", "Closing"));
-    const int closed = p.waitFor(from, DemoProcess::stateIs("auth_state", "Closed"));
-    QVERIFY(closing >= 0 && closed > closing);
+    QVERIFY(closing >= 0 && p.waitFor(closing, DemoProcess::stateIs("auth_state", "Closed")) > 0);
     QCOMPARE(ev_type(p.events().last()), QStringLiteral("td_closed"));
     QVERIFY(p.standardOutput().endsWith("AUTH_STATE Closed\n"));
 }
 
-TD_ISOLATED_TEST_MAIN(QCoreApplication, TestTdEngine)
+// The client with credentials in "tg_api.env" runs TDLib, sent to a SOCKS5
+// proxy on 127.0.0.1 that refuses everything, and its sign-in form follows
+// TDLib's state.
+void TestTdEngine::credentialsBringTheTdlibSignInForm()
+{
+    REQUIRE_TDLIB();
+    RefusingSocks5Proxy proxy;
+    QVERIFY(proxy.listen());
+    QTemporaryDir dir;
+    const QString appDir = dir.filePath("app");
+    const QString dataDir = dir.filePath("data");
+    QVERIFY(QDir().mkpath(appDir) &&
+            installExecutable(QStringLiteral(TD_BACKEND_PATH), appDir + "/td_backend") &&
+            QFile::link(tdLibrary(), appDir + "/libtdjson.so"));
+    const QStringList api =
+        kCredentials + QStringList{"TG_PROXY_TYPE=socks5", "TG_PROXY_HOST=127.0.0.1",
+                                   QStringLiteral("TG_PROXY_PORT=%1").arg(proxy.port())};
+    QVERIFY(writeFile(dir.filePath("shared/misc/marlinde/tg_api.env"), api.join('\n').toUtf8()));
+    auto spike = std::make_unique<UiTdlibSpike>(
+        appDir, cleanEnvironment()
+                    << "VEXA_DATA_DIR=" + dataDir << "VEXA_SHARED_DIR=" + dir.filePath("shared"));
+    QSignalSpy events(spike->eventIntake(), &EventIntake::eventReceived);
+    spike->window()->show();
+    MainScreen *main = spike->screens()->mainScreen();
+    const auto seen = [&](const QString &type, const QString &key, const QString &value) {
+        return waitFor(
+            [&] {
+                for (const QList<QVariant> &e : qAsConst(events)) {
+                    const QVariantMap m = e.at(0).toMap();
+                    if (m.value("type") == type && (key.isEmpty() || m.value(key) == value))
+                        return true;
+                }
+                return false;
+            },
+            30000);
+    };
+
+    // TDLib, not the demo, answers; it wants a phone number and the form is there for it.
+    QVERIFY(seen("backend_ready", "name", "tdlib") && seen("need", "what", "phone"));
+    QLineEdit *phone = main->findChildren<QLineEdit *>().value(0);
+    QVERIFY(phone && phone->isVisible());
+    // A typed (fictional) number goes to TDLib, which cannot get past the proxy.
+    QTest::keyClicks(phone, QStringLiteral("+15550100"));
+    QTest::keyClick(phone, Qt::Key_Return);
+    QVERIFY(waitFor([&] { return proxy.attempts() > 0; }, 60000));
+    QVERIFY(seen("connection_state", QString(), QString()));
+    QVERIFY(!main->isAuthorised());
+    // The form says that TDLib is still trying to connect.
+    QLabel *line = main->findChild<QLabel *>(QStringLiteral("connection_label"));
+    QVERIFY(line);
+    QTRY_VERIFY_WITH_TIMEOUT(line->isVisible() && line->text().startsWith("Connecting"), 30000);
+    // Closing the window ends the backend in order: TDLib reports itself closed.
+    spike.reset();
+    QVERIFY2(readAll(dataDir + "/backend_events.jsonl").contains("\"td_closed\""),
+             readAll(dataDir + "/backend_events.jsonl").right(600).constData());
+}
+
+// In this process: a client that closes without the engine asking (a
+// log-out) is followed by a fresh one that asks for a number again, and only
+// a close asked for ends the engine. Every object reaches the translator
+// though the hand-off from TDLib's thread has room for one at a time.
+void TestTdEngine::logOutBringsTheFormBack()
+{
+    REQUIRE_TDLIB();
+    TdJsonLibrary library;
+    QString error;
+    QVERIFY2(library.load(tdLibrary(), &error), qPrintable(error));
+    QTemporaryDir dir;
+    const QString eventsPath = dir.filePath("events.jsonl");
+    BackendOutput out(eventsPath, dir.filePath("backend.log"), 0, 2);
+    QVERIFY2(out.open(&error), qPrintable(error));
+    TdEngineSettings settings;
+    settings.td.apiId = 1;
+    settings.td.apiHash = kCredentials.at(1).section('=', 1);
+    settings.td.databaseDir = dir.filePath("db");
+    settings.td.filesDir = dir.filePath("files");
+    settings.td.networkNone = true;
+    settings.logPath = dir.filePath("tdlib.log");
+    settings.queueCapacity = 1;
+    TdEngine engine(settings, &library, &out);
+    QSignalSpy finished(&engine, &TdEngine::finished);
+    // The events so far, as "type" or "type:value" of the field that matters.
+    const auto events = [&] {
+        QStringList seen;
+        for (const QByteArray &line : readAll(eventsPath).split('\n')) {
+            const QJsonObject e = QJsonDocument::fromJson(line).object();
+            const QString type = e.value("type").toString();
+            const QString what = e.value(type == "need" ? "what" : "state").toString();
+            if (!type.isEmpty())
+                seen << (what.isEmpty() ? type : type + ':' + what);
+        }
+        return seen;
+    };
+    engine.start();
+    QVERIFY(waitFor([&] { return events().contains("need:phone"); }, 30000));
+    const int first = engine.clientId();
+
+    // Logged out while the form is shown: TDLib closes the client unasked.
+    library.send(first, R"({"@type":"logOut"})");
+    QVERIFY2(waitFor([&] { return events().count("need:phone") == 2; }, 30000),
+             qPrintable(events().join(' ')));
+    const QStringList afterLogOut = events();
+    const int closed = afterLogOut.indexOf("td_closed");
+    QVERIFY(closed > 0 && afterLogOut.indexOf("need:phone", closed) > closed);
+    QVERIFY(afterLogOut.indexOf("backend_ready", closed) > closed);
+    QVERIFY(finished.isEmpty() && engine.clientId() != first);
+
+    // Asked to close, the engine ends once TDLib is closed.
+    engine.handleLine("close");
+    QVERIFY(finished.wait(30000));
+    QCOMPARE(finished.first().first().toInt(), 0);
+    QCOMPARE(events().last(), QStringLiteral("td_closed"));
+}
+
+// Into the namespace first, while the process is one thread; the tests skip
+// when it cannot be had.
+int main(int argc, char **argv)
+{
+    if (test_netns::enterLoopbackOnlyNamespace(&g_isolation))
+        g_isolation.clear();
+    QApplication app(argc, argv);
+    TestTdEngine test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "test_td_engine.moc"
