@@ -1,11 +1,16 @@
+#include "common/audio.h"
 #include "common/loopback_namespace.h"
 #include "demo_backend.h"
 #include "events/event_dispatcher.h"
+#include "media/audio_libs.h"
+#include "media/voice_file_encoder.h"
 #include "td_translator.h"
+#include "td_voice_waveform.h"
 
 #include <QDeadlineTimer>
 #include <QJsonDocument>
 #include <QLibrary>
+#include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
@@ -54,24 +59,19 @@ QJsonArray parse(const QString &text)
 bool contains(const QJsonValue &actual, const QJsonValue &expected)
 {
     if (expected.isObject()) {
-        const QJsonObject e = expected.toObject();
-        const QJsonObject a = actual.toObject();
-        for (auto it = e.begin(); it != e.end(); ++it) {
-            if (!a.contains(it.key()) || !contains(a.value(it.key()), it.value()))
-                return false;
-        }
-        return actual.isObject();
+        const QJsonObject a = actual.toObject(), e = expected.toObject();
+        const QStringList keys = e.keys();
+        return actual.isObject() && std::all_of(keys.begin(), keys.end(), [&](const QString &k) {
+                   return a.contains(k) && contains(a.value(k), e.value(k));
+               });
     }
     if (expected.isArray()) {
-        const QJsonArray e = expected.toArray();
-        const QJsonArray a = actual.toArray();
-        if (!actual.isArray() || a.size() != e.size())
-            return false;
-        for (int i = 0; i < e.size(); ++i) {
+        const QJsonArray a = actual.toArray(), e = expected.toArray();
+        for (int i = 0; actual.isArray() && a.size() == e.size() && i < e.size(); ++i) {
             if (!contains(a.at(i), e.at(i)))
                 return false;
         }
-        return true;
+        return actual.isArray() && a.size() == e.size();
     }
     return actual == expected;
 }
@@ -174,7 +174,9 @@ QJsonArray steps(QString text)
 // clang-format off
 const Row kRows[] = {
     {"parameters from the configuration", R"([$auth{WaitTdlibParameters}])", R"([{"@type": "setTdlibParameters", "api_id": 123, "api_hash": "abc", "database_directory": "/data/db", "files_directory": "/data/files", "use_message_database": true}])", "[]"},
-    {"start without network, through a proxy", R"([{"config": {"networkNone": true, "proxyType": "mtproto", "proxyHost": "127.0.0.1", "proxyPort": 443, "proxySecret": "ee00"}}])", R"([{"@type": "setNetworkType", "type": {"@type": "networkTypeNone"}}, {"@type": "addProxy", "enable": true, "proxy": {"server": "127.0.0.1", "port": 443, "type": {"@type": "proxyTypeMtproto", "secret": "ee00"}}}])", R"([{"type": "backend_ready"}])", "BACKEND_READY tdlib"},
+    {"a proxy keeps the network off until taken", R"([{"config": {"proxyType": "mtproto", "proxyHost": "127.0.0.1", "proxyPort": 443, "proxySecret": "ee00"}}])", R"([{"@type": "setNetworkType", "type": {"@type": "networkTypeNone"}}, {"@type": "addProxy", "enable": true, "proxy": {"server": "127.0.0.1", "port": 443, "type": {"@type": "proxyTypeMtproto", "secret": "ee00"}}}])", R"([{"type": "backend_ready"}])", "BACKEND_READY tdlib"},
+    {"proxy taken", R"([{"config": {"proxyType": "mtproto", "proxyHost": "127.0.0.1", "proxyPort": 443, "proxySecret": "ee00"}}, $ok{addProxy}])", R"([{"@type": "setNetworkType", "type": {"@type": "networkTypeOther"}}])", "[]"},
+    {"proxy refused: the network stays off", R"([{"config": {"proxyType": "mtproto", "proxyHost": "127.0.0.1", "proxyPort": 443, "proxySecret": "ee00"}}, {"answer": "addProxy", "with": {"@type": "error", "code": 400, "message": "Wrong secret"}}])", "[]", R"([{"type": "td_error", "error": {"@extra": "proxy", "code": 400}}])", "PROXY_REFUSED Wrong secret"},
     {"database held by another process", R"([$auth{WaitTdlibParameters}, {"answer": "setTdlibParameters", "with": {"@type": "error", "code": 400, "message": "Can't lock file \"/data/db/td.binlog\", because it is already in use\nby another process"}}])", "[]", "[]", "FATAL Can't lock file \"/data/db/td.binlog\", because it is already in use by another " "process", 9},
     {"phone sent by itself", R"([{"config": {"autoSendPhone": true}}, $auth{WaitPhoneNumber}])", R"([{"@type": "setAuthenticationPhoneNumber", "phone_number": "+15550100"}])", "[]"},
     {"code wanted", R"([{"td": {"@type": "updateAuthorizationState", "authorization_state": {"@type": "authorizationStateWaitCode", "code_info": {"phone_number": "+15550100", "type": {"@type": "authenticationCodeTypeTelegramMessage", "length": 5}}}}}])", "[]", R"([{"type": "code_info", "delivery": "app", "phone": "+15550100", "length": 5}, {"type": "auth_state", "state": "WaitCode"}, {"type": "need", "what": "code"}])", "AUTH_STATE WaitCode|NEED code"},
@@ -200,9 +202,7 @@ const Row kRows[] = {
     {"history with a bad page", R"($world[{"cmd": "history 200 5000"}])", "[]", R"([{"type": "td_error", "error": {"@extra": "history:200"}}])"},
     {"read", R"($world[{"cmd": "read 200 7"}])", R"([{"@type": "viewMessages", "chat_id": 200, "message_ids": [7], "force_read": true}])", "[]"},
     {"send text with a line break", R"($world[{"cmd": "send64 200 $b64{one\ntwo}"}])", R"([{"@type": "sendMessage", "chat_id": 200, "input_message_content": {"@type": "inputMessageText", "text": {"text": "one\ntwo"}}}])", "[]"},
-    {"send bad Base64", R"($world[{"cmd": "send64 200 !!!!"}])", "[]", R"([{"type": "td_error", "error": {"@extra": "send:200", "code": 400}}])"},
     {"edit", R"($world[{"cmd": "edit64 200 7 $b64{fixed}"}])", R"([{"@type": "editMessageText", "chat_id": 200, "message_id": 7, "input_message_content": {"text": {"text": "fixed"}}}])", "[]"},
-    {"send a photo", R"($world[{"cmd": "sendfile64 200 $b64{/home/a/p.JPG}"}])", R"([{"@type": "sendMessage", "input_message_content": {"@type": "inputMessagePhoto", "photo": {"@type": "inputFileLocal", "path": "/home/a/p.JPG"}}}])", "[]"},
     {"send a document as a reply", R"($world[{"cmd": "sendfile64 200 7 $b64{/home/a/../a/r.pdf}"}])", R"([{"@type": "sendMessage", "reply_to": {"message_id": 7}, "input_message_content": {"@type": "inputMessageDocument", "document": {"path": "/home/a/r.pdf"}}}])", "[]"},
     {"send a relative path", R"($world[{"cmd": "sendfile64 200 $b64{r.pdf}"}])", "[]", R"([{"type": "td_error", "error": {"@extra": "sendfile:200"}}])"},
     {"send a voice note", R"($world[{"cmd": "sendvoice64 200 $b64{/tmp/v.ogg} 3"}])", R"([{"@type": "sendMessage", "input_message_content": {"@type": "inputMessageVoiceNote", "voice_note": {"path": "/tmp/v.ogg"}, "duration": 3, "waveform": "AQI="}}])", "[]"},
@@ -222,7 +222,6 @@ const Row kRows[] = {
     {"download", R"($world[{"cmd": "download 55"}])", R"([{"@type": "downloadFile", "file_id": 55, "priority": 1}])", "[]"},
     {"downloadp", R"($world[{"cmd": "downloadp 55"}])", R"([{"@type": "downloadFile", "priority": 32}])", "[]"},
     {"resolve", R"($world[{"cmd": "resolve @vexa_news"}])", R"([{"@type": "searchPublicChat", "username": "vexa_news"}])", "[]"},
-    {"resolve a bad name", R"($world[{"cmd": "resolve a/b"}])", "[]", R"([{"type": "tg_resolve_error", "username": "a/b"}])"},
     {"unknown verb", R"($world[{"cmd": "fly 1"}])", "[]", R"([{"type": "td_error", "error": {"@extra": "unknown"}}])"},
 
     // TDLib update or answer (after the steps that give it its state) -> events.
@@ -273,7 +272,6 @@ const Row kRows[] = {
     {"a basic group is left, then its history goes", R"($world[ {"td": {"@type": "updateNewChat", "chat": {"id": 5, "title": "Club", "type": {"@type": "chatTypeBasicGroup", "basic_group_id": 9}}}}, {"cmd": "delete_chat 5"}, $ok{leaveChat}])", R"([{"@type": "deleteChatHistory", "chat_id": 5, "remove_from_chat_list": true}])", "[]"},
     {"join refused", R"($world[{"cmd": "join -1003"}, {"answer": "joinChat", "with": {"@type": "error", "code": 400, "message": "CHANNELS_TOO_MUCH"}}])", "[]", R"([{"type": "action_error", "action": "join", "chat_id": -1003, "message": "CHANNELS_TOO_MUCH"}])"},
     {"download under way", R"($world[{"td": {"@type": "updateFile", "file": {"id": 42, "size": 900, "local": {"path": "", "is_downloading_active": true, "downloaded_size": 300}}}}])", "[]", R"([{"type": "file_progress", "id": 42, "downloaded": 300, "total": 900}])"},
-    {"download done", R"($world[{"cmd": "download 42"}, {"answer": "downloadFile", "with": {"@type": "file", "id": 42, "size": 900, "local": {"path": "/data/files/photos/a.jpg", "is_downloading_completed": true}}}])", "[]", R"([{"type": "file", "id": 42, "path": "/data/files/photos/a.jpg", "size": 900}])"},
     {"done files leave no folder", R"($world[ {"td": {"@type": "updateFile", "file": {"id": 1, "local": {"path": "/etc/passwd", "is_downloading_completed": true}}}}, {"td": {"@type": "updateFile", "file": {"id": 2, "local": {"path": "/data/files/../x", "is_downloading_completed": true}}}}])", "[]", "[]"},
     {"a sent file comes back where it was", R"($world[{"cmd": "sendfile64 200 $b64{/home/a/r.pdf}"}, {"td": {"@type": "updateFile", "file": {"id": 3, "size": 5, "local": {"path": "/home/a/r.pdf", "is_downloading_completed": true}}}}])", "[]", R"([{"type": "file", "id": 3, "path": "/home/a/r.pdf"}])"},
     {"asked again after the cache was cleared", R"($world[ {"td": {"@type": "updateFile", "file": {"id": 42, "local": {"path": "/data/files/a.jpg", "is_downloading_completed": true}}}}, {"cmd": "download 42"}, {"answer": "downloadFile", "with": {"@type": "file", "id": 42, "local": {"path": "/data/files/a.jpg", "is_downloading_completed": true}}}])", "[]", R"([{"type": "file", "id": 42, "path": "/data/files/a.jpg"}])"},
@@ -292,126 +290,163 @@ class TestTdTranslator : public QObject
 {
     Q_OBJECT
 private slots:
-    void translate_data();
-    void translate();
-    void everyVerbTranslated();
-    void everyEventProduced();
-    void requestsParseInTdlib();
+    void translate_data()
+    {
+        QTest::addColumn<QString>("steps");
+        QTest::addColumn<QString>("requests");
+        QTest::addColumn<QString>("events");
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<int>("exitCode");
+        for (const Row &r : kRows)
+            QTest::newRow(r.name) << QString::fromUtf8(r.steps) << QString::fromUtf8(r.requests)
+                                  << QString::fromUtf8(r.events) << QString::fromUtf8(r.status)
+                                  << r.exitCode;
+    }
+
+    void translate()
+    {
+        QFETCH(QString, steps);
+        QFETCH(QString, requests);
+        QFETCH(QString, events);
+        QFETCH(QString, status);
+        QFETCH(int, exitCode);
+        const TdOutput out = run(::steps(steps));
+        expectList("requests", out.requests, parse(requests));
+        expectList("events", out.events, parse(events));
+        QCOMPARE(out.statusLines.join(QLatin1Char('|')), status);
+        QCOMPARE(out.exitCode, exitCode);
+    }
+
+    // The verbs of the demo's dispatcher are the vocabulary: each has a row.
+    void everyVerbTranslated()
+    {
+        QSet<QString> tested;
+        for (const Row &r : kRows) {
+            const QJsonObject last = steps(QString::fromUtf8(r.steps)).last().toObject();
+            tested << last.value(QStringLiteral("cmd")).toString().section(QLatin1Char(' '), 0, 0);
+        }
+        for (const QString &verb : DemoBackend::verbs()) {
+            QVERIFY2(TdTranslator::verbs().contains(verb), qPrintable(verb));
+            QVERIFY2(tested.contains(verb), qPrintable(verb));
+        }
+    }
+
+    // Every event the client understands comes out of some row, except the
+    // demo's own notification hint.
+    void everyEventProduced()
+    {
+        QSet<QString> produced;
+        for (const Row &r : kRows) {
+            for (const QJsonValue &e : parse(QString::fromUtf8(r.events)))
+                produced << e.toObject().value(QStringLiteral("type")).toString();
+        }
+        for (const QString &type : EventDispatcher::eventTypes()) {
+            if (type != QLatin1String("hub_notify_message"))
+                QVERIFY2(produced.contains(type), qPrintable(type));
+        }
+    }
+
+    // Every request the rows make is one TDLib itself reads: its answer is
+    // anything but a parse error. TDLib is given no parameters, so it stays
+    // offline.
+    void requestsParseInTdlib()
+    {
+        // TDLib is never loaded where it could reach the network.
+        if (!g_isolation.isEmpty())
+            QSKIP(qPrintable(
+                QStringLiteral("no loopback-only network namespace here (%1)").arg(g_isolation)));
+        const QString path = QString::fromUtf8(TDJSON_LIBRARY);
+        if (path.isEmpty() || !QFile::exists(path))
+            QSKIP("libtdjson is not built or fetched");
+        QLibrary lib(path);
+        QVERIFY2(lib.load(), qPrintable(lib.errorString()));
+        const auto createId = reinterpret_cast<int (*)()>(lib.resolve("td_create_client_id"));
+        const auto send = reinterpret_cast<void (*)(int, const char *)>(lib.resolve("td_send"));
+        const auto receive = reinterpret_cast<const char *(*)(double)>(lib.resolve("td_receive"));
+        const auto execute =
+            reinterpret_cast<const char *(*)(const char *)>(lib.resolve("td_execute"));
+        QVERIFY(createId && send && receive && execute);
+        execute(R"({"@type": "setLogVerbosityLevel", "new_verbosity_level": 0})");
+
+        QHash<QString, QJsonObject> byType; // one of each kind is enough
+        for (const Row &r : kRows) {
+            for (const QJsonObject &req : run(steps(QString::fromUtf8(r.steps))).requests)
+                byType.insert(req.value(QStringLiteral("@type")).toString(), req);
+        }
+        // These change the client's state instead of answering.
+        for (const char *t : {"setTdlibParameters", "setNetworkType", "addProxy"})
+            byType.remove(QLatin1String(t));
+        QVERIFY(byType.size() >= 25);
+        const int client = createId();
+        QHash<QString, QString> waiting; // tag -> @type
+        for (QJsonObject req : qAsConst(byType)) {
+            const QString tag = QStringLiteral("shape:%1").arg(waiting.size());
+            waiting.insert(tag, req.value(QStringLiteral("@type")).toString());
+            req.insert(QStringLiteral("@extra"), tag);
+            send(client, QJsonDocument(req).toJson(QJsonDocument::Compact).constData());
+        }
+        QDeadlineTimer cap(60000);
+        while (!waiting.isEmpty() && !cap.hasExpired()) {
+            // Nothing (null) or an update parses to an object without a tag.
+            const QJsonObject answer = QJsonDocument::fromJson(receive(1.0)).object();
+            const QString type = waiting.take(answer.value(QStringLiteral("@extra")).toString());
+            const QString message = answer.value(QStringLiteral("message")).toString();
+            QVERIFY2(!message.contains(QLatin1String("Failed to parse")),
+                     qPrintable(type + QStringLiteral(": ") + message));
+        }
+        QVERIFY2(waiting.isEmpty(),
+                 qPrintable(QStringList(waiting.values()).join(QLatin1Char(' '))));
+        // TDLib's threads must be done before the process ends.
+        send(client, R"({"@type": "close"})");
+        bool closed = false;
+        while (!closed && !cap.hasExpired()) {
+            const char *text = receive(1.0);
+            closed = text && QByteArray(text).contains("authorizationStateClosed");
+        }
+        QVERIFY(closed);
+    }
+
+    // The waveform sent with a voice note, from a real Ogg Opus file made by
+    // the recording pipeline with libopus.
+    void voiceWaveform_data()
+    {
+        QTest::addColumn<double>("silentSeconds");
+        QTest::addColumn<double>("toneSeconds");
+        QTest::addColumn<int>("quietValues"); // leading values that must be 0
+        QTest::addColumn<int>("loudValues");  // trailing values that must be near 31
+        QTest::newRow("silence, then a tone") << 1.0 << 1.0 << 45 << 45;
+        QTest::newRow("a tone throughout") << 0.0 << 3.0 << 0 << 100;
+        QTest::newRow("silence only") << 2.0 << 0.0 << 100 << 0;
+    }
+    void voiceWaveform()
+    {
+        QFETCH(double, silentSeconds);
+        QFETCH(double, toneSeconds);
+        QFETCH(int, quietValues);
+        QFETCH(int, loudValues);
+        QTemporaryDir dir;
+        const QString wav = dir.filePath(QStringLiteral("in.wav"));
+        const QString ogg = dir.filePath(QStringLiteral("in.ogg"));
+        QVector<qint16> pcm(int(silentSeconds * 48000), 0);
+        QVERIFY(testaudio::writeFile(
+            wav,
+            testaudio::wav_bytes(pcm + testaudio::tone(440, toneSeconds, 48000, 1), 48000, 1)));
+        OpusLib opus;
+        QString error;
+        QVERIFY2(encode_wav_to_voice_ogg(opus, wav, ogg, &error), qPrintable(error));
+        const QByteArray packed = td_voice_waveform(ogg);
+        QCOMPARE(packed.size(), 63);
+        const QList<int> values = td_unpack_waveform(packed);
+        QCOMPARE(values.size(), kTdWaveformValues);
+        for (int i = 0; i < quietValues; ++i)
+            QVERIFY2(values.at(i) == 0, qPrintable(QString::number(i)));
+        for (int i = kTdWaveformValues - loudValues; i < kTdWaveformValues; ++i)
+            QVERIFY2(values.at(i) >= 24, qPrintable(QString::number(i)));
+        // Not Ogg Opus, or not there: no waveform.
+        QVERIFY(testaudio::writeFile(wav, QByteArray(4096, 'x')));
+        QVERIFY(td_voice_waveform(wav).isEmpty() && td_voice_waveform(wav + "-missing").isEmpty());
+    }
 };
-
-void TestTdTranslator::translate_data()
-{
-    QTest::addColumn<QString>("steps");
-    QTest::addColumn<QString>("requests");
-    QTest::addColumn<QString>("events");
-    QTest::addColumn<QString>("status");
-    QTest::addColumn<int>("exitCode");
-    for (const Row &r : kRows)
-        QTest::newRow(r.name) << QString::fromUtf8(r.steps) << QString::fromUtf8(r.requests)
-                              << QString::fromUtf8(r.events) << QString::fromUtf8(r.status)
-                              << r.exitCode;
-}
-
-void TestTdTranslator::translate()
-{
-    QFETCH(QString, steps);
-    QFETCH(QString, requests);
-    QFETCH(QString, events);
-    QFETCH(QString, status);
-    QFETCH(int, exitCode);
-    const TdOutput out = run(::steps(steps));
-    expectList("requests", out.requests, parse(requests));
-    expectList("events", out.events, parse(events));
-    QCOMPARE(out.statusLines.join(QLatin1Char('|')), status);
-    QCOMPARE(out.exitCode, exitCode);
-}
-
-// The verbs of the demo's dispatcher are the vocabulary: each has a row.
-void TestTdTranslator::everyVerbTranslated()
-{
-    QSet<QString> tested;
-    for (const Row &r : kRows) {
-        const QJsonObject last = steps(QString::fromUtf8(r.steps)).last().toObject();
-        tested << last.value(QStringLiteral("cmd")).toString().section(QLatin1Char(' '), 0, 0);
-    }
-    for (const QString &verb : DemoBackend::verbs()) {
-        QVERIFY2(TdTranslator::verbs().contains(verb), qPrintable(verb));
-        QVERIFY2(tested.contains(verb), qPrintable(verb));
-    }
-}
-
-// Every event the client understands comes out of some row, except the
-// demo's own notification hint.
-void TestTdTranslator::everyEventProduced()
-{
-    QSet<QString> produced;
-    for (const Row &r : kRows) {
-        for (const QJsonValue &e : parse(QString::fromUtf8(r.events)))
-            produced << e.toObject().value(QStringLiteral("type")).toString();
-    }
-    for (const QString &type : EventDispatcher::eventTypes()) {
-        if (type != QLatin1String("hub_notify_message"))
-            QVERIFY2(produced.contains(type), qPrintable(type));
-    }
-}
-
-// Every request the rows make is one TDLib itself reads: its answer is
-// anything but a parse error. TDLib is given no parameters, so it stays
-// offline.
-void TestTdTranslator::requestsParseInTdlib()
-{
-    // TDLib is never loaded where it could reach the network.
-    if (!g_isolation.isEmpty())
-        QSKIP(qPrintable(
-            QStringLiteral("no loopback-only network namespace here (%1)").arg(g_isolation)));
-    const QString path = QString::fromUtf8(TDJSON_LIBRARY);
-    if (path.isEmpty() || !QFile::exists(path))
-        QSKIP("libtdjson is not built or fetched");
-    QLibrary lib(path);
-    QVERIFY2(lib.load(), qPrintable(lib.errorString()));
-    const auto createId = reinterpret_cast<int (*)()>(lib.resolve("td_create_client_id"));
-    const auto send = reinterpret_cast<void (*)(int, const char *)>(lib.resolve("td_send"));
-    const auto receive = reinterpret_cast<const char *(*)(double)>(lib.resolve("td_receive"));
-    const auto execute = reinterpret_cast<const char *(*)(const char *)>(lib.resolve("td_execute"));
-    QVERIFY(createId && send && receive && execute);
-    execute(R"({"@type": "setLogVerbosityLevel", "new_verbosity_level": 0})");
-
-    QHash<QString, QJsonObject> byType; // one of each kind is enough
-    for (const Row &r : kRows) {
-        for (const QJsonObject &req : run(steps(QString::fromUtf8(r.steps))).requests)
-            byType.insert(req.value(QStringLiteral("@type")).toString(), req);
-    }
-    // These change the client's state instead of answering.
-    for (const char *t : {"setTdlibParameters", "setNetworkType", "addProxy"})
-        byType.remove(QLatin1String(t));
-    QVERIFY(byType.size() >= 25);
-    const int client = createId();
-    QHash<QString, QString> waiting; // tag -> @type
-    for (QJsonObject req : qAsConst(byType)) {
-        const QString tag = QStringLiteral("shape:%1").arg(waiting.size());
-        waiting.insert(tag, req.value(QStringLiteral("@type")).toString());
-        req.insert(QStringLiteral("@extra"), tag);
-        send(client, QJsonDocument(req).toJson(QJsonDocument::Compact).constData());
-    }
-    QDeadlineTimer cap(60000);
-    while (!waiting.isEmpty() && !cap.hasExpired()) {
-        // Nothing (null) or an update parses to an object without a tag.
-        const QJsonObject answer = QJsonDocument::fromJson(receive(1.0)).object();
-        const QString type = waiting.take(answer.value(QStringLiteral("@extra")).toString());
-        const QString message = answer.value(QStringLiteral("message")).toString();
-        QVERIFY2(!message.contains(QLatin1String("Failed to parse")),
-                 qPrintable(type + QStringLiteral(": ") + message));
-    }
-    QVERIFY2(waiting.isEmpty(), qPrintable(QStringList(waiting.values()).join(QLatin1Char(' '))));
-    // TDLib's threads must be done before the process ends.
-    send(client, R"({"@type": "close"})");
-    bool closed = false;
-    while (!closed && !cap.hasExpired()) {
-        const char *text = receive(1.0);
-        closed = text && QByteArray(text).contains("authorizationStateClosed");
-    }
-    QVERIFY(closed);
-}
 
 // Into a loopback-only network namespace first, since one case loads TDLib.
 int main(int argc, char **argv)
