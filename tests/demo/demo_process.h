@@ -82,16 +82,14 @@ public:
     int badLines() const { return m_badLines; }
     int mark() const { return m_events.size(); }
     void setEnv(const QString &key, const QString &value) { m_env.insert(key, value); }
-    // Starts with no path in the environment, in the given folder, the way a
-    // user starts the backend by hand; root must be the folder it picks.
-    void useDefaultFolders(const QString &workingDir) { m_proc.setWorkingDirectory(workingDir); }
-
     bool start(const QStringList &args = {})
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         for (const char *key : {"TDLIB_DB_DIR", "TDLIB_FILES_DIR", "BACKEND_EVENTS_FILE",
                                 "TDLIB_LOG_FILE", "VEXA_DATA_DIR", "XDG_DATA_HOME"})
             env.remove(QLatin1String(key));
+        // Given a working folder, it starts the way a user starts it by hand:
+        // no path in the environment; root must be the folder it picks.
         if (m_proc.workingDirectory().isEmpty()) {
             env.insert(QStringLiteral("TDLIB_DB_DIR"), dbDir());
             env.insert(QStringLiteral("TDLIB_FILES_DIR"), filesDir());
