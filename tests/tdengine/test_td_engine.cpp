@@ -78,7 +78,6 @@ public:
     }
     bool listen() { return m_server.listen(QHostAddress::LocalHost, 0); }
     quint16 port() const { return m_server.serverPort(); }
-    // How many requests to connect were refused.
     int attempts() const { return m_attempts; }
 
 private:
