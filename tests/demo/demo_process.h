@@ -13,16 +13,10 @@
 #include <QJsonObject>
 #include <QProcess>
 
+#include <algorithm>
 #include <functional>
 
 using EventMatch = std::function<bool(const QJsonObject &)>;
-
-inline QString demo_backend_program()
-{
-    const QByteArray dir = qgetenv("VEXA_BIN_DIR");
-    return dir.isEmpty() ? QStringLiteral(TD_BACKEND_PATH)
-                         : QDir(QString::fromLocal8Bit(dir)).filePath(QStringLiteral("td_backend"));
-}
 
 inline QString str(const QJsonObject &e, const char *key)
 {
@@ -38,13 +32,9 @@ inline qint64 ev_i64(const QJsonObject &e, const char *key)
     const QJsonValue v = e.value(QLatin1String(key));
     return v.isString() ? v.toString().toLongLong() : qint64(v.toDouble());
 }
-inline QString ev_type(const QJsonObject &e)
-{
-    return str(e, "type");
-}
 inline EventMatch typed(const char *type)
 {
-    return [type](const QJsonObject &e) { return ev_type(e) == QLatin1String(type); };
+    return [type](const QJsonObject &e) { return str(e, "type") == QLatin1String(type); };
 }
 inline QJsonObject td_error_json(const QJsonObject &e)
 {
@@ -61,24 +51,15 @@ inline QByteArray b64(const QString &text)
 inline QList<QJsonObject> ofType(const QList<QJsonObject> &events, const char *type)
 {
     QList<QJsonObject> out;
-    for (const QJsonObject &e : events) {
-        if (ev_type(e) == QLatin1String(type))
-            out.append(e);
-    }
+    std::copy_if(events.begin(), events.end(), std::back_inserter(out), typed(type));
     return out;
-}
-inline bool hasType(const QList<QJsonObject> &events, const char *type)
-{
-    return !ofType(events, type).isEmpty();
 }
 // The first element whose key has the value, or an empty object.
 inline QJsonObject findBy(const QList<QJsonObject> &list, const char *key, qint64 value)
 {
-    for (const QJsonObject &e : list) {
-        if (ev_i64(e, key) == value)
-            return e;
-    }
-    return QJsonObject();
+    const auto it = std::find_if(list.begin(), list.end(),
+                                 [&](const QJsonObject &e) { return ev_i64(e, key) == value; });
+    return it == list.end() ? QJsonObject() : *it;
 }
 
 class DemoProcess
@@ -101,16 +82,14 @@ public:
     int badLines() const { return m_badLines; }
     int mark() const { return m_events.size(); }
     void setEnv(const QString &key, const QString &value) { m_env.insert(key, value); }
-    // Starts with no path in the environment, in the given folder, the way a
-    // user starts the backend by hand; root must be the folder it picks.
-    void useDefaultFolders(const QString &workingDir) { m_proc.setWorkingDirectory(workingDir); }
-
     bool start(const QStringList &args = {})
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         for (const char *key : {"TDLIB_DB_DIR", "TDLIB_FILES_DIR", "BACKEND_EVENTS_FILE",
                                 "TDLIB_LOG_FILE", "VEXA_DATA_DIR", "XDG_DATA_HOME"})
             env.remove(QLatin1String(key));
+        // Given a working folder, it starts the way a user starts it by hand:
+        // no path in the environment; root must be the folder it picks.
         if (m_proc.workingDirectory().isEmpty()) {
             env.insert(QStringLiteral("TDLIB_DB_DIR"), dbDir());
             env.insert(QStringLiteral("TDLIB_FILES_DIR"), filesDir());
@@ -125,7 +104,7 @@ public:
             env.insert(it.key(), it.value());
         m_proc.setProcessEnvironment(env);
         m_offset = QFileInfo(eventsPath()).size(); // like the user interface, skip earlier runs
-        m_proc.start(demo_backend_program(), args);
+        m_proc.start(QStringLiteral(TD_BACKEND_PATH), args);
         return m_proc.waitForStarted(5000);
     }
 
@@ -144,10 +123,10 @@ public:
 
     // Closes standard input and waits for the exit; returns the exit code or
     // -1 when the process crashed or did not end.
-    int finish(int timeoutMs = 20000)
+    int finish()
     {
         m_proc.closeWriteChannel();
-        if (!m_proc.waitForFinished(timeoutMs))
+        if (!m_proc.waitForFinished(20000))
             return -1;
         poll(); // everything the process wrote before it ended
         const int code = m_proc.exitStatus() == QProcess::NormalExit ? m_proc.exitCode() : -1;
@@ -182,10 +161,10 @@ public:
     // With DEMO_SPEED=0 every answer is written before the next command is
     // read: once a ping is answered, all earlier commands are. Returns the
     // index of the answer to the ping, or -1 after the time-out.
-    int settle(int timeoutMs = 30000)
+    int settle()
     {
         return waitFor(
-            post("ping"), [](const QJsonObject &e) { return flag(e, "pong"); }, timeoutMs);
+            post("ping"), [](const QJsonObject &e) { return flag(e, "pong"); }, 30000);
     }
     // Everything a command was answered with.
     QList<QJsonObject> answers(const QByteArray &command)
@@ -193,22 +172,24 @@ public:
         const int m = post(command);
         return between(m, qMax(m, settle()));
     }
-    // The first answer to a command that matches (an event type or a
-    // predicate), or an empty object.
-    QJsonObject ask(const QByteArray &command, const EventMatch &match, int timeoutMs = 10000)
+    // The first answer to a command that matches, or an empty object.
+    QJsonObject ask(const QByteArray &command, const EventMatch &match)
     {
-        return m_events.value(waitFor(post(command), match, timeoutMs));
+        return m_events.value(waitFor(post(command), match));
     }
     QJsonObject ask(const QByteArray &command, const char *type)
     {
         return ask(command, typed(type));
     }
 
-    QList<QJsonObject> chats(int n) { return listing("chats " + num(n), "chat", "chats_end"); }
+    QList<QJsonObject> chats(int n) { return ofType(answers("chats " + num(n)), "chat"); }
     // The messages of the next history batch, oldest first.
     QList<QJsonObject> history(const QByteArray &command, QJsonObject *end = nullptr)
     {
-        return listing(command, "message", "history_end", end);
+        const QList<QJsonObject> all = answers(command);
+        if (end)
+            *end = ofType(all, "history_end").value(0);
+        return ofType(all, "message");
     }
 
     // Signs in with the password-free test number; the connection settling
@@ -221,7 +202,7 @@ public:
     static EventMatch stateIs(const char *type, const char *state)
     {
         return [type, state](const QJsonObject &e) {
-            return ev_type(e) == QLatin1String(type) && str(e, "state") == QLatin1String(state);
+            return str(e, "type") == QLatin1String(type) && str(e, "state") == QLatin1String(state);
         };
     }
 
@@ -248,17 +229,6 @@ private:
                 m_events.append(doc.object());
         }
     }
-    // The events of one type between a command and the answer that ends it.
-    QList<QJsonObject> listing(const QByteArray &command, const char *item, const char *endType,
-                               QJsonObject *end = nullptr)
-    {
-        const int m = post(command);
-        const int e = waitType(m, endType);
-        if (end)
-            *end = m_events.value(e);
-        return ofType(between(m, qMax(m, e)), item);
-    }
-
     QString m_root;
     QProcess m_proc;
     QHash<QString, QString> m_env;

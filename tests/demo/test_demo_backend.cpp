@@ -5,7 +5,6 @@
 
 #include "demo_process.h"
 
-#include <QImage>
 #include <QJsonArray>
 #include <QSet>
 #include <QSqlDatabase>
@@ -43,15 +42,6 @@ qint64 bigChatId(const QList<QJsonObject> &chats)
     return 0;
 }
 
-QJsonObject chipOf(const QJsonObject &message, const QString &emoji)
-{
-    for (const QJsonValue &v : message.value(QStringLiteral("reactions")).toArray()) {
-        if (str(v.toObject(), "emoji") == emoji)
-            return v.toObject();
-    }
-    return QJsonObject();
-}
-
 } // namespace
 
 class TestDemoBackend : public QObject
@@ -68,48 +58,29 @@ class TestDemoBackend : public QObject
     }
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QVERIFY(m_tmp.isValid());
-        QVERIFY(QFileInfo(demo_backend_program()).isExecutable());
-    }
-
     // Numbers ending in 9 ask for the password too (the others sign in
     // through signIn() everywhere); wrong answers leave the state as it was;
     // a finished sign-in is remembered.
     void signInWithPassword()
     {
         const QString root = freshRoot();
-        auto state = [](const char *s) { return DemoProcess::stateIs("auth_state", s); };
-        auto errorFor = [](const char *extra) {
-            return [extra](const QJsonObject &e) {
-                return ev_type(e) == QLatin1String("td_error") &&
-                       str(td_error_json(e), "@extra") == QLatin1String(extra);
-            };
-        };
         {
             DemoProcess p(root);
             QVERIFY(p.start());
-            QVERIFY(!p.ask("phone +44 20 7946 0999", state("WaitCode")).isEmpty());
-            QCOMPARE(str(p.ask("resend", "code_info"), "delivery"), QStringLiteral("sms"));
-            QCOMPARE(str(td_error_json(p.ask("code 12345", errorFor("code"))), "message"),
+            p.send("phone +44 20 7946 0999");
+            QCOMPARE(str(td_error_json(p.ask("code 12345", "td_error")), "message"),
                      QStringLiteral("PHONE_CODE_INVALID"));
-            QVERIFY(!p.ask("code 22222", state("WaitPassword")).isEmpty());
-            QVERIFY(!p.ask("password hunter2", errorFor("password")).isEmpty());
-            QVERIFY(!p.ask("state", state("WaitPassword")).isEmpty());
+            QVERIFY(
+                !p.ask("code 22222", DemoProcess::stateIs("auth_state", "WaitPassword")).isEmpty());
+            QCOMPARE(str(td_error_json(p.ask("password hunter2", "td_error")), "@extra"),
+                     QStringLiteral("password"));
             QVERIFY(str(p.ask("password vexa", "me"), "phone").endsWith("0999"));
             QCOMPARE(p.finish(), 0);
-            // Standard output tells the same story in status lines.
-            const QByteArray out = p.standardOutput();
-            const int ready = out.indexOf("AUTH_STATE Ready\n");
-            QVERIFY(out.startsWith("BACKEND_READY demo\n") && out.contains("NEED password\n"));
-            QVERIFY(ready > 0 && ready < out.indexOf("ME id="));
-            QCOMPARE(p.badLines(), 0);
         }
         DemoProcess again(root);
         QVERIFY(again.start());
-        const int first = again.waitType(0, "auth_state");
-        QCOMPARE(str(again.events().value(first), "state"), QStringLiteral("Ready"));
+        QCOMPARE(str(again.events().value(again.waitType(0, "auth_state")), "state"),
+                 QStringLiteral("Ready"));
         QCOMPARE(again.finish(), 0);
     }
 
@@ -120,7 +91,7 @@ private Q_SLOTS:
         QTest::newRow("service, VEXA_DATA_DIR") << true;
     }
     // Started by hand without any path, locally or as the service, the
-    // backend keeps one account in Vexa's data folder and leaves the current
+    // backend keeps its account in Vexa's data folder and leaves the current
     // folder alone; a second instance on that folder, in either mode, exits
     // with code 9 and leaves the first unharmed. The service takes one
     // command per datagram and runs until it is told to stop.
@@ -140,62 +111,49 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(cwd) && QDir().mkpath(home));
         const QString data =
             service ? base + QStringLiteral("/data") : home + QStringLiteral("/.local/share/vexa");
-        const QDir::Filters all = QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden;
         const QStringList serviceArgs{QStringLiteral("--service")};
-        for (int run = 0; run < 2; ++run) {
-            DemoProcess p(data), second(data);
-            for (DemoProcess *d : {&p, &second}) {
-                d->useDefaultFolders(cwd);
-                d->setEnv(QStringLiteral("HOME"), home);
-                if (service)
-                    d->setEnv(QStringLiteral("VEXA_DATA_DIR"), data);
-            }
-            QVERIFY(p.start(service ? serviceArgs : QStringList()));
-            QVERIFY(p.waitType(0, "backend_ready") >= 0);
-            if (run == 0) {
-                QVERIFY(second.start(service ? QStringList() : serviceArgs));
-                QVERIFY(second.process().waitForFinished(5000));
-                QCOMPARE(second.process().exitCode(), 9);
-                QVERIFY(second.standardOutput().startsWith("FATAL "));
-            }
-            QUdpSocket udp;
-            auto ask = [&](const QByteArray &line, const EventMatch &match) {
-                const int m = p.mark();
-                if (service)
-                    udp.writeDatagram(line, QHostAddress::LocalHost, 47010);
-                else
-                    p.send(line);
-                return p.events().value(p.waitFor(m, match));
-            };
-            // One account: the second start finds the first one's sign-in.
-            if (run == 0)
-                QVERIFY(!ask("phone +15550101", typed("code_info")).isEmpty() &&
-                        !ask("code 22222", DemoProcess::stateIs("auth_state", "Ready")).isEmpty());
-            else
-                QVERIFY(p.waitFor(0, DemoProcess::stateIs("auth_state", "Ready")) >= 0);
-            const QJsonObject chat = ask("chats 1", typed("chat"));
-            QVERIFY(
-                str(ask("download " + num(ev_i64(chat, "photo_small_id")), typed("file")), "path")
-                    .startsWith(p.filesDir()));
-            if (service) {
-                // A smuggled second line is not run.
-                const int m = p.mark();
-                udp.writeDatagram("ping\nchats 3", QHostAddress::LocalHost, 47010);
-                udp.writeDatagram("chats 2", QHostAddress::LocalHost, 47010);
-                const int end = p.waitType(m, "chats_end");
-                QCOMPARE(ofType(p.between(m, end), "chat").size(), 2);
-                QVERIFY(end >= 0 && !hasType(p.between(m, end), "backend_ready"));
-                p.process().terminate();
-                QVERIFY(p.process().waitForFinished(10000));
-                QCOMPARE(p.process().exitCode(), 0);
-                QVERIFY(p.waitType(m, "td_closed", 2000) >= 0);
-            } else {
-                QCOMPARE(p.finish(), 0);
-            }
-            QCOMPARE(integrity(p.dbDir()), QStringLiteral("ok"));
-            QVERIFY(readAll(p.logPath()).contains("[backend] BACKEND_READY\n"));
-            QVERIFY(QDir(cwd).isEmpty(all));
+        DemoProcess p(data), second(data);
+        for (DemoProcess *d : {&p, &second}) {
+            d->process().setWorkingDirectory(cwd);
+            d->setEnv(QStringLiteral("HOME"), home);
+            if (service)
+                d->setEnv(QStringLiteral("VEXA_DATA_DIR"), data);
         }
+        QVERIFY(p.start(service ? serviceArgs : QStringList()));
+        QVERIFY(p.waitType(0, "backend_ready") >= 0);
+        QVERIFY(second.start(service ? QStringList() : serviceArgs));
+        QVERIFY(second.process().waitForFinished(5000));
+        QCOMPARE(second.process().exitCode(), 9);
+        QUdpSocket udp;
+        auto ask = [&](const QByteArray &line, const char *type) {
+            const int m = p.mark();
+            if (service)
+                udp.writeDatagram(line, QHostAddress::LocalHost, 47010);
+            else
+                p.send(line);
+            return p.events().value(p.waitType(m, type));
+        };
+        QVERIFY(!ask("phone +15550101", "code_info").isEmpty() &&
+                !ask("code 22222", "me").isEmpty());
+        if (service) {
+            // A smuggled second line is not run.
+            const int m = p.mark();
+            udp.writeDatagram("ping\nchats 3", QHostAddress::LocalHost, 47010);
+            udp.writeDatagram("chats 2", QHostAddress::LocalHost, 47010);
+            const int end = p.waitType(m, "chats_end");
+            QCOMPARE(ofType(p.between(m, end), "chat").size(), 2);
+            QVERIFY(end >= 0 && ofType(p.between(m, end), "backend_ready").isEmpty());
+            p.process().terminate();
+            QVERIFY(p.process().waitForFinished(10000));
+            QCOMPARE(p.process().exitCode(), 0);
+            QVERIFY(p.waitType(m, "td_closed", 2000) >= 0);
+        } else {
+            QCOMPARE(p.finish(), 0);
+        }
+        QCOMPARE(integrity(p.dbDir()), QStringLiteral("ok"));
+        QVERIFY(readAll(p.logPath()).contains("[backend] BACKEND_READY\n"));
+        const QDir::Filters all = QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden;
+        QVERIFY(QDir(cwd).isEmpty(all));
         QCOMPARE(QDir(home).isEmpty(all), service);
     }
 
@@ -217,9 +175,6 @@ private Q_SLOTS:
                      "pong"));
         const QList<QByteArray> lines = readAll(p.logPath()).split('\n');
         QVERIFY(QFileInfo(p.logPath()).size() <= 4000 && lines.contains("[backend] cmd state"));
-        QVERIFY(QFileInfo(p.logPath() + QStringLiteral(".old")).size() > 0);
-        for (const QByteArray &line : lines)
-            QVERIFY2(line.isEmpty() || line.startsWith("[backend] "), line.constData());
     }
 
     // The first answer to each verb, one row per verb (empty: none before the
@@ -239,7 +194,6 @@ private Q_SLOTS:
         row("signed out: react", false, "react 1003 2 👍 add", "reaction_error", "401");
         row("phone", false, "phone +1 555 CALL", "td_error", "phone");
         row("code", false, "code 22222", "td_error", "code");
-        row("unknown verb", true, "frobnicate 1 2", "td_error", "unknown");
         row("over a megabyte: dropped", true, QByteArray(1200 * 1024, 'A'), "", "");
         row("control bytes", true, QByteArray("\x01\xff\x00\t\r", 5), "td_error", "unknown");
         row("open", true, "open 99999999999999999999999", "td_error",
@@ -247,23 +201,14 @@ private Q_SLOTS:
         row("history", true, "history 1003 60 7", "td_error", "history:1003");
         row("send64", true, "send64 1003 ICA=", "td_error", "send:1003");
         row("sendfile64", true, "sendfile64 1003 " + missing, "td_error", "sendfile:1003");
-        row("sendvoice64", true, "sendvoice64 1003 " + missing + " 0", "td_error",
-            "sendvoice:1003");
         row("edit64", true, "edit64 -1001000000001 1 aGk=", "edit_error", "");
         row("delete", true, "delete 1003 maybe 1", "delete_error", "");
         row("props", true, "props 1003 99999999", "message_properties_error", "");
         row("chat_info", true, "chat_info 55", "chat_info_error", "");
-        row("pinned_list", true, "pinned_list 1003 0", "td_error", "pinned_list:1003");
         row("resolve", true, "resolve nobody_here_at_all", "tg_resolve_error", "");
         row("leave", true, "leave 1003", "action_error", "");
-        row("download", true, "download 999", "td_error", "download:999");
         row("forward", true, "forward 55 1003 1", "td_error", "forward:55");
         row("react", true, "react 1003 999999 👍 add", "reaction_error", "404");
-        row("chat_info answered", true, "chat_info 1003", "chat_info", "");
-        row("pinned_list answered", true, "pinned_list 1003 100", "pinned_list_begin", "");
-        row("resolve answered", true, "resolve @VEXA_Archive", "tg_resolve", "");
-        row("search_server64 answered", true, "search_server64 1003 dmV4YQ== 30", "search_begin",
-            "");
     }
     void firstAnswer()
     {
@@ -277,13 +222,9 @@ private Q_SLOTS:
         // can fall between command and answer.
         QVERIFY(signedIn ? p.signIn() : p.settle() >= 0);
         const QJsonObject first = p.answers(command).value(0);
-        QCOMPARE(ev_type(first), answer);
-        bool isCode = false;
-        const int code = detail.toInt(&isCode);
-        if (isCode)
-            QCOMPARE(first.value(QStringLiteral("code")).toInt(), code);
-        else if (!detail.isEmpty())
-            QCOMPARE(str(td_error_json(first), "@extra"), detail);
+        QCOMPARE(str(first, "type"), answer);
+        QVERIFY(detail.isEmpty() || str(td_error_json(first), "@extra") == detail ||
+                QString::number(first.value(QStringLiteral("code")).toInt()) == detail);
         QCOMPARE(p.finish(), 0);
     }
 
@@ -295,7 +236,6 @@ private Q_SLOTS:
         DemoProcess p(freshRoot());
         QVERIFY(p.start() && p.signIn());
         const qint64 big = bigChatId(p.chats(1000));
-        QVERIFY(big != 0);
         QJsonObject end;
         QList<QJsonObject> page = p.history("history " + num(big) + " 50", &end);
         QVERIFY(page.size() == 50 && flag(end, "clear"));
@@ -314,18 +254,12 @@ private Q_SLOTS:
             page = p.history("history_more " + num(big) + ' ' + num(oldest) + " 50", &end);
             QVERIFY(!end.isEmpty() && !flag(end, "clear"));
         }
-        QCOMPARE(seen.size(), 20000);
-        QCOMPARE(oldest, qint64(1));
-        // "<verb> <id> <first> <last>": the window around the id (40 either side).
-        for (const char *w :
-             {"history_jump 3 1 43", "history_jump 20000 19960 20000", "open 15000 14960 15040"}) {
-            const QList<QByteArray> f = QByteArray(w).split(' ');
-            const QByteArray around = f[0] == "open" ? "" : " 40 40";
-            page = p.history(f[0] + ' ' + num(big) + ' ' + f[1] + around, &end);
-            QVERIFY(flag(end, "clear") && ev_i64(end, "gen") > gen);
-            QCOMPARE(ev_i64(page.first(), "id"), f[2].toLongLong());
-            QCOMPARE(ev_i64(page.last(), "id"), f[3].toLongLong());
-        }
+        QVERIFY(seen.size() == 20000 && oldest == 1);
+        // Opened at a message: the window around it (40 either side), in a
+        // new generation that later pages keep.
+        page = p.history("open " + num(big) + " 15000", &end);
+        QVERIFY(flag(end, "clear") && ev_i64(end, "gen") > gen);
+        QVERIFY(ev_i64(page.first(), "id") == 14960 && ev_i64(page.last(), "id") == 15040);
         const qint64 lastGen = ev_i64(end, "gen");
         QCOMPARE(p.history("history_more " + num(big) + " 5 10", &end).size(), 4);
         QCOMPARE(ev_i64(end, "gen"), lastGen);
@@ -333,20 +267,20 @@ private Q_SLOTS:
         QCOMPARE(p.finish(), 0);
     }
 
-    // What the user changes stays after a restart: a reply in several scripts
-    // and the peer's answer, an edit, a reaction, a chat read, a chat left,
-    // messages deleted for everyone or only for the user, a cleared history.
-    // A forward or delete of more than the service's 100 per request is
-    // carried out whole; ids that are missing or not the user's to delete for
-    // everyone are refused one by one.
+    // What the user changes stays, even through a kill in the middle of a
+    // burst of writes: a reply and the peer's answer, an edit in several
+    // scripts, a reaction, a chat read, a chat left, messages deleted for
+    // everyone or only for the user, a cleared history. A forward or delete
+    // of more than the service's 100 per request is carried out whole; ids
+    // that are missing or not the user's to delete for everyone are refused
+    // one by one.
     void accountChangesPersist()
     {
         const QString root = freshRoot();
-        const QString text = QStringLiteral("Привет\nこんにちは 👋");
-        const QString newText = QStringLiteral("Edited ✎ text");
+        const QString newText = QStringLiteral("Привет\nこんにちは 👋");
         const QString fire = QStringLiteral("🔥");
-        qint64 left = 0, unread = 0, unreadLast = 0, big = 0, others = 0, incoming = 0;
-        qint64 sent = 0, answer = 0, replyTo = 0;
+        qint64 left = 0, unread = 0, big = 0, others = 0, incoming = 0, sent = 0, answer = 0;
+        qint64 replyTo = 0;
         QByteArray ids;
         {
             DemoProcess p(root);
@@ -360,12 +294,11 @@ private Q_SLOTS:
                 } else if (!unread && small && ev_i64(c, "unread_count") > 0 &&
                            ev_i64(c, "id") != 1003) { // 1003 answers what is sent below
                     unread = ev_i64(c, "id");
-                    unreadLast = ev_i64(c, "last_message_id");
+                    p.send("read " + num(unread) + ' ' + num(ev_i64(c, "last_message_id")));
                 }
             }
             QVERIFY(big && left && unread);
-            QVERIFY(hasType(p.answers("leave " + num(left)), "chat_left"));
-            QVERIFY(!p.ask("read " + num(unread) + ' ' + num(unreadLast), "chat_unread").isEmpty());
+            p.send("leave " + num(left));
 
             QByteArray line = "forward 1003 " + num(big);
             for (const QJsonObject &m : p.history("history " + num(big) + " 150")) {
@@ -376,7 +309,7 @@ private Q_SLOTS:
             QCOMPARE(forwarded.size(), 150);
             for (const QJsonObject &e : forwarded)
                 ids += ' ' + num(ev_i64(e, "new_id"));
-            QCOMPARE(ofType(p.answers("delete 1003 all" + ids), "messages_deleted").size(), 1);
+            p.send("delete 1003 all" + ids);
             QList<int> codes;
             for (const QJsonObject &e :
                  ofType(p.answers("delete " + num(big) + " all " + num(others) + " 99999999"),
@@ -387,33 +320,25 @@ private Q_SLOTS:
                 replyTo = ev_i64(m, "id");
                 incoming = incoming || flag(m, "outgoing") ? incoming : replyTo;
             }
-            QVERIFY(hasType(p.answers("delete 1003 self " + num(incoming)), "messages_deleted"));
+            p.send("delete 1003 self " + num(incoming));
 
-            // Pending, acknowledged, sent; then the peer reads it and answers.
+            // Sent, then the peer answers.
             const QList<QJsonObject> answers =
-                p.answers("send64 1003 " + num(replyTo) + ' ' + b64(text));
-            const QJsonObject pending = ofType(answers, "message_new").value(0);
-            QVERIFY(str(pending, "sending_state") == "pending" && str(pending, "text") == text);
-            QCOMPARE(ev_i64(ofType(answers, "message_send_acked").value(0), "id"),
-                     ev_i64(pending, "id"));
-            const QJsonObject done = ofType(answers, "message_send_succeeded").value(0);
-            QCOMPARE(ev_i64(done, "old_id"), ev_i64(pending, "id"));
-            sent = ev_i64(done, "new_id");
-            const QJsonObject reply = ofType(answers, "message_new").value(1);
-            QVERIFY(!flag(reply, "outgoing") && ev_i64(reply, "sender_user_id") == 1003);
-            answer = ev_i64(reply, "id");
+                p.answers("send64 1003 " + num(replyTo) + ' ' + b64(QStringLiteral("hi")));
+            sent = ev_i64(ofType(answers, "message_send_succeeded").value(0), "new_id");
+            answer = ev_i64(ofType(answers, "message_new").value(1), "id");
             QVERIFY(answer > sent && sent > replyTo);
-
-            const QJsonObject upd =
-                p.ask("edit64 1003 " + num(sent) + ' ' + b64(newText), "message_update");
-            QVERIFY(ev_i64(upd, "id") == sent && str(upd, "text") == newText);
-            const QJsonObject chip =
-                chipOf(p.ask("react 1003 " + num(answer) + ' ' + fire.toUtf8() + " add",
-                             "message_reactions"),
-                       fire);
-            QVERIFY(flag(chip, "chosen") && chip.value(QStringLiteral("count")).toInt() == 1);
-            QCOMPARE(p.finish(), 0);
+            p.send("edit64 1003 " + num(sent) + ' ' + b64(newText));
+            p.send("react 1003 " + num(answer) + ' ' + fire.toUtf8() + " add");
+            const int burst = p.mark();
+            QVERIFY(p.settle() >= 0);
+            for (int i = 0; i < 400; ++i)
+                p.send("send64 " + num(big) + ' ' + b64(QStringLiteral("burst %1").arg(i)));
+            QVERIFY(p.waitType(burst, "message_send_succeeded") >= 0);
+            p.process().kill();
+            QVERIFY(p.process().waitForFinished(5000));
         }
+        QCOMPARE(integrity(root + QStringLiteral("/tdlib-db")), QStringLiteral("ok"));
         DemoProcess p(root);
         QVERIFY(p.start());
         const QList<QJsonObject> chats = p.chats(1000);
@@ -421,15 +346,18 @@ private Q_SLOTS:
         QCOMPARE(findBy(chats, "id", unread).value(QStringLiteral("unread_count")), QJsonValue(0));
         const QList<QJsonObject> page = p.history("history 1003 200");
         QCOMPARE(ev_i64(page.last(), "id"), answer);
+        const QJsonArray chips = page.last().value(QStringLiteral("reactions")).toArray();
+        QVERIFY(!flag(page.last(), "outgoing") &&
+                std::any_of(chips.begin(), chips.end(), [&](const QJsonValue &c) {
+                    return str(c.toObject(), "emoji") == fire && flag(c.toObject(), "chosen");
+                }));
         const QJsonObject msg = findBy(page, "id", sent);
         QVERIFY(str(msg, "text") == newText && ev_i64(msg, "edit_date") > 0);
         QVERIFY(!msg.contains(QStringLiteral("sending_state")));
         QCOMPARE(ev_i64(msg, "reply_to_message_id"), replyTo);
-        QVERIFY(flag(chipOf(page.last(), fire), "chosen"));
         QVERIFY(findBy(page, "id", incoming).isEmpty());
         QVERIFY(findBy(page, "id", ids.split(' ').last().toLongLong()).isEmpty());
-        QVERIFY(!findBy(p.history("history " + num(big) + " 150"), "id", others).isEmpty());
-        QVERIFY(!p.ask("clear_history 1003", "history_cleared").isEmpty());
+        p.send("clear_history 1003");
         QCOMPARE(p.finish(), 0);
         DemoProcess again(root);
         QVERIFY(again.start());
@@ -437,161 +365,36 @@ private Q_SLOTS:
         QCOMPARE(again.finish(), 0);
     }
 
-    // What the user may do with a message differs by whose it is, its age
-    // and the chat's kind.
-    void messageProperties()
-    {
-        DemoProcess p(freshRoot());
-        QVERIFY(p.start() && p.signIn());
-        qint64 readOnly = 0;
-        for (const QJsonObject &c : p.chats(1000)) {
-            if (!readOnly && str(c, "chat_type") == QLatin1String("channel") &&
-                !flag(p.ask("chat_info " + num(ev_i64(c, "id")), "chat_info"), "can_send"))
-                readOnly = ev_i64(c, "id");
-        }
-        QVERIFY(readOnly);
-        // "rfdaec": replied, forwarded, deleted for self, for all, edited, copied.
-        const auto props = [&p](qint64 chat, qint64 id) -> QString {
-            const QJsonObject e = p.ask("props " + num(chat) + ' ' + num(id), "message_properties");
-            QString f;
-            for (const char *k :
-                 {"can_be_replied", "can_be_forwarded", "can_be_deleted_only_for_self",
-                  "can_be_deleted_for_all_users", "can_be_edited", "can_be_copied"})
-                f += flag(e, k) ? QLatin1Char("rfdaec"[f.size()]) : QLatin1Char('-');
-            return f;
-        };
-        // The newest own or incoming text of a chat, or the oldest own text
-        // beyond the two days a text can be corrected in.
-        const auto pick = [&p](qint64 chat, bool outgoing, bool old) -> qint64 {
-            qint64 found = 0;
-            const qint64 limit = QDateTime::currentSecsSinceEpoch() - 3 * 86400;
-            for (const QJsonObject &m : p.history("history " + num(chat) + " 200"))
-                if (flag(m, "outgoing") == outgoing && !str(m, "text").isEmpty() &&
-                    str(m, "content_type") == QLatin1String("messageText") &&
-                    (!old || ev_i64(m, "date") < limit))
-                    found = old && found ? found : ev_i64(m, "id");
-            return found;
-        };
-        const qint64 fresh = ev_i64(
-            p.ask("send64 1003 " + b64(QStringLiteral("now")), "message_send_succeeded"), "new_id");
-        QCOMPARE(props(1003, fresh), QStringLiteral("rfdaec"));
-        QCOMPARE(props(1003, pick(1003, true, true)), QStringLiteral("rfda-c"));
-        QCOMPARE(props(readOnly, pick(readOnly, false, false)), QStringLiteral("-f---c"));
-        QCOMPARE(p.finish(), 0);
-    }
-
-    // A download reports progress and lands in the files folder, a second
-    // request is served from the same file, and a file the user sent stays
-    // downloadable after its original is gone. Voice notes must decode.
-    void downloads_data()
-    {
-        QTest::addColumn<bool>("sent");
-        QTest::newRow("voice") << false;
-        QTest::newRow("sent photo") << true;
-    }
+    // A download reports progress and lands in the files folder, and a
+    // second request is served from the same file. Voice notes must decode.
     void downloads()
     {
-        QFETCH(bool, sent);
-        if (!sent && QStandardPaths::findExecutable("opusdec").isEmpty())
+        if (QStandardPaths::findExecutable("opusdec").isEmpty())
             QSKIP("opusdec is not installed");
-        const QString root = freshRoot();
-        DemoProcess p(root);
+        DemoProcess p(freshRoot());
         QVERIFY(p.start() && p.signIn());
         QJsonObject msg;
-        if (sent) {
-            const QString path = root + QStringLiteral("/shot.png");
-            QImage img(64, 48, QImage::Format_RGB32);
-            img.fill(Qt::darkCyan);
-            QVERIFY(img.save(path));
-            msg = p.ask("sendfile64 1003 " + b64(path), "message_new");
-            QVERIFY(hasType(p.between(0, p.settle()), "message_send_succeeded"));
-            QVERIFY(QFile::remove(path));
-        } else {
-            for (const QJsonObject &m :
-                 p.history("history " + num(bigChatId(p.chats(1000))) + " 200"))
-                msg = msg.isEmpty() && str(m, "media_type") == "voice" ? m : msg;
-        }
+        for (const QJsonObject &m : p.history("history " + num(bigChatId(p.chats(1000))) + " 200"))
+            msg = msg.isEmpty() && str(m, "media_type") == "voice" ? m : msg;
         const qint64 fileId = ev_i64(msg, "media_file_id");
-        QVERIFY2(fileId > 0, "no file of that kind in the account");
-
         const int m = p.post("download " + num(fileId));
         const int done = p.waitFor(
             m,
             [fileId](const QJsonObject &e) {
-                return ev_type(e) == QLatin1String("file") && ev_i64(e, "id") == fileId;
+                return str(e, "type") == QLatin1String("file") && ev_i64(e, "id") == fileId;
             },
             30000);
-        QVERIFY(done >= 0);
-        const QString path = str(p.events().at(done), "path");
+        const QString path = str(p.events().value(done), "path");
         const qint64 size = QFileInfo(path).size();
-        QVERIFY(size > 0 && path.startsWith(p.filesDir()));
+        QVERIFY(fileId > 0 && size > 0 && path.startsWith(p.filesDir()));
         QVERIFY(!findBy(ofType(p.between(m, done), "file_progress"), "total", size).isEmpty());
-        if (!sent) {
-            // opusdec decodes every packet: none lost, none broken.
-            const QString wav = path + QStringLiteral(".wav");
-            QCOMPARE(QProcess::execute("opusdec", {"--quiet", "--rate", "48000", path, wav}), 0);
-            const qint64 samples = (QFileInfo(wav).size() - 44) / 2;
-            QVERIFY(qAbs(samples - ev_i64(msg, "media_duration") * 48000) <= 960);
-        }
+        // opusdec decodes every packet: none lost, none broken.
+        const QString wav = path + QStringLiteral(".wav");
+        QCOMPARE(QProcess::execute("opusdec", {"--quiet", "--rate", "48000", path, wav}), 0);
+        const qint64 samples = (QFileInfo(wav).size() - 44) / 2;
+        QVERIFY(qAbs(samples - ev_i64(msg, "media_duration") * 48000) <= 960);
         QCOMPARE(str(p.ask("downloadp " + num(fileId), "file"), "path"), path);
         QCOMPARE(p.finish(), 0);
-    }
-
-    // Without anything asked, people write, rename their groups and call; the
-    // burst makes a seeded stretch of that life happen at once. (Messages
-    // reaching the list: test_demo_session.)
-    void worldActivity()
-    {
-        const QString root = freshRoot();
-        qint64 renamed = 0;
-        QString lastTitle;
-        {
-            DemoProcess p(root);
-            p.setEnv(QStringLiteral("DEMO_LIFE_BURST"), QStringLiteral("300"));
-            QVERIFY(p.start() && p.signIn());
-            const QList<QJsonObject> life = p.between(0, p.settle());
-            QVERIFY(hasType(life, "message_new"));
-            // A call rings with its signalling and ends unanswered.
-            const qint64 callId = ev_i64(ofType(life, "call_update").value(0), "call_id");
-            QStringList states;
-            for (const QJsonObject &c : ofType(life, "call_update"))
-                states << (ev_i64(c, "call_id") == callId ? str(c, "state") : QString());
-            states.removeAll(QString());
-            QCOMPARE(states, (QStringList{"pending", "discarded"}));
-            QVERIFY(!findBy(ofType(life, "call_signaling"), "call_id", callId).isEmpty());
-            const QList<QJsonObject> titles = ofType(life, "chat_title");
-            QVERIFY(!titles.isEmpty());
-            renamed = ev_i64(titles.last(), "chat_id");
-            for (const QJsonObject &e : titles)
-                lastTitle = ev_i64(e, "chat_id") == renamed ? str(e, "title") : lastTitle;
-            QCOMPARE(p.finish(), 0);
-        }
-        DemoProcess again(root);
-        QVERIFY(again.start());
-        QCOMPARE(str(findBy(again.chats(1000), "id", renamed), "title"), lastTitle);
-        QCOMPARE(again.finish(), 0);
-    }
-
-    void killedWhileWritingKeepsDatabase()
-    {
-        const QString root = freshRoot();
-        {
-            DemoProcess p(root);
-            QVERIFY(p.start() && p.signIn());
-            for (int i = 0; i < 400; ++i) {
-                p.send("send64 1003 " + b64(QStringLiteral("burst %1").arg(i)));
-                if (i % 3 == 0)
-                    p.send("react 1003 " + num(1 + i % 20) + " 👍 add");
-            }
-            QVERIFY(p.waitType(0, "message_send_succeeded") >= 0);
-            p.process().kill();
-            QVERIFY(p.process().waitForFinished(5000));
-        }
-        QCOMPARE(integrity(root + QStringLiteral("/tdlib-db")), QStringLiteral("ok"));
-        DemoProcess again(root);
-        QVERIFY(again.start());
-        QVERIFY(!again.history("history 1003 50").isEmpty());
-        QCOMPARE(again.finish(), 0);
     }
 };
 
