@@ -76,6 +76,10 @@ private Q_SLOTS:
                      QStringLiteral("password"));
             QVERIFY(str(p.ask("password vexa", "me"), "phone").endsWith("0999"));
             QCOMPARE(p.finish(), 0);
+            // Standard output tells who signed in, after the state.
+            const QByteArray out = p.standardOutput();
+            const int ready = out.indexOf("AUTH_STATE Ready\n");
+            QVERIFY(ready > 0 && ready < out.indexOf("\nME "));
         }
         DemoProcess again(root);
         QVERIFY(again.start());
@@ -209,6 +213,7 @@ private Q_SLOTS:
         row("leave", true, "leave 1003", "action_error", "");
         row("forward", true, "forward 55 1003 1", "td_error", "forward:55");
         row("react", true, "react 1003 999999 👍 add", "reaction_error", "404");
+        row("react: not allowed here", true, "react 1003 1 🦄 add", "td_error", "react:1003:1");
     }
     void firstAnswer()
     {
@@ -362,6 +367,36 @@ private Q_SLOTS:
         DemoProcess again(root);
         QVERIFY(again.start());
         QVERIFY(again.history("history 1003 30").isEmpty());
+        QCOMPARE(again.finish(), 0);
+    }
+
+    // The simulated people call (a ring with its signalling, unanswered) and rename groups;
+    // a rename stays after a restart.
+    void worldActivity()
+    {
+        const QString root = freshRoot();
+        qint64 renamed = 0;
+        QString title;
+        {
+            DemoProcess p(root);
+            p.setEnv(QStringLiteral("DEMO_LIFE_BURST"), QStringLiteral("300"));
+            QVERIFY(p.start() && p.signIn());
+            const QList<QJsonObject> life = p.between(0, p.settle());
+            QStringList states;
+            for (const QJsonObject &c : ofType(life, "call_update"))
+                states << str(c, "state");
+            QVERIFY(states.contains("pending") && states.contains("discarded"));
+            QVERIFY(!ofType(life, "call_signaling").isEmpty());
+            const QJsonObject first = ofType(life, "chat_title").value(0);
+            renamed = ev_i64(first, "chat_id");
+            for (const QJsonObject &e : ofType(life, "chat_title"))
+                title = ev_i64(e, "chat_id") == renamed ? str(e, "title") : title;
+            QVERIFY(renamed != 0);
+            QCOMPARE(p.finish(), 0);
+        }
+        DemoProcess again(root);
+        QVERIFY(again.start());
+        QCOMPARE(str(findBy(again.chats(1000), "id", renamed), "title"), title);
         QCOMPARE(again.finish(), 0);
     }
 
