@@ -122,14 +122,6 @@ inline double dominant_frequency(const QVector<qint16> &s, int rate)
     return best;
 }
 
-inline double rms(const QVector<qint16> &s)
-{
-    double acc = 0;
-    for (qint16 v : s)
-        acc += double(v) * v;
-    return s.isEmpty() ? 0.0 : std::sqrt(acc / s.size());
-}
-
 struct OggPage
 {
     int headerType = 0;
@@ -209,24 +201,21 @@ inline QByteArray audio_page(const QList<QByteArray> &packets, quint32 sequence)
 
 struct RunResult
 {
-    bool started = false;
-    int exitCode = -1;
+    int exitCode = -1; // -1 also when it did not start or crashed
     QString output;
 };
 
 inline RunResult run(const QString &program, const QStringList &args)
 {
-    RunResult r;
     QProcess p;
     p.setProcessChannelMode(QProcess::MergedChannels);
     p.start(program, args);
-    r.started = p.waitForStarted(5000);
-    if (r.started && !p.waitForFinished(60000))
+    const bool started = p.waitForStarted(5000);
+    if (started && !p.waitForFinished(60000))
         p.kill();
     p.waitForFinished(1000);
-    r.output = QString::fromLocal8Bit(p.readAll());
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    return r;
+    const bool normal = started && p.exitStatus() == QProcess::NormalExit;
+    return {normal ? p.exitCode() : -1, QString::fromLocal8Bit(p.readAll())};
 }
 
 inline bool have_tool(const char *name)

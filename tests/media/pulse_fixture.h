@@ -1,9 +1,8 @@
 #pragma once
 
-// A private PulseAudio server for audio tests, run as a child process: a null
-// sink "vexa_test" that is the default sink, and its monitor as the default
-// source. start() points this process (and so OpenAL and QtMultimedia) at it
-// through a private XDG_RUNTIME_DIR.
+// A private PulseAudio server run as a child: a null sink as the default
+// sink and its monitor as the default source. start() points this process
+// (and so OpenAL and QtMultimedia) at it through a private XDG_RUNTIME_DIR.
 
 #include "common/audio.h"
 

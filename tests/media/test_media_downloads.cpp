@@ -168,27 +168,27 @@ private Q_SLOTS:
     void openFile_data()
     {
         QTest::addColumn<QString>("file");
-        QTest::addColumn<bool>("accepted");
         QTest::addColumn<QString>("mime");
         QTest::addColumn<QString>("mode");
-        auto row = [](const char *name, const char *file, bool accepted, const char *mime,
-                      const char *mode) {
-            QTest::newRow(name) << file << accepted << mime << mode;
-        };
-        row("shared file in place", "shared/documents/x.PDF", true, "application/pdf", "1");
-        row("private file as a copy", "data/cache/y.png", true, "image/png", "2");
-        row("by the last suffix; nothing takes it", "data/cache/z.tar.gz", false,
-            "application/gzip", "2");
-        row("unknown type", "data/cache/z.bin", true, "application/octet-stream", "2");
+        QTest::newRow("shared file in place") << "shared/documents/x.PDF"
+                                              << "application/pdf"
+                                              << "1";
+        QTest::newRow("private file as a copy") << "data/cache/y.png"
+                                                << "image/png"
+                                                << "2";
+        QTest::newRow("by the last suffix") << "data/cache/z.tar.gz"
+                                            << "application/gzip"
+                                            << "2";
+        QTest::newRow("unknown type") << "data/cache/z.bin"
+                                      << "application/octet-stream"
+                                      << "2";
     }
     void openFile()
     {
         QFETCH(QString, file);
-        QFETCH(bool, accepted);
         QFETCH(QString, mime);
         QFETCH(QString, mode);
         const QString path = makeFile(file);
-        m_rec.invoker.setOpenResult(accepted);
         MediaDownloads dl(m_rec.services(), downloads(), shared(), nullptr);
         dl.invokeOpenFile(path);
         dl.invokeOpenFile(path + QStringLiteral(".missing"));
@@ -228,6 +228,71 @@ private Q_SLOTS:
         QVERIFY(dl.onPendingFileDownloaded(72, got + QStringLiteral(".gone"), QString()));
         QCOMPARE(saved.count(), 2);
         QCOMPARE(saved.at(0).at(1).toString(), folder + QStringLiteral("/doc.txt"));
+    }
+
+    // A photo or video that is not here: its viewer opens at once, the file
+    // is asked for with priority, progress and arrival reach the viewer; a
+    // video is saved on arrival as any awaited file, a photo only when asked.
+    void awaitedMediaArrives_data()
+    {
+        QTest::addColumn<bool>("video");
+        QTest::newRow("photo") << false;
+        QTest::newRow("video") << true;
+    }
+    void awaitedMediaArrives()
+    {
+        QFETCH(bool, video);
+        const QString folder = emptyDownloads();
+        MediaDownloads dl(m_rec.services(), folder, shared(), nullptr);
+        QSignalSpy opened(&dl, video ? &MediaDownloads::videoViewerRequested
+                                     : &MediaDownloads::photoViewerRequested);
+        QSignalSpy progress(&dl, &MediaDownloads::pendingProgress);
+        QSignalSpy arrived(&dl,
+                           video ? &MediaDownloads::videoArrived : &MediaDownloads::photoArrived);
+        const auto tap = [&](const QString &path) {
+            if (video)
+                dl.onVideoTapped(path, 70);
+            else
+                dl.onPhotoTapped(path, 70);
+        };
+        tap(QString());
+        QTRY_COMPARE_WITH_TIMEOUT(m_rec.lines, QStringList{QStringLiteral("downloadp 70")}, 3000);
+        dl.onFileProgress(70, 500, 2000);
+        QCOMPARE(progress.count(), 1);
+        const QString path = makeFile(video ? QStringLiteral("70.webm") : QStringLiteral("70.jpg"));
+        QVERIFY(dl.onPendingFileDownloaded(70, path, QString()));
+        QCOMPARE(arrived.count(), 1);
+        QCOMPARE(arrived.at(0).at(1).toString(), path);
+        QCOMPARE(QDir(folder).entryList(QDir::Files).size(), video ? 1 : 0);
+        // Tapped again once it is here: opened on the file, nothing sent.
+        m_rec.clear();
+        tap(path);
+        QCOMPARE(opened.count(), 2);
+        QCOMPARE(opened.at(0).at(1).toString() + '|' + opened.at(1).at(1).toString(), '|' + path);
+        QVERIFY(m_rec.lines.isEmpty());
+    }
+
+    // What the viewers' Save names their copies.
+    void saveViewed_data()
+    {
+        QTest::addColumn<QString>("source");
+        QTest::addColumn<bool>("video");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("photo, suffix lower-cased") << "cache/42.PNG" << false << "photo_42.png";
+        QTest::newRow("no suffix") << "cache/43" << false << "photo_43.jpg";
+        QTest::newRow("video") << "cache/44.webm" << true << "video_44.webm";
+    }
+    void saveViewed()
+    {
+        QFETCH(QString, source);
+        QFETCH(bool, video);
+        QFETCH(QString, expected);
+        const QString folder = emptyDownloads();
+        MediaDownloads dl(m_rec.services(), folder, shared(), nullptr);
+        const QString path = makeFile(source, "picture bytes");
+        const qint64 id = QFileInfo(path).baseName().toLongLong();
+        QCOMPARE(dl.saveViewed(id, path, video), folder + QLatin1Char('/') + expected);
+        QCOMPARE(readAll(folder + QLatin1Char('/') + expected), QByteArray("picture bytes"));
     }
 };
 

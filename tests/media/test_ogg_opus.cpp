@@ -1,6 +1,5 @@
-// The Ogg Opus writer and reader, the library loaders and the recorder's
-// refusals against real libopus, the opus-tools programs, and malformed and
-// hostile files.
+// The Ogg Opus writer and reader against real libopus and opus-tools, and
+// with malformed and hostile files; the recorder's refusals.
 
 #include "common/audio.h"
 #include "media/audio_libs.h"
@@ -215,7 +214,6 @@ private Q_SLOTS:
         Wav out;
         QVERIFY(read_wav(path("rt-out.wav"), out));
         QVERIFY(out.rate == 48000 && out.channels == 1 && out.samples.size() == 100 * 960 - 312);
-        QVERIFY(rms(out.samples) > 3000);
         QVERIFY(qAbs(dominant_frequency(out.samples, 48000) - freq) <= 2);
         if (!voiceGranules) { // a standard file plays elsewhere alike
             QCOMPARE(run("opusdec", {"--rate", "48000", ogg, path("rt-opusdec.wav")}).exitCode, 0);

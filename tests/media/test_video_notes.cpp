@@ -1,7 +1,5 @@
-// Video notes through real GStreamer and a real sound server: the recorder
-// runs its pipeline on a live test picture and the private PulseAudio's
-// monitor, and ffprobe reads back what it wrote. Playing one is tried in
-// the chat, through the real controller.
+// The video-note recorder through real GStreamer on a live test picture and
+// the private PulseAudio's monitor; ffprobe reads back what it wrote.
 
 #include "common/audio.h"
 #include "media/video_note_recorder.h"
