@@ -258,7 +258,6 @@ struct Recorded
         log.clear();
         toaster.clear();
         invoker.clear();
-        invoker.setOpenResult(true);
     }
 };
 

@@ -107,23 +107,28 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("existing");
         QTest::addColumn<QString>("source");
         QTest::addColumn<QString>("suggested");
+        QTest::addColumn<QString>("viewer"); // saved from the photo or video viewer
         QTest::addColumn<QString>("expected");
         auto row = [](const char *name, const QStringList &existing, const char *source,
-                      const char *suggested, const char *expected) {
-            QTest::newRow(name) << existing << source << suggested << expected;
+                      const char *suggested, const char *viewer, const char *expected) {
+            QTest::newRow(name) << existing << source << suggested << viewer << expected;
         };
-        row("numbered after two", {"report.pdf", "report (1).pdf"}, "src/c/x.pdf", "report.pdf",
+        row("numbered after two", {"report.pdf", "report (1).pdf"}, "src/c/x.pdf", "report.pdf", "",
             "report (2).pdf");
-        row("no suffix", {"README"}, "src/d/README", "", "README (1)");
-        row("double suffix", {"a.tar.gz"}, "src/e/a.tar.gz", "", "a.tar (1).gz");
-        row("names without a name", {}, "src/f/  ", "  ", "file_77");
-        row("path cut to its name", {}, "src/g/x", " ../../../escape.txt ", "escape.txt");
+        row("no suffix", {"README"}, "src/d/README", "", "", "README (1)");
+        row("double suffix", {"a.tar.gz"}, "src/e/a.tar.gz", "", "", "a.tar (1).gz");
+        row("names without a name", {}, "src/f/  ", "  ", "", "file_77");
+        row("path cut to its name", {}, "src/g/x", " ../../../escape.txt ", "", "escape.txt");
+        row("photo, suffix lower-cased", {}, "src/h/42.PNG", "", "photo", "photo_77.png");
+        row("photo without a suffix", {}, "src/i/43", "", "photo", "photo_77.jpg");
+        row("video", {}, "src/j/44.webm", "", "video", "video_77.webm");
     }
     void savedNames()
     {
         QFETCH(QStringList, existing);
         QFETCH(QString, source);
         QFETCH(QString, suggested);
+        QFETCH(QString, viewer);
         QFETCH(QString, expected);
         const QString folder = emptyDownloads();
         QDir().mkpath(folder);
@@ -131,7 +136,8 @@ private Q_SLOTS:
             QVERIFY(writeFile(folder + QLatin1Char('/') + e, "old"));
         const QString src = makeFile(source, "new content");
         MediaDownloads dl(m_rec.services(), folder, shared(), nullptr);
-        const QString got = dl.copyFileToSharedDownloads(77, src, suggested);
+        const QString got = viewer.isEmpty() ? dl.copyFileToSharedDownloads(77, src, suggested)
+                                             : dl.saveViewed(77, src, viewer == "video");
         QCOMPARE(got, folder + QLatin1Char('/') + expected);
         QCOMPARE(readAll(got), QByteArray("new content"));
         QVERIFY(QFileInfo::exists(src));
@@ -270,29 +276,6 @@ private Q_SLOTS:
         QCOMPARE(opened.count(), 2);
         QCOMPARE(opened.at(0).at(1).toString() + '|' + opened.at(1).at(1).toString(), '|' + path);
         QVERIFY(m_rec.lines.isEmpty());
-    }
-
-    // What the viewers' Save names their copies.
-    void saveViewed_data()
-    {
-        QTest::addColumn<QString>("source");
-        QTest::addColumn<bool>("video");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("photo, suffix lower-cased") << "cache/42.PNG" << false << "photo_42.png";
-        QTest::newRow("no suffix") << "cache/43" << false << "photo_43.jpg";
-        QTest::newRow("video") << "cache/44.webm" << true << "video_44.webm";
-    }
-    void saveViewed()
-    {
-        QFETCH(QString, source);
-        QFETCH(bool, video);
-        QFETCH(QString, expected);
-        const QString folder = emptyDownloads();
-        MediaDownloads dl(m_rec.services(), folder, shared(), nullptr);
-        const QString path = makeFile(source, "picture bytes");
-        const qint64 id = QFileInfo(path).baseName().toLongLong();
-        QCOMPARE(dl.saveViewed(id, path, video), folder + QLatin1Char('/') + expected);
-        QCOMPARE(readAll(folder + QLatin1Char('/') + expected), QByteArray("picture bytes"));
     }
 };
 

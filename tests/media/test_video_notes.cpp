@@ -133,7 +133,6 @@ private Q_SLOTS:
         } else {
             QCOMPARE(m_rec.toaster.shown().size(), 1);
         }
-        QVERIFY(!rec.isRecording());
         QVERIFY(m_rec.lines.isEmpty());
     }
 };
