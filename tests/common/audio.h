@@ -223,11 +223,6 @@ inline bool have_tool(const char *name)
     return !QStandardPaths::findExecutable(QString::fromLatin1(name)).isEmpty();
 }
 
-inline QString vexa_opus()
-{
-    return qEnvironmentVariable("VEXA_BIN_DIR") + QStringLiteral("/vexa-opus");
-}
-
 // MediaServices whose command lines, log lines, toasts and invocations are
 // kept for the checks.
 struct Recorded
