@@ -68,10 +68,9 @@ private Q_SLOTS:
         const QString ogg = rec.recordingPath();
         // The device delivers before the tone starts; the event loop keeps running meanwhile.
         QTRY_VERIFY_WITH_TIMEOUT(rec.recordedSamples() >= 4800, 10000);
-        QProcess *play = m_pulse.startPaplay(toneFile, this);
+        QScopedPointer<QProcess> play(m_pulse.startPaplay(toneFile, nullptr));
         QTRY_VERIFY_WITH_TIMEOUT(play->state() == QProcess::NotRunning, 15000);
         QCOMPARE(play->exitCode(), 0);
-        delete play;
         // The tail of the tone is still on its way through the server: take 400 ms more.
         const qint64 atEnd = rec.recordedSamples();
         QTRY_VERIFY_WITH_TIMEOUT(rec.recordedSamples() >= qMax<qint64>(72000, atEnd + 19200),
@@ -206,7 +205,6 @@ private Q_SLOTS:
         ++id;
         const QString voice = path(QStringLiteral("v%1%2").arg(id).arg(suffix));
         QVERIFY(QFile::copy(m_voiceOgg, voice));
-        QVERIFY(QDir().mkpath(cacheDir() + QStringLiteral("/voice-wav")));
         const QString wav = cacheDir() + QStringLiteral("/voice-wav/%1.wav").arg(id);
         if (cachedBytes >= 0)
             QVERIFY(writeFile(wav, QByteArray(cachedBytes, 'm')));
