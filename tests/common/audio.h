@@ -10,7 +10,6 @@
 
 #include <QDataStream>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QVector>
@@ -123,26 +122,12 @@ inline double dominant_frequency(const QVector<qint16> &s, int rate)
     return best;
 }
 
-inline double rms(const QVector<qint16> &s, int from = 0, int count = -1)
-{
-    if (count < 0)
-        count = s.size() - from;
-    double acc = 0;
-    int n = 0;
-    for (int i = from; i < from + count && i < s.size(); ++i, ++n)
-        acc += double(s[i]) * s[i];
-    return n ? std::sqrt(acc / n) : 0.0;
-}
-
 struct OggPage
 {
     int headerType = 0;
     qint64 granule = 0;
     quint32 sequence = 0;
-    quint32 checksum = 0;
-    QByteArray lacing;
     QByteArray body;
-    QByteArray raw;
 };
 
 // Splits a whole Ogg file into pages; false on any malformation.
@@ -155,32 +140,17 @@ inline bool parse_pages(const QByteArray &b, QVector<OggPage> &pages)
         p.headerType = quint8(b.at(pos + 5));
         p.granule = qint64(quint64(get_le32(b, pos + 6)) | quint64(get_le32(b, pos + 10)) << 32);
         p.sequence = get_le32(b, pos + 18);
-        p.checksum = get_le32(b, pos + 22);
-        p.lacing = b.mid(pos + 27, quint8(b.at(pos + 26)));
-        int size = 27 + p.lacing.size();
-        for (char c : p.lacing)
+        const QByteArray lacing = b.mid(pos + 27, quint8(b.at(pos + 26)));
+        int size = 27 + lacing.size();
+        for (char c : lacing)
             size += quint8(c);
-        if (p.lacing.size() != quint8(b.at(pos + 26)) || pos + size > b.size())
+        if (lacing.size() != quint8(b.at(pos + 26)) || pos + size > b.size())
             return false;
-        p.raw = b.mid(pos, size);
-        p.body = p.raw.mid(27 + p.lacing.size());
+        p.body = b.mid(pos + 27 + lacing.size(), size - 27 - lacing.size());
         pages.append(p);
         pos += size;
     }
     return true;
-}
-
-// The Ogg checksum written out bit by bit, independent of the table version.
-inline quint32 slow_ogg_crc(QByteArray page)
-{
-    page.replace(22, 4, QByteArray(4, '\0'));
-    quint32 crc = 0;
-    for (char c : page) {
-        crc ^= quint32(quint8(c)) << 24;
-        for (int k = 0; k < 8; ++k)
-            crc = (crc & 0x80000000u) ? (crc << 1) ^ 0x04C11DB7u : (crc << 1);
-    }
-    return crc;
 }
 
 inline QByteArray lacing_for(int len)
@@ -203,7 +173,7 @@ inline QByteArray raw_page(int headerType, const QByteArray &lacing, const QByte
     return p + lacing + body;
 }
 
-inline QByteArray opus_head(int channels, int preSkip)
+inline QByteArray head_page(int channels, int preSkip)
 {
     QByteArray h("OpusHead");
     h.append(char(1));
@@ -211,12 +181,7 @@ inline QByteArray opus_head(int channels, int preSkip)
     put_le(h, quint64(preSkip), 2);
     put_le(h, 48000, 4);
     put_le(h, 0, 3);
-    return h;
-}
-
-inline QByteArray head_page(int channels, int preSkip)
-{
-    return raw_page(2, lacing_for(19), opus_head(channels, preSkip));
+    return raw_page(2, lacing_for(19), h);
 }
 
 inline QByteArray tags_page()
@@ -236,53 +201,26 @@ inline QByteArray audio_page(const QList<QByteArray> &packets, quint32 sequence)
 
 struct RunResult
 {
-    bool started = false;
-    int exitCode = -1;
+    int exitCode = -1; // -1 also when it did not start or crashed
     QString output;
 };
 
 inline RunResult run(const QString &program, const QStringList &args)
 {
-    RunResult r;
     QProcess p;
     p.setProcessChannelMode(QProcess::MergedChannels);
     p.start(program, args);
-    r.started = p.waitForStarted(5000);
-    if (r.started && !p.waitForFinished(60000))
+    const bool started = p.waitForStarted(5000);
+    if (started && !p.waitForFinished(60000))
         p.kill();
     p.waitForFinished(1000);
-    r.output = QString::fromLocal8Bit(p.readAll());
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    return r;
+    const bool normal = started && p.exitStatus() == QProcess::NormalExit;
+    return {normal ? p.exitCode() : -1, QString::fromLocal8Bit(p.readAll())};
 }
 
 inline bool have_tool(const char *name)
 {
     return !QStandardPaths::findExecutable(QString::fromLatin1(name)).isEmpty();
-}
-
-inline QString vexa_opus()
-{
-    return qEnvironmentVariable("VEXA_BIN_DIR") + QStringLiteral("/vexa-opus");
-}
-
-// Peak resident memory of this process in KiB; reset=true first starts a new
-// measurement (false when the kernel does not allow it).
-inline qint64 peak_rss_kib(bool reset = false)
-{
-    if (reset) {
-        QFile c(QStringLiteral("/proc/self/clear_refs"));
-        if (!c.open(QIODevice::WriteOnly) || c.write("5") != 1)
-            return -1;
-    }
-    QFile f(QStringLiteral("/proc/self/status"));
-    if (f.open(QIODevice::ReadOnly)) {
-        for (const QByteArray &line : f.readAll().split('\n')) {
-            if (line.startsWith("VmHWM:"))
-                return line.mid(6).trimmed().split(' ').value(0).toLongLong();
-        }
-    }
-    return -1;
 }
 
 // MediaServices whose command lines, log lines, toasts and invocations are
@@ -315,7 +253,6 @@ struct Recorded
         log.clear();
         toaster.clear();
         invoker.clear();
-        invoker.setOpenResult(true);
     }
 };
 

@@ -1,6 +1,5 @@
-// The Ogg Opus writer and reader, the library loaders and the recorder's
-// refusals against real libopus, the opus-tools and ffmpeg programs, and
-// malformed and hostile files.
+// The Ogg Opus writer and reader against real libopus and opus-tools, and
+// with malformed and hostile files; the recorder's refusals.
 
 #include "common/audio.h"
 #include "media/audio_libs.h"
@@ -10,21 +9,28 @@
 #include "media/voice_file_encoder.h"
 #include "media/voice_recorder.h"
 
-#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QtTest>
 
 using namespace testaudio;
 
-Q_DECLARE_METATYPE(QVector<int>)
-
 class TstOggOpus : public QObject
 {
     Q_OBJECT
     QTemporaryDir m_dir;
-    OpusLib m_opus;
+    OpusLib m_opus{{"libnothere.so", "libopus.so.0"}}; // found past a missing name
 
     QString path(const QString &name) const { return m_dir.filePath(name); }
+    // Peak resident memory in KiB, since the reset when asked for.
+    static qint64 peakRssKib(bool reset)
+    {
+        if (reset && !writeFile(QStringLiteral("/proc/self/clear_refs"), "5", true))
+            return -1;
+        const QByteArray status = readAll(QStringLiteral("/proc/self/status"));
+        const int at = status.indexOf("VmHWM:");
+        return at < 0 ? -1 : status.mid(at + 6).trimmed().split(' ').value(0).toLongLong();
+    }
+    QString vexaOpus() const { return qEnvironmentVariable("VEXA_BIN_DIR") + "/vexa-opus"; }
     // Encoded 20 ms packets of a tone, made with the system libopus.
     QList<QByteArray> encodePackets(int count, int bitrate, int channels = 1)
     {
@@ -43,30 +49,10 @@ class TstOggOpus : public QObject
         api->opus_encoder_destroy(enc);
         return out;
     }
-    // Decodes a file with the client's reader; the sample count, or -1 with error.
-    int decode(const QByteArray &file, QString *error, Wav *out = nullptr)
-    {
-        Wav wav;
-        if (!writeFile(path("in.ogg"), file) ||
-            !decodeOgaOpusToWav(m_opus, path("in.ogg"), path("out.wav"), error) ||
-            !read_wav(path("out.wav"), wav))
-            return -1;
-        if (out)
-            *out = wav;
-        return wav.samples.size();
-    }
-    QVector<OggPage> pagesOf(const QString &file)
-    {
-        QVector<OggPage> pages;
-        if (!parse_pages(readAll(file), pages))
-            pages.clear();
-        return pages;
-    }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(m_dir.isValid());
         // OpenAL Soft, once loaded, finds no sound server: no capture device
         // can open (the refusals below).
         QVERIFY(writeFile(path("client.conf"), "autospawn = no\n"));
@@ -79,27 +65,14 @@ private Q_SLOTS:
                 m_opus.ensure_opus_dyn_api_loaded()->hasEncoder());
     }
 
-    // The values that cut a packet of that size into 255-byte segments.
-    void lacing_data()
-    {
-        QTest::addColumn<int>("size");
-        QTest::addColumn<QVector<int>>("lacing");
-        QTest::newRow("empty") << 0 << QVector<int>{0};
-        QTest::newRow("255") << 255 << QVector<int>{255};
-        QTest::newRow("256") << 256 << QVector<int>{255, 1};
-        QTest::newRow("510: no terminating 0") << 510 << QVector<int>{255, 255};
-        QTest::newRow("600") << 600 << QVector<int>{255, 255, 90};
-    }
+    // A packet that fills its last value to 255 gets no closing 0.
     void lacing()
     {
-        QFETCH(int, size);
-        QFETCH(QVector<int>, lacing);
         QByteArray l;
-        ogg_append_lacing(l, size);
-        QVector<int> got;
-        for (char c : l)
-            got.append(quint8(c));
-        QCOMPARE(got, lacing);
+        ogg_append_lacing(l, 510);
+        ogg_append_lacing(l, 256);
+        ogg_append_lacing(l, 0);
+        QCOMPARE(l, QByteArray("\xff\xff\xff\x01\x00", 5));
     }
 
     void pageFilling_data()
@@ -132,67 +105,26 @@ private Q_SLOTS:
             QVERIFY(w.appendAudioPacket(QByteArray(packetSize, char('a' + i % 26)), &error));
         QVERIFY(w.appendAudioPacket(QByteArray(), &error)); // not stored
         QVERIFY(w.finish(&error));
-        QVERIFY(!w.isOpened());
-        const QVector<OggPage> pages = pagesOf(path("fill.ogg"));
+        QVector<OggPage> pages;
+        QVERIFY(parse_pages(readAll(path("fill.ogg")), pages));
         QCOMPARE(pages.size(), 2 + packetsPerPage.size());
         qint64 total = 0;
         for (int i = 0; i < packetsPerPage.size(); ++i) {
             const OggPage &p = pages[2 + i];
             total += qint64(packetsPerPage[i]) * 960;
             QCOMPARE(p.body.size(), packetsPerPage[i] * packetSize);
-            QByteArray lacing;
-            ogg_append_lacing(lacing, packetSize);
-            QCOMPARE(p.lacing, lacing.repeated(packetsPerPage[i]));
             QCOMPARE(p.granule, qMax<qint64>(0, total - preSkip)); // running count minus pre-skip
             QVERIFY(p.headerType == (i + 1 == packetsPerPage.size() ? 4 : 0) &&
-                    p.sequence == quint32(2 + i) && p.checksum == slow_ogg_crc(p.raw));
+                    p.sequence == quint32(2 + i));
         }
     }
 
-    void fullDiskFailsThePage()
+    void opusMissing()
     {
-        OggOpusWriter w;
         QString error;
-        QVERIFY(w.openForWrite(QStringLiteral("/dev/full"), &error));
-        QVERIFY(!w.writeHeaders(1, &error));
-        // Audio pages fail the same way once the pending page is flushed.
-        for (int i = 0; i < 40; ++i)
-            QVERIFY(w.appendAudioPacket(QByteArray(100, 'a'), nullptr));
-        QString audio, end;
-        QVERIFY(!w.appendAudioPacket(QByteArray(100, 'a'), &audio) && !w.finish(&end));
-        for (const QString &e : {error, audio, end})
-            QCOMPARE(e, QStringLiteral("ogg: write failed"));
-        QVERIFY(!w.isOpened());
-    }
-
-    void opusLoading_data()
-    {
-        QTest::addColumn<QStringList>("names");
-        QTest::addColumn<bool>("decoder"); // without an encoder: the recorder's refusals
-        QTest::newRow("nothing found") << QStringList{"libkelOpus.so.1", "libkelOpus.so"} << false;
-        QTest::newRow("fallback after missing")
-            << QStringList{"libnothere.so", "libopus.so.0"} << true;
-    }
-    void opusLoading()
-    {
-        QFETCH(QStringList, names);
-        QFETCH(bool, decoder);
-        OpusLib lib(names);
-        const OpusDynApi *api = lib.ensure_opus_dyn_api_loaded();
-        QCOMPARE(api != nullptr, decoder);
-        QString error;
-        if (!api) {
-            QVERIFY(!decodeOgaOpusToWav(lib, path("x.ogg"), path("x.wav"), &error));
-            QCOMPARE(error, QStringLiteral("opus: libkelOpus is missing"));
-        } else {
-            // What it loaded decodes a voice note.
-            const QByteArray file =
-                head_page(1, 312) + tags_page() + audio_page(encodePackets(5, 24000), 2);
-            QVERIFY(writeFile(path("load.ogg"), file));
-            QVERIFY2(decodeOgaOpusToWav(lib, path("load.ogg"), path("load.wav"), &error),
-                     qPrintable(error));
-        }
-        QCOMPARE(lib.ensure_opus_dyn_api_loaded(), api);
+        OpusLib none({"libkelOpus.so.1", "libkelOpus.so"});
+        QVERIFY(!decodeOgaOpusToWav(none, path("x.ogg"), path("x.wav"), &error));
+        QCOMPARE(error, QStringLiteral("opus: libkelOpus is missing"));
     }
 
     // The recorder's refusals: no chat, no Opus encoder, no OpenAL, no device.
@@ -204,13 +136,11 @@ private Q_SLOTS:
         QTest::addColumn<QString>("toast");
         const QStringList opus = OpusLib::defaultNames();
         const QStringList al = OpenAlLib::defaultNames();
-        const QStringList none = {"libnothere.so"};
-        const QStringList decoderOnly = {OPUS_DECODER_ONLY_LIB};
         auto row = [](const char *name, qint64 chat, const QStringList &opus, const QStringList &al,
                       const char *toast) { QTest::newRow(name) << chat << opus << al << toast; };
         row("no chat", 0, opus, al, "Select a chat first");
-        row("decoder-only Opus", 1, decoderOnly, al, "Error: Opus encoder unavailable");
-        row("no OpenAL", 1, opus, none, "Microphone: OpenAL unavailable");
+        row("decoder-only Opus", 1, {OPUS_DECODER_ONLY_LIB}, al, "Error: Opus encoder unavailable");
+        row("no OpenAL", 1, opus, {"libnothere.so"}, "Microphone: OpenAL unavailable");
         row("no capture device", 1, opus, al, "Microphone: OpenAL capture not supported");
     }
 
@@ -223,18 +153,13 @@ private Q_SLOTS:
         OpusLib opus(opusNames);
         OpenAlLib openal(openAlNames);
         Recorded rec;
-        const QString data = m_dir.filePath(QStringLiteral("data"));
-        VoiceRecorder recorder(opus, openal, data, rec.services());
-        QSignalSpy changed(&recorder, &VoiceRecorder::voiceRecordingChanged);
+        VoiceRecorder recorder(opus, openal, path("data"), rec.services());
         recorder.setChatId(chatId);
         recorder.startVoiceRecording();
         recorder.startVoiceRecording(); // the same outcome again: nothing is retried
-        QVERIFY(!recorder.voiceRecording());
-        QCOMPARE(rec.toaster.shown(), (QStringList{toast, toast}));
-        QCOMPARE(changed.count(), 0);
         recorder.stopVoiceRecording(true);
+        QCOMPARE(rec.toaster.shown(), (QStringList{toast, toast}));
         QVERIFY(rec.lines.isEmpty());
-        QVERIFY(!QFileInfo::exists(data + QStringLiteral("/cache/voice-out")));
     }
 
     void durationRoundsToTheNearestSecondAtLeastOne()
@@ -263,35 +188,27 @@ private Q_SLOTS:
         QStringList args{"encode", path("rt.wav"), ogg};
         if (voiceGranules)
             args.insert(1, "--voice-note-granules");
-        RunResult r = run(vexa_opus(), args);
+        RunResult r = run(vexaOpus(), args);
         QVERIFY2(r.exitCode == 0, qPrintable(r.output));
-        // Mono Opus at the input rate.
-        const QVector<OggPage> pages = pagesOf(ogg);
-        QVERIFY(pages.size() >= 3);
-        QCOMPARE(pages[0].body.at(9), '\x01');
-        QCOMPARE(int(get_le32(pages[0].body, 12)), rate);
+        QVector<OggPage> pages;
+        QVERIFY(parse_pages(readAll(ogg), pages));
         QCOMPARE(pages.last().granule, qint64(100 * 960 - (voiceGranules ? 312 : 0)));
-        if (have_tool("opusinfo")) {
-            const QString info = run("opusinfo", {ogg}).output;
-            // Voice-note granules leave out the pre-skip, which opusinfo
-            // reports as its one warning; anything else is a defect.
-            for (const QString &l : info.split('\n'))
-                if (l.contains("WARNING") || l.contains("ERROR"))
-                    QVERIFY2(voiceGranules && l.contains("negative granpos"), qPrintable(l));
-            for (const QString &want :
-                 {QStringLiteral("Pre-skip: 312"), QStringLiteral("Channels: 1"),
-                  QStringLiteral("Original sample rate: %1 Hz").arg(rate)})
-                QVERIFY2(info.contains(want), qPrintable(info));
-        }
-        r = run(vexa_opus(), {"decode", ogg, path("rt-out.wav")});
+        // Mono Opus at the input rate. Voice-note granules leave out the
+        // pre-skip, which opusinfo reports as its one warning.
+        const QString info = run("opusinfo", {ogg}).output;
+        for (const QString &l : info.split('\n'))
+            if (l.contains("WARNING") || l.contains("ERROR"))
+                QVERIFY2(voiceGranules && l.contains("negative granpos"), qPrintable(l));
+        for (const QString &want : {QStringLiteral("Pre-skip: 312"), QStringLiteral("Channels: 1"),
+                                    QStringLiteral("Original sample rate: %1 Hz").arg(rate)})
+            QVERIFY2(info.contains(want), qPrintable(info));
+        r = run(vexaOpus(), {"decode", ogg, path("rt-out.wav")});
         QVERIFY2(r.exitCode == 0, qPrintable(r.output));
         Wav out;
         QVERIFY(read_wav(path("rt-out.wav"), out));
         QVERIFY(out.rate == 48000 && out.channels == 1 && out.samples.size() == 100 * 960 - 312);
-        const QVector<qint16> middle = out.samples.mid(9600, 48000);
-        QVERIFY(rms(middle) > 3000);
-        QVERIFY(qAbs(dominant_frequency(middle, 48000) - freq) <= 2);
-        if (!voiceGranules && have_tool("opusdec")) { // a standard file plays elsewhere alike
+        QVERIFY(qAbs(dominant_frequency(out.samples, 48000) - freq) <= 2);
+        if (!voiceGranules) { // a standard file plays elsewhere alike
             QCOMPARE(run("opusdec", {"--rate", "48000", ogg, path("rt-opusdec.wav")}).exitCode, 0);
             Wav theirs;
             QVERIFY(read_wav(path("rt-opusdec.wav"), theirs));
@@ -320,6 +237,8 @@ private Q_SLOTS:
         };
         row("well formed", good, 5 * 960 - 312, "");
         row("audio without tags", head + audio_page(pk, 1), 5 * 960 - 312, "");
+        row("stereo", head_page(2, 312) + audio_page(encodePackets(5, 64000, 2), 1),
+            2 * (5 * 960 - 312), "");
         // 2500 samples: the first two packets and part of the third vanish.
         row("pre-skip spans packets", head_page(1, 2500) + tags_page() + audio_page(pk, 2),
             5 * 960 - 2500, "");
@@ -333,8 +252,6 @@ private Q_SLOTS:
             3 * 960, "");
         row("bad capture pattern on page 2", badSecond, -1, "invalid ogg capture pattern");
         row("missing OpusHead", tags_page() + audio, -1, "missing OpusHead");
-        row("OpusHead too short", raw_page(2, lacing_for(18), opus_head(1, 312).left(18)) + audio,
-            -1, "missing OpusHead");
         row("three channels", head_page(3, 312) + audio, -1, "unsupported channel count");
         row("truncated header", good.left(hdrs + 20), -1, "truncated ogg page header");
         row("truncated segment table", good.left(hdrs + 29), -1, "truncated ogg segment table");
@@ -347,103 +264,62 @@ private Q_SLOTS:
         QFETCH(int, samples);
         QFETCH(QString, error);
         QString got;
-        QCOMPARE(decode(file, &got), samples);
+        Wav wav;
+        QVERIFY(writeFile(path("in.ogg"), file));
+        const bool ok = decodeOgaOpusToWav(m_opus, path("in.ogg"), path("out.wav"), &got);
+        QCOMPARE(ok && read_wav(path("out.wav"), wav) ? wav.samples.size() : -1, samples);
         QCOMPARE(got, error.isEmpty() ? error : QStringLiteral("opus: ") + error);
     }
 
-    void truncatedAtPageBoundaryStillPlays()
-    {
-        QString error;
-        QVERIFY(write_tone_wav(path("cut.wav"), 440, 6.0, 48000, 1));
-        QVERIFY(encode_wav_to_voice_ogg(m_opus, path("cut.wav"), path("cut-full.ogg"), &error));
-        const QVector<OggPage> pages = pagesOf(path("cut-full.ogg"));
-        QVERIFY(pages.size() >= 4);
-        QCOMPARE(qint64(decode(pages[0].raw + pages[1].raw + pages[2].raw, &error)),
-                 pages[2].granule);
-    }
-
+    // 64 MiB of one packet that never ends fail at its bound, without the memory.
     void endlessContinuedPacketIsBounded()
     {
         const QString in = path("endless.ogg");
-        {
-            QFile f(in);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            QVERIFY(f.write(head_page(1, 0)) > 0);
-            // 64 MiB of one packet that never ends.
-            const QByteArray page =
-                raw_page(0, QByteArray(255, char(255)), QByteArray(255 * 255, 'q'));
-            for (int i = 0; i < 1032; ++i)
-                QVERIFY(f.write(page) == page.size());
-        }
-        const qint64 before = peak_rss_kib(true);
+        const QByteArray page = raw_page(0, QByteArray(255, char(255)), QByteArray(255 * 255, 'q'));
+        QVERIFY(writeFile(in, head_page(1, 0)));
+        for (int i = 0; i < 1032; ++i)
+            QVERIFY(writeFile(in, page, true));
+        const qint64 before = peakRssKib(true);
         QString error;
         QVERIFY(!decodeOgaOpusToWav(m_opus, in, path("endless.wav"), &error));
         QCOMPARE(error, QStringLiteral("opus: packet too large"));
-        if (before > 0) {
-            const qint64 grown = peak_rss_kib() - before;
-            QVERIFY2(grown < 16 * 1024, qPrintable(QStringLiteral("grew %1 KiB").arg(grown)));
-        }
-        QFile::remove(in);
+        if (before > 0) // the kernel lets the peak be reset
+            QVERIFY(peakRssKib(false) - before < 16 * 1024);
     }
 
-    void mutatedFilesFailCleanly()
+    // Two-byte packets of six empty 20 ms frames (120 ms each) and a last
+    // granule claiming days: decoding and what is reserved for a player
+    // reading along both stop at the limit.
+    void tinyPacketsStopAtTheLimit()
     {
-        // Random byte changes, cuts and splices of a valid stereo file: every
-        // result either decodes or fails with a reason.
-        const QByteArray good =
-            head_page(2, 312) + tags_page() + audio_page(encodePackets(30, 64000, 2), 2);
-        QRandomGenerator rng(20261122);
-        for (int round = 0; round < 120; ++round) {
-            QByteArray f = good;
-            for (int e = 1 + int(rng.bounded(8)); e > 0; --e) {
-                const int at = int(rng.bounded(f.size()));
-                switch (rng.bounded(3)) {
-                case 0:
-                    f[at] = char(rng.bounded(256));
-                    break;
-                case 1:
-                    f.truncate(at);
-                    break;
-                default:
-                    f.insert(at, f.mid(int(rng.bounded(f.size())), int(rng.bounded(300))));
-                }
-                if (f.isEmpty())
-                    f = good;
-            }
-            QString error;
-            Wav out;
-            if (decode(f, &error, &out) > 0)
-                QVERIFY(error.isEmpty() && (out.channels == 1 || out.channels == 2));
-            else
-                QVERIFY(error.startsWith("opus: "));
+        QByteArray lacing;
+        QByteArray body;
+        for (int i = 0; i < 255; ++i) {
+            lacing += lacing_for(2);
+            body += QByteArray("\xfb\x06", 2);
         }
+        const QString in = path("tiny.ogg");
+        QVERIFY(writeFile(in, head_page(1, 0) + tags_page() +
+                                  raw_page(0, lacing, body, 2, 255 * 5760) +
+                                  raw_page(4, lacing, body, 3, qint64(1) << 39)));
+        const qint64 limit = 3 * 1024 * 1024;
+        OggOpusToWav decoder(m_opus);
+        decoder.setMaxDataBytes(limit);
+        QString error;
+        QVERIFY(decoder.open(in, path("cut.wav"), oggOpusEstimatedPcmBytes(in), &error));
+        QVERIFY(QFileInfo(path("cut.wav")).size() <= 44 + limit);
+        while (decoder.step(1, &error))
+            QVERIFY2(!decoder.atEnd(), "decoded past the limit");
+        QCOMPARE(error, QStringLiteral("opus: too long for a WAV file"));
+        QVERIFY(decoder.decodedBytes() <= limit);
     }
 
-    void toolReportsErrors_data()
+    void toolRefusesOtherRates()
     {
-        QTest::addColumn<QStringList>("args");
-        QTest::addColumn<QString>("message");
-        auto row = [](const char *name, const char *args, const char *message) {
-            QTest::newRow(name) << QString::fromLatin1(args).split(' ', Qt::SkipEmptyParts)
-                                << message;
-        };
-        row("no arguments", "", "usage: vexa-opus");
-        row("decode missing input", "decode @none @out", "opus: cannot open input");
-        row("encode 44.1 kHz", "encode @wav44 @out", "wav: unsupported sample rate 44100");
-    }
-    void toolReportsErrors()
-    {
-        QFETCH(QStringList, args);
-        QFETCH(QString, message);
         QVERIFY(write_tone_wav(path("e44.wav"), 300, 0.5, 44100, 1));
-        const QHash<QString, QString> files = {
-            {"@wav44", "e44.wav"}, {"@none", "no-such"}, {"@out", "e-out"}};
-        for (QString &a : args)
-            if (files.contains(a))
-                a = path(files.value(a));
-        const RunResult r = run(vexa_opus(), args);
-        QVERIFY(r.started && r.exitCode > 0);
-        QVERIFY2(r.output.contains(message), qPrintable(r.output));
+        const RunResult r = run(vexaOpus(), {"encode", path("e44.wav"), path("e-out")});
+        QVERIFY2(r.exitCode > 0 && r.output.contains("wav: unsupported sample rate 44100"),
+                 qPrintable(r.output));
     }
 };
 

@@ -1,10 +1,7 @@
-// Video notes through real GStreamer and a real sound server: the recorder
-// runs its pipeline on a live test picture and the private PulseAudio's
-// monitor, and ffprobe reads back what it wrote. Playing one is tried in
-// the chat, through the real controller.
+// The video-note recorder through real GStreamer on a live test picture and
+// the private PulseAudio's monitor; ffprobe reads back what it wrote.
 
 #include "common/audio.h"
-#include "common/test_util.h"
 #include "media/video_note_recorder.h"
 #include "pulse_fixture.h"
 
@@ -44,8 +41,6 @@ class TstVideoNotes : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        if (!have_tool("pulseaudio") || !have_tool("ffprobe"))
-            QSKIP("pulseaudio or ffprobe is not installed");
         QString error;
         QVERIFY2(m_pulse.start(&error), qPrintable(error));
     }
@@ -78,33 +73,24 @@ private Q_SLOTS:
         QSignalSpy running(&rec, &VideoNoteRecorder::captureStartedChanged);
         QSignalSpy preview(&rec, &VideoNoteRecorder::previewFrame);
         QSignalSpy sent(&rec, &VideoNoteRecorder::sent);
-        QSignalSpy consumed(&rec, &VideoNoteRecorder::replyTargetConsumed);
-        QSignalSpy level(&rec, &VideoNoteRecorder::inputLevelChanged);
         QString error;
         QVERIFY2(rec.startVideoNoteCapture(&error), qPrintable(error));
         QVERIFY2(running.wait(20000), qPrintable(m_rec.log.join(QString())));
         // A tone into the sound server reaches the microphone's level.
         const QString tone = m_dir.filePath(QStringLiteral("tone.wav"));
         QVERIFY(write_tone_wav(tone, 1000, 3.0, 48000, 1));
-        QProcess *paplay = m_pulse.startPaplay(tone, this);
-        const auto loudest = [&] {
-            qreal peak = 0;
-            for (const QList<QVariant> &args : level)
-                peak = qMax(peak, args.at(0).toReal());
-            return peak;
-        };
-        QTRY_VERIFY_WITH_TIMEOUT(loudest() > 0.1, 20000);
+        QScopedPointer<QProcess> paplay(m_pulse.startPaplay(tone, nullptr));
+        qreal loudest = 0;
+        connect(&rec, &VideoNoteRecorder::inputLevelChanged, this,
+                [&loudest](qreal level) { loudest = qMax(loudest, level); });
+        QTRY_VERIFY_WITH_TIMEOUT(loudest > 0.1, 20000);
         // Two seconds of pictures at 30 per second.
         QTRY_VERIFY_WITH_TIMEOUT(rec.framesEncoded() >= 60, 20000);
         QVERIFY(preview.count() > 0 || preview.wait(5000));
-        const QImage frame = preview.last().at(0).value<QImage>();
-        QCOMPARE(frame.size(), QSize(side, side));
+        QCOMPARE(preview.last().at(0).value<QImage>().size(), QSize(side, side));
         const qint64 frames = rec.framesEncoded();
         rec.stopVideoNoteCapture(true);
         QVERIFY2(sent.wait(20000), qPrintable(m_rec.log.join(QString())));
-        QVERIFY(!rec.isRecording());
-        paplay->kill();
-        paplay->waitForFinished(5000);
 
         const QString file = sent.at(0).at(0).toString();
         const QString b64 = QString::fromLatin1(file.toUtf8().toBase64());
@@ -112,8 +98,6 @@ private Q_SLOTS:
             replyTo ? QStringLiteral("%1 4242 %2 %3").arg(verb).arg(replyTo).arg(b64)
                     : QStringLiteral("%1 4242 %2").arg(verb, b64);
         QCOMPARE(m_rec.lines, QStringList{expected});
-        QCOMPARE(consumed.count(), replyTo ? 1 : 0);
-        QVERIFY(QFileInfo(file).fileName().startsWith(QLatin1String("video_note_")));
         double seconds = 0;
         QCOMPARE(ffprobe(file, &seconds),
                  (QStringList{QStringLiteral("aac"), QStringLiteral("h264 %1 %1").arg(side)}));
@@ -137,19 +121,15 @@ private Q_SLOTS:
         VideoNoteRecorder rec(dataDir(), camera, m_rec.services());
         rec.setChatId(4242);
         QSignalSpy running(&rec, &VideoNoteRecorder::captureStartedChanged);
-        QSignalSpy changed(&rec, &VideoNoteRecorder::recordingChanged);
         QCOMPARE(rec.startVideoNoteCapture(), starts);
         if (starts) {
             QVERIFY(running.wait(20000));
             const QString file = rec.recordingPath();
             rec.stopVideoNoteCapture(false);
             QVERIFY(!QFileInfo::exists(file));
-            QCOMPARE(changed.count(), 2);
         } else {
             QCOMPARE(m_rec.toaster.shown().size(), 1);
-            QCOMPARE(changed.count(), 0);
         }
-        QVERIFY(!rec.isRecording());
         QVERIFY(m_rec.lines.isEmpty());
     }
 };
