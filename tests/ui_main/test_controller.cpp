@@ -224,7 +224,7 @@ void TestController::chatRisingToTheTop()
 void TestController::conversationRoundTrip()
 {
     // Tapping the row opens the conversation under the chat's title: its info at once, its
-    // history after the open delay; Back closes it. Sending: test_composer.
+    // history after the open delay; Back closes it. Sending: test_message_actions.
     QVERIFY(loadChats(1));
     ListView *chats = m_spike->chatListView();
     QTest::mouseClick(chats->viewport(), Qt::LeftButton, {},
