@@ -4,6 +4,7 @@
 #include "backend_link/event_intake.h"
 
 #include "common/test_util.h"
+#include "platform/invoker.h"
 
 #include <QElapsedTimer>
 #include <QNetworkDatagram>
@@ -29,6 +30,14 @@ private Q_SLOTS:
     }
     void cleanup() { f.reset(); }
 
+    void initNotificationsStartsTheService()
+    {
+        // The headless service is asked to start, whether or not it answers.
+        makeLink({}, false);
+        f->link->onInitNotifications();
+        QCOMPARE(f->invoker.requests().size(), 1);
+        QCOMPARE(f->invoker.requests().first().kind, RecordingInvoker::Request::InvokeService);
+    }
     void startAttempt_childEnvironment_data()
     {
         // The value of key the child sees, from the inherited environment and the three env files
@@ -42,6 +51,8 @@ private Q_SLOTS:
         };
         row("working folder", "#cwd", {"-", "-", "-", "-"}, "$APP");
         row("fixed entries over inherited", "TDLIB_LOG_VERBOSITY", {"7", "-", "-", "-"}, "2");
+        row("library path replaced", "LD_LIBRARY_PATH", {"/x", "-", "-", "-"}, "$APP");
+        row("inherited passes through", "SOME_VAR", {"x", "-", "-", "-"}, "x");
         row("tg_api over fixed entries", "TG_AUTO_SEND_PHONE", {"-", "1", "-", "-"}, "1");
         row("tg_login over tg_api, UTF-8", "TG_API_ID", {"-", "111", "Zoë Ђорђе", "-"},
             "Zoë Ђорђе");
@@ -214,8 +225,8 @@ private:
         folders.appDir = f->app;
         folders.dataDir = f->data;
         folders.miscDir = f->misc;
-        f->link.reset(
-            new BackendLink(folders, &f->log, &f->intake, nullptr, cleanEnvironment() + extraEnv));
+        f->link.reset(new BackendLink(folders, &f->log, &f->intake, &f->invoker,
+                                      cleanEnvironment() + extraEnv));
     }
     void installBackend() { QVERIFY(installExecutable(FAKE_BACKEND_PATH, f->app + "/td_backend")); }
     QString record(const char *suffix) const { return f->data + "/backend_events.jsonl" + suffix; }
@@ -250,6 +261,7 @@ private:
         QString misc = root.filePath("misc");
         AppLog log;
         EventIntake intake{&log};
+        RecordingInvoker invoker;
         std::unique_ptr<BackendLink> link;
         QUdpSocket port;
     };

@@ -233,7 +233,7 @@ private Q_SLOTS:
                     break;
                 case 2:
                     steps = QStringLiteral("messages_deleted message_ids=");
-                    for (int i = 0; i < 5; ++i)
+                    for (int i = 0; i < 5 && m.size() > 0; ++i)
                         steps += QStringLiteral("%1,").arg(m.messageIdAt(rng.bounded(m.size())));
                     break;
                 case 3:

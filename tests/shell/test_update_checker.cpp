@@ -191,6 +191,9 @@ private Q_SLOTS:
             "", "Version ../1 (build 4) is available.\nDownload now?",
             "C|D|Update downloaded: Vexa_.._1_build4.bar", "Vexa_.._1_build4.bar");
         row("invalid JSON", R"({"build_id": 4, "download_url": )", "", "", "C|J", "");
+        // Qt's reader leaked on a key repeated over an object; such a manifest is refused first.
+        row("repeated key", R"({"build_id": 4, "build_id": {"a": [1]}, "download_url": "x"})", "",
+            "", "C|J", "");
         row("manifest too long",
             QByteArray(R"({"build_id": 4, "download_url": "{HTTPS}/pkg.bar", "pad": "{PAD}"})")
                 .replace("{PAD}", QByteArray(UpdateChecker::kMaxManifestBytes, 'x')),

@@ -11,6 +11,7 @@
 #include "media/voice_file_encoder.h"
 #include "media/voice_player.h"
 #include "media/voice_recorder.h"
+#include "shell/links.h"
 #include "shell/theme.h"
 #include "shell/update_checker.h"
 
@@ -155,8 +156,9 @@ private Q_SLOTS:
         QTest::newRow("converting a voice note to WAV") << "wav" << 4096;
         QTest::newRow("copying a download to the shared folder") << "copy" << 4096;
         QTest::newRow("downloading an update") << "update" << 4096;
-        // The old setting stays whole; the caller logs the error.
+        // The old setting and request stay whole; the caller logs the error.
         QTest::newRow("writing the theme") << "theme" << 0;
+        QTest::newRow("writing an open request") << "hub" << 0;
         // Lines that do not fit are lost whole, never cut.
         QTest::newRow("writing the logs") << "log" << 4096;
     }
@@ -206,6 +208,10 @@ private Q_SLOTS:
             QTRY_VERIFY_WITH_TIMEOUT(m_rec.toaster.last().startsWith("Update download"), 20000);
         } else if (writing == QLatin1String("theme")) {
             QVERIFY(!write_theme_file(small("ui_theme.txt"), false, &error));
+            QVERIFY(!error.isEmpty());
+        } else if (writing == QLatin1String("hub")) {
+            QVERIFY(!write_hub_open_request(m_small, 42, 0, QStringLiteral("test"), &error));
+            QVERIFY(!error.isEmpty());
         } else {
             m_log.setUiDebugLogPath(small("ui_debug.log"));
             for (int i = 0; i < 40; ++i)
@@ -317,6 +323,8 @@ private Q_SLOTS:
             30000));
         ::kill(pid_t(vexa.processId()), SIGTERM);
         QVERIFY(vexa.waitForFinished(30000));
+        QCOMPARE(vexa.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(vexa.exitCode(), 0);
     }
 
     // SIGTERM while a long write runs: the program ends in order and leaves no part of it, and

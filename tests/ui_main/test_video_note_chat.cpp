@@ -14,6 +14,7 @@
 #include "media/video_note_player.h"
 #include "media/video_note_recorder.h"
 #include "media/voice_player.h"
+#include "platform/app_lifecycle.h"
 #include "platform/ui/list_view.h"
 #include "platform/ui/phone_window.h"
 #include "ui_main/ui/ui_tdlib_spike.h"
@@ -128,6 +129,8 @@ private Q_SLOTS:
         // Sliding up locks it; the finger leaves; a tap sends it.
         touch(Touch::Move, 1000);
         touch(Touch::Up, 1000);
+        // Another window takes the focus: the recording goes on.
+        m_spike->lifecycle()->onApplicationStateChanged(Qt::ApplicationInactive);
         QTRY_VERIFY_WITH_TIMEOUT(rec->framesEncoded() >= 30, 20000);
         QVERIFY(rec->isRecording());
         const QString file = rec->recordingPath();
