@@ -221,6 +221,14 @@ private Q_SLOTS:
             QVERIFY(logged.size() > 0 && logged.size() < 40 * 325);
             QCOMPARE(logged.size() % (logged.indexOf('\n') + 1), 0);
         }
+        // The user or the log is told what failed.
+        if (writing == QLatin1String("record") || writing == QLatin1String("wav") ||
+            writing == QLatin1String("copy")) {
+            const QStringList told = m_rec.toaster.shown() + m_rec.log;
+            const QRegularExpression failed(QStringLiteral("fail|error"),
+                                            QRegularExpression::CaseInsensitiveOption);
+            QVERIFY2(!told.filter(failed).isEmpty(), qPrintable(told.join(QLatin1Char('|'))));
+        }
         QMap<QString, QByteArray> now = filesUnder(m_small);
         now.remove(QStringLiteral("ui_debug.log"));
         QCOMPARE(now.keys(), had.keys());
