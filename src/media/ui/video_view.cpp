@@ -59,11 +59,6 @@ private:
 VideoView::VideoView(QWidget *parent) : QWidget(parent)
 {
     setObjectName(QStringLiteral("video_view"));
-    m_player = new QMediaPlayer(this);
-    m_surface = new SoftwareVideoSurface([this](const QImage &frame) { showFrame(frame); }, this);
-    m_player->setVideoOutput(m_surface);
-    m_player->setNotifyInterval(200);
-
     auto *v = new QVBoxLayout(this);
     v->setContentsMargins(0, 0, 0, 0);
     v->setSpacing(0);
@@ -98,6 +93,27 @@ VideoView::VideoView(QWidget *parent) : QWidget(parent)
         if (action != QAbstractSlider::SliderMove && !m_seeking)
             seek(m_seek->sliderPosition());
     });
+    updateControls();
+}
+
+VideoView::~VideoView()
+{
+    if (!m_player)
+        return;
+    m_player->stop();
+    m_player->setVideoOutput(static_cast<QAbstractVideoSurface *>(nullptr));
+}
+
+// The player loads the whole multimedia framework; the viewer exists from the start, so it is
+// made on the first video and not before.
+void VideoView::ensurePlayer()
+{
+    if (m_player)
+        return;
+    m_player = new QMediaPlayer(this);
+    m_surface = new SoftwareVideoSurface([this](const QImage &frame) { showFrame(frame); }, this);
+    m_player->setVideoOutput(m_surface);
+    m_player->setNotifyInterval(200);
     connect(m_player, &QMediaPlayer::stateChanged, this, [this](QMediaPlayer::State s) {
         Q_UNUSED(s)
         updateControls();
@@ -125,13 +141,6 @@ VideoView::VideoView(QWidget *parent) : QWidget(parent)
                 if (e != QMediaPlayer::NoError)
                     Q_EMIT failed(m_player->errorString());
             });
-    updateControls();
-}
-
-VideoView::~VideoView()
-{
-    m_player->stop();
-    m_player->setVideoOutput(static_cast<QAbstractVideoSurface *>(nullptr));
 }
 
 void VideoView::open(const QString &path)
@@ -141,6 +150,7 @@ void VideoView::open(const QString &path)
     m_frame = QImage();
     m_picture->update();
     m_seek->setRange(0, 0);
+    ensurePlayer();
     m_player->setMedia(QUrl::fromLocalFile(path));
     m_player->play();
     updateControls();
@@ -148,15 +158,17 @@ void VideoView::open(const QString &path)
 
 void VideoView::stop()
 {
-    m_player->stop();
-    m_player->setMedia(QMediaContent());
+    if (m_player) {
+        m_player->stop();
+        m_player->setMedia(QMediaContent());
+    }
     m_path.clear();
     updateControls();
 }
 
 void VideoView::togglePlay()
 {
-    if (m_path.isEmpty())
+    if (m_path.isEmpty() || !m_player)
         return;
     if (m_player->state() == QMediaPlayer::PlayingState) {
         m_player->pause();
@@ -169,13 +181,15 @@ void VideoView::togglePlay()
 
 void VideoView::seek(qint64 ms)
 {
+    if (!m_player)
+        return;
     m_atEnd = false;
     m_player->setPosition(qBound<qint64>(0, ms, qMax<qint64>(0, m_player->duration())));
 }
 
 bool VideoView::isPlaying() const
 {
-    return m_player->state() == QMediaPlayer::PlayingState;
+    return m_player && m_player->state() == QMediaPlayer::PlayingState;
 }
 
 void VideoView::setControlSizes(int buttonPx, int iconPx)
@@ -186,12 +200,12 @@ void VideoView::setControlSizes(int buttonPx, int iconPx)
 
 qint64 VideoView::position() const
 {
-    return m_atEnd ? 0 : m_player->position();
+    return m_atEnd || !m_player ? 0 : m_player->position();
 }
 
 qint64 VideoView::duration() const
 {
-    return m_player->duration();
+    return m_player ? m_player->duration() : 0;
 }
 
 void VideoView::showFrame(const QImage &frame)
@@ -202,11 +216,10 @@ void VideoView::showFrame(const QImage &frame)
 
 void VideoView::updateControls()
 {
-    const bool playing = m_player->state() == QMediaPlayer::PlayingState;
+    const bool playing = isPlaying();
     m_play->setIcon(QIcon(playing ? QStringLiteral(":/assets/osicons/ic_pause.png")
                                   : QStringLiteral(":/assets/osicons/ic_play.png")));
     m_play->setProperty("playing", playing);
     m_play->setEnabled(!m_path.isEmpty());
-    m_time->setText(
-        QStringLiteral("%1 / %2").arg(clockText(position()), clockText(m_player->duration())));
+    m_time->setText(QStringLiteral("%1 / %2").arg(clockText(position()), clockText(duration())));
 }

@@ -40,6 +40,7 @@ Q_SIGNALS:
 
 private:
     class Picture;
+    void ensurePlayer();
     void showFrame(const QImage &frame);
     void updateControls();
 

@@ -297,6 +297,7 @@ private:
     DesktopNotifications *m_notifications = nullptr;
     MessageNotifier *m_notifier = nullptr;
     bool m_notificationFailureLogged = false;
+    bool m_mediaFrameworkRequested = false;
 
     // The top-level window; the screens live inside it.
     std::unique_ptr<PhoneWindow> m_window;

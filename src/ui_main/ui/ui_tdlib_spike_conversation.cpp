@@ -65,6 +65,26 @@ void UiTdlibSpike::buildConversation()
     m_downloads->setListView(m_messageListView);
     m_voicePlayer->setListView(m_messageListView);
     m_videoNotePlayer->setListView(m_messageListView);
+    // The media framework starts in the background once a voice or round note comes into a
+    // chat, shortly after it is drawn, so that the first tap plays at once. It costs some 8 MB,
+    // which chats without such notes do not pay.
+    const auto prepareMediaFor = [this](int first, int last) {
+        for (int i = first; i <= last && !m_mediaFrameworkRequested; ++i) {
+            const QString type =
+                m_messageRows->value(i).value(QStringLiteral("media_type")).toString();
+            if (type == QLatin1String("voice") || type == QLatin1String("video_note")) {
+                m_mediaFrameworkRequested = true;
+                QTimer::singleShot(500, m_voicePlayer, &VoicePlayer::prepare);
+                QTimer::singleShot(600, m_videoNotePlayer, &VideoNotePlayer::prepare);
+            }
+        }
+    };
+    connect(m_messageRows, &QAbstractItemModel::rowsInserted, this,
+            [prepareMediaFor](const QModelIndex &, int first, int last) {
+                prepareMediaFor(first, last);
+            });
+    connect(m_messageRows, &QAbstractItemModel::modelReset, this,
+            [this, prepareMediaFor] { prepareMediaFor(0, m_messageRows->size() - 1); });
     m_videoNotePreview = new VideoNoteRecordPreview(m_chatScreen);
     m_videoNotePreview->hide();
     m_videoNoteOverlayTimer = new QTimer(this);
@@ -764,10 +784,6 @@ void UiTdlibSpike::onChatOpened(qint64 chatId, const QString &title, const QVari
     m_voicePlayer->stopVoicePlayback();
     m_videoNotePlayer->stopVideoNotePlayback();
     m_downloads->setFilePendingFileId(0);
-    // The media framework starts in the background once, after the chat is
-    // drawn, so that the first tap on a voice note plays at once.
-    QTimer::singleShot(500, m_voicePlayer, &VoicePlayer::prepare);
-    QTimer::singleShot(600, m_videoNotePlayer, &VideoNotePlayer::prepare);
 
     const QString avatarPath = chatRow.value(QStringLiteral("avatar_path")).toString();
     m_chatScreen->setTitle(title);
