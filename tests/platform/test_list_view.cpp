@@ -10,7 +10,7 @@ namespace {
 struct RowWidget : QWidget
 {
     QSize sizeHint() const override { return QSize(100, h); }
-    int h = 10, id = -1;
+    int h = 10, id = -1, settled = 10;
 };
 
 // Heights between 30 and 119 pixels that differ from row to row.
@@ -33,7 +33,10 @@ struct Fixture : ListItemProvider
 {
     ArrayDataModel model;
     ListView view;
-    QList<int> updates; // rows bound, in order
+    QList<int> updates;     // rows bound, in order
+    bool tallFirst = false; // a row first measures three times its height, as a picture bubble
+                            // does before its picture is scaled
+    QSet<int> measured;
 
     Fixture(int rows, int estimate = 0)
     {
@@ -52,7 +55,11 @@ struct Fixture : ListItemProvider
     {
         auto *w = static_cast<RowWidget *>(item);
         w->id = data.value("id").toInt();
-        w->h = data.value("h").toInt();
+        w->h = w->settled = data.value("h").toInt();
+        if (tallFirst && !measured.contains(w->id)) {
+            measured.insert(w->id);
+            w->h *= 3;
+        }
         updates.append(path.value(0).toInt());
     }
     RowWidget *item(int row) const { return static_cast<RowWidget *>(view.itemWidget(row)); }
@@ -93,6 +100,36 @@ class TestListView : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
+    // Scrolling up over rows measured again at another height while they sit at the top,
+    // partly scrolled past: what is below stays put, so each step moves the view by the step.
+    void remeasuredTopRowKeepsTheRestInPlace()
+    {
+        Fixture f(200);
+        f.tallFirst = true;
+        const auto settle = [&f](int row) {
+            RowWidget *w = f.item(row);
+            if (w && w->h != w->settled) {
+                w->h = w->settled;
+                w->updateGeometry(); // the row asks to be measured again
+            }
+            QCoreApplication::sendPostedEvents();
+            f.view.layoutNow();
+        };
+        f.view.scrollToItem({150}, false);
+        f.view.layoutNow();
+        for (int row : f.view.visibleRows())
+            settle(row);
+        for (int step = 0; step < 40; ++step) {
+            const int ref = f.view.visibleRows().value(1);
+            QVERIFY(f.item(ref));
+            const int before = f.yOf(ref);
+            f.scrollBy(-20);
+            f.view.layoutNow();
+            settle(f.view.visibleRows().value(0)); // its picture arrives
+            QCOMPARE(f.yOf(ref), before + 20);
+        }
+    }
+
     // Scrolling thousands of rows reuses the widgets of one screen or so.
     void onlyVisibleRowsGetWidgets()
     {

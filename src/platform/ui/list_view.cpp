@@ -310,12 +310,23 @@ void ListView::doLayout()
     for (int pass = 0; !fromEnd && pass < 8; ++pass) {
         m_anchorRow = qBound(0, m_anchorRow, m_heights.size() - 1);
         m_anchorOffset = qMax(0, m_anchorOffset);
+        const int anchor = m_anchorRow;
+        const int anchorHeight = m_heights.height(anchor);
         qint64 y = -m_anchorOffset;
         for (int r = m_anchorRow; r < m_heights.size() && y < vh; ++r) {
             bind(r, width);
             y += m_heights.height(r);
         }
         maybeAdoptEstimate();
+        if (m_anchorOffset > 0 && anchor < m_heights.size() &&
+            m_heights.height(anchor) != anchorHeight) {
+            // The row at the top, partly scrolled past, changed height as it was measured
+            // again (a picture still loading): keep the part of it on screen, so that what is
+            // below it stays where the user sees it.
+            const int height = m_heights.height(anchor);
+            m_anchorOffset = int(qBound<qint64>(0, qint64(m_anchorOffset) + height - anchorHeight,
+                                                qMax(0, height - 1)));
+        }
         m_anchorRow = qBound(0, m_anchorRow, m_heights.size() - 1);
         top = m_heights.offsetOf(m_anchorRow) + m_anchorOffset;
         const qint64 maxTop = qMax<qint64>(0, m_heights.total() - vh);
