@@ -52,6 +52,22 @@ QString numbers(const QSignalSpy &spy)
     return QStringLiteral("1..%1").arg(spy.count());
 }
 
+// The client's intake polling an events file in a folder of its own, and what it delivers.
+struct Reader
+{
+    QTemporaryDir dir;
+    QString events = dir.filePath(QStringLiteral("backend_events.jsonl"));
+    AppLog log;
+    EventIntake intake{&log};
+    QSignalSpy spy{&intake, &EventIntake::eventReceived};
+
+    Reader()
+    {
+        intake.setEventsFilePath(events);
+        intake.startPolling();
+    }
+};
+
 } // namespace
 
 class TestIntakeFaults : public QObject
@@ -69,13 +85,9 @@ private Q_SLOTS:
     {
         QFETCH(int, upTo);
         QFETCH(int, killAt);
-        QTemporaryDir dir;
-        const QString events = dir.filePath(QStringLiteral("backend_events.jsonl"));
-        AppLog log;
-        EventIntake intake(&log);
-        intake.setEventsFilePath(events);
-        intake.startPolling();
-        QSignalSpy spy(&intake, &EventIntake::eventReceived);
+        Reader r;
+        const QString &events = r.events;
+        QSignalSpy &spy = r.spy;
         QProcess writer;
         startWriter(writer, events, 1, upTo);
         QVERIFY(waitFor(
@@ -88,20 +100,20 @@ private Q_SLOTS:
         const int whole = readAll(events).count('\n');
         QVERIFY(waitFor([&] { return spy.count() >= whole; }, 30000));
         QCOMPARE(numbers(spy), QStringLiteral("1..%1").arg(whole));
-        QVERIFY(!log.buffer().contains(QStringLiteral("parse error")));
+        QVERIFY(!r.log.buffer().contains(QStringLiteral("parse error")));
         // The next backend (a service started anew) appends to the same file: its events arrive
         // whole, and the dead half line, ended by it, is reported and dropped.
         spy.clear();
         QProcess next;
         next.setEnvironment(cleanEnvironment()
-                            << "VEXA_DATA_DIR=" + dir.path() << "BACKEND_EVENTS_FILE=" + events
+                            << "VEXA_DATA_DIR=" + r.dir.path() << "BACKEND_EVENTS_FILE=" + events
                             << "DEMO_SPEED=0");
         next.start(QStringLiteral(TD_BACKEND_PATH), QStringList());
         next.closeWriteChannel(); // it answers what is pending and ends
         QVERIFY(next.waitForFinished(30000));
         QVERIFY(waitFor([&] { return texts(spy).contains(QStringLiteral("td_closed")); }, 30000));
         QCOMPARE(texts(spy).first(), QStringLiteral("backend_ready"));
-        QCOMPARE(log.buffer().count(QStringLiteral("[event] json parse error\n")),
+        QCOMPARE(r.log.buffer().count(QStringLiteral("[event] json parse error\n")),
                  readAll(events).count("\"n\":\n"));
     }
 
@@ -116,13 +128,9 @@ private Q_SLOTS:
     void fileChangedUnderReader()
     {
         QFETCH(QString, fault);
-        QTemporaryDir dir;
-        const QString events = dir.filePath(QStringLiteral("backend_events.jsonl"));
-        AppLog log;
-        EventIntake intake(&log);
-        intake.setEventsFilePath(events);
-        intake.startPolling();
-        QSignalSpy spy(&intake, &EventIntake::eventReceived);
+        Reader r;
+        const QString &events = r.events;
+        QSignalSpy &spy = r.spy;
         QProcess writer;
         startWriter(writer, events, 1, 50);
         QVERIFY(waitFor([&] { return spy.count() >= 50; }, 30000));
@@ -147,7 +155,7 @@ private Q_SLOTS:
         next.kill();
         next.waitForFinished();
         QCOMPARE(numbers(spy), QStringLiteral("1..%1").arg(from + 49));
-        QVERIFY(!log.buffer().contains(QStringLiteral("parse error")));
+        QVERIFY(!r.log.buffer().contains(QStringLiteral("parse error")));
     }
 };
 

@@ -318,16 +318,15 @@ void ListView::doLayout()
             y += m_heights.height(r);
         }
         maybeAdoptEstimate();
-        if (m_anchorOffset > 0 && anchor < m_heights.size() &&
-            m_heights.height(anchor) != anchorHeight) {
-            // The row at the top, partly scrolled past, changed height as it was measured
-            // again (a picture still loading): keep the part of it on screen, so that what is
-            // below it stays where the user sees it.
-            const int height = m_heights.height(anchor);
+        m_anchorRow = qBound(0, m_anchorRow, m_heights.size() - 1);
+        const int height = m_heights.height(m_anchorRow);
+        if (m_anchorOffset > 0 && m_anchorRow == anchor && height != anchorHeight) {
+            // The row at the top, partly scrolled past, was measured again at another height (a
+            // picture still loading): keep the part of it on screen, so that what is below it
+            // stays where the user sees it.
             m_anchorOffset = int(qBound<qint64>(0, qint64(m_anchorOffset) + height - anchorHeight,
                                                 qMax(0, height - 1)));
         }
-        m_anchorRow = qBound(0, m_anchorRow, m_heights.size() - 1);
         top = m_heights.offsetOf(m_anchorRow) + m_anchorOffset;
         const qint64 maxTop = qMax<qint64>(0, m_heights.total() - vh);
         if (top > maxTop) {
@@ -335,8 +334,9 @@ void ListView::doLayout()
             fromEnd = true;
             break;
         }
-        if (m_anchorOffset > 0 && m_anchorOffset >= m_heights.height(m_anchorRow)) {
-            // The anchor row shrank under its offset: anchor again.
+        if (m_anchorOffset > 0 && m_anchorOffset >= height) {
+            // The row at the anchor is shorter than the offset (the model shrank under it):
+            // anchor again where the top is.
             m_anchorRow = m_heights.rowAt(top);
             m_anchorOffset = int(top - m_heights.offsetOf(m_anchorRow));
             continue;
