@@ -118,8 +118,8 @@ int main(int argc, char **argv)
         // A new cache folder makes the next tap a first play.
         const QString cache = dir.filePath(QStringLiteral("cache%1").arg(r));
         VoicePlayer player(opus, nullptr, cache, services, &listView);
-        // As the client does when a chat opens: the player exists, and the
-        // media framework had the time to start before the first tap.
+        // As the client does when a chat opens: the media framework had the
+        // time to start before the first tap, which makes the player.
         QElapsedTimer prep;
         prep.start();
         player.prepare();

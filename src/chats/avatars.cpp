@@ -21,7 +21,7 @@ constexpr int kBadgeAlpha = 128;
 
 // A filled, antialiased rounded rectangle on transparency.
 bool save_rounded_rect_png(const QString &file, int width, int height, int radius,
-                           const QColor &color, QImage *drawn = nullptr)
+                           const QColor &color)
 {
     QImage img(width, height, QImage::Format_ARGB32_Premultiplied);
     img.fill(Qt::transparent);
@@ -32,11 +32,7 @@ bool save_rounded_rect_png(const QString &file, int width, int height, int radiu
         p.setBrush(color);
         p.drawRoundedRect(QRectF(0, 0, width, height), radius, radius, Qt::AbsoluteSize);
     }
-    if (!img.save(file, "PNG"))
-        return false;
-    if (drawn)
-        *drawn = img;
-    return true;
+    return img.save(file, "PNG");
 }
 
 } // namespace
@@ -168,7 +164,7 @@ QString ensureRoundedAvatarPng(qint64 fileId, const QString &path, const QString
 }
 
 QString ensure_bubble_bg_png(int width, int height, int radius, const QColor &color,
-                             const QString &cacheDir, QImage *drawn)
+                             const QString &cacheDir)
 {
     if (width < 1 || width > 2048 || height < 1 || height > 2048 || radius < 1) {
         return QString();
@@ -188,7 +184,7 @@ QString ensure_bubble_bg_png(int width, int height, int radius, const QColor &co
     if (!QDir().mkpath(cacheDir)) {
         return QString();
     }
-    return save_rounded_rect_png(file, width, height, radius, color, drawn) ? file : QString();
+    return save_rounded_rect_png(file, width, height, radius, color) ? file : QString();
 }
 
 QString ensure_unread_badge_png(const QString &cacheDir)

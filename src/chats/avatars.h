@@ -39,11 +39,9 @@ QString rounded_avatar_cache_path(const QString &path, const QString &dataDir);
 
 // A width x height rounded rectangle in one colour, saved once as
 // cacheDir + "/bubble_bg_WxH_rR_cAARRGGBB.png". Empty for sizes outside
-// 1..2048 or a radius below 1, or when the file cannot be written. When the
-// file is made by this call and drawn is given, drawn receives the image, so
-// that the caller can paint it without reading the file back.
+// 1..2048 or a radius below 1, or when the file cannot be written.
 QString ensure_bubble_bg_png(int width, int height, int radius, const QColor &color,
-                             const QString &cacheDir, QImage *drawn = nullptr);
+                             const QString &cacheDir);
 
 // Background of the unread counter, made once per process in cacheDir
 // ("unread_badge_bg_rr_56_r10_a128.png").

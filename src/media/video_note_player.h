@@ -39,9 +39,6 @@ public:
     void setListView(QObject *listView) { m_listView = listView; }
     void setLocalPathLookup(const LocalPathLookup &lookup) { m_lookup = lookup; }
 
-    // Creates the media player ahead of the first tap (its first start is
-    // slow).
-    void prepare() { ensurePlayer(); }
     // A tap on a note's circle: play, pause or resume it, or fetch it first.
     void onVideoNoteTapped(const QString &path, long long fileId, long long messageId);
     void startVideoNotePlayback(long long fileId, const QString &path, long long messageId);

@@ -199,6 +199,16 @@ void VoicePlayer::finishConversion()
 
 void VoicePlayer::prepare()
 {
+    if (m_prepared)
+        return;
+    m_prepared = true;
+    QString error;
+    if (!start_media_framework(&error))
+        m_services.log(QStringLiteral("voice: media framework did not start: %1\n").arg(error));
+}
+
+void VoicePlayer::ensurePlayer()
+{
     if (m_player)
         return;
     m_player = m_factory(this);
@@ -217,7 +227,7 @@ void VoicePlayer::startVoicePlayback(long long fileId, const QString &path)
 {
     if (fileId < 1 || !is_regular_file(path))
         return;
-    prepare();
+    ensurePlayer();
 
     if (fileId == m_playingFileId) {
         if (m_player->mediaState() == MediaPlayer::Started)

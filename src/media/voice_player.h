@@ -37,9 +37,11 @@ public:
     // Known local media paths by file id (filled from "file" events).
     void setLocalPathLookup(const LocalPathLookup &lookup) { m_lookup = lookup; }
 
-    // Creates the platform player ahead of the first tap: the media
-    // framework's first start takes over a second.
+    // Starts the media framework ahead of the first tap (its first start
+    // holds up the first play by over a second); the player itself is still
+    // made on first use.
     void prepare();
+    bool isPrepared() const { return m_prepared; }
     void startVoicePlayback(long long fileId, const QString &path);
     void onVoiceTapped(const QString &path, long long fileId);
     void stopVoicePlayback();
@@ -78,6 +80,7 @@ Q_SIGNALS:
     void videoNotePlaybackStopRequested();
 
 private:
+    void ensurePlayer();
     void setPlayingFileId(long long fileId);
     // Stores a file id, publishes it and refreshes the old and the new row.
     void replaceFileId(long long &slot, long long fileId, const char *property);
@@ -93,6 +96,7 @@ private:
     PlayerFactory m_factory;
     LocalPathLookup m_lookup;
     MediaPlayer *m_player = nullptr;
+    bool m_prepared = false;
     long long m_playingFileId = 0;
     QStringList m_playingPaths;
     // The conversion that runs while its note plays.

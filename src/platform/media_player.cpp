@@ -2,6 +2,20 @@
 
 #include <QMediaPlayer>
 
+#include <gst/gst.h>
+
+bool start_media_framework(QString *error)
+{
+    GError *gerror = nullptr;
+    if (gst_init_check(nullptr, nullptr, &gerror))
+        return true;
+    if (error)
+        *error = gerror ? QString::fromUtf8(gerror->message) : QStringLiteral("unknown error");
+    if (gerror)
+        g_error_free(gerror);
+    return false;
+}
+
 QString MediaPlayer::mediaStateName(int state)
 {
     switch (state) {

@@ -5,6 +5,13 @@
 
 class QMediaPlayer;
 
+// Starts the media framework (GStreamer) without making a player. In a fresh
+// process the first play waits well over a second unless the framework was
+// started about a second before; a player made after that plays at once, and
+// the few megabytes a player costs are paid only when something plays.
+// False, with the reason, when the framework cannot start.
+bool start_media_framework(QString *error);
+
 // The phone's media player as the voice notes use it: a source URL, play,
 // pause, stop, reset, and the state numbers 0 Unprepared, 1 Prepared,
 // 2 Started, 3 Paused, 4 Stopped.

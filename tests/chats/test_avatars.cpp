@@ -114,23 +114,19 @@ private Q_SLOTS:
         const QColor color = QColor::fromRgba(v[3].toUInt(nullptr, 16));
         QTemporaryDir dir;
         const QString cache = dir.filePath(QStringLiteral("ui-cache"));
-        QImage image;
-        const QString path = ensure_bubble_bg_png(w, h, r, color, cache, &image);
+        const QString path = ensure_bubble_bg_png(w, h, r, color, cache);
         if (!drawn) {
-            QVERIFY(path.isEmpty() && image.isNull());
+            QVERIFY(path.isEmpty());
             return;
         }
         // Colours whose digits would run together unpadded get files of their own.
-        QVERIFY(ensure_bubble_bg_png(w, h, r, QColor(1, 0x2a, 3), cache, nullptr) !=
-                ensure_bubble_bg_png(w, h, r, QColor(0x12, 0x0a, 3), cache, nullptr));
+        QVERIFY(ensure_bubble_bg_png(w, h, r, QColor(1, 0x2a, 3), cache) !=
+                ensure_bubble_bg_png(w, h, r, QColor(0x12, 0x0a, 3), cache));
         const QImage img(path);
         QCOMPARE(img.size(), QSize(w, h));
         if (r > 2)
             QCOMPARE(qAlpha(img.pixel(0, 0)), 0);
         QVERIFY(qAbs(img.pixelColor(w / 2, h / 2).alpha() - color.alpha()) <= 1);
-        // The image handed back is the one in the file.
-        QCOMPARE(image.convertToFormat(QImage::Format_ARGB32),
-                 img.convertToFormat(QImage::Format_ARGB32));
     }
     void unreadBadge()
     {

@@ -236,7 +236,7 @@ void TestController::conversationRoundTrip()
     QVERIFY(showHistory());
     // A voice note coming into the chat brings the media framework in ahead of a tap.
     feed(R"({"type":"message_new","chat_id":1,"id":12,"media_type":"voice","media_file_id":5})");
-    QVERIFY(waitFor([&] { return m_spike->voicePlayer()->player() != nullptr; }));
+    QVERIFY(waitFor([&] { return m_spike->voicePlayer()->isPrepared(); }));
     Q_EMIT m_spike->chatScreen()->backRequested();
     QCOMPARE(sent("close 1"), 1);
     QCOMPARE(m_spike->screens()->currentScreen(), ShellScreens::Screen::Main);
