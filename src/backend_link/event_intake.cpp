@@ -42,7 +42,8 @@ bool EventIntake::readChannel(int channel)
     bool any = false;
     while (m_process) {
         m_process->setReadChannel(QProcess::ProcessChannel(channel));
-        const QByteArray bytes = m_process->read(kSlice);
+        // read(n) sets aside n bytes first: ask only for what is there.
+        const QByteArray bytes = m_process->read(qMin(kSlice, m_process->bytesAvailable()));
         if (bytes.isEmpty())
             break;
         any = true;

@@ -17,14 +17,20 @@ QString osicon_path(const QString &fileName)
     return QStringLiteral(":/assets/osicons/") + fileName;
 }
 
-QImage tinted_osicon(const QString &fileName, const QColor &color, const QSize &size)
+QImage osicon_image(const QString &fileName, const QSize &size)
 {
     QImage img(osicon_path(fileName));
+    if (img.isNull() || !size.isValid() || img.size() == size)
+        return img;
+    return img.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+}
+
+QImage tinted_osicon(const QString &fileName, const QColor &color, const QSize &size)
+{
+    QImage img = osicon_image(fileName, size);
     if (img.isNull())
         return img;
     img = img.convertToFormat(QImage::Format_ARGB32_Premultiplied);
-    if (size.isValid())
-        img = img.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
     QPainter p(&img);
     p.setCompositionMode(QPainter::CompositionMode_SourceIn);
     p.fillRect(img.rect(), color);

@@ -13,6 +13,11 @@ void init_osicons();
 // gives ":/assets/osicons/send.png".
 QString osicon_path(const QString &fileName);
 
+// An icon decoded at size (in device pixels) when size is valid, else at the
+// size of its file. The files are drawn large for dense screens; a button
+// keeps only the pixels it shows. Null when the icon does not load.
+QImage osicon_image(const QString &fileName, const QSize &size = QSize());
+
 // The icons are white glyphs; this one in another colour, scaled to size
 // when size is valid. Null when the icon does not load.
 QImage tinted_osicon(const QString &fileName, const QColor &color, const QSize &size = QSize());

@@ -64,9 +64,15 @@ private:
 
 // A chevron pointing up or down, for the steps of the search and the pinned
 // list's toggle (the icon set has none).
-QIcon chevronIcon(bool up, const QColor &color)
+// A button's icon side in device pixels.
+int iconPixels(const QToolButton *button)
 {
-    const int px = 96;
+    return qCeil(button->iconSize().width() * ui_device_pixel_ratio());
+}
+
+// px: the button's icon side in device pixels.
+QIcon chevronIcon(bool up, const QColor &color, int px)
+{
     QPixmap pm(px, px);
     pm.fill(Qt::transparent);
     QPainter p(&pm);
@@ -364,9 +370,9 @@ ChatScreen::ChatScreen(float scale, const QString &uiCacheDir, QWidget *parent)
     ch->addWidget(m_composer, 1);
     ch->addWidget(m_action, 0, Qt::AlignBottom);
     v->addWidget(comp);
-    m_pinnedExpand->setIcon(chevronIcon(false, m_iconColor));
-    m_searchOlder->setIcon(chevronIcon(true, m_iconColor));
-    m_searchNewer->setIcon(chevronIcon(false, m_iconColor));
+    m_pinnedExpand->setIcon(chevronIcon(false, m_iconColor, iconPixels(m_pinnedExpand)));
+    m_searchOlder->setIcon(chevronIcon(true, m_iconColor, iconPixels(m_searchOlder)));
+    m_searchNewer->setIcon(chevronIcon(false, m_iconColor, iconPixels(m_searchNewer)));
 }
 
 void ChatScreen::setTitle(const QString &title)
@@ -487,7 +493,7 @@ void ChatScreen::setPinnedBar(bool visible, const QString &caption, const QStrin
     m_pinnedCaption->setText(caption);
     elide(m_pinnedLabel, text);
     m_pinnedExpanded = expanded;
-    m_pinnedExpand->setIcon(chevronIcon(expanded, m_iconColor));
+    m_pinnedExpand->setIcon(chevronIcon(expanded, m_iconColor, iconPixels(m_pinnedExpand)));
     m_pinnedBar->setVisible(visible);
 }
 
@@ -592,13 +598,15 @@ void ChatScreen::setDarkTheme(bool dark)
     const QColor on = dark ? QColor(Qt::white) : QColor(0x55, 0x5b, 0x63);
     const QColor off = dark ? QColor(0x7a, 0x80, 0x88) : QColor(0xc4, 0xc8, 0xcc);
     m_iconColor = on;
-    m_pinnedExpand->setIcon(chevronIcon(m_pinnedExpanded, on));
-    m_searchOlder->setIcon(chevronIcon(true, on));
-    m_searchNewer->setIcon(chevronIcon(false, on));
+    m_pinnedExpand->setIcon(chevronIcon(m_pinnedExpanded, on, iconPixels(m_pinnedExpand)));
+    m_searchOlder->setIcon(chevronIcon(true, on, iconPixels(m_searchOlder)));
+    m_searchNewer->setIcon(chevronIcon(false, on, iconPixels(m_searchNewer)));
     for (const auto &[button, name] : qAsConst(m_barIcons)) {
+        const int px = iconPixels(button);
         QIcon icon;
-        icon.addPixmap(QPixmap::fromImage(tinted_osicon(name, on)), QIcon::Normal);
-        icon.addPixmap(QPixmap::fromImage(tinted_osicon(name, off)), QIcon::Disabled);
+        icon.addPixmap(QPixmap::fromImage(tinted_osicon(name, on, QSize(px, px))), QIcon::Normal);
+        icon.addPixmap(QPixmap::fromImage(tinted_osicon(name, off, QSize(px, px))),
+                       QIcon::Disabled);
         button->setIcon(icon);
     }
 }

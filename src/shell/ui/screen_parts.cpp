@@ -1,6 +1,7 @@
 #include "shell/ui/screen_parts.h"
 
 #include "platform/osicons.h"
+#include "platform/ui/sharp_pixmaps.h"
 #include "shell/ui_scale.h"
 
 #include <QHBoxLayout>
@@ -116,7 +117,10 @@ QPushButton *button(const QString &text, const QString &objectName, ControlRole 
 
 void setIcon(QToolButton *button, const QString &iconFile)
 {
-    button->setIcon(QIcon(osicon_path(iconFile)));
+    const qreal dpr = ui_device_pixel_ratio();
+    QPixmap pm = QPixmap::fromImage(osicon_image(iconFile, button->iconSize() * dpr));
+    pm.setDevicePixelRatio(dpr);
+    button->setIcon(QIcon(pm));
     button->setProperty("icon_file", iconFile);
 }
 
@@ -128,11 +132,11 @@ QToolButton *iconButton(const QString &iconFile, const QString &objectName, floa
     set_control_role(b, ControlRole::Icon);
     b->setCursor(Qt::PointingHandCursor);
     b->setFocusPolicy(Qt::NoFocus);
-    setIcon(b, iconFile);
     const int side = scaled_px(88, scale);
     b->setFixedSize(side, side);
     const int icon = scaled_px(48, scale);
     b->setIconSize(QSize(icon, icon));
+    setIcon(b, iconFile);
     return b;
 }
 
