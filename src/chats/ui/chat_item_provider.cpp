@@ -29,6 +29,40 @@ const QRgb kDividerColor = 0x4D808080;
 
 constexpr int kPinSize = 40;
 
+// The "avatar" box. Its tile background (the rounded-rectangle PNG) is
+// painted as a shape rather than held as the PNG's pixels: a list of
+// letter tiles would keep 80 kB each for what a painter draws at once.
+class AvatarTile : public QLabel
+{
+public:
+    using QLabel::QLabel;
+    // An invalid colour: no tile.
+    void setTile(const QColor &color)
+    {
+        if (color == m_color)
+            return;
+        m_color = color;
+        update();
+    }
+
+protected:
+    void paintEvent(QPaintEvent *event) override
+    {
+        if (m_color.isValid()) {
+            QPainter p(this);
+            p.setRenderHint(QPainter::Antialiasing, true);
+            p.setPen(Qt::NoPen);
+            p.setBrush(m_color);
+            p.drawRoundedRect(QRectF(rect()), kChatAvatarRadiusPx, kChatAvatarRadiusPx,
+                              Qt::AbsoluteSize);
+        }
+        QLabel::paintEvent(event);
+    }
+
+private:
+    QColor m_color;
+};
+
 // The pin icon in the preview's grey.
 QPixmap pinPixmap()
 {
@@ -100,7 +134,7 @@ QWidget *ChatItemProvider::createItem(ListView *listView, const QString &type)
 
     // Avatar block: the 144 x 144 "avatar" sits 14 from the top of 172.
     auto *avatarBlock = fixedBox(row, kAvatarSize, 172);
-    auto *avatar = new QLabel(avatarBlock);
+    auto *avatar = new AvatarTile(avatarBlock);
     avatar->setObjectName(QStringLiteral("avatar"));
     avatar->setGeometry(0, 14, kAvatarSize, kAvatarSize);
     setBackground(avatar, QColor::fromRgba(kAvatarBackground));
@@ -215,7 +249,7 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
         return;
     }
     auto *title = item->findChild<QLabel *>(QStringLiteral("title"));
-    auto *avatar = item->findChild<QLabel *>(QStringLiteral("avatar"));
+    auto *avatar = dynamic_cast<AvatarTile *>(item->findChild<QLabel *>(QStringLiteral("avatar")));
     auto *avatarImg = item->findChild<QLabel *>(QStringLiteral("avatar_img"));
     auto *letter = item->findChild<QLabel *>(QStringLiteral("avatar_letter"));
     auto *badge = item->findChild<QWidget *>(QStringLiteral("badge"));
@@ -253,14 +287,12 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
         const QColor color = placeholder_avatar_color(id, titleText);
         const QString tile = ensure_bubble_bg_png(kAvatarSize, kAvatarSize, kChatAvatarRadiusPx,
                                                   color, m_uiCacheDir);
+        avatar->clear();
         if (!tile.isEmpty()) {
             avatar->setAutoFillBackground(false);
-            const qreal dpr = ui_device_pixel_ratio();
-            avatar->setPixmap(dpr == 1.0 ? QPixmap(tile)
-                                         : sharp_rounded_rect(QSize(kAvatarSize, kAvatarSize),
-                                                              kChatAvatarRadiusPx, color, dpr));
+            avatar->setTile(color);
         } else {
-            avatar->clear();
+            avatar->setTile(QColor());
             setBackground(avatar, color);
         }
         avatar->setProperty("background_path", tile);
@@ -272,6 +304,7 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
     } else {
         // The round photo's corners show what is behind: nothing.
         avatar->clear();
+        avatar->setTile(QColor());
         avatar->setAutoFillBackground(false);
         avatar->setProperty("background_path", QString());
         avatar->setProperty("background_color", QString());
