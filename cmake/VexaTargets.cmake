@@ -1,5 +1,5 @@
 # vexa_subsystem(name [DEPS other...])
-# Builds vexa_<name> (GUI-free: Core, Gui, Network, Multimedia) from
+# Builds vexa_<name> (GUI-free: Core, Gui, Network) from
 # src/<name>/*.cpp and vexa_<name>_ui (Widgets) from src/<name>/ui/*.cpp.
 # A folder without sources still yields an interface target, so
 # dependencies can be named before the code exists.
@@ -22,7 +22,7 @@ function(vexa_subsystem name)
     add_library(vexa_${name} STATIC ${core_src})
     target_include_directories(vexa_${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
     target_link_libraries(vexa_${name} PUBLIC ${core_deps}
-      Qt5::Core Qt5::Gui Qt5::Network Qt5::Multimedia ${CMAKE_DL_LIBS})
+      Qt5::Core Qt5::Gui Qt5::Network ${CMAKE_DL_LIBS})
   else()
     add_library(vexa_${name} INTERFACE)
     target_include_directories(vexa_${name} INTERFACE ${CMAKE_SOURCE_DIR}/src)
@@ -51,6 +51,9 @@ function(vexa_add_qtest name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${VEXA_TEST_BIN_DIR})
   target_link_libraries(${name} PRIVATE ${A_LIBS} Qt5::Test)
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+  # The media module is found through the run path, in the programs' folder.
+  set_target_properties(${name} PROPERTIES BUILD_RPATH "$ORIGIN/../bin")
+  add_dependencies(${name} vexa-av)
   set(platform offscreen)
   if(A_XVFB)
     find_program(XVFB_RUN xvfb-run REQUIRED)

@@ -1,12 +1,11 @@
 #include "media/video_note_player.h"
 
 #include "media/media_downloads.h"
-#include "platform/software_video_surface.h"
+#include "platform/av_player.h"
 
 #include <QFileInfo>
-#include <QMediaContent>
-#include <QMediaPlayer>
 #include <QUrl>
+#include <QVariant>
 
 VideoNotePlayer::VideoNotePlayer(MediaDownloads *downloads, const MediaServices &services,
                                  QObject *listView, QObject *parent)
@@ -18,47 +17,46 @@ VideoNotePlayer::~VideoNotePlayer()
 {
     if (m_player) {
         m_player->stop();
-        m_player->setVideoOutput(static_cast<QAbstractVideoSurface *>(nullptr));
+        m_player->setFrameHandler({});
     }
 }
 
-void VideoNotePlayer::ensurePlayer()
+bool VideoNotePlayer::ensurePlayer()
 {
     if (m_player)
-        return;
-    m_player = new QMediaPlayer(this);
-    m_surface = new SoftwareVideoSurface(
-        [this](const QImage &frame) {
-            if (m_playingFileId < 1)
-                return;
-            m_frame = frame;
-            Q_EMIT frameReady(frame);
-        },
-        this);
-    m_player->setVideoOutput(m_surface);
+        return true;
+    QString error;
+    m_player = AvPlayer::create(this, &error);
+    if (!m_player) {
+        m_services.log(QStringLiteral("video_note: cannot play: %1\n").arg(error));
+        return false;
+    }
+    m_player->setFrameHandler([this](const QImage &frame) {
+        if (m_playingFileId < 1)
+            return;
+        m_frame = frame;
+        Q_EMIT frameReady(frame);
+    });
     m_player->setNotifyInterval(100);
-    connect(m_player, &QMediaPlayer::stateChanged, this,
-            [this](QMediaPlayer::State s) { onPlayerState(int(s)); });
-    connect(m_player, &QMediaPlayer::durationChanged, this, [this](qint64 ms) {
+    connect(m_player, &AvPlayer::stateChanged, this, &VideoNotePlayer::onPlayerState);
+    connect(m_player, &AvPlayer::durationChanged, this, [this](qint64 ms) {
         m_durationMs = ms;
         publishAll();
     });
-    connect(m_player, &QMediaPlayer::positionChanged, this, [this](qint64 ms) {
+    connect(m_player, &AvPlayer::positionChanged, this, [this](qint64 ms) {
         m_positionMs = ms;
         publish("video_note_play_pos_ms", ms);
     });
-    connect(m_player, &QMediaPlayer::mediaStatusChanged, this, [this](QMediaPlayer::MediaStatus s) {
-        if (s == QMediaPlayer::EndOfMedia)
+    connect(m_player, &AvPlayer::mediaStatusChanged, this, [this](int s) {
+        if (s == AvPlayer::EndOfMedia)
             stopVideoNotePlayback();
     });
-    connect(m_player, qOverload<QMediaPlayer::Error>(&QMediaPlayer::error), this,
-            [this](QMediaPlayer::Error e) {
-                if (e == QMediaPlayer::NoError)
-                    return;
-                m_services.log(QStringLiteral("video_note: play error: %1\n")
-                                   .arg(m_player->errorString().simplified()));
-                stopVideoNotePlayback();
-            });
+    connect(m_player, &AvPlayer::errorOccurred, this, [this] {
+        m_services.log(QStringLiteral("video_note: play error: %1\n")
+                           .arg(m_player->errorString().simplified()));
+        stopVideoNotePlayback();
+    });
+    return true;
 }
 
 qint64 VideoNotePlayer::positionMs() const
@@ -123,9 +121,10 @@ void VideoNotePlayer::startVideoNotePlayback(long long fileId, const QString &pa
         return;
     if (m_pendingFileId == fileId)
         setPending(0, 0);
-    ensurePlayer();
+    if (!ensurePlayer())
+        return;
     if (fileId == m_playingFileId && messageId == m_playingMessageId) {
-        if (m_player->state() == QMediaPlayer::PlayingState) {
+        if (m_player->state() == AvPlayer::PlayingState) {
             m_player->pause();
         } else {
             Q_EMIT voicePlaybackStopRequested();
@@ -142,7 +141,7 @@ void VideoNotePlayer::startVideoNotePlayback(long long fileId, const QString &pa
     m_frame = QImage();
     m_durationMs = 0;
     m_positionMs = 0;
-    m_player->setMedia(QUrl::fromLocalFile(path));
+    m_player->setSource(QUrl::fromLocalFile(path));
     m_player->play();
     publishAll();
     Q_EMIT mediaRowsNeedRefresh(fileId);
@@ -164,7 +163,7 @@ void VideoNotePlayer::stopVideoNotePlayback()
     m_frame = QImage();
     if (m_player) {
         m_player->stop();
-        m_player->setMedia(QMediaContent());
+        m_player->setSource(QUrl());
     }
     publishAll();
     Q_EMIT mediaRowsNeedRefresh(old);
@@ -175,9 +174,9 @@ void VideoNotePlayer::onPlayerState(int state)
 {
     if (m_playingFileId < 1)
         return;
-    const int published = state == QMediaPlayer::PlayingState  ? Started
-                          : state == QMediaPlayer::PausedState ? Paused
-                                                               : Stopped;
+    const int published = state == AvPlayer::PlayingState  ? Started
+                          : state == AvPlayer::PausedState ? Paused
+                                                           : Stopped;
     if (published == m_state)
         return;
     m_state = published;

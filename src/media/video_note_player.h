@@ -9,9 +9,8 @@
 
 #include <functional>
 
+class AvPlayer;
 class MediaDownloads;
-class QMediaPlayer;
-class SoftwareVideoSurface;
 
 // Plays a video note inline, in its row, through QtMultimedia with sound.
 // Frames arrive as images (software, no GL); the playing file and message,
@@ -67,7 +66,8 @@ Q_SIGNALS:
     void playingChanged(bool playing);
 
 private:
-    void ensurePlayer();
+    // False (logged) when there is no player.
+    bool ensurePlayer();
     void publish(const char *name, const QVariant &value);
     void publishAll();
     void setPending(long long fileId, long long messageId);
@@ -77,8 +77,7 @@ private:
     MediaServices m_services;
     QPointer<QObject> m_listView;
     LocalPathLookup m_lookup;
-    QMediaPlayer *m_player = nullptr;
-    SoftwareVideoSurface *m_surface = nullptr;
+    AvPlayer *m_player = nullptr;
     QImage m_frame;
     long long m_playingFileId = 0;
     long long m_playingMessageId = 0;

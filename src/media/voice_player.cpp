@@ -2,6 +2,7 @@
 
 #include "media/media_downloads.h"
 #include "media/ogg_opus_decoder.h"
+#include "platform/av_player.h"
 #include "platform/media_player.h"
 
 #include <QDir>
@@ -203,7 +204,7 @@ void VoicePlayer::prepare()
         return;
     m_prepared = true;
     QString error;
-    if (!start_media_framework(&error))
+    if (!AvPlayer::startFramework(&error))
         m_services.log(QStringLiteral("voice: media framework did not start: %1\n").arg(error));
 }
 

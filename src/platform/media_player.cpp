@@ -1,20 +1,6 @@
 #include "platform/media_player.h"
 
-#include <QMediaPlayer>
-
-#include <gst/gst.h>
-
-bool start_media_framework(QString *error)
-{
-    GError *gerror = nullptr;
-    if (gst_init_check(nullptr, nullptr, &gerror))
-        return true;
-    if (error)
-        *error = gerror ? QString::fromUtf8(gerror->message) : QStringLiteral("unknown error");
-    if (gerror)
-        g_error_free(gerror);
-    return false;
-}
+#include "platform/av_player.h"
 
 QString MediaPlayer::mediaStateName(int state)
 {
@@ -36,39 +22,37 @@ QString MediaPlayer::mediaStateName(int state)
 
 QtMediaPlayer::QtMediaPlayer(QObject *parent) : MediaPlayer(parent)
 {
-    m_player = new QMediaPlayer(this);
+    m_player = AvPlayer::create(this, nullptr);
+    if (!m_player)
+        return;
     m_player->setNotifyInterval(200);
-    connect(m_player, &QMediaPlayer::stateChanged, this, [this](QMediaPlayer::State s) {
+    connect(m_player, &AvPlayer::stateChanged, this, [this](int s) {
         switch (s) {
-        case QMediaPlayer::PlayingState:
+        case AvPlayer::PlayingState:
             moveTo(Started);
             break;
-        case QMediaPlayer::PausedState:
+        case AvPlayer::PausedState:
             moveTo(Paused);
             break;
-        case QMediaPlayer::StoppedState:
+        case AvPlayer::StoppedState:
             // Stopping before anything played leaves a loaded source prepared.
             if (m_state == Started || m_state == Paused)
                 moveTo(Stopped);
             break;
         }
     });
-    connect(m_player, &QMediaPlayer::mediaStatusChanged, this,
-            [this](QMediaPlayer::MediaStatus st) {
-                if (st == QMediaPlayer::LoadedMedia && m_state == Unprepared)
-                    moveTo(Prepared);
-                else if (st == QMediaPlayer::EndOfMedia && m_state != Stopped)
-                    moveTo(Stopped);
-            });
-    connect(m_player, &QMediaPlayer::durationChanged, this,
+    connect(m_player, &AvPlayer::mediaStatusChanged, this, [this](int st) {
+        if (st == AvPlayer::LoadedMedia && m_state == Unprepared)
+            moveTo(Prepared);
+        else if (st == AvPlayer::EndOfMedia && m_state != Stopped)
+            moveTo(Stopped);
+    });
+    connect(m_player, &AvPlayer::durationChanged, this,
             [this](qint64 ms) { Q_EMIT durationChanged(unsigned(qMax<qint64>(0, ms))); });
-    connect(m_player, &QMediaPlayer::positionChanged, this,
+    connect(m_player, &AvPlayer::positionChanged, this,
             [this](qint64 ms) { Q_EMIT positionChanged(unsigned(qMax<qint64>(0, ms))); });
-    connect(m_player, QOverload<QMediaPlayer::Error>::of(&QMediaPlayer::error), this,
-            [this](QMediaPlayer::Error e) {
-                if (e != QMediaPlayer::NoError)
-                    Q_EMIT error(int(e), unsigned(qMax<qint64>(0, m_player->position())));
-            });
+    connect(m_player, &AvPlayer::errorOccurred, this,
+            [this](int e) { Q_EMIT error(e, unsigned(qMax<qint64>(0, m_player->position()))); });
 }
 
 QtMediaPlayer::~QtMediaPlayer() = default;
@@ -83,55 +67,62 @@ void QtMediaPlayer::moveTo(MediaState state)
 
 int QtMediaPlayer::setSourceUrl(const QUrl &url)
 {
-    if (!url.isValid())
+    if (!url.isValid() || !m_player)
         return 1;
-    m_player->setMedia(url);
+    m_player->setSource(url);
     m_state = Unprepared;
     return 0;
 }
 
 int QtMediaPlayer::play()
 {
-    if (m_player->media().isNull())
+    if (!m_player || !m_player->hasSource())
         return 1;
     m_player->play();
-    return m_player->error() == QMediaPlayer::NoError ? 0 : int(m_player->error());
+    return m_player->error();
 }
 
 int QtMediaPlayer::pause()
 {
-    m_player->pause();
+    if (m_player)
+        m_player->pause();
     return 0;
 }
 
 int QtMediaPlayer::stop()
 {
-    m_player->stop();
+    if (m_player)
+        m_player->stop();
     moveTo(Stopped);
     return 0;
 }
 
 int QtMediaPlayer::reset()
 {
-    m_player->stop();
-    m_player->setMedia(QMediaContent());
+    if (m_player) {
+        m_player->stop();
+        m_player->setSource(QUrl());
+    }
     moveTo(Unprepared);
     return 0;
 }
 
 void QtMediaPlayer::setStatusInterval(int ms)
 {
-    m_player->setNotifyInterval(ms);
+    if (m_player)
+        m_player->setNotifyInterval(ms);
 }
 
 void QtMediaPlayer::setVolume(double volume)
 {
     m_volume = volume;
-    m_player->setVolume(m_audioOn ? int(volume * 100.0 + 0.5) : 0);
+    if (m_player)
+        m_player->setVolume(m_audioOn ? int(volume * 100.0 + 0.5) : 0);
 }
 
 void QtMediaPlayer::setAudioOutput(bool on)
 {
     m_audioOn = on;
-    m_player->setMuted(!on);
+    if (m_player)
+        m_player->setMuted(!on);
 }

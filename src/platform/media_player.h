@@ -3,14 +3,7 @@
 #include <QObject>
 #include <QUrl>
 
-class QMediaPlayer;
-
-// Starts the media framework (GStreamer) without making a player. In a fresh
-// process the first play waits well over a second unless the framework was
-// started about a second before; a player made after that plays at once, and
-// the few megabytes a player costs are paid only when something plays.
-// False, with the reason, when the framework cannot start.
-bool start_media_framework(QString *error);
+class AvPlayer;
 
 // The phone's media player as the voice notes use it: a source URL, play,
 // pause, stop, reset, and the state numbers 0 Unprepared, 1 Prepared,
@@ -52,7 +45,8 @@ Q_SIGNALS:
     void error(int error, unsigned int position);
 };
 
-// MediaPlayer over QMediaPlayer (GStreamer on Linux).
+// MediaPlayer over the media framework's player (QMediaPlayer, GStreamer on
+// Linux). When the media module cannot be loaded every source fails.
 class QtMediaPlayer : public MediaPlayer
 {
     Q_OBJECT
@@ -74,7 +68,7 @@ public:
 private:
     void moveTo(MediaState state);
 
-    QMediaPlayer *m_player = nullptr;
+    AvPlayer *m_player = nullptr;
     MediaState m_state = Unprepared;
     bool m_audioOn = true;
     double m_volume = 1.0;

@@ -1,17 +1,15 @@
 #include "media/ui/video_view.h"
 
-#include "platform/software_video_surface.h"
+#include "platform/av_player.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QMediaContent>
-#include <QMediaPlayer>
 #include <QPainter>
 #include <QSlider>
 #include <QToolButton>
 #include <QUrl>
 #include <QVBoxLayout>
-#include <QVideoSurfaceFormat>
+#include <QVariant>
 
 #include <climits>
 
@@ -101,46 +99,45 @@ VideoView::~VideoView()
     if (!m_player)
         return;
     m_player->stop();
-    m_player->setVideoOutput(static_cast<QAbstractVideoSurface *>(nullptr));
+    m_player->setFrameHandler({});
 }
 
 // The player loads the whole multimedia framework; the viewer exists from the start, so it is
-// made on the first video and not before.
-void VideoView::ensurePlayer()
+// made on the first video and not before. False (the viewer told why) when there is none.
+bool VideoView::ensurePlayer()
 {
     if (m_player)
-        return;
-    m_player = new QMediaPlayer(this);
-    m_surface = new SoftwareVideoSurface([this](const QImage &frame) { showFrame(frame); }, this);
-    m_player->setVideoOutput(m_surface);
+        return true;
+    QString error;
+    m_player = AvPlayer::create(this, &error);
+    if (!m_player) {
+        Q_EMIT failed(error);
+        return false;
+    }
+    m_player->setFrameHandler([this](const QImage &frame) { showFrame(frame); });
     m_player->setNotifyInterval(200);
-    connect(m_player, &QMediaPlayer::stateChanged, this, [this](QMediaPlayer::State s) {
-        Q_UNUSED(s)
-        updateControls();
-    });
-    connect(m_player, &QMediaPlayer::durationChanged, this, [this](qint64 ms) {
+    connect(m_player, &AvPlayer::stateChanged, this, &VideoView::updateControls);
+    connect(m_player, &AvPlayer::durationChanged, this, [this](qint64 ms) {
         m_seek->setRange(0, int(qMin<qint64>(ms, INT_MAX)));
         updateControls();
     });
-    connect(m_player, &QMediaPlayer::positionChanged, this, [this](qint64 ms) {
+    connect(m_player, &AvPlayer::positionChanged, this, [this](qint64 ms) {
         if (!m_seeking && !m_atEnd)
             m_seek->setValue(int(qMin<qint64>(ms, INT_MAX)));
         updateControls();
     });
-    connect(m_player, &QMediaPlayer::mediaStatusChanged, this, [this](QMediaPlayer::MediaStatus s) {
+    connect(m_player, &AvPlayer::mediaStatusChanged, this, [this](int s) {
         // At the end the bar goes back to the start: play starts again
         // from there.
-        m_atEnd = s == QMediaPlayer::EndOfMedia;
+        m_atEnd = s == AvPlayer::EndOfMedia;
         if (m_atEnd) {
             m_seek->setValue(0);
             updateControls();
         }
     });
-    connect(m_player, qOverload<QMediaPlayer::Error>(&QMediaPlayer::error), this,
-            [this](QMediaPlayer::Error e) {
-                if (e != QMediaPlayer::NoError)
-                    Q_EMIT failed(m_player->errorString());
-            });
+    connect(m_player, &AvPlayer::errorOccurred, this,
+            [this] { Q_EMIT failed(m_player->errorString()); });
+    return true;
 }
 
 void VideoView::open(const QString &path)
@@ -150,8 +147,9 @@ void VideoView::open(const QString &path)
     m_frame = QImage();
     m_picture->update();
     m_seek->setRange(0, 0);
-    ensurePlayer();
-    m_player->setMedia(QUrl::fromLocalFile(path));
+    if (!ensurePlayer())
+        return;
+    m_player->setSource(QUrl::fromLocalFile(path));
     m_player->play();
     updateControls();
 }
@@ -160,7 +158,7 @@ void VideoView::stop()
 {
     if (m_player) {
         m_player->stop();
-        m_player->setMedia(QMediaContent());
+        m_player->setSource(QUrl());
     }
     m_path.clear();
     updateControls();
@@ -170,7 +168,7 @@ void VideoView::togglePlay()
 {
     if (m_path.isEmpty() || !m_player)
         return;
-    if (m_player->state() == QMediaPlayer::PlayingState) {
+    if (m_player->state() == AvPlayer::PlayingState) {
         m_player->pause();
         return;
     }
@@ -189,7 +187,7 @@ void VideoView::seek(qint64 ms)
 
 bool VideoView::isPlaying() const
 {
-    return m_player && m_player->state() == QMediaPlayer::PlayingState;
+    return m_player && m_player->state() == AvPlayer::PlayingState;
 }
 
 void VideoView::setControlSizes(int buttonPx, int iconPx)

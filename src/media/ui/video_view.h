@@ -3,11 +3,10 @@
 #include <QImage>
 #include <QWidget>
 
+class AvPlayer;
 class QLabel;
-class QMediaPlayer;
 class QSlider;
 class QToolButton;
-class SoftwareVideoSurface;
 
 // A video played full size: the picture, a play/pause button, a seek bar
 // and "position / duration". Frames arrive as images and are painted in
@@ -40,13 +39,12 @@ Q_SIGNALS:
 
 private:
     class Picture;
-    void ensurePlayer();
+    bool ensurePlayer();
     void showFrame(const QImage &frame);
     void updateControls();
 
     QString m_path;
-    QMediaPlayer *m_player = nullptr;
-    SoftwareVideoSurface *m_surface = nullptr;
+    AvPlayer *m_player = nullptr;
     Picture *m_picture = nullptr;
     QToolButton *m_play = nullptr;
     QSlider *m_seek = nullptr;

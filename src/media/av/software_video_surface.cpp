@@ -1,4 +1,4 @@
-#include "platform/software_video_surface.h"
+#include "media/av/software_video_surface.h"
 
 SoftwareVideoSurface::SoftwareVideoSurface(FrameHandler onFrame, QObject *parent)
     : QAbstractVideoSurface(parent), m_onFrame(std::move(onFrame))
