@@ -51,8 +51,7 @@ function(vexa_add_qtest name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${VEXA_TEST_BIN_DIR})
   target_link_libraries(${name} PRIVATE ${A_LIBS} Qt5::Test)
   target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
-  # The media module is found through the run path, in the programs' folder.
-  set_target_properties(${name} PROPERTIES BUILD_RPATH "$ORIGIN/../bin")
+  # The media module is loaded from beside the program (a link to it).
   add_dependencies(${name} vexa-av)
   set(platform offscreen)
   if(A_XVFB)

@@ -49,11 +49,9 @@ bool VideoNoteRecorder::ensureCapture(QString *error)
 {
     if (m_capture)
         return true;
-    using Create =
-        VideoNoteCapture *(*)(const QString &, const QString &, const MediaServices &, QObject *);
     QString why;
     auto create =
-        reinterpret_cast<Create>(av_module_function("vexa_av_create_video_note_capture", &why));
+        reinterpret_cast<Factory>(av_module_function("vexa_av_create_video_note_capture", &why));
     if (!create) {
         m_services.log(QStringLiteral("video_note: %1\n").arg(why));
         m_services.toast(QStringLiteral("Camera: cannot start recording"));
@@ -61,7 +59,12 @@ bool VideoNoteRecorder::ensureCapture(QString *error)
             *error = why;
         return false;
     }
-    m_capture = create(m_dataDir, m_cameraSource, m_services, this);
+    const MediaServices media = m_services;
+    Services services;
+    services.appendLog = [media](const QString &line) { media.log(line); };
+    services.showToast = [media](const QString &text) { media.toast(text); };
+    services.sendLine = [media](const QString &line) { media.send(line); };
+    m_capture = create(m_dataDir, m_cameraSource, services, this);
     m_capture->setChatId(m_chatId);
     m_capture->setReplyToMessageId(m_replyToMessageId);
     m_capture->setSizeLimit(m_sizeLimit);

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "media/media_services.h"
-#include "media/video_note_capture.h"
+#include "platform/video_note_capture.h"
 
 #include <QString>
 #include <QStringList>

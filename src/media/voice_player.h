@@ -65,7 +65,6 @@ public:
     }
     long long pendingFileId() const { return m_pendingFileId; }
     void setPendingFileId(long long fileId);
-    MediaPlayer *player() const { return m_player; }
     QString wavFolder() const;
 
 public Q_SLOTS:

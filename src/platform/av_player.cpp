@@ -6,8 +6,7 @@
 
 AvPlayer *AvPlayer::create(QObject *parent, QString *error)
 {
-    using Create = AvPlayer *(*)(QObject *);
-    auto create = reinterpret_cast<Create>(av_module_function("vexa_av_create_player", error));
+    auto create = reinterpret_cast<Factory>(av_module_function("vexa_av_create_player", error));
     return create ? create(parent) : nullptr;
 }
 

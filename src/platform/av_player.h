@@ -9,9 +9,9 @@
 
 // A player of the media framework (QtMultimedia over GStreamer). The
 // framework and its sound and codec libraries live in the media module,
-// loaded on the first player or the first start of the framework, so that a
-// session that plays nothing never maps them. Video frames are handed over
-// as images and painted in software: no GL is needed.
+// loaded with the first player, so that a session that plays nothing never
+// maps them. Video frames are handed over as images and painted in
+// software: no GL is needed.
 class AvPlayer : public QObject
 {
     Q_OBJECT
@@ -29,6 +29,8 @@ public:
         EndOfMedia = 2
     };
     using FrameHandler = std::function<void(const QImage &frame)>;
+    // The module's entry point "vexa_av_create_player".
+    using Factory = AvPlayer *(*)(QObject *parent);
 
     using QObject::QObject;
     ~AvPlayer() override = default;

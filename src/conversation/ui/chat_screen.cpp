@@ -62,15 +62,14 @@ private:
     qreal m_level = 0;
 };
 
-// A chevron pointing up or down, for the steps of the search and the pinned
-// list's toggle (the icon set has none).
 // A button's icon side in device pixels.
 int iconPixels(const QToolButton *button)
 {
     return qCeil(button->iconSize().width() * ui_device_pixel_ratio());
 }
 
-// px: the button's icon side in device pixels.
+// A chevron pointing up or down, for the steps of the search and the pinned
+// list's toggle (the icon set has none); px: the icon side in device pixels.
 QIcon chevronIcon(bool up, const QColor &color, int px)
 {
     QPixmap pm(px, px);

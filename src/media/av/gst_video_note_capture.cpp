@@ -132,7 +132,7 @@ QString base64_arg(const QString &path)
 } // namespace
 
 GstVideoNoteCapture::GstVideoNoteCapture(const QString &dataDir, const QString &cameraSource,
-                                         const MediaServices &services, QObject *parent)
+                                         const Services &services, QObject *parent)
     : VideoNoteCapture(parent), m_dataDir(dataDir), m_cameraSource(cameraSource.trimmed()),
       m_services(services)
 {

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "media/media_services.h"
-#include "media/video_note_capture.h"
+#include "platform/video_note_capture.h"
 
 #include <QElapsedTimer>
 #include <QImage>
@@ -31,7 +30,7 @@ public:
     // cameraSource: a GStreamer source description; empty when the device
     // has no camera.
     GstVideoNoteCapture(const QString &dataDir, const QString &cameraSource,
-                        const MediaServices &services, QObject *parent = nullptr);
+                        const Services &services, QObject *parent = nullptr);
     ~GstVideoNoteCapture() override;
 
     void setChatId(qint64 chatId) override { m_chatId = chatId; }
@@ -60,7 +59,7 @@ private:
 
     QString m_dataDir;
     QString m_cameraSource;
-    MediaServices m_services;
+    Services m_services;
     qint64 m_chatId = 0;
     qint64 m_replyToMessageId = 0;
     qint64 m_sizeLimit = kDefaultSizeLimit;

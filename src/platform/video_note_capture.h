@@ -4,13 +4,44 @@
 #include <QObject>
 #include <QString>
 
+#include <functional>
+
 // Recording of round video notes with the camera and the microphone, as
-// the media module provides it; VideoNoteRecorder is its face to the rest of
-// the client. Sizes and limits are those of VideoNoteRecorder.
+// the media module provides it; VideoNoteRecorder (media) is its face to the
+// rest of the client. It lives beside AvPlayer so that every program that
+// can load the module also carries this interface for it.
 class VideoNoteCapture : public QObject
 {
     Q_OBJECT
 public:
+    // What a recorder needs from the client, as plain callbacks: the module
+    // touches no other class of the program.
+    struct Services
+    {
+        std::function<void(const QString &)> appendLog; // lines end with "\n"
+        std::function<void(const QString &)> showToast;
+        std::function<void(const QString &)> sendLine; // one backend command
+        void log(const QString &line) const
+        {
+            if (appendLog)
+                appendLog(line);
+        }
+        void toast(const QString &text) const
+        {
+            if (showToast)
+                showToast(text);
+        }
+        void send(const QString &line) const
+        {
+            if (sendLine)
+                sendLine(line);
+        }
+    };
+
+    // The module's entry point "vexa_av_create_video_note_capture".
+    using Factory = VideoNoteCapture *(*)(const QString &dataDir, const QString &cameraSource,
+                                          const Services &services, QObject *parent);
+
     static constexpr int kSide = 384;
     static constexpr int kMaxSeconds = 60;
     static constexpr int kFrameRate = 30;
