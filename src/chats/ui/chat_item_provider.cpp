@@ -3,7 +3,7 @@
 #include "chats/avatars.h"
 #include "chats/chat_list_model.h"
 #include "platform/osicons.h"
-#include "platform/ui/sharp_pixmaps.h"
+#include "platform/ui/filled.h"
 
 #include <QEvent>
 #include <QFont>
@@ -29,39 +29,9 @@ const QRgb kDividerColor = 0x4D808080;
 
 constexpr int kPinSize = 40;
 
-// The "avatar" box. Its tile background (the rounded-rectangle PNG) is
-// painted as a shape rather than held as the PNG's pixels: a list of
-// letter tiles would keep 80 kB each for what a painter draws at once.
-class AvatarTile : public QLabel
-{
-public:
-    using QLabel::QLabel;
-    // An invalid colour: no tile.
-    void setTile(const QColor &color)
-    {
-        if (color == m_color)
-            return;
-        m_color = color;
-        update();
-    }
-
-protected:
-    void paintEvent(QPaintEvent *event) override
-    {
-        if (m_color.isValid()) {
-            QPainter p(this);
-            p.setRenderHint(QPainter::Antialiasing, true);
-            p.setPen(Qt::NoPen);
-            p.setBrush(m_color);
-            p.drawRoundedRect(QRectF(rect()), kChatAvatarRadiusPx, kChatAvatarRadiusPx,
-                              Qt::AbsoluteSize);
-        }
-        QLabel::paintEvent(event);
-    }
-
-private:
-    QColor m_color;
-};
+// The "avatar" box: its tile background (the rounded-rectangle PNG) is
+// painted as a shape rather than held as the PNG's pixels.
+using AvatarTile = Filled<QLabel>;
 
 // The pin icon in the preview's grey.
 QPixmap pinPixmap()
@@ -290,9 +260,9 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
         avatar->clear();
         if (!tile.isEmpty()) {
             avatar->setAutoFillBackground(false);
-            avatar->setTile(color);
+            avatar->setFill(color, kChatAvatarRadiusPx);
         } else {
-            avatar->setTile(QColor());
+            avatar->setFill(Qt::transparent, 0);
             setBackground(avatar, color);
         }
         avatar->setProperty("background_path", tile);
@@ -304,7 +274,7 @@ void ChatItemProvider::updateItem(ListView *listView, QWidget *item, const QStri
     } else {
         // The round photo's corners show what is behind: nothing.
         avatar->clear();
-        avatar->setTile(QColor());
+        avatar->setFill(Qt::transparent, 0);
         avatar->setAutoFillBackground(false);
         avatar->setProperty("background_path", QString());
         avatar->setProperty("background_color", QString());

@@ -62,12 +62,6 @@ private:
     qreal m_level = 0;
 };
 
-// A button's icon side in device pixels.
-int iconPixels(const QToolButton *button)
-{
-    return qCeil(button->iconSize().width() * ui_device_pixel_ratio());
-}
-
 // A chevron pointing up or down, for the steps of the search and the pinned
 // list's toggle (the icon set has none); px: the icon side in device pixels.
 QIcon chevronIcon(bool up, const QColor &color, int px)

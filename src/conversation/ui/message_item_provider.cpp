@@ -5,6 +5,7 @@
 #include "conversation/message_text.h"
 #include "media/ui/video_note_widgets.h"
 #include "platform/osicons.h"
+#include "platform/ui/filled.h"
 #include "platform/ui/sharp_pixmaps.h"
 
 #include <QAbstractTextDocumentLayout>
@@ -75,40 +76,6 @@ void setTextColor(QWidget *w, const QColor &color)
     w->setPalette(pal);
 }
 
-// A control painted with a flat colour (rounded when it has a radius); the
-// colour is a property, so a theme change repaints it without a style sheet.
-template<typename Base>
-class Filled : public Base
-{
-public:
-    using Base::Base;
-    void setFill(const QColor &color, int radius)
-    {
-        if (color == m_color && radius == m_radius)
-            return;
-        m_color = color;
-        m_radius = radius;
-        this->update();
-    }
-
-protected:
-    void paintEvent(QPaintEvent *event) override
-    {
-        if (m_color.alpha() > 0) {
-            QPainter p(this);
-            p.setRenderHint(QPainter::Antialiasing);
-            p.setPen(Qt::NoPen);
-            p.setBrush(m_color);
-            const int r = qMin(m_radius, qMin(this->width(), this->height()) / 2);
-            p.drawRoundedRect(this->rect(), r, r);
-        }
-        Base::paintEvent(event);
-    }
-
-private:
-    QColor m_color = Qt::transparent;
-    int m_radius = 0;
-};
 using FillBox = Filled<QWidget>;
 using FillLabel = Filled<QLabel>;
 
@@ -208,10 +175,10 @@ QPixmap cachedPixmap(const QString &path, const QSize &size = QSize())
 // itself rather than holding the picture: a screen of bubbles would keep
 // megabytes of pixels for what a painter draws in microseconds, sharp at any
 // pixel ratio.
-class BubbleFrame : public QWidget
+class BubbleFrame : public FillBox
 {
 public:
-    BubbleFrame(const QString &cacheDir, QWidget *parent) : QWidget(parent), m_cacheDir(cacheDir)
+    BubbleFrame(const QString &cacheDir, QWidget *parent) : FillBox(parent), m_cacheDir(cacheDir)
     {
         setObjectName(QStringLiteral("msg_bubble"));
     }
@@ -233,17 +200,6 @@ protected:
         refresh();
     }
 
-    void paintEvent(QPaintEvent *) override
-    {
-        if (m_path.isEmpty())
-            return;
-        QPainter p(this);
-        p.setRenderHint(QPainter::Antialiasing, true);
-        p.setPen(Qt::NoPen);
-        p.setBrush(m_color);
-        p.drawRoundedRect(QRectF(rect()), kBubbleRadius, kBubbleRadius, Qt::AbsoluteSize);
-    }
-
 private:
     void refresh()
     {
@@ -253,16 +209,13 @@ private:
         setProperty("msg_bg_w", width());
         setProperty("msg_bg_h", height());
         setProperty("bubble_bg_path", path);
-        if (path != m_path) {
-            m_path = path;
-            update();
-        }
+        // No background file, no background.
+        setFill(path.isEmpty() ? QColor(Qt::transparent) : m_color, kBubbleRadius);
     }
 
     QString m_cacheDir;
     QColor m_color;
     bool m_enabled = true;
-    QString m_path;
 };
 
 struct Palette

@@ -115,11 +115,16 @@ QPushButton *button(const QString &text, const QString &objectName, ControlRole 
     return b;
 }
 
+int iconPixels(const QToolButton *button)
+{
+    return qCeil(button->iconSize().width() * ui_device_pixel_ratio());
+}
+
 void setIcon(QToolButton *button, const QString &iconFile)
 {
-    const qreal dpr = ui_device_pixel_ratio();
-    QPixmap pm = QPixmap::fromImage(osicon_image(iconFile, button->iconSize() * dpr));
-    pm.setDevicePixelRatio(dpr);
+    const int px = iconPixels(button);
+    QPixmap pm = QPixmap::fromImage(osicon_image(iconFile, QSize(px, px)));
+    pm.setDevicePixelRatio(ui_device_pixel_ratio());
     button->setIcon(QIcon(pm));
     button->setProperty("icon_file", iconFile);
 }

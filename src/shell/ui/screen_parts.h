@@ -42,7 +42,10 @@ QToolButton *iconButton(const QString &iconFile, const QString &objectName, floa
 // returns the bar, the title through *title and the back button (or null).
 QWidget *header(const QString &objectName, const QString &titleText, const QString &titleObjectName,
                 bool withBack, float scale, QWidget *parent, QLabel **title, QToolButton **back);
+// The icon decoded at the button's icon size (set that first).
 void setIcon(QToolButton *button, const QString &iconFile);
+// A button's icon side in device pixels.
+int iconPixels(const QToolButton *button);
 // A button's click announced as a signal of the screen.
 template<typename Screen>
 void announce(QAbstractButton *b, Screen *screen, void (Screen::*signal)())
